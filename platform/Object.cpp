@@ -1,0 +1,107 @@
+#include "platform/Object.h"
+
+#include <cstring>
+#include <map>
+#include <mutex>
+
+namespace tovan {
+
+bool ClassTag::operator==(const ClassTag& other) const {
+    return name_ == other.name_ || std::strcmp(name_, other.name_) == 0;
+}
+
+const ClassTag Object::Tag("Norvatek.Object");
+
+Object::~Object() = default;
+
+const ClassTag& Object::getClass() const { return Tag; }
+
+Object* Object::clone() const { throw Exception("Object", "clone()", u"Unable to clone %hs", getClassTag()); }
+
+void Object::serialize(iByteOutputStream&) const {
+    throw Exception("Object", "serialize", u"Objects of class %hs cannot be serialized", getClassTag());
+}
+
+void Object::deserialize(iByteInputStream&) {
+    throw Exception("Object", "deserialize", u"Objects of class %hs cannot be serialized", getClassTag());
+}
+
+void Object::failCast(const char* wanted) const {
+    throw BadParameterException("Object", "getAs", u"Object of class %hs does not implement %hs", getClassTag(),
+                                wanted);
+}
+
+void CountedObject::release() const {
+    if (refs_.fetch_sub(1, std::memory_order_acq_rel) == 1) const_cast<CountedObject*>(this)->deleteInstance();
+}
+
+void CountedObject::deleteInstance() { delete this; }
+
+namespace {
+
+struct Registry {
+    std::mutex mutex;
+    std::map<std::string, ObjectFactory::Creator> creators;
+};
+
+Registry& registry() {
+    static Registry r;
+    return r;
+}
+
+}  // namespace
+
+void ObjectFactory::registerClass(const char* tag, Creator creator) {
+    Registry& r = registry();
+    bool duplicate;
+    {
+        std::lock_guard lock(r.mutex);
+        duplicate = !r.creators.emplace(tag, creator).second;
+    }
+    if (duplicate) Exception::warn(u"Class tag \"%hs\" registered twice; the first registration is kept", tag);
+}
+
+bool ObjectFactory::isRegistered(const std::string& tag) {
+    Registry& r = registry();
+    std::lock_guard lock(r.mutex);
+    return r.creators.count(tag) != 0;
+}
+
+Object* ObjectFactory::findCreate(const std::string& tag) {
+    Creator creator = nullptr;
+    {
+        Registry& r = registry();
+        std::lock_guard lock(r.mutex);
+        auto it = r.creators.find(tag);
+        if (it != r.creators.end()) creator = it->second;
+    }
+    return creator ? creator() : nullptr;
+}
+
+Object* ObjectFactory::create(const std::string& tag) {
+    if (Object* o = findCreate(tag)) return o;
+    throw Exception("ObjectFactory", "create", u"Unknown class tag \"%hs\"", tag);
+}
+
+std::vector<std::string> ObjectFactory::registeredTags() {
+    Registry& r = registry();
+    std::lock_guard lock(r.mutex);
+    std::vector<std::string> tags;
+    for (auto& [tag, creator] : r.creators) tags.push_back(tag);
+    return tags;
+}
+
+void ObjectFactory::discard(Object* o) {
+    if (auto* counted = dynamic_cast<CountedObject*>(o)) {
+        counted->addRef();
+        counted->release();
+    } else {
+        delete o;
+    }
+}
+
+ClassRegistration::ClassRegistration(const char* tag, ObjectFactory::Creator creator) {
+    ObjectFactory::registerClass(tag, creator);
+}
+
+}  // namespace tovan

@@ -1,0 +1,177 @@
+#pragma once
+// Root objects, class tags, reference counting and the factory by class tag.
+#include <atomic>
+#include <string>
+#include <typeinfo>
+#include <utility>
+#include <vector>
+
+#include "platform/Exception.h"
+#include "platform/Export.h"
+
+namespace tovan {
+
+class iByteOutputStream;
+class iByteInputStream;
+
+/// A class's identity: its dotted tag ("Norvatek.data.BaseNode").
+class NVK_EXPORT ClassTag {
+public:
+    explicit constexpr ClassTag(const char* name) : name_(name) {}
+    constexpr const char* name() const { return name_; }
+    bool operator==(const ClassTag& other) const;
+
+private:
+    const char* name_;
+};
+
+/// The root of every framework object.
+class NVK_EXPORT Object {
+public:
+    static const ClassTag Tag;  // "Norvatek.Object"
+
+    Object() = default;
+    Object(const Object&) = default;
+    Object& operator=(const Object&) = default;
+    virtual ~Object();
+
+    virtual const ClassTag& getClass() const;
+    virtual const char* getClassTag() const { return getClass().name(); }
+
+    /// A new object equal to this one, owned by the caller (for counted
+    /// objects: with no reference taken yet). The default refuses with
+    /// "Unable to clone %hs" naming the class tag.
+    virtual Object* clone() const;
+
+    /// The object's own byte form. The default refuses with "Objects of class
+    /// %hs cannot be serialized" (operation "serialize" or "deserialize").
+    virtual void serialize(iByteOutputStream& out) const;
+    virtual void deserialize(iByteInputStream& in);
+
+    template <class T>
+    T* findAs() {
+        return dynamic_cast<T*>(this);
+    }
+    template <class T>
+    const T* findAs() const {
+        return dynamic_cast<const T*>(this);
+    }
+    /// Like findAs, but raises BadParameterException "Object of class %hs
+    /// does not implement %hs" instead of returning null.
+    template <class T>
+    T& getAs() {
+        if (T* p = findAs<T>()) return *p;
+        failCast(typeid(T).name());
+    }
+    template <class T>
+    const T& getAs() const {
+        if (const T* p = findAs<T>()) return *p;
+        failCast(typeid(T).name());
+    }
+
+private:
+    [[noreturn]] void failCast(const char* wanted) const;
+};
+
+/// An object whose lifetime is shared through an intrusive, thread-safe
+/// reference count. When the count drops to zero, deleteInstance() runs;
+/// pooled classes override it to return the object to their pool.
+class NVK_EXPORT CountedObject : public Object {
+public:
+    CountedObject() = default;
+    CountedObject(const CountedObject&) : Object() {}  // a copy starts unreferenced
+    CountedObject& operator=(const CountedObject&) { return *this; }
+
+    void addRef() const { refs_.fetch_add(1, std::memory_order_relaxed); }
+    /// Drops one reference; the last one deletes (or recycles) the object.
+    void release() const;
+    int getRefCount() const { return refs_.load(std::memory_order_acquire); }
+
+    /// Called when the last reference goes; the default deletes the object.
+    virtual void deleteInstance();
+
+private:
+    mutable std::atomic<int> refs_{0};
+};
+
+/// Holder of one reference on a counted object.
+template <class T>
+class Ptr {
+public:
+    Ptr() = default;
+    Ptr(std::nullptr_t) {}
+    /// Takes a new reference on `p`.
+    Ptr(T* p) : p_(p) {
+        if (p_) p_->addRef();
+    }
+    Ptr(const Ptr& o) : Ptr(o.p_) {}
+    Ptr(Ptr&& o) noexcept : p_(std::exchange(o.p_, nullptr)) {}
+    template <class U>
+        requires std::is_convertible_v<U*, T*>
+    Ptr(const Ptr<U>& o) : Ptr(o.get()) {}
+    ~Ptr() { reset(); }
+
+    Ptr& operator=(Ptr o) noexcept {
+        std::swap(p_, o.p_);
+        return *this;
+    }
+
+    /// Wraps a pointer that already carries a reference for the holder.
+    static Ptr adopt(T* p) {
+        Ptr r;
+        r.p_ = p;
+        return r;
+    }
+    /// Gives the reference up to the caller.
+    T* detach() { return std::exchange(p_, nullptr); }
+
+    void reset() {
+        if (T* p = std::exchange(p_, nullptr)) p->release();
+    }
+    T* get() const { return p_; }
+    T* operator->() const { return p_; }
+    T& operator*() const { return *p_; }
+    explicit operator bool() const { return p_ != nullptr; }
+    bool operator==(const Ptr& o) const { return p_ == o.p_; }
+    bool operator==(std::nullptr_t) const { return p_ == nullptr; }
+
+private:
+    T* p_ = nullptr;
+};
+
+/// Makes a new object of a registered class from its tag.
+class NVK_EXPORT ObjectFactory {
+public:
+    using Creator = Object* (*)();
+
+    /// Registering a tag twice keeps the first creator (a warning is issued).
+    static void registerClass(const char* tag, Creator creator);
+    static bool isRegistered(const std::string& tag);
+    /// Null for an unknown tag.
+    static Object* findCreate(const std::string& tag);
+    /// Raises Exception "Unknown class tag \"%hs\"" for an unknown tag.
+    static Object* create(const std::string& tag);
+    static std::vector<std::string> registeredTags();
+
+    /// Creates by tag and takes the object as `T`; raises BadParameterException
+    /// "Class %hs does not implement %hs" (and discards the object) when it is not one.
+    template <class T>
+    static Ptr<T> createAs(const std::string& tag) {
+        Object* o = create(tag);
+        if (T* t = dynamic_cast<T*>(o)) return Ptr<T>(t);
+        discard(o);
+        throw BadParameterException("ObjectFactory", "createAs", u"Class %hs does not implement %hs", tag,
+                                    typeid(T).name());
+    }
+
+private:
+    static void discard(Object* o);
+};
+
+/// Registers a class with the factory while the library loads:
+///   static const ClassRegistration reg("Norvatek.data.BaseNode", &CBaseNode::createObject);
+struct NVK_EXPORT ClassRegistration {
+    ClassRegistration(const char* tag, ObjectFactory::Creator creator);
+};
+
+}  // namespace tovan

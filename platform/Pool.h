@@ -1,0 +1,168 @@
+#pragma once
+// Per-class object pools and leak detectors.
+#include <atomic>
+#include <string>
+#include <vector>
+
+#include "platform/Exception.h"
+#include "platform/Export.h"
+#include "platform/Lock.h"
+
+namespace tovan {
+
+/// Counts the live objects of one class. Every detector is listed in a
+/// process-wide registry so that a test run can end by asserting that nothing
+/// of any class is still alive.
+class NVK_EXPORT LeakDetector {
+public:
+    explicit LeakDetector(const char* className);
+    ~LeakDetector();
+    LeakDetector(const LeakDetector&) = delete;
+    LeakDetector& operator=(const LeakDetector&) = delete;
+
+    void AddToLeakDetector() { live_.fetch_add(1, std::memory_order_relaxed); }
+    void RemoveFromLeakDetector() { live_.fetch_sub(1, std::memory_order_relaxed); }
+    long live() const { return live_.load(std::memory_order_relaxed); }
+    const char* className() const { return className_; }
+
+    struct Entry {
+        std::string className;
+        long live;
+    };
+    /// Every class with live objects, by name.
+    static std::vector<Entry> liveObjects();
+    static long totalLive();
+
+private:
+    const char* className_;
+    std::atomic<long> live_{0};
+};
+
+/// Base of pooled classes: the hooks the pool calls when an object is reused
+/// (onActivate, before it is handed out again) and when it is returned
+/// (onDeactivate, before it goes on the free list).
+class NVK_EXPORT PooledObject {
+public:
+    virtual ~PooledObject();
+    virtual void onActivate() {}
+    virtual void onDeactivate() {}
+};
+
+/// The free list of one class. `T` is a CountedObject and a PooledObject.
+///
+/// newInstance() hands out an object with no reference taken (wrap it in a
+/// Ptr, or use allocate() for a raw pointer that owns one reference);
+/// deleteInstance() is reached from CountedObject::release() when the last
+/// reference goes. All bookkeeping is under one lock per class, taken with
+/// the library's 60000 ms timeout.
+template <class T>
+class ObjectPool {
+public:
+    explicit ObjectPool(const char* className) : className_(className), detector_(className) {}
+    ~ObjectPool() { purge(); }
+    ObjectPool(const ObjectPool&) = delete;
+    ObjectPool& operator=(const ObjectPool&) = delete;
+
+    T* newInstance() {
+        T* obj = nullptr;
+        {
+            AutoCriticalSection lock(lock_);
+            if (!free_.empty()) {
+                obj = free_.back();
+                free_.pop_back();
+            }
+            ++outstanding_;
+        }
+        if (obj) {
+            obj->onActivate();
+        } else {
+            try {
+                obj = new T();
+            } catch (...) {
+                AutoCriticalSection lock(lock_);
+                --outstanding_;
+                throw;
+            }
+        }
+        detector_.AddToLeakDetector();
+        return obj;
+    }
+
+    /// A new instance carrying one reference for the caller.
+    T* allocate() {
+        T* obj = newInstance();
+        obj->addRef();
+        return obj;
+    }
+
+    /// Drops the caller's reference taken by allocate().
+    static void deallocate(T* obj) {
+        if (obj) obj->release();
+    }
+
+    void deleteInstance(T* obj) {
+        if (obj->getRefCount() != 0)
+            throw Exception(className_, "deleteInstance",
+                            u"Tried to deleteInstance() an object with nonzero ref count: %d\n", obj->getRefCount());
+        bool keep;
+        {
+            AutoCriticalSection lock(lock_);
+            keep = enabled_ && (capacity_ < 0 || free_.size() < size_t(capacity_));
+            if (keep) {
+                obj->onDeactivate();
+                if (outstanding_ <= 0)
+                    throw Exception(className_, "deleteInstance",
+                                    u"Object leak, object being returned to pool when none were outstanding...");
+                --outstanding_;
+                free_.push_back(obj);
+            } else {
+                --outstanding_;
+            }
+        }
+        detector_.RemoveFromLeakDetector();
+        if (!keep) delete obj;
+    }
+
+    /// Pooling on or off; switching it off empties the free list.
+    void setEnabled(bool enabled) {
+        {
+            AutoCriticalSection lock(lock_);
+            enabled_ = enabled;
+        }
+        if (!enabled) purge();
+    }
+    bool isEnabled() const { return enabled_; }
+    /// The most objects kept on the free list; -1 for no limit.
+    void setCapacity(int capacity) {
+        AutoCriticalSection lock(lock_);
+        capacity_ = capacity;
+    }
+    int getCapacity() const { return capacity_; }
+    int getOutstanding() const { return outstanding_; }
+    size_t getFreeCount() {
+        AutoCriticalSection lock(lock_);
+        return free_.size();
+    }
+    LeakDetector& leakDetector() { return detector_; }
+
+    /// Destroys every object on the free list.
+    void purge() {
+        std::vector<T*> doomed;
+        {
+            AutoCriticalSection lock(lock_);
+            doomed.swap(free_);
+        }
+        for (T* obj : doomed) delete obj;
+    }
+
+private:
+    const char* className_;
+    mutable CriticalSection lock_;
+    std::vector<T*> free_;
+    int capacity_ = -1;
+    bool enabled_ = true;
+    int outstanding_ = 0;
+    LeakDetector detector_;
+};
+
+}  // namespace tovan

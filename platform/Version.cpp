@@ -1,0 +1,5 @@
+#include "platform/Version.h"
+
+namespace tovan {
+const char* libraryVersion() { return "0.1.0"; }
+}

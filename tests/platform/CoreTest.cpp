@@ -1,0 +1,223 @@
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <thread>
+
+#include "platform/Exception.h"
+#include "platform/Lock.h"
+#include "platform/Object.h"
+#include "platform/Pool.h"
+#include "platform/String.h"
+#include "tests/support/TestSupport.h"
+
+using namespace tovan;
+using nvktest::utf8;
+
+TEST(String, NullAndEmptyDiffer) {
+    WString null, empty = WString::empty();
+    EXPECT_TRUE(null.isNull());
+    EXPECT_FALSE(empty.isNull());
+    EXPECT_TRUE(empty.isEmpty() && null.isEmpty());
+    EXPECT_NE(null, empty);
+    EXPECT_EQ(WString(static_cast<const wchar*>(nullptr)), null);
+    EXPECT_EQ(null.cstrOrNull(), nullptr);
+    EXPECT_STREQ(reinterpret_cast<const char*>(null.c_str()), "");
+    null += u'x';
+    EXPECT_EQ(null, WString(u"x"));
+}
+
+TEST(String, FoldingTouchesOnlyAsciiLetters) {
+    EXPECT_TRUE(equalsNoCase(u"ITEM", u"item"));
+    EXPECT_FALSE(equalsNoCase(u"\u00C9", u"\u00E9"));  // É and é stay distinct
+    EXPECT_FALSE(equalsNoCase(u"[", u"{"));
+    EXPECT_TRUE(namesEqual(WString(), WString()));
+    EXPECT_FALSE(namesEqual(WString(), WString::empty()));
+    EXPECT_TRUE(namesEqual(WString(u"Ab"), WString(u"aB")));
+    EXPECT_LT(compareNoCase(u"abc", u"ABD"), 0);
+    EXPECT_EQ(compareNoCase(u"Abc", u"aBC"), 0);
+    EXPECT_GT(compareNoCase(u"abcd", u"ABC"), 0);
+}
+
+TEST(String, HashIsTimes31OverFoldedUnits) {
+    EXPECT_EQ(hashNoCase(u""), 0u);
+    EXPECT_EQ(hashNoCase(u"a"), 97u);
+    EXPECT_EQ(hashNoCase(u"Ab"), 97u * 31u + 98u);
+    EXPECT_EQ(hashNoCase(u"NAME"), hashNoCase(u"name"));
+    // Wraps in unsigned 32-bit arithmetic.
+    uint32_t h = 0;
+    for (char16_t c : std::u16string(u"a long name that overflows")) h = h * 31u + c;
+    EXPECT_EQ(hashNoCase(u"a long name that overflows"), h);
+}
+
+TEST(Utf, RoundTripsAllPlanes) {
+    std::u16string s = u"a\u00e9\u20ac\U0001F600z";
+    std::string u8 = utf16ToUtf8(s);
+    EXPECT_EQ(u8, "a\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80z");
+    EXPECT_EQ(utf8ToUtf16(u8), s);
+}
+
+TEST(Utf, InvalidInputBecomesReplacementCharacters) {
+    EXPECT_EQ(utf8ToUtf16("a\xffz"), u"a\uFFFDz");              // bad lead byte
+    EXPECT_EQ(utf8ToUtf16("\xc0\xaf"), u"\uFFFD\uFFFD");       // overlong '/'
+    EXPECT_EQ(utf8ToUtf16("\xed\xa0\x80"), u"\uFFFD\uFFFD\uFFFD");  // encoded surrogate
+    EXPECT_EQ(utf8ToUtf16("\xe2\x82"), u"\uFFFD");             // truncated: one maximal subsequence
+    EXPECT_EQ(utf8ToUtf16("\xf4\x90\x80\x80"), u"\uFFFD\uFFFD\uFFFD\uFFFD");  // above U+10FFFF
+    EXPECT_EQ(utf16ToUtf8(u"\xD800x"), "\xef\xbf\xbdx");        // lone high surrogate
+    EXPECT_EQ(utf16ToUtf8(u"\xDC00"), "\xef\xbf\xbd");          // lone low surrogate
+}
+
+TEST(Exception, CarriesMessageAndContext) {
+    try {
+        throw Exception("CPropertyCollection", "define(string)", u"Property %ls already exists\n", WString(u"a"));
+    } catch (const Exception& e) {
+        EXPECT_EQ(std::string(e.what()), "Property a already exists\n");
+        EXPECT_EQ(e.getClassName(), "CPropertyCollection");
+        EXPECT_EQ(e.getOperation(), "define(string)");
+        EXPECT_EQ(e.describe(), "CPropertyCollection::define(string): Property a already exists\n");
+    }
+    InvalidIndexException ix("Array", "get", 5, 2);
+    EXPECT_STREQ(ix.what(), "Index 5 is out of range (last valid index 2)");
+    EXPECT_EQ(ix.getIndex(), 5);
+    EXPECT_EQ(ix.getBound(), 2);
+    EXPECT_THROW_MSG(throw BadParameterException("X", "y", u"bad %d", 1), BadParameterException, "bad 1");
+}
+
+TEST(Diagnostics, WarningsAndDebugLinesCanBeCaptured) {
+    DiagnosticCapture capture;
+    Exception::warn(u"Metadata category \"%ls\" has no properties thus is ignored.", WString(u"Units"));
+    static DebugTarget layout("LayoutProtocol");
+    setDebugTargets("layoutprotocol, Other");
+    debug(layout, u"net %d moving right %d", 1, 20);
+    debug("Other", u"plain %hs", "line");
+    debug("Silent", u"never %d", 1);
+    setDebugTargets("");
+    debug(layout, u"after switching off %d", 2);
+    EXPECT_EQ(capture.warnings(),
+              std::vector<std::string>{"Metadata category \"Units\" has no properties thus is ignored."});
+    EXPECT_EQ(capture.debugLines(),
+              (std::vector<std::string>{"LayoutProtocol: net 1 moving right 20", "Other: plain line"}));
+    setDebugTargets("*");
+    EXPECT_TRUE(isDebugTargetActive("Anything"));
+    setDebugTargets("");
+}
+
+namespace {
+
+struct Widget : CountedObject, PooledObject {
+    static const ClassTag Tag;
+    static ObjectPool<Widget>& pool() {
+        static ObjectPool<Widget> p("Widget");
+        return p;
+    }
+    static Object* create() { return pool().newInstance(); }
+    const ClassTag& getClass() const override { return Tag; }
+    void deleteInstance() override { pool().deleteInstance(this); }
+    void onActivate() override { ++activations; value = 0; }
+    void onDeactivate() override { ++deactivations; }
+    int value = 0, activations = 0, deactivations = 0;
+};
+const ClassTag Widget::Tag("Test.Widget");
+const ClassRegistration widgetRegistration(Widget::Tag.name(), &Widget::create);
+
+struct Plain : CountedObject {};
+
+}  // namespace
+
+TEST(Objects, FactoryCreatesByTag) {
+    Ptr<Widget> o = ObjectFactory::createAs<Widget>("Test.Widget");
+    ASSERT_TRUE(o);
+    EXPECT_STREQ(o->getClassTag(), "Test.Widget");
+    EXPECT_NE(o->findAs<CountedObject>(), nullptr);
+    EXPECT_EQ(o->findAs<Plain>(), nullptr);
+    EXPECT_EQ(ObjectFactory::findCreate("No.Such.Class"), nullptr);
+    EXPECT_THROW_MSG(ObjectFactory::create("No.Such.Class"), Exception, "Unknown class tag \"No.Such.Class\"");
+    EXPECT_THROW(o->getAs<Plain>(), BadParameterException);
+    EXPECT_THROW(ObjectFactory::createAs<Plain>("Test.Widget"), BadParameterException);
+    EXPECT_THROW_MSG(o->clone(), Exception, "Unable to clone Test.Widget");
+}
+
+TEST(Objects, PtrCountsReferences) {
+    auto* raw = new Plain;
+    {
+        Ptr<Plain> a(raw);
+        EXPECT_EQ(raw->getRefCount(), 1);
+        Ptr<Plain> b = a;
+        EXPECT_EQ(raw->getRefCount(), 2);
+        Ptr<Plain> c = std::move(b);
+        EXPECT_EQ(raw->getRefCount(), 2);
+        EXPECT_FALSE(b);
+    }
+    // The last reference deleted it; a fresh object proves the count restarts.
+    Ptr<Plain> d = Ptr<Plain>::adopt([] { auto* p = new Plain; p->addRef(); return p; }());
+    EXPECT_EQ(d->getRefCount(), 1);
+}
+
+TEST(Pool, RecyclesAndCounts) {
+    auto& pool = Widget::pool();
+    pool.purge();
+    int before = pool.getOutstanding();
+    Widget* w = pool.allocate();
+    EXPECT_EQ(pool.getOutstanding(), before + 1);
+    EXPECT_EQ(pool.leakDetector().live(), 1);
+    w->value = 9;
+    ObjectPool<Widget>::deallocate(w);  // last reference: back on the free list
+    EXPECT_EQ(pool.getOutstanding(), before);
+    EXPECT_EQ(pool.getFreeCount(), 1u);
+    EXPECT_EQ(w->deactivations, 1);
+    Widget* again = pool.allocate();
+    EXPECT_EQ(again, w);  // reused, and activated afresh
+    EXPECT_EQ(again->value, 0);
+    EXPECT_EQ(again->activations, 1);
+    ObjectPool<Widget>::deallocate(again);
+}
+
+TEST(Pool, CapacityAndSwitch) {
+    auto& pool = Widget::pool();
+    pool.purge();
+    pool.setCapacity(1);
+    Widget* a = pool.allocate();
+    Widget* b = pool.allocate();
+    ObjectPool<Widget>::deallocate(a);
+    ObjectPool<Widget>::deallocate(b);  // pool full: destroyed
+    EXPECT_EQ(pool.getFreeCount(), 1u);
+    pool.setCapacity(-1);
+    pool.setEnabled(false);
+    EXPECT_EQ(pool.getFreeCount(), 0u);
+    ObjectPool<Widget>::deallocate(pool.allocate());
+    EXPECT_EQ(pool.getFreeCount(), 0u);
+    pool.setEnabled(true);
+}
+
+TEST(Pool, RefusesBrokenBookkeeping) {
+    auto& pool = Widget::pool();
+    Widget* w = pool.allocate();
+    EXPECT_THROW_MSG(pool.deleteInstance(w), Exception,
+                     "Tried to deleteInstance() an object with nonzero ref count: 1\n");
+    EXPECT_EQ(pool.getFreeCount(), pool.getFreeCount());
+    ObjectPool<Widget>::deallocate(w);
+    // A second return of the same object finds nothing outstanding.
+    int outstanding = pool.getOutstanding();
+    ASSERT_EQ(outstanding, 0);
+    Widget stray;
+    pool.leakDetector().AddToLeakDetector();  // balance the detector for the stray return
+    EXPECT_THROW_MSG(pool.deleteInstance(&stray), Exception,
+                     "Object leak, object being returned to pool when none were outstanding...");
+    pool.leakDetector().RemoveFromLeakDetector();
+    EXPECT_EQ(pool.getOutstanding(), 0);
+}
+
+TEST(Lock, TimesOutWithAnException) {
+    CriticalSection cs;
+    std::atomic<bool> held{false}, done{false};
+    std::thread holder([&] {
+        AutoCriticalSection lock(cs);
+        held = true;
+        while (!done) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    });
+    while (!held) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    EXPECT_THROW_MSG(AutoCriticalSection(cs, 20), Exception, "Timed out after 20 ms waiting for a lock");
+    done = true;
+    holder.join();
+    AutoCriticalSection again(cs, 20);  // free now
+    AutoCriticalSection nested(cs, 0);  // and re-entrant
+}

@@ -1,0 +1,54 @@
+#pragma once
+// Helpers shared by the test programs.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+
+#include "platform/Exception.h"
+#include "platform/String.h"
+
+namespace nvktest {
+
+/// The shared corpus folder, or an empty path when it is not there.
+std::filesystem::path corpusDir();
+/// A file or folder under the corpus; the caller should GTEST_SKIP when empty.
+std::filesystem::path corpusPath(const std::string& relative);
+std::filesystem::path sourceDir();
+std::string readFile(const std::filesystem::path& path);
+
+/// A fresh folder under the system's temporary directory, removed with the object.
+class TempDir {
+public:
+    TempDir();
+    ~TempDir();
+    const std::filesystem::path& path() const { return path_; }
+    std::filesystem::path operator/(const std::string& name) const { return path_ / name; }
+
+private:
+    std::filesystem::path path_;
+};
+
+inline std::string utf8(const tovan::WString& s) { return tovan::toNarrow(s); }
+
+}  // namespace nvktest
+
+/// Runs `stmt`, requires it to throw exactly `cls`, and requires the message
+/// (UTF-8) to equal `msg`.
+#define EXPECT_THROW_MSG(stmt, cls, msg)                                                          \
+    do {                                                                                          \
+        bool nvk_caught_ = false;                                                                 \
+        try {                                                                                     \
+            stmt;                                                                                 \
+        } catch (const cls& e) {                                                                  \
+            nvk_caught_ = true;                                                                   \
+            EXPECT_EQ(typeid(e), typeid(cls)) << "thrown a subclass of " #cls;                    \
+            EXPECT_EQ(std::string(e.what()), std::string(msg));                                   \
+        }                                                                                         \
+        EXPECT_TRUE(nvk_caught_) << #stmt " did not throw " #cls;                                 \
+    } while (0)
+
+#define SKIP_WITHOUT_CORPUS(path)                                                                 \
+    do {                                                                                          \
+        if ((path).empty()) GTEST_SKIP() << "shared corpus not found next to the checkout";       \
+    } while (0)
