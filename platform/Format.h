@@ -14,8 +14,8 @@
 //   %c                    : a character (wide or narrow) or an integer code
 //   %f %e %g (with F E G) : float or double
 //   %%                    : a percent sign
-// Flags - + space # 0, a width and a precision are honoured as in C; '*' is
-// not supported. A null string argument prints as "(null)".
+// Flags - + space # 0, a width and a precision are honoured as in C (both
+// capped at 4096); '*' is not supported. A null string argument prints as "(null)".
 #include <concepts>
 #include <cstdint>
 #include <string>
@@ -64,6 +64,10 @@ struct ConversionSpec {
 
 /// Parses the conversion that starts after a '%' at `pos`; returns the index
 /// after it, or npos for a malformed one.
+/// Widths and precisions are capped here so that a hostile run-time format
+/// cannot ask for gigabytes of padding.
+inline constexpr int MaxFieldWidth = 4096;
+
 constexpr size_t parseConversion(std::u16string_view f, size_t pos, ConversionSpec& s) {
     for (; pos < f.size(); ++pos) {
         char16_t c = f[pos];
@@ -75,13 +79,17 @@ constexpr size_t parseConversion(std::u16string_view f, size_t pos, ConversionSp
         else break;
     }
     while (pos < f.size() && f[pos] >= u'0' && f[pos] <= u'9') {
-        s.width = (s.width < 0 ? 0 : s.width) * 10 + (f[pos] - u'0');
+        int w = (s.width < 0 ? 0 : s.width) * 10 + (f[pos] - u'0');
+        s.width = w > MaxFieldWidth ? MaxFieldWidth : w;
         ++pos;
     }
     if (pos < f.size() && f[pos] == u'.') {
         ++pos;
         s.precision = 0;
-        while (pos < f.size() && f[pos] >= u'0' && f[pos] <= u'9') s.precision = s.precision * 10 + (f[pos++] - u'0');
+        while (pos < f.size() && f[pos] >= u'0' && f[pos] <= u'9') {
+            int p = s.precision * 10 + (f[pos++] - u'0');
+            s.precision = p > MaxFieldWidth ? MaxFieldWidth : p;
+        }
     }
     while (pos < f.size() && (f[pos] == u'h' || f[pos] == u'l' || f[pos] == u'L' || f[pos] == u'z' ||
                               f[pos] == u'j' || f[pos] == u't')) {

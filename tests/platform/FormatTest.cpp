@@ -68,3 +68,10 @@ TEST(Format, RuntimeFormatMarksMismatches) {
     EXPECT_EQ(utf8(format<int>(RuntimeFormat{u"s=%ls"}, 5)), "s=%!s");
     EXPECT_EQ(utf8(format<>(RuntimeFormat{u"%d and 50%"})), "%!d and 50%");
 }
+
+TEST(Format, HostileWidthsAreCapped) {
+    WString s = format<int>(RuntimeFormat{u"%99999999999d"}, 1);
+    EXPECT_EQ(s.length(), 4096u);
+    EXPECT_EQ(s[4095], u'1');
+    EXPECT_EQ(utf8(format<int>(RuntimeFormat{u"%.99999999999x"}, 0)), std::string(4096, '0'));
+}

@@ -1,0 +1,33 @@
+#!/usr/bin/env bash
+# Builds the libFuzzer targets with clang under AddressSanitizer and
+# UndefinedBehaviorSanitizer and runs each one for a bounded time, starting
+# from its committed seed corpus. New inputs it finds go to a scratch folder,
+# not into the repository. Usage: fuzz/run.sh [SECONDS_PER_TARGET] [TARGET...]
+set -euo pipefail
+cd "$(dirname "$0")/.."
+seconds="${1:-60}"
+shift || true
+
+cmake -S . -B build/fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+  -DCMAKE_CXX_COMPILER=clang++ -DNVK_FUZZ=ON -DNVK_SANITIZE=ON \
+  -DNVK_BUILD_TESTS=OFF -DNVK_BUILD_BENCH=OFF >/dev/null
+cmake --build build/fuzz -j2
+
+targets=("$@")
+if ((${#targets[@]} == 0)); then
+  for src in fuzz/*.cpp; do targets+=("$(basename "$src" .cpp)"); done
+fi
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+export ASAN_OPTIONS="detect_leaks=1:allocator_may_return_null=1"
+export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
+for t in "${targets[@]}"; do
+  mkdir -p "$scratch/$t"
+  seeds="fuzz/corpus/$t"
+  [ -d "$seeds" ] || seeds=""
+  echo "fuzz: $t for ${seconds}s"
+  mkdir -p build/fuzz/artifacts
+  "build/fuzz/fuzz/$t" -max_total_time="$seconds" -rss_limit_mb=4096 -print_final_stats=1 \
+    -artifact_prefix=build/fuzz/artifacts/ \
+    "$scratch/$t" $seeds 2>&1 | tail -n 12
+done
