@@ -1,0 +1,418 @@
+#include "platform/FileInterface.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include "platform/Exception.h"
+
+namespace tovan {
+
+namespace {
+
+constexpr size_t kBlockBytes = 64 * 1024;
+constexpr const char* kClass = "vcFileInterface";
+
+std::string systemError(int error) { return std::strerror(error); }
+
+/// Decodes UTF-8 into `out` (room for one unit per byte is enough) by the
+/// same rule as utf8ToUtf16. Unless `final`, a sequence cut off by the end of
+/// the input is left unconsumed so that the next block can complete it.
+/// Returns the bytes consumed; `produced` receives the units written.
+size_t decodeUtf8(const unsigned char* begin, const unsigned char* end, bool final, char16_t* out,
+                  size_t& produced) {
+    const unsigned char* p = begin;
+    char16_t* o = out;
+    while (p < end) {
+        unsigned char b = *p;
+        if (b < 0x80) {
+            // Runs of ASCII dominate real documents; copy them without branching on the rest.
+            do {
+                *o++ = *p++;
+            } while (p < end && *p < 0x80);
+            continue;
+        }
+        const unsigned char* start = p;
+        int extra;
+        unsigned char lo = 0x80, hi = 0xBF;
+        char32_t cp;
+        if (b >= 0xC2 && b <= 0xDF) { extra = 1; cp = b & 0x1F; }
+        else if (b == 0xE0) { extra = 2; cp = b & 0x0F; lo = 0xA0; }
+        else if (b == 0xED) { extra = 2; cp = b & 0x0F; hi = 0x9F; }
+        else if (b >= 0xE1 && b <= 0xEF) { extra = 2; cp = b & 0x0F; }
+        else if (b == 0xF0) { extra = 3; cp = b & 0x07; lo = 0x90; }
+        else if (b >= 0xF1 && b <= 0xF3) { extra = 3; cp = b & 0x07; }
+        else if (b == 0xF4) { extra = 3; cp = b & 0x07; hi = 0x8F; }
+        else {
+            *o++ = 0xFFFD;
+            ++p;
+            continue;
+        }
+        ++p;
+        bool ok = true;
+        for (int i = 0; i < extra; ++i) {
+            if (p >= end) {
+                if (!final) {
+                    produced = size_t(o - out);
+                    return size_t(start - begin);
+                }
+                ok = false;
+                break;
+            }
+            unsigned char c = *p;
+            if (c < (i == 0 ? lo : 0x80) || c > (i == 0 ? hi : 0xBF)) {
+                ok = false;
+                break;
+            }
+            cp = (cp << 6) | (c & 0x3F);
+            ++p;
+        }
+        if (!ok) {
+            *o++ = 0xFFFD;
+        } else if (cp >= 0x10000) {
+            cp -= 0x10000;
+            *o++ = char16_t(0xD800 + (cp >> 10));
+            *o++ = char16_t(0xDC00 + (cp & 0x3FF));
+        } else {
+            *o++ = char16_t(cp);
+        }
+    }
+    produced = size_t(o - out);
+    return size_t(p - begin);
+}
+
+/// Pairs of bytes to units; an odd byte waits for the next block, or becomes
+/// U+FFFD at the very end.
+size_t decodeUtf16(const unsigned char* begin, const unsigned char* end, bool bigEndian, bool final,
+                   char16_t* out, size_t& produced) {
+    size_t pairs = size_t(end - begin) / 2;
+    for (size_t i = 0; i < pairs; ++i) {
+        unsigned a = begin[2 * i], b = begin[2 * i + 1];
+        out[i] = char16_t(bigEndian ? (a << 8 | b) : (b << 8 | a));
+    }
+    produced = pairs;
+    size_t used = pairs * 2;
+    if (final && used < size_t(end - begin)) {
+        out[produced++] = 0xFFFD;
+        ++used;
+    }
+    return used;
+}
+
+}  // namespace
+
+iFileInterface::~iFileInterface() = default;
+
+WString iFileInterface::readAll() {
+    WString all = WString::empty();
+    for (auto block = readBlock(); !block.empty(); block = readBlock()) all.append(block);
+    return all;
+}
+
+vcFileInterface::vcFileInterface() = default;
+
+vcFileInterface::vcFileInterface(const WString& path, FileMode mode, TextEncoding encoding) {
+    open(path, mode, encoding);
+}
+
+vcFileInterface::~vcFileInterface() {
+    try {
+        close();
+    } catch (const Exception& e) {
+        Exception::warnText(e.getMessage());
+    }
+}
+
+void vcFileInterface::reset() {
+    kind_ = Kind::Closed;
+    file_ = nullptr;
+    raw_.clear();
+    rawStart_ = 0;
+    rawEnd_ = false;
+    decoded_.clear();
+    decodedPos_ = decodedLen_ = 0;
+    out_.clear();
+    pendingHigh_ = 0;
+    encoding_ = TextEncoding::Utf8;
+}
+
+void vcFileInterface::open(const WString& path, FileMode mode, TextEncoding encoding) {
+    close();
+    reset();
+    memoryOut_.clear();
+    name_ = path;
+    mode_ = mode;
+    if (mode == FileMode::Read) {
+        std::FILE* f = std::fopen(toNarrow(path).c_str(), "rb");
+        if (!f)
+            throw Exception(kClass, "open", u"Cannot open file \"%ls\" for reading: %hs", path, systemError(errno));
+        std::setvbuf(f, nullptr, _IONBF, 0);  // reads go straight into our block
+        file_ = f;
+        kind_ = Kind::File;
+        try {
+            detectEncoding();
+        } catch (...) {
+            std::fclose(file_);
+            reset();
+            throw;
+        }
+        return;
+    }
+    if (encoding != TextEncoding::Utf8 && encoding != TextEncoding::Utf8Bom)
+        throw BadParameterException(kClass, "open", u"Cannot write file \"%ls\": only UTF-8 output is supported",
+                                    path);
+    std::FILE* f = std::fopen(toNarrow(path).c_str(), mode == FileMode::Write ? "wb" : "ab");
+    if (!f)
+        throw Exception(kClass, "open", u"Cannot open file \"%ls\" for writing: %hs", path, systemError(errno));
+    std::setvbuf(f, nullptr, _IONBF, 0);  // we buffer ourselves
+    file_ = f;
+    kind_ = Kind::File;
+    encoding_ = encoding;
+    bool startsEmpty = mode == FileMode::Write || (std::fseek(f, 0, SEEK_END) == 0 && std::ftell(f) == 0);
+    if (encoding == TextEncoding::Utf8Bom && startsEmpty) out_ = "\xEF\xBB\xBF";
+}
+
+void vcFileInterface::openText(const WString& text, const WString& name) {
+    close();
+    reset();
+    memoryOut_.clear();
+    name_ = name;
+    mode_ = FileMode::Read;
+    kind_ = Kind::Memory;
+    decoded_ = text.str();
+    decodedLen_ = decoded_.size();
+    rawEnd_ = true;
+}
+
+void vcFileInterface::openBytes(std::string bytes, const WString& name) {
+    close();
+    reset();
+    memoryOut_.clear();
+    name_ = name;
+    mode_ = FileMode::Read;
+    kind_ = Kind::Memory;
+    raw_ = std::move(bytes);
+    rawEnd_ = true;
+    detectEncoding();
+}
+
+void vcFileInterface::openOutput(const WString& name, TextEncoding encoding) {
+    if (encoding != TextEncoding::Utf8 && encoding != TextEncoding::Utf8Bom)
+        throw BadParameterException(kClass, "openOutput",
+                                    u"Cannot write file \"%ls\": only UTF-8 output is supported", name);
+    close();
+    reset();
+    memoryOut_.clear();
+    name_ = name;
+    mode_ = FileMode::Write;
+    kind_ = Kind::MemoryOutput;
+    encoding_ = encoding;
+    if (encoding == TextEncoding::Utf8Bom) out_ = "\xEF\xBB\xBF";
+}
+
+const std::string& vcFileInterface::getOutputBytes() {
+    if (kind_ == Kind::MemoryOutput) flush();
+    return memoryOut_;
+}
+
+WString vcFileInterface::getOutputText() {
+    std::string_view bytes = getOutputBytes();
+    if (bytes.starts_with("\xEF\xBB\xBF")) bytes.remove_prefix(3);
+    return toWide(bytes);
+}
+
+void vcFileInterface::requireReadable(const char* operation) const {
+    if (kind_ == Kind::Closed) throw Exception(kClass, operation, u"File \"%ls\" is not open", name_);
+    if (mode_ != FileMode::Read)
+        throw Exception(kClass, operation, u"File \"%ls\" is open for writing, not reading", name_);
+}
+
+void vcFileInterface::requireWritable(const char* operation) const {
+    if (kind_ == Kind::Closed) throw Exception(kClass, operation, u"File \"%ls\" is not open", name_);
+    if (mode_ == FileMode::Read)
+        throw Exception(kClass, operation, u"File \"%ls\" is open for reading, not writing", name_);
+}
+
+size_t vcFileInterface::fillRaw() {
+    if (rawEnd_ || kind_ != Kind::File) {
+        rawEnd_ = true;
+        return 0;
+    }
+    if (rawStart_ > 0) {
+        raw_.erase(0, rawStart_);
+        rawStart_ = 0;
+    }
+    size_t old = raw_.size();
+    raw_.resize(old + kBlockBytes);
+    size_t n = std::fread(raw_.data() + old, 1, kBlockBytes, file_);
+    raw_.resize(old + n);
+    if (n < kBlockBytes) {
+        if (std::ferror(file_))
+            throw Exception(kClass, "read", u"Error reading file \"%ls\": %hs", name_, systemError(errno));
+        rawEnd_ = true;
+    }
+    return n;
+}
+
+void vcFileInterface::detectEncoding() {
+    while (raw_.size() - rawStart_ < 3 && !rawEnd_) fillRaw();
+    std::string_view head(raw_.data() + rawStart_, raw_.size() - rawStart_);
+    if (head.starts_with("\xEF\xBB\xBF")) {
+        encoding_ = TextEncoding::Utf8Bom;
+        rawStart_ += 3;
+    } else if (head.starts_with("\xFF\xFE")) {
+        encoding_ = TextEncoding::Utf16LE;
+        rawStart_ += 2;
+    } else if (head.starts_with("\xFE\xFF")) {
+        encoding_ = TextEncoding::Utf16BE;
+        rawStart_ += 2;
+    } else {
+        encoding_ = TextEncoding::Utf8;
+    }
+}
+
+bool vcFileInterface::decodeNext() {
+    decodedPos_ = decodedLen_ = 0;
+    for (;;) {
+        if (rawStart_ == raw_.size()) {
+            if (rawEnd_) return false;
+            fillRaw();
+            continue;
+        }
+        const auto* begin = reinterpret_cast<const unsigned char*>(raw_.data()) + rawStart_;
+        const auto* end = reinterpret_cast<const unsigned char*>(raw_.data()) + raw_.size();
+        size_t need = size_t(end - begin) + 1;
+        if (decoded_.size() < need) decoded_.resize(need);
+        size_t produced = 0;
+        size_t used = (encoding_ == TextEncoding::Utf8 || encoding_ == TextEncoding::Utf8Bom)
+                          ? decodeUtf8(begin, end, rawEnd_, decoded_.data(), produced)
+                          : decodeUtf16(begin, end, encoding_ == TextEncoding::Utf16BE, rawEnd_, decoded_.data(),
+                                        produced);
+        rawStart_ += used;
+        if (produced > 0) {
+            decodedLen_ = produced;
+            return true;
+        }
+        // Only the start of a sequence was left (never so at the end of the
+        // source, where it decodes to U+FFFD): it needs the next block.
+        fillRaw();
+    }
+}
+
+std::u16string_view vcFileInterface::readBlock() {
+    requireReadable("readBlock");
+    if (decodedPos_ == decodedLen_ && !decodeNext()) return {};
+    std::u16string_view block(decoded_.data() + decodedPos_, decodedLen_ - decodedPos_);
+    decodedPos_ = decodedLen_;
+    return block;
+}
+
+size_t vcFileInterface::readText(wchar* dest, size_t capacity) {
+    requireReadable("readText");
+    size_t copied = 0;
+    while (copied < capacity) {
+        if (decodedPos_ == decodedLen_ && !decodeNext()) break;
+        size_t n = std::min(capacity - copied, decodedLen_ - decodedPos_);
+        std::memcpy(dest + copied, decoded_.data() + decodedPos_, n * sizeof(wchar));
+        decodedPos_ += n;
+        copied += n;
+    }
+    return copied;
+}
+
+void vcFileInterface::appendUtf8(char32_t cp) {
+    if (cp < 0x80) {
+        out_.push_back(char(cp));
+    } else if (cp < 0x800) {
+        out_.push_back(char(0xC0 | (cp >> 6)));
+        out_.push_back(char(0x80 | (cp & 0x3F)));
+    } else if (cp < 0x10000) {
+        out_.push_back(char(0xE0 | (cp >> 12)));
+        out_.push_back(char(0x80 | ((cp >> 6) & 0x3F)));
+        out_.push_back(char(0x80 | (cp & 0x3F)));
+    } else {
+        out_.push_back(char(0xF0 | (cp >> 18)));
+        out_.push_back(char(0x80 | ((cp >> 12) & 0x3F)));
+        out_.push_back(char(0x80 | ((cp >> 6) & 0x3F)));
+        out_.push_back(char(0x80 | (cp & 0x3F)));
+    }
+}
+
+void vcFileInterface::writeChar(wchar c) {
+    requireWritable("writeChar");
+    if (pendingHigh_) {
+        if (c >= 0xDC00 && c <= 0xDFFF) {
+            appendUtf8(0x10000 + ((char32_t(pendingHigh_) - 0xD800) << 10) + (c - 0xDC00));
+            pendingHigh_ = 0;
+            return;
+        }
+        appendUtf8(0xFFFD);
+        pendingHigh_ = 0;
+    }
+    if (c >= 0xD800 && c <= 0xDBFF) pendingHigh_ = c;
+    else if (c >= 0xDC00 && c <= 0xDFFF) appendUtf8(0xFFFD);
+    else appendUtf8(c);
+    if (out_.size() >= kBlockBytes) flush();
+}
+
+void vcFileInterface::writeText(std::u16string_view text) {
+    requireWritable("writeText");
+    size_t i = 0;
+    // A pending high surrogate, and every surrogate, go the careful way; plain
+    // units are appended directly.
+    while (i < text.size()) {
+        wchar c = text[i];
+        if (pendingHigh_ || (c >= 0xD800 && c <= 0xDFFF)) {
+            writeChar(c);
+        } else if (c < 0x80) {
+            out_.push_back(char(c));
+        } else {
+            appendUtf8(c);
+        }
+        ++i;
+        if (out_.size() >= kBlockBytes) flush();
+    }
+}
+
+void vcFileInterface::flush() {
+    requireWritable("flush");
+    if (kind_ == Kind::MemoryOutput) {
+        memoryOut_ += out_;
+        out_.clear();
+        return;
+    }
+    if (!out_.empty()) {
+        size_t n = std::fwrite(out_.data(), 1, out_.size(), file_);
+        if (n != out_.size()) {
+            int error = errno;
+            out_.erase(0, n);
+            throw Exception(kClass, "write", u"Error writing file \"%ls\": %hs", name_, systemError(error));
+        }
+        out_.clear();
+    }
+    if (std::fflush(file_) != 0)
+        throw Exception(kClass, "write", u"Error writing file \"%ls\": %hs", name_, systemError(errno));
+}
+
+void vcFileInterface::close() {
+    if (kind_ == Kind::Closed) return;
+    std::FILE* f = file_;
+    int error = 0;
+    if (mode_ != FileMode::Read) {
+        if (pendingHigh_) {
+            appendUtf8(0xFFFD);
+            pendingHigh_ = 0;
+        }
+        try {
+            flush();
+        } catch (...) {
+            if (f) std::fclose(f);
+            reset();
+            throw;
+        }
+    }
+    if (f && std::fclose(f) != 0) error = errno;
+    reset();
+    if (error) throw Exception(kClass, "close", u"Error closing file \"%ls\": %hs", name_, systemError(error));
+}
+
+}  // namespace tovan
