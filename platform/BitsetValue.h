@@ -1,0 +1,127 @@
+#pragma once
+// A set of small unsigned indexes (components of a protocol, role bits) as a
+// value.
+#include <bit>
+#include <cstdint>
+#include <vector>
+
+#include "platform/Value.h"
+
+namespace tovan {
+
+/// Bits in 64-bit words. The bitset has a size (the number of positions it
+/// spans); the positions at or beyond it are clear. set() beyond the size
+/// grows it, test() and clear() beyond it see a clear bit and change nothing,
+/// so callers can treat it as a set of indexes without sizing it first.
+///
+/// Equality (operator== and equals) compares the members only: a set sized
+/// 10 and one sized 100 holding the same indexes are equal. Union grows the
+/// result to the larger size; intersection and difference keep this size.
+///
+/// Bytes: uint32 LE size in bits, then ceil(size / 64) words, each uint64 LE,
+/// lowest positions first (bit i is bit i % 64 of word i / 64).
+class NVK_EXPORT BitsetValue : public Value {
+    TOVAN_VALUE_CLASS(BitsetValue)
+public:
+    static constexpr size_t npos = static_cast<size_t>(-1);
+
+    BitsetValue() = default;
+    explicit BitsetValue(size_t size) { resize(size); }
+
+    size_t size() const { return size_; }
+    /// New positions are clear; shrinking drops the bits beyond the new size.
+    void resize(size_t size);
+
+    void set(size_t i) {
+        if (i >= size_) resize(i + 1);
+        words_[i >> 6] |= uint64_t(1) << (i & 63);
+    }
+    void set(size_t i, bool on) { on ? set(i) : clear(i); }
+    void clear(size_t i) {
+        if (i < size_) words_[i >> 6] &= ~(uint64_t(1) << (i & 63));
+    }
+    bool test(size_t i) const { return i < size_ && (words_[i >> 6] >> (i & 63)) & 1; }
+    /// Clears every bit; the size stays.
+    void clearAll();
+    /// Sets every position below the size.
+    void setAll();
+
+    size_t count() const;
+    /// True when no bit is set.
+    bool none() const;
+    bool intersects(const BitsetValue& other) const;
+
+    /// The lowest set position at or after `from`, or npos.
+    size_t nextSetBit(size_t from) const {
+        size_t w = from >> 6;
+        if (w >= words_.size()) return npos;
+        uint64_t bits = words_[w] & (~uint64_t(0) << (from & 63));
+        while (true) {
+            if (bits) return (w << 6) + size_t(std::countr_zero(bits));
+            if (++w == words_.size()) return npos;
+            bits = words_[w];
+        }
+    }
+    size_t firstSetBit() const { return nextSetBit(0); }
+
+    /// Calls f(index) for every set position, in increasing order.
+    template <class F>
+    void forEachSetBit(F&& f) const {
+        for (size_t w = 0; w < words_.size(); ++w) {
+            for (uint64_t bits = words_[w]; bits; bits &= bits - 1) f((w << 6) + size_t(std::countr_zero(bits)));
+        }
+    }
+
+    /// Iteration over the set positions: for (size_t i : bits.setBits()).
+    class SetBitIterator {
+    public:
+        SetBitIterator(const BitsetValue* set, size_t pos) : set_(set), pos_(pos) {}
+        size_t operator*() const { return pos_; }
+        SetBitIterator& operator++() {
+            pos_ = set_->nextSetBit(pos_ + 1);
+            return *this;
+        }
+        bool operator==(const SetBitIterator& o) const { return pos_ == o.pos_; }
+
+    private:
+        const BitsetValue* set_;
+        size_t pos_;
+    };
+    struct SetBitRange {
+        const BitsetValue* set;
+        SetBitIterator begin() const { return {set, set->firstSetBit()}; }
+        SetBitIterator end() const { return {set, npos}; }
+    };
+    SetBitRange setBits() const { return {this}; }
+
+    /// Union; the size becomes the larger of the two.
+    BitsetValue& operator|=(const BitsetValue& other);
+    /// Intersection; the size stays.
+    BitsetValue& operator&=(const BitsetValue& other);
+    /// Difference (this minus other); the size stays.
+    BitsetValue& operator-=(const BitsetValue& other);
+    friend BitsetValue operator|(BitsetValue a, const BitsetValue& b) { return a |= b; }
+    friend BitsetValue operator&(BitsetValue a, const BitsetValue& b) { return a &= b; }
+    friend BitsetValue operator-(BitsetValue a, const BitsetValue& b) { return a -= b; }
+    bool operator==(const BitsetValue& other) const;
+
+    const std::vector<uint64_t>& words() const { return words_; }
+
+    int getTypeCode() const override { return VT_Bitset; }
+    bool equals(const Value& other) const override;
+    /// The members in increasing order: "{}", "{3}", "{1, 5, 7}".
+    WString toString() const override;
+    void assign(const Value& other) override;
+    void serialize(iByteOutputStream& out) const override;
+    /// Strict reading rejects a bit set at or beyond the size ("Bit %d is set
+    /// beyond the bitset's size %d"); lenient reading drops it.
+    void deserialize(iByteInputStream& in) override;
+
+private:
+    void clearTail();
+
+    std::vector<uint64_t> words_;
+    size_t size_ = 0;
+};
+
+}  // namespace tovan

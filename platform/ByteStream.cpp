@@ -1,0 +1,82 @@
+#include "platform/ByteStream.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+
+#include "platform/Exception.h"
+
+namespace tovan {
+
+iByteOutputStream::~iByteOutputStream() = default;
+iByteInputStream::~iByteInputStream() = default;
+
+void iByteInputStream::readExactly(void* data, size_t count, const char* className) {
+    size_t got = 0;
+    auto* p = static_cast<uint8_t*>(data);
+    // A source may deliver less than asked before its end (a pipe, a socket);
+    // only a read that returns nothing means the end.
+    while (got < count) {
+        size_t n = read(p + got, count - got);
+        if (n == 0) break;
+        got += n;
+    }
+    if (got < count)
+        throw Exception(className, "read", u"Unexpected end of stream: needed %d bytes, got %d", count, got);
+}
+
+void MemoryOutputStream::write(const void* data, size_t count) {
+    if (count == 0) return;
+    const auto* p = static_cast<const uint8_t*>(data);
+    bytes_.insert(bytes_.end(), p, p + count);
+}
+
+MemoryInputStream::MemoryInputStream(const void* data, size_t count, int version)
+    : bytes_(static_cast<const uint8_t*>(data), static_cast<const uint8_t*>(data) + count), version_(version) {}
+
+size_t MemoryInputStream::read(void* data, size_t count) {
+    size_t n = std::min(count, bytes_.size() - pos_);
+    if (n) std::memcpy(data, bytes_.data() + pos_, n);
+    pos_ += n;
+    return n;
+}
+
+namespace {
+
+template <class U>
+void putLE(iByteOutputStream& out, U v) {
+    uint8_t b[sizeof(U)];
+    for (size_t i = 0; i < sizeof(U); ++i) b[i] = uint8_t(v >> (8 * i));
+    out.write(b, sizeof(U));
+}
+
+template <class U>
+U getLE(iByteInputStream& in, const char* className) {
+    uint8_t b[sizeof(U)];
+    in.readExactly(b, sizeof(U), className);
+    U v = 0;
+    for (size_t i = 0; i < sizeof(U); ++i) v |= U(b[i]) << (8 * i);
+    return v;
+}
+
+}  // namespace
+
+void writeUInt8(iByteOutputStream& out, uint8_t v) { out.write(&v, 1); }
+void writeInt16LE(iByteOutputStream& out, int16_t v) { putLE(out, uint16_t(v)); }
+void writeInt32LE(iByteOutputStream& out, int32_t v) { putLE(out, uint32_t(v)); }
+void writeUInt32LE(iByteOutputStream& out, uint32_t v) { putLE(out, v); }
+void writeInt64LE(iByteOutputStream& out, int64_t v) { putLE(out, uint64_t(v)); }
+void writeUInt64LE(iByteOutputStream& out, uint64_t v) { putLE(out, v); }
+void writeDoubleLE(iByteOutputStream& out, double v) { putLE(out, std::bit_cast<uint64_t>(v)); }
+
+uint8_t readUInt8(iByteInputStream& in, const char* className) { return getLE<uint8_t>(in, className); }
+int16_t readInt16LE(iByteInputStream& in, const char* className) { return int16_t(getLE<uint16_t>(in, className)); }
+int32_t readInt32LE(iByteInputStream& in, const char* className) { return int32_t(getLE<uint32_t>(in, className)); }
+uint32_t readUInt32LE(iByteInputStream& in, const char* className) { return getLE<uint32_t>(in, className); }
+int64_t readInt64LE(iByteInputStream& in, const char* className) { return int64_t(getLE<uint64_t>(in, className)); }
+uint64_t readUInt64LE(iByteInputStream& in, const char* className) { return getLE<uint64_t>(in, className); }
+double readDoubleLE(iByteInputStream& in, const char* className) {
+    return std::bit_cast<double>(getLE<uint64_t>(in, className));
+}
+
+}  // namespace tovan

@@ -1,0 +1,98 @@
+#pragma once
+// Byte streams: the sink and source of every object's byte form.
+//
+// A stream carries one number that is not part of the bytes: its serialization
+// version, chosen by whoever created the stream. Writers and readers of a
+// record consult it to pick the form of the record (string encodings, value
+// layouts), so both ends of a transfer must agree on it.
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "platform/Export.h"
+
+namespace tovan {
+
+class NVK_EXPORT iByteOutputStream {
+public:
+    virtual ~iByteOutputStream();
+    /// Appends `count` bytes; raises the framework Exception when they cannot be stored.
+    virtual void write(const void* data, size_t count) = 0;
+    virtual int getVersion() const = 0;
+};
+
+class NVK_EXPORT iByteInputStream {
+public:
+    virtual ~iByteInputStream();
+    /// Reads up to `count` bytes and returns how many it got; fewer than asked
+    /// means the stream has ended.
+    virtual size_t read(void* data, size_t count) = 0;
+    virtual int getVersion() const = 0;
+
+    /// Reads exactly `count` bytes. A short read raises Exception(className,
+    /// "read", "Unexpected end of stream: needed %d bytes, got %d"); the bytes
+    /// that did arrive are consumed.
+    void readExactly(void* data, size_t count, const char* className = "iByteInputStream");
+};
+
+/// The version a stream gets when its creator does not choose one.
+inline constexpr int DefaultStreamVersion = 2;
+
+/// Collects what is written in memory.
+class NVK_EXPORT MemoryOutputStream : public iByteOutputStream {
+public:
+    explicit MemoryOutputStream(int version = DefaultStreamVersion) : version_(version) {}
+    void write(const void* data, size_t count) override;
+    int getVersion() const override { return version_; }
+
+    const std::vector<uint8_t>& bytes() const { return bytes_; }
+    size_t size() const { return bytes_.size(); }
+    /// Hands the bytes over and leaves the stream empty.
+    std::vector<uint8_t> takeBytes() { return std::move(bytes_); }
+    void clear() { bytes_.clear(); }
+
+private:
+    std::vector<uint8_t> bytes_;
+    int version_;
+};
+
+/// Reads a byte buffer it owns (a copy of what it was given).
+class NVK_EXPORT MemoryInputStream : public iByteInputStream {
+public:
+    explicit MemoryInputStream(std::vector<uint8_t> bytes, int version = DefaultStreamVersion)
+        : bytes_(std::move(bytes)), version_(version) {}
+    MemoryInputStream(const void* data, size_t count, int version = DefaultStreamVersion);
+    size_t read(void* data, size_t count) override;
+    int getVersion() const override { return version_; }
+
+    size_t position() const { return pos_; }
+    size_t remaining() const { return bytes_.size() - pos_; }
+
+private:
+    std::vector<uint8_t> bytes_;
+    size_t pos_ = 0;
+    int version_;
+};
+
+// ---- little-endian fixed-width fields ------------------------------------
+// The readers raise the readExactly exception (with `className` as context)
+// when the stream ends inside the field.
+
+NVK_EXPORT void writeUInt8(iByteOutputStream& out, uint8_t v);
+NVK_EXPORT void writeInt16LE(iByteOutputStream& out, int16_t v);
+NVK_EXPORT void writeInt32LE(iByteOutputStream& out, int32_t v);
+NVK_EXPORT void writeUInt32LE(iByteOutputStream& out, uint32_t v);
+NVK_EXPORT void writeInt64LE(iByteOutputStream& out, int64_t v);
+NVK_EXPORT void writeUInt64LE(iByteOutputStream& out, uint64_t v);
+/// The IEEE 754 bit pattern, little-endian (NaN payloads kept).
+NVK_EXPORT void writeDoubleLE(iByteOutputStream& out, double v);
+
+NVK_EXPORT uint8_t readUInt8(iByteInputStream& in, const char* className = "iByteInputStream");
+NVK_EXPORT int16_t readInt16LE(iByteInputStream& in, const char* className = "iByteInputStream");
+NVK_EXPORT int32_t readInt32LE(iByteInputStream& in, const char* className = "iByteInputStream");
+NVK_EXPORT uint32_t readUInt32LE(iByteInputStream& in, const char* className = "iByteInputStream");
+NVK_EXPORT int64_t readInt64LE(iByteInputStream& in, const char* className = "iByteInputStream");
+NVK_EXPORT uint64_t readUInt64LE(iByteInputStream& in, const char* className = "iByteInputStream");
+NVK_EXPORT double readDoubleLE(iByteInputStream& in, const char* className = "iByteInputStream");
+
+}  // namespace tovan

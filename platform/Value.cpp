@@ -1,0 +1,307 @@
+#include "platform/Value.h"
+
+#include <charconv>
+#include <cmath>
+#include <map>
+#include <mutex>
+
+namespace tovan {
+
+const ClassTag Value::Tag("Norvatek.Value");
+
+namespace {
+
+struct TypeEntry {
+    const char* classTag;
+    Value::Creator creator;
+};
+
+struct TypeRegistry {
+    std::mutex mutex;
+    std::map<int, TypeEntry> types;
+};
+
+TypeRegistry& typeRegistry() {
+    static TypeRegistry r;
+    return r;
+}
+
+}  // namespace
+
+void Value::registerType(int typeCode, const char* classTag, Creator creator) {
+    TypeRegistry& r = typeRegistry();
+    const char* existing = nullptr;
+    {
+        std::lock_guard lock(r.mutex);
+        auto [it, added] = r.types.emplace(typeCode, TypeEntry{classTag, creator});
+        if (!added) existing = it->second.classTag;
+    }
+    if (existing)
+        Exception::warn(u"Value type code %d is already registered for %hs; %hs ignored", typeCode, existing,
+                        classTag);
+}
+
+bool Value::isRegisteredType(int typeCode) { return classTagOf(typeCode) != nullptr; }
+
+const char* Value::classTagOf(int typeCode) {
+    TypeRegistry& r = typeRegistry();
+    std::lock_guard lock(r.mutex);
+    auto it = r.types.find(typeCode);
+    return it == r.types.end() ? nullptr : it->second.classTag;
+}
+
+Value* Value::create(int typeCode, bool strict) {
+    Creator creator = nullptr;
+    {
+        TypeRegistry& r = typeRegistry();
+        std::lock_guard lock(r.mutex);
+        auto it = r.types.find(typeCode);
+        if (it != r.types.end()) creator = it->second.creator;
+    }
+    if (!creator) throw Exception("Value", "create", u"Unknown value type code %d", typeCode);
+    Value* v = creator();
+    v->setStrictReading(strict);
+    return v;
+}
+
+Ptr<Value> Value::makeByTag(const std::string& classTag) { return ObjectFactory::createAs<Value>(classTag); }
+
+bool Value::sameClass(const Value& other) const { return getClass() == other.getClass(); }
+
+void Value::failAssign(const Value& other) const {
+    throw BadParameterException(getClassTag(), "assign", u"Cannot assign a %hs to a %hs", other.getClassTag(),
+                                getClassTag());
+}
+
+// ---- byte-form helpers -----------------------------------------------------
+
+void writeValueCount(iByteOutputStream& out, size_t count, const char* className) {
+    if (count > UINT32_MAX) throw Exception(className, "serialize", u"Too many elements to write: %d", count);
+    writeUInt32LE(out, uint32_t(count));
+}
+
+void writeValueText(iByteOutputStream& out, const WString& text) {
+    if (text.isNull()) {
+        writeUInt32LE(out, 0);
+        return;
+    }
+    if (text.length() >= UINT32_MAX)
+        throw Exception("Value", "serialize", u"Text too long to write: %d units", text.length());
+    writeUInt32LE(out, uint32_t(text.length() + 1));
+    // Bounded chunks: the text may be long and the stream has no scratch space.
+    uint8_t buf[1024];
+    size_t pos = 0;
+    for (wchar c : text.view()) {
+        buf[pos++] = uint8_t(c);
+        buf[pos++] = uint8_t(c >> 8);
+        if (pos == sizeof buf) {
+            out.write(buf, pos);
+            pos = 0;
+        }
+    }
+    if (pos) out.write(buf, pos);
+}
+
+WString readValueText(iByteInputStream& in, const char* className) {
+    uint32_t n = readUInt32LE(in, className);
+    if (n == 0) return WString();
+    std::u16string text;
+    // The length comes from the stream: grow with what actually arrives rather
+    // than trusting it with one allocation.
+    size_t left = size_t(n) - 1;
+    uint8_t buf[1024];
+    while (left) {
+        size_t units = std::min(left, sizeof buf / 2);
+        in.readExactly(buf, units * 2, className);
+        for (size_t i = 0; i < units; ++i) text.push_back(wchar(buf[2 * i] | (buf[2 * i + 1] << 8)));
+        left -= units;
+    }
+    return WString(std::move(text));
+}
+
+// ---- scalars ---------------------------------------------------------------
+
+const ClassTag StringValue::Tag("Norvatek.StringValue");
+const ClassTag IntegerValue::Tag("Norvatek.IntegerValue");
+const ClassTag DoubleValue::Tag("Norvatek.DoubleValue");
+const ClassTag BooleanValue::Tag("Norvatek.BooleanValue");
+const ClassTag ByteValue::Tag("Norvatek.ByteValue");
+const ClassTag NullValue::Tag("Norvatek.NullValue");
+const ClassTag MissingValue::Tag("Norvatek.MissingValue");
+const ClassTag FlexValue::Tag("Norvatek.FlexValue");
+
+namespace {
+const ValueRegistration<StringValue> regString(VT_String);
+const ValueRegistration<IntegerValue> regInteger(VT_Integer);
+const ValueRegistration<DoubleValue> regDouble(VT_Double);
+const ValueRegistration<BooleanValue> regBoolean(VT_Boolean);
+const ValueRegistration<ByteValue> regByte(VT_Byte);
+const ValueRegistration<NullValue> regNull(VT_Null);
+const ValueRegistration<MissingValue> regMissing(VT_Missing);
+const ValueRegistration<FlexValue> regFlex(VT_Flex);
+
+WString narrowToWide(std::string_view s) { return WString(std::u16string(s.begin(), s.end())); }
+
+template <class V>
+const V* asSame(const Value& self, const Value& other) {
+    return self.sameClass(other) ? static_cast<const V*>(&other) : nullptr;
+}
+}  // namespace
+
+bool StringValue::equals(const Value& other) const {
+    const auto* o = asSame<StringValue>(*this, other);
+    return o && o->text_ == text_;
+}
+void StringValue::assign(const Value& other) {
+    const auto* o = asSame<StringValue>(*this, other);
+    if (!o) failAssign(other);
+    text_ = o->text_;
+}
+void StringValue::serialize(iByteOutputStream& out) const { writeValueText(out, text_); }
+void StringValue::deserialize(iByteInputStream& in) { text_ = readValueText(in, "StringValue"); }
+
+bool IntegerValue::equals(const Value& other) const {
+    const auto* o = asSame<IntegerValue>(*this, other);
+    return o && o->value_ == value_;
+}
+WString IntegerValue::toString() const { return narrowToWide(std::to_string(value_)); }
+void IntegerValue::assign(const Value& other) {
+    const auto* o = asSame<IntegerValue>(*this, other);
+    if (!o) failAssign(other);
+    value_ = o->value_;
+}
+void IntegerValue::serialize(iByteOutputStream& out) const { writeInt32LE(out, value_); }
+void IntegerValue::deserialize(iByteInputStream& in) { value_ = readInt32LE(in, "IntegerValue"); }
+
+bool DoubleValue::equals(const Value& other) const {
+    const auto* o = asSame<DoubleValue>(*this, other);
+    if (!o) return false;
+    return o->value_ == value_ || (std::isnan(o->value_) && std::isnan(value_));
+}
+WString DoubleValue::toString() const {
+    if (std::isnan(value_)) return WString(u"nan");
+    char buf[64];
+    auto r = std::to_chars(buf, buf + sizeof buf, value_);
+    return narrowToWide(std::string_view(buf, size_t(r.ptr - buf)));
+}
+void DoubleValue::assign(const Value& other) {
+    const auto* o = asSame<DoubleValue>(*this, other);
+    if (!o) failAssign(other);
+    value_ = o->value_;
+}
+void DoubleValue::serialize(iByteOutputStream& out) const { writeDoubleLE(out, value_); }
+void DoubleValue::deserialize(iByteInputStream& in) { value_ = readDoubleLE(in, "DoubleValue"); }
+
+bool BooleanValue::equals(const Value& other) const {
+    const auto* o = asSame<BooleanValue>(*this, other);
+    return o && o->value_ == value_;
+}
+WString BooleanValue::toString() const { return WString(value_ ? u"true" : u"false"); }
+void BooleanValue::assign(const Value& other) {
+    const auto* o = asSame<BooleanValue>(*this, other);
+    if (!o) failAssign(other);
+    value_ = o->value_;
+}
+void BooleanValue::serialize(iByteOutputStream& out) const { writeUInt8(out, value_ ? 1 : 0); }
+void BooleanValue::deserialize(iByteInputStream& in) {
+    uint8_t b = readUInt8(in, "BooleanValue");
+    if (b > 1 && isStrictReading())
+        throw Exception("BooleanValue", "deserialize", u"Invalid boolean byte %d", b);
+    value_ = b != 0;
+}
+
+bool ByteValue::equals(const Value& other) const {
+    const auto* o = asSame<ByteValue>(*this, other);
+    return o && o->value_ == value_;
+}
+WString ByteValue::toString() const { return narrowToWide(std::to_string(value_)); }
+void ByteValue::assign(const Value& other) {
+    const auto* o = asSame<ByteValue>(*this, other);
+    if (!o) failAssign(other);
+    value_ = o->value_;
+}
+void ByteValue::serialize(iByteOutputStream& out) const { writeUInt8(out, value_); }
+void ByteValue::deserialize(iByteInputStream& in) { value_ = readUInt8(in, "ByteValue"); }
+
+bool NullValue::equals(const Value& other) const { return sameClass(other); }
+WString NullValue::toString() const { return WString::empty(); }
+void NullValue::assign(const Value& other) {
+    if (!sameClass(other)) failAssign(other);
+}
+void NullValue::serialize(iByteOutputStream&) const {}
+void NullValue::deserialize(iByteInputStream&) {}
+
+bool MissingValue::equals(const Value& other) const { return sameClass(other); }
+WString MissingValue::toString() const { return WString::empty(); }
+void MissingValue::assign(const Value& other) {
+    if (!sameClass(other)) failAssign(other);
+}
+void MissingValue::serialize(iByteOutputStream&) const {}
+void MissingValue::deserialize(iByteInputStream&) {}
+
+// ---- FlexValue -------------------------------------------------------------
+
+namespace {
+
+bool isBlank(wchar c) { return c == u' ' || c == u'\t' || c == u'\r' || c == u'\n'; }
+
+/// The trimmed text as ASCII, or false when it holds anything else.
+bool trimmedAscii(const WString& text, std::string& out) {
+    std::u16string_view v = text.view();
+    while (!v.empty() && isBlank(v.front())) v.remove_prefix(1);
+    while (!v.empty() && isBlank(v.back())) v.remove_suffix(1);
+    out.clear();
+    for (wchar c : v) {
+        if (c > 0x7F) return false;
+        out.push_back(char(c));
+    }
+    return true;
+}
+
+}  // namespace
+
+int32_t FlexValue::asInteger() const {
+    std::string s;
+    int32_t v = 0;
+    if (!text_.isNull() && trimmedAscii(text_, s) && !s.empty()) {
+        const char* first = s.data() + (s[0] == '+' && s.size() > 1 && s[1] != '-' ? 1 : 0);
+        auto r = std::from_chars(first, s.data() + s.size(), v);
+        if (r.ec == std::errc() && r.ptr == s.data() + s.size()) return v;
+    }
+    throw BadParameterException("FlexValue", "asInteger", u"Cannot read '%ls' as %hs", text_, "an integer");
+}
+
+double FlexValue::asDouble() const {
+    std::string s;
+    double v = 0;
+    if (!text_.isNull() && trimmedAscii(text_, s) && !s.empty()) {
+        const char* first = s.data() + (s[0] == '+' && s.size() > 1 && s[1] != '-' ? 1 : 0);
+        auto r = std::from_chars(first, s.data() + s.size(), v);
+        if (r.ec == std::errc() && r.ptr == s.data() + s.size()) return v;
+    }
+    throw BadParameterException("FlexValue", "asDouble", u"Cannot read '%ls' as %hs", text_, "a double");
+}
+
+bool FlexValue::asBoolean() const {
+    std::string s;
+    if (!text_.isNull() && trimmedAscii(text_, s)) {
+        for (char& c : s) c = foldByte(c);
+        if (s == "true" || s == "1") return true;
+        if (s == "false" || s == "0") return false;
+    }
+    throw BadParameterException("FlexValue", "asBoolean", u"Cannot read '%ls' as %hs", text_, "a boolean");
+}
+
+bool FlexValue::equals(const Value& other) const {
+    const auto* o = asSame<FlexValue>(*this, other);
+    return o && o->text_ == text_;
+}
+void FlexValue::assign(const Value& other) {
+    const auto* o = asSame<FlexValue>(*this, other);
+    if (!o) failAssign(other);
+    text_ = o->text_;
+}
+void FlexValue::serialize(iByteOutputStream& out) const { writeValueText(out, text_); }
+void FlexValue::deserialize(iByteInputStream& in) { text_ = readValueText(in, "FlexValue"); }
+
+}  // namespace tovan

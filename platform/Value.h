@@ -1,0 +1,304 @@
+#pragma once
+// Typed values: what properties and metadata hold, and the factory that makes
+// them again from their type codes when a stream is read.
+//
+// Every value class has a type code (written ahead of the value's own bytes
+// by the record formats above this layer) and a class tag. The codes are
+// listed in ValueTypeCode and in platform/README.md with each class's bytes.
+#include <cstdint>
+#include <string>
+
+#include "platform/ByteStream.h"
+#include "platform/Export.h"
+#include "platform/Object.h"
+#include "platform/String.h"
+
+namespace tovan {
+
+/// The type codes of the value classes. They travel in streams: never renumber.
+enum ValueTypeCode : int {
+    VT_Null = 0,
+    VT_String = 1,
+    VT_Integer = 2,
+    VT_Double = 3,
+    VT_Boolean = 4,
+    VT_DateTime = 5,  // registered by DateTimeValue's own file
+    VT_Byte = 6,
+    VT_Missing = 7,
+    VT_Flex = 8,
+    VT_Bitset = 9,
+    VT_StringArray = 10,
+    VT_IntegerArray = 11,
+    VT_DoubleArray = 12,
+    VT_BooleanArray = 13,
+    VT_ByteArray = 14,
+    VT_NullArray = 15,
+    VT_ValueArray = 16,
+    VT_HashTable = 17,
+    VT_NDimArray = 18,
+};
+
+/// Base of every typed value. Values are counted objects; a new value carries
+/// no reference until someone takes one (wrap it in a Ptr).
+///
+/// Reading mode: a value reads its bytes either strictly (the default, and
+/// what the factory's `strict` argument true gives) or leniently. Strict
+/// reading rejects bytes that our writers never produce (a boolean byte other
+/// than 0 or 1, bits set beyond a bitset's size, a key twice in a hash table);
+/// lenient reading, for streams older than version 3 whose writers were
+/// less careful, takes them as written (non-zero is true, stray bits are
+/// dropped, the later key wins). The layout of the bytes is the same in both.
+///
+/// A deserialize that fails leaves the value exactly as it was before the call.
+class NVK_EXPORT Value : public CountedObject {
+public:
+    static const ClassTag Tag;  // "Norvatek.Value"
+
+    virtual int getTypeCode() const = 0;
+    Value* clone() const override = 0;
+    /// Same class and same content. Values of different classes are never
+    /// equal (the integer 1 does not equal the double 1.0).
+    virtual bool equals(const Value& other) const = 0;
+    virtual WString toString() const = 0;
+    /// True for NullValue and MissingValue.
+    virtual bool isNull() const { return false; }
+    /// Replaces this value's content with `other`'s. `other` must be of the
+    /// same class, else BadParameterException "Cannot assign a %hs to a %hs".
+    virtual void assign(const Value& other) = 0;
+
+    void serialize(iByteOutputStream& out) const override = 0;
+    void deserialize(iByteInputStream& in) override = 0;
+
+    bool isStrictReading() const { return strict_; }
+    void setStrictReading(bool strict) { strict_ = strict; }
+
+    bool sameClass(const Value& other) const;
+
+    // ---- the value factory ----------------------------------------------
+
+    using Creator = Value* (*)();
+    /// Makes `typeCode` known to the factory. A code registered twice keeps
+    /// its first class (a warning is issued).
+    static void registerType(int typeCode, const char* classTag, Creator creator);
+    static bool isRegisteredType(int typeCode);
+    /// The class tag registered for `typeCode`, or null.
+    static const char* classTagOf(int typeCode);
+
+    /// A new value of the class registered for `typeCode`, without a reference.
+    /// `strict` sets its reading mode (see above): readers pass false for
+    /// streams below version 3 and true otherwise. An unknown code raises
+    /// Exception "Unknown value type code %d".
+    static Value* create(int typeCode, bool strict);
+    /// Like create, holding one reference.
+    static Ptr<Value> make(int typeCode, bool strict) { return Ptr<Value>(create(typeCode, strict)); }
+    /// A new value by class tag through ObjectFactory; raises when the tag is
+    /// unknown or does not name a value class.
+    static Ptr<Value> makeByTag(const std::string& classTag);
+
+protected:
+    Value() = default;
+    Value(const Value&) = default;
+    Value& operator=(const Value&) = default;
+    [[noreturn]] void failAssign(const Value& other) const;
+
+private:
+    bool strict_ = true;
+};
+
+/// Registers a value class with both factories while the library loads:
+///   static const ValueRegistration<DateTimeValue> reg(VT_DateTime);
+/// The class tag is V::Tag.
+template <class V>
+struct ValueRegistration {
+    explicit ValueRegistration(int typeCode) {
+        Value::registerType(typeCode, V::Tag.name(), []() -> Value* { return new V(); });
+        ObjectFactory::registerClass(V::Tag.name(), []() -> Object* { return new V(); });
+    }
+};
+
+/// Declares the class-identity members every value class overrides.
+#define TOVAN_VALUE_CLASS(Cls)                                      \
+public:                                                             \
+    static const ClassTag Tag;                                      \
+    const ClassTag& getClass() const override { return Tag; }       \
+    Cls* clone() const override { return new Cls(*this); }         \
+                                                                    \
+private:
+
+// ---- scalars ---------------------------------------------------------------
+
+/// Text (null and empty are different values). Bytes: the text as UTF-16.
+class NVK_EXPORT StringValue : public Value {
+    TOVAN_VALUE_CLASS(StringValue)
+public:
+    StringValue() = default;  // null text
+    explicit StringValue(WString text) : text_(std::move(text)) {}
+    const WString& get() const { return text_; }
+    void set(WString text) { text_ = std::move(text); }
+
+    int getTypeCode() const override { return VT_String; }
+    bool equals(const Value& other) const override;
+    /// The text itself; a null text gives a null string.
+    WString toString() const override { return text_; }
+    void assign(const Value& other) override;
+    void serialize(iByteOutputStream& out) const override;
+    void deserialize(iByteInputStream& in) override;
+
+private:
+    WString text_;
+};
+
+/// A signed 32-bit integer, the width of every integer the system exchanges
+/// (compact stream integers, JSON integers).
+class NVK_EXPORT IntegerValue : public Value {
+    TOVAN_VALUE_CLASS(IntegerValue)
+public:
+    IntegerValue() = default;
+    explicit IntegerValue(int32_t v) : value_(v) {}
+    int32_t get() const { return value_; }
+    void set(int32_t v) { value_ = v; }
+
+    int getTypeCode() const override { return VT_Integer; }
+    bool equals(const Value& other) const override;
+    WString toString() const override;
+    void assign(const Value& other) override;
+    void serialize(iByteOutputStream& out) const override;
+    void deserialize(iByteInputStream& in) override;
+
+private:
+    int32_t value_ = 0;
+};
+
+/// A double. equals() treats every NaN as equal to every NaN (so a copy
+/// equals its original) and 0.0 as equal to -0.0.
+class NVK_EXPORT DoubleValue : public Value {
+    TOVAN_VALUE_CLASS(DoubleValue)
+public:
+    DoubleValue() = default;
+    explicit DoubleValue(double v) : value_(v) {}
+    double get() const { return value_; }
+    void set(double v) { value_ = v; }
+
+    int getTypeCode() const override { return VT_Double; }
+    bool equals(const Value& other) const override;
+    /// The shortest text that reads back as the same double ("0.1", "1e+300",
+    /// "nan", "inf", "-inf").
+    WString toString() const override;
+    void assign(const Value& other) override;
+    void serialize(iByteOutputStream& out) const override;
+    void deserialize(iByteInputStream& in) override;
+
+private:
+    double value_ = 0.0;
+};
+
+class NVK_EXPORT BooleanValue : public Value {
+    TOVAN_VALUE_CLASS(BooleanValue)
+public:
+    BooleanValue() = default;
+    explicit BooleanValue(bool v) : value_(v) {}
+    bool get() const { return value_; }
+    void set(bool v) { value_ = v; }
+
+    int getTypeCode() const override { return VT_Boolean; }
+    bool equals(const Value& other) const override;
+    WString toString() const override;  // "true" / "false"
+    void assign(const Value& other) override;
+    void serialize(iByteOutputStream& out) const override;
+    void deserialize(iByteInputStream& in) override;
+
+private:
+    bool value_ = false;
+};
+
+/// One unsigned byte.
+class NVK_EXPORT ByteValue : public Value {
+    TOVAN_VALUE_CLASS(ByteValue)
+public:
+    ByteValue() = default;
+    explicit ByteValue(uint8_t v) : value_(v) {}
+    uint8_t get() const { return value_; }
+    void set(uint8_t v) { value_ = v; }
+
+    int getTypeCode() const override { return VT_Byte; }
+    bool equals(const Value& other) const override;
+    WString toString() const override;  // decimal, 0 to 255
+    void assign(const Value& other) override;
+    void serialize(iByteOutputStream& out) const override;
+    void deserialize(iByteInputStream& in) override;
+
+private:
+    uint8_t value_ = 0;
+};
+
+/// No value. Its byte form is empty; toString() gives an empty string.
+class NVK_EXPORT NullValue : public Value {
+    TOVAN_VALUE_CLASS(NullValue)
+public:
+    NullValue() = default;
+    int getTypeCode() const override { return VT_Null; }
+    bool isNull() const override { return true; }
+    bool equals(const Value& other) const override;
+    WString toString() const override;
+    void assign(const Value& other) override;
+    void serialize(iByteOutputStream& out) const override;
+    void deserialize(iByteInputStream& in) override;
+};
+
+/// A value that was expected and not supplied (a missing cell of a record),
+/// as opposed to NullValue, a value known to be empty. Also null; never equal
+/// to a NullValue.
+class NVK_EXPORT MissingValue : public Value {
+    TOVAN_VALUE_CLASS(MissingValue)
+public:
+    MissingValue() = default;
+    int getTypeCode() const override { return VT_Missing; }
+    bool isNull() const override { return true; }
+    bool equals(const Value& other) const override;
+    WString toString() const override;
+    void assign(const Value& other) override;
+    void serialize(iByteOutputStream& out) const override;
+    void deserialize(iByteInputStream& in) override;
+};
+
+/// Text whose type is decided by the reader: the same characters read as an
+/// integer, a double or a boolean on request. It keeps the text exactly as
+/// given (so "007" stays "007"); the conversions parse it each time and raise
+/// BadParameterException "Cannot read '%ls' as %hs" when it does not fit.
+/// Leading and trailing blanks (space, tab, CR, LF) are ignored by the
+/// conversions; booleans are "true"/"false"/"1"/"0", case folded A-Z.
+/// Bytes: as StringValue.
+class NVK_EXPORT FlexValue : public Value {
+    TOVAN_VALUE_CLASS(FlexValue)
+public:
+    FlexValue() = default;  // null text
+    explicit FlexValue(WString text) : text_(std::move(text)) {}
+    const WString& get() const { return text_; }
+    void set(WString text) { text_ = std::move(text); }
+
+    int32_t asInteger() const;
+    double asDouble() const;
+    bool asBoolean() const;
+
+    int getTypeCode() const override { return VT_Flex; }
+    bool equals(const Value& other) const override;
+    WString toString() const override { return text_; }
+    void assign(const Value& other) override;
+    void serialize(iByteOutputStream& out) const override;
+    void deserialize(iByteInputStream& in) override;
+
+private:
+    WString text_;
+};
+
+// ---- byte-form helpers shared by the value classes -------------------------
+
+/// A nullable UTF-16 text: uint32 LE `n` (0 for null, else units + 1), then
+/// `n - 1` units, 2 bytes each, little-endian.
+NVK_EXPORT void writeValueText(iByteOutputStream& out, const WString& text);
+NVK_EXPORT WString readValueText(iByteInputStream& in, const char* className);
+/// A count of elements, uint32 LE. Raises Exception(className, "serialize",
+/// "Too many elements to write: %d") above 4294967295.
+NVK_EXPORT void writeValueCount(iByteOutputStream& out, size_t count, const char* className);
+
+}  // namespace tovan

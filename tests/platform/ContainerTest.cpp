@@ -1,0 +1,213 @@
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+#include <vector>
+
+#include "platform/Array.h"
+#include "platform/BitsetValue.h"
+#include "platform/HashMap.h"
+#include "tests/support/TestSupport.h"
+
+using namespace tovan;
+
+// ---- Array -------------------------------------------------------------------
+
+TEST(Array, OutOfRangeAccessNamesIndexAndLastValidIndex) {
+    Array<int> a{10, 20, 30};
+    EXPECT_EQ(a[2], 30);
+    EXPECT_THROW_MSG(a[3], InvalidIndexException, "Index 3 is out of range (last valid index 2)");
+    EXPECT_THROW_MSG(a.set(7, 1), InvalidIndexException, "Index 7 is out of range (last valid index 2)");
+    EXPECT_THROW_MSG(a.removeAt(3), InvalidIndexException, "Index 3 is out of range (last valid index 2)");
+    EXPECT_THROW_MSG(a.get(size_t(-1)), InvalidIndexException, "Index -1 is out of range (last valid index 2)");
+    EXPECT_THROW_MSG(a.insertAt(4, 0), InvalidIndexException, "Index 4 is out of range (last valid index 3)");
+    EXPECT_EQ(a, (Array<int>{10, 20, 30}));  // failed calls changed nothing
+
+    Array<int> empty;
+    EXPECT_THROW_MSG(empty.get(0), InvalidIndexException, "Index 0 is out of range (last valid index -1)");
+    EXPECT_THROW_MSG(empty.last(), InvalidIndexException, "Index -1 is out of range (last valid index -1)");
+    EXPECT_THROW_MSG(empty.removeLast(), InvalidIndexException, "Index -1 is out of range (last valid index -1)");
+    try {
+        empty.removeAt(5);
+    } catch (const InvalidIndexException& e) {
+        EXPECT_EQ(e.getClassName(), "Array");
+        EXPECT_EQ(e.getOperation(), "removeAt");
+        EXPECT_EQ(e.getIndex(), 5);
+        EXPECT_EQ(e.getBound(), -1);
+    }
+}
+
+TEST(Array, InsertRemoveAndSearch) {
+    Array<std::string> a;
+    a.append("b");
+    a.insertAt(0, "a");
+    a.insertAt(2, "d");
+    a.insertAt(2, "c");
+    EXPECT_EQ(a, (Array<std::string>{"a", "b", "c", "d"}));
+    EXPECT_EQ(a.indexOf("c"), 2);
+    EXPECT_EQ(a.indexOf("x"), -1);
+    a.removeAt(0);
+    EXPECT_EQ(a.removeLast(), "d");
+    EXPECT_EQ(a, (Array<std::string>{"b", "c"}));
+}
+
+// ---- HashMap -------------------------------------------------------------------
+
+TEST(HashMap, GrowRehashesIntoHashModuloBucketsAndSetsThreshold) {
+    HashMap<WString, int, NameHashFoldAZ, NameEqualFoldAZ> map(31);
+    EXPECT_EQ(map.bucketCount(), 31u);
+    EXPECT_EQ(map.threshold(), 23u);  // 31 * 0.75 = 23.25
+    std::vector<WString> names;
+    for (int i = 0; i < 20; ++i) names.push_back(toWide("Prop" + std::to_string(i)));
+    for (int i = 0; i < 20; ++i) EXPECT_TRUE(map.put(names[size_t(i)], i));
+    EXPECT_EQ(map.bucketCount(), 31u);
+
+    map.grow(10);
+    EXPECT_EQ(map.threshold(), 7u);  // 7.5 truncated
+    std::vector<size_t> expected(10, 0);
+    for (const auto& n : names) ++expected[hashNoCase(n.view()) % 10];
+    for (size_t b = 0; b < 10; ++b) EXPECT_EQ(map.bucketLength(b), expected[b]) << "bucket " << b;
+    for (int i = 0; i < 20; ++i) EXPECT_EQ(*map.find(names[size_t(i)]), i);
+
+    // Names are found in either case; a put of another case replaces the value.
+    EXPECT_EQ(*map.find(u"PROP3"), 3);
+    EXPECT_FALSE(map.put(u"prop3", 33));
+    EXPECT_EQ(map.size(), 20u);
+    EXPECT_EQ(map.find_KeyDefinitelyExists(u"Prop3"), 33);
+    EXPECT_TRUE(map.remove(u"PROP3"));
+    EXPECT_FALSE(map.remove(u"PROP3"));
+    EXPECT_EQ(map.find(u"prop3"), nullptr);
+}
+
+TEST(HashMap, PutGrowsPastThreshold) {
+    HashMap<int, int> map(4);  // threshold 3
+    for (int i = 0; i < 3; ++i) map.put(i, i);
+    EXPECT_EQ(map.bucketCount(), 4u);
+    map.put(3, 3);
+    EXPECT_EQ(map.bucketCount(), 9u);
+    EXPECT_EQ(map.threshold(), 6u);
+    for (int i = 4; i < 100; ++i) map.put(i, i * 2);
+    EXPECT_EQ(map.size(), 100u);
+    EXPECT_LE(map.size(), map.threshold());
+    for (int i = 4; i < 100; ++i) ASSERT_EQ(*map.find(i), i * 2);
+    HashMap<int, int> copy(map);
+    map.clear();
+    EXPECT_EQ(copy.size(), 100u);
+    EXPECT_EQ(*copy.find(99), 198);
+    EXPECT_EQ(map.find(99), nullptr);
+}
+
+TEST(HashMap, BrokenInvariantsRaiseTheirMessages) {
+    HashMap<int, int> map(0);
+    EXPECT_THROW_MSG(map.find(1), Exception, "Tried to find in a hash map with 0 buckets");
+    EXPECT_THROW_MSG(map.put(1, 1), Exception, "Tried to put into a hash map with 0 buckets");
+    EXPECT_THROW_MSG(map.remove(1), Exception, "Tried to remove from hash map with 0 buckets");
+    EXPECT_THROW_MSG(map.grow(0), Exception, "Cannot resize a hash map to 0");
+    EXPECT_EQ(map.bucketCount(), 0u);
+    map.grow(5);
+    map.put(1, 10);
+    EXPECT_THROW_MSG(map.grow(0), Exception, "Cannot resize a hash map to 0");
+    EXPECT_EQ(map.bucketCount(), 5u);
+    EXPECT_THROW_MSG(map.find_KeyDefinitelyExists(2), Exception, "find_KeyDefinitelyExists: Did not find item");
+    EXPECT_EQ(map.find_KeyDefinitelyExists(1), 10);
+}
+
+// ---- BitsetValue -----------------------------------------------------------------
+
+namespace {
+
+std::vector<bool> randomModel(std::mt19937& rng, size_t size, int percent) {
+    std::vector<bool> m(size);
+    for (size_t i = 0; i < size; ++i) m[i] = int(rng() % 100) < percent;
+    return m;
+}
+
+BitsetValue fromModel(const std::vector<bool>& m) {
+    BitsetValue b(m.size());
+    for (size_t i = 0; i < m.size(); ++i)
+        if (m[i]) b.set(i);
+    return b;
+}
+
+void expectMatches(const BitsetValue& b, const std::vector<bool>& m) {
+    std::vector<size_t> got, want;
+    for (size_t i : b.setBits()) got.push_back(i);
+    for (size_t i = 0; i < m.size(); ++i)
+        if (m[i]) want.push_back(i);
+    ASSERT_EQ(got, want);
+    EXPECT_EQ(b.count(), want.size());
+    EXPECT_EQ(b.none(), want.empty());
+}
+
+}  // namespace
+
+TEST(BitsetValue, SetOperationsMatchModelOnRandomData) {
+    std::mt19937 rng(20261122);
+    const size_t sizes[] = {0, 1, 63, 64, 65, 127, 1000, 10007};
+    const int densities[] = {0, 2, 50, 100};
+    for (size_t sa : sizes) {
+        for (int da : densities) {
+            size_t sb = sizes[rng() % std::size(sizes)];
+            auto ma = randomModel(rng, sa, da);
+            auto mb = randomModel(rng, sb, densities[rng() % 4]);
+            BitsetValue a = fromModel(ma), b = fromModel(mb);
+            SCOPED_TRACE("sizes " + std::to_string(sa) + "/" + std::to_string(sb));
+            expectMatches(a, ma);
+
+            std::vector<bool> mu(std::max(sa, sb)), mi(sa), md(sa);
+            bool overlap = false;
+            for (size_t i = 0; i < mu.size(); ++i) {
+                bool x = i < sa && ma[i], y = i < sb && mb[i];
+                mu[i] = x || y;
+                if (i < sa) mi[i] = x && y, md[i] = x && !y;
+                overlap |= x && y;
+            }
+            BitsetValue u = a | b;
+            EXPECT_EQ(u.size(), mu.size());
+            expectMatches(u, mu);
+            expectMatches(a & b, mi);
+            expectMatches(a - b, md);
+            EXPECT_EQ((a & b).size(), sa);
+            EXPECT_EQ(a.intersects(b), overlap);
+
+            // nextSetBit from every start agrees with the model.
+            for (size_t from = 0; from < sa + 2; from += 1 + rng() % 37) {
+                size_t want = BitsetValue::npos;
+                for (size_t i = from; i < sa; ++i)
+                    if (ma[i]) {
+                        want = i;
+                        break;
+                    }
+                ASSERT_EQ(a.nextSetBit(from), want) << "from " << from;
+            }
+        }
+    }
+}
+
+TEST(BitsetValue, SizeGrowthShrinkAndMemberEquality) {
+    BitsetValue b;
+    EXPECT_FALSE(b.test(1000));
+    b.clear(1000);  // beyond the size: nothing happens
+    EXPECT_EQ(b.size(), 0u);
+    b.set(130);
+    EXPECT_EQ(b.size(), 131u);
+    b.set(5);
+    b.resize(100);  // drops 130
+    EXPECT_EQ(b.toString(), WString(u"{5}"));
+    b.resize(200);  // the dropped bit does not come back
+    EXPECT_FALSE(b.test(130));
+
+    BitsetValue small(10), big(1000);
+    small.set(3);
+    big.set(3);
+    EXPECT_TRUE(small == big);
+    EXPECT_TRUE(small.equals(big));
+    big.set(999);
+    EXPECT_FALSE(big == small);
+    EXPECT_FALSE(small == big);
+    big.setAll();
+    EXPECT_EQ(big.count(), 1000u);
+    big.clearAll();
+    EXPECT_TRUE(big.none());
+    EXPECT_EQ(big.size(), 1000u);
+}
