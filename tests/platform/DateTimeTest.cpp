@@ -1,0 +1,202 @@
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <ctime>
+
+#include "platform/DateTimeValue.h"
+#include "tests/support/TestSupport.h"
+
+using namespace tovan;
+using nvktest::utf8;
+
+namespace {
+
+std::string iso(const DateTimeValue& v) { return utf8(v.toString()); }
+
+/// Runs the test body in a fixed zone (a POSIX rule, so no zone database is needed).
+class ZoneScope {
+public:
+    explicit ZoneScope(const char* zone) {
+        if (const char* old = std::getenv("TZ")) old_ = old, hadOld_ = true;
+        setenv("TZ", zone, 1);
+        tzset();
+    }
+    ~ZoneScope() {
+        if (hadOld_) setenv("TZ", old_.c_str(), 1);
+        else unsetenv("TZ");
+        tzset();
+    }
+
+private:
+    std::string old_;
+    bool hadOld_ = false;
+};
+
+}  // namespace
+
+TEST(DateTime, CalendarFacts) {
+    EXPECT_TRUE(DateTimeValue::isLeapYear(2000) && DateTimeValue::isLeapYear(2024));
+    EXPECT_FALSE(DateTimeValue::isLeapYear(1900) || DateTimeValue::isLeapYear(2023));
+    EXPECT_EQ(DateTimeValue::daysInMonth(2024, 2), 29);
+    EXPECT_EQ(DateTimeValue::daysInMonth(1900, 2), 28);
+    EXPECT_EQ(DateTimeValue::daysInMonth(2023, 4), 30);
+    EXPECT_EQ(DateTimeValue::daysInMonth(2023, 13), 0);
+
+    struct Case {
+        int y, m, d;
+        int64_t julian;
+        int weekday;  // 1 Sunday .. 7 Saturday
+    };
+    for (const Case& c : {Case{2000, 1, 1, 2451545, 7}, Case{1970, 1, 1, 2440588, 5}, Case{1858, 11, 17, 2400001, 4},
+                          Case{1, 1, 1, 1721426, 2}, Case{9999, 12, 31, 5373484, 6}, Case{2024, 2, 29, 2460370, 5},
+                          Case{1582, 10, 15, 2299161, 6}}) {
+        DateTimeValue v(c.y, c.m, c.d, 23, 59);
+        EXPECT_EQ(v.julianDay(), c.julian) << iso(v);
+        EXPECT_EQ(v.dayOfWeek(), c.weekday) << iso(v);
+    }
+}
+
+// Walks every day of the supported range once: each step is one Julian day,
+// one weekday and exactly one calendar day further.
+TEST(DateTime, EveryDayFollowsTheOneBefore) {
+    DateTimeValue day(1, 1, 1, 12), previous = day;
+    int64_t steps = 0;
+    while (!(day.getYear() == 9999 && day.getMonth() == 12 && day.getDay() == 31)) {
+        day.addDays(1);
+        ++steps;
+        ASSERT_EQ(day.julianDay(), previous.julianDay() + 1);
+        ASSERT_EQ(day.dayOfWeek(), previous.dayOfWeek() % 7 + 1);
+        bool nextInMonth = day.getDay() == previous.getDay() + 1 && day.getMonth() == previous.getMonth();
+        bool nextMonth = day.getDay() == 1 &&
+                         previous.getDay() == DateTimeValue::daysInMonth(previous.getYear(), previous.getMonth());
+        ASSERT_TRUE(nextInMonth || nextMonth) << iso(previous) << " -> " << iso(day);
+        ASSERT_LT(previous.compare(day), 0);
+        previous = day;
+    }
+    EXPECT_EQ(steps, 5373484 - 1721426);
+}
+
+TEST(DateTime, AddingCarriesAndClampsMonthEnds) {
+    DateTimeValue v(2023, 12, 31, 23, 59, 59, 999, u"UTC");
+    v.addMilliseconds(1);
+    EXPECT_EQ(iso(v), "2024-01-01T00:00:00Z");
+    v.addMinutes(-1);
+    v.addHours(25);
+    v.addSeconds(61);
+    EXPECT_EQ(iso(v), "2024-01-02T01:00:01Z");
+
+    DateTimeValue m(2024, 1, 31, 8);
+    m.addMonths(1);
+    EXPECT_EQ(iso(m), "2024-02-29T08:00:00");  // clamped to the leap day
+    m.addMonths(1);
+    EXPECT_EQ(iso(m), "2024-03-29T08:00:00");  // the clamp is not undone
+    m.setDate(2024, 3, 31);
+    m.addMonths(-13);
+    EXPECT_EQ(iso(m), "2023-02-28T08:00:00");
+    m.addMonths(24);
+    EXPECT_EQ(iso(m), "2025-02-28T08:00:00");
+
+    DateTimeValue first(1, 1, 1);
+    EXPECT_THROW_MSG(first.addMinutes(-1), BadParameterException,
+                     "Adding -1 minutes to 0001-01-01T00:00:00 leaves the years 1 to 9999");
+    EXPECT_THROW_MSG(first.addDays(INT64_MAX), BadParameterException,
+                     "Adding 9223372036854775807 days to 0001-01-01T00:00:00 leaves the years 1 to 9999");
+    EXPECT_THROW_MSG(first.addMonths(12 * 9999), BadParameterException,
+                     "Adding 119988 months to 0001-01-01T00:00:00 leaves the years 1 to 9999");
+    EXPECT_EQ(iso(first), "0001-01-01T00:00:00");
+    EXPECT_THROW_MSG(first.set(2023, 2, 29, 0, 0, 0, 0), BadParameterException,
+                     "Invalid date-time: day 29 is out of range 1 to 28 for 2023-02");
+    EXPECT_THROW_MSG(first.setTime(12, 0, 0, 1000), BadParameterException,
+                     "Invalid date-time: millisecond 1000 is out of range 0 to 999");
+    EXPECT_EQ(iso(first), "0001-01-01T00:00:00");
+}
+
+TEST(DateTime, ComparisonIgnoresTheLabelEqualityDoesNot) {
+    DateTimeValue a(2024, 5, 1, 10, 0, 0, 0, u"UTC"), b(2024, 5, 1, 10, 0, 0, 0, u"+02:00");
+    EXPECT_EQ(a.compare(b), 0);
+    EXPECT_FALSE(a == b);
+    b.setTimeZone(u"UTC");
+    EXPECT_TRUE(a == b);
+    b.addMilliseconds(1);
+    EXPECT_TRUE(a.isBefore(b));
+    EXPECT_GT(b.compare(a), 0);
+}
+
+TEST(DateTime, IsoTextRoundTrip) {
+    for (const char* text : {"2024-02-29T13:05:09.123Z", "0001-01-01T00:00:00", "9999-12-31T23:59:59.999-12:45",
+                             "2024-03-01T08:00:00+05:30", "2024-03-01T08:00:00.050 CET"}) {
+        DateTimeValue v = DateTimeValue::fromIso8601(toWide(text));
+        EXPECT_EQ(iso(v), text);
+        EXPECT_TRUE(DateTimeValue::fromIso8601(v.toString()) == v) << text;
+    }
+    struct Variant {
+        const char* text;
+        const char* read;
+    };
+    for (const Variant& c : {Variant{"2024-03-01", "2024-03-01T00:00:00"}, Variant{"2024-03-01 08:15", "2024-03-01T08:15:00"},
+                             Variant{"2024-03-01t08:00:00,5-0700", "2024-03-01T08:00:00.500-07:00"},
+                             Variant{"2024-03-01T08:00:00.123456789+02", "2024-03-01T08:00:00.123+02:00"},
+                             Variant{"2024-03-01T08:00:00.1z", "2024-03-01T08:00:00.100Z"},
+                             Variant{"2024-03-01 Europe/Paris", "2024-03-01T00:00:00 Europe/Paris"}})
+        EXPECT_EQ(iso(DateTimeValue::fromIso8601(toWide(c.text))), c.read) << c.text;
+}
+
+TEST(DateTime, BadIsoTextIsRefusedWithTheReason) {
+    struct Case {
+        const char* text;
+        const char* reason;
+    };
+    const Case cases[] = {
+        {"", "expected a digit at position 0"},
+        {"2024-3-01", "expected a digit at position 6"},
+        {"2024/03/01", "expected '-' at position 4"},
+        {"2024-03-01T08", "expected ':' at position 13"},
+        {"2024-03-01T08:00:00.Z", "expected a digit at position 20"},
+        {"2024-03-01T08:00:00.1234567890", "unexpected text at position 29"},
+        {"2024-03-01T08:00:00Zjunk", "unexpected text at position 20"},
+        {"2024-03-01 ", "expected a time zone name at position 11"},
+        {"2024-03-01T08:00 CE T", "expected a time zone name at position 17"},
+        {"2024-03-01T08:00:00+25:00", "offset hour 25 is out of range 0 to 23"},
+        {"2024-03-01T08:00:00+05:3", "expected a digit at position 24"},
+        {"0000-01-01", "year 0 is out of range 1 to 9999"},
+        {"2024-13-01", "month 13 is out of range 1 to 12"},
+        {"2023-02-29", "day 29 is out of range 1 to 28 for 2023-02"},
+        {"2024-03-01T24:00", "hour 24 is out of range 0 to 23"},
+        {"2024-03-01T08:60", "minute 60 is out of range 0 to 59"},
+        {"2024-03-01T08:00:60", "second 60 is out of range 0 to 59"},
+    };
+    for (const Case& c : cases)
+        EXPECT_THROW_MSG(DateTimeValue::fromIso8601(toWide(c.text)), BadParameterException,
+                         std::string("Invalid ISO 8601 date-time \"") + c.text + "\": " + c.reason);
+}
+
+TEST(DateTime, ZoneConversions) {
+    ZoneScope zone("EST5EDT,M3.2.0,M11.1.0");
+    DateTimeValue summer(2024, 7, 1, 12, 0, 0, 250, u"UTC");
+    summer.convertToLocal();
+    EXPECT_EQ(iso(summer), "2024-07-01T08:00:00.250 EDT");
+    summer.convertToUtc();
+    EXPECT_EQ(iso(summer), "2024-07-01T12:00:00.250Z");
+
+    DateTimeValue winter(2024, 1, 15, 1, 30, 0, 0, u"+05:30");
+    winter.convertToLocal();
+    EXPECT_EQ(iso(winter), "2024-01-14T15:00:00 EST");
+    winter.convertToLocal();  // already local
+    EXPECT_EQ(iso(winter), "2024-01-14T15:00:00 EST");
+    winter.setTimeZone(u"-03:00");
+    winter.convertToUtc();
+    EXPECT_EQ(iso(winter), "2024-01-14T18:00:00Z");
+
+    DateTimeValue edge(1, 1, 1, 0, 0, 0, 0, u"UTC");
+    EXPECT_THROW_MSG(edge.convertToLocal(), BadParameterException,
+                     "Converting 0001-01-01T00:00:00Z to local time leaves the years 1 to 9999");
+    EXPECT_EQ(iso(edge), "0001-01-01T00:00:00Z");
+
+    DateTimeValue local = DateTimeValue::now(), utc = DateTimeValue::nowUtc();
+    EXPECT_EQ(utc.getTimeZone(), WString(u"UTC"));
+    local.convertToUtc();
+    local.addSeconds(-5);
+    EXPECT_TRUE(local.isBefore(utc));
+    local.addSeconds(10);
+    EXPECT_TRUE(utc.isBefore(local));
+}
