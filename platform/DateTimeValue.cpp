@@ -173,10 +173,17 @@ private:
 
 }  // namespace
 
+const ClassTag DateTimeValue::Tag("Norvatek.DateTimeValue");
+static const ValueRegistration<DateTimeValue> registration(VT_DateTime);
+
 DateTimeValue::DateTimeValue(int year, int month, int day, int hour, int minute, int second, int millisecond,
                              WString timeZone)
-    : timeZone_(std::move(timeZone)) {
+    : timeZone_(timeZone.isNull() ? WString::empty() : std::move(timeZone)) {
     set(year, month, day, hour, minute, second, millisecond);
+}
+
+void DateTimeValue::setTimeZone(WString timeZone) {
+    timeZone_ = timeZone.isNull() ? WString::empty() : std::move(timeZone);
 }
 
 void DateTimeValue::set(int year, int month, int day, int hour, int minute, int second, int millisecond) {
@@ -353,5 +360,42 @@ WString DateTimeValue::toString() const {
 }
 
 DateTimeValue DateTimeValue::fromIso8601(const WString& text) { return IsoParser(text).parse(); }
+
+bool DateTimeValue::equals(const Value& other) const {
+    const auto* o = dynamic_cast<const DateTimeValue*>(&other);
+    return o && sameClass(other) && *o == *this;
+}
+
+void DateTimeValue::assign(const Value& other) {
+    const auto* o = dynamic_cast<const DateTimeValue*>(&other);
+    if (!o || !sameClass(other)) failAssign(other);
+    // Field by field: the reading mode is this value's own, not the other's.
+    set(o->year_, o->month_, o->day_, o->hour_, o->minute_, o->second_, o->millisecond_);
+    timeZone_ = o->timeZone_;
+}
+
+void DateTimeValue::serialize(iByteOutputStream& out) const {
+    uint8_t fields[9] = {uint8_t(year_), uint8_t(year_ >> 8), uint8_t(month_), uint8_t(day_), uint8_t(hour_),
+                         uint8_t(minute_), uint8_t(second_), uint8_t(millisecond_), uint8_t(millisecond_ >> 8)};
+    out.write(fields, sizeof fields);
+    writeValueText(out, timeZone_);
+}
+
+void DateTimeValue::deserialize(iByteInputStream& in) {
+    uint8_t f[9];
+    in.readExactly(f, sizeof f, kClass);
+    int year = int16_t(f[0] | f[1] << 8), millisecond = int16_t(f[7] | f[8] << 8);
+    WString zone = readValueText(in, kClass);
+    std::string reason = checkFields(year, f[2], f[3], f[4], f[5], f[6], millisecond);
+    if (!reason.empty())
+        throw Exception(kClass, "deserialize", u"Invalid date-time in stream: %hs", reason);
+    if (zone.isNull()) {
+        if (isStrictReading())
+            throw Exception(kClass, "deserialize", u"Invalid date-time in stream: %hs", "null time zone label");
+        zone = WString::empty();
+    }
+    set(year, f[2], f[3], f[4], f[5], f[6], millisecond);
+    timeZone_ = std::move(zone);
+}
 
 }  // namespace tovan

@@ -13,14 +13,19 @@
 //
 // Every refusal is a BadParameterException from class "DateTimeValue" and
 // leaves the value as it was.
+//
+// As a Value: type code VT_DateTime (5), class tag "Norvatek.DateTimeValue";
+// equals() is operator==; the byte form is in platform/README.md.
 #include <cstdint>
 
 #include "platform/Export.h"
 #include "platform/String.h"
+#include "platform/Value.h"
 
 namespace tovan {
 
-class NVK_EXPORT DateTimeValue {
+class NVK_EXPORT DateTimeValue : public Value {
+    TOVAN_VALUE_CLASS(DateTimeValue)
 public:
     /// 1970-01-01T00:00:00.000 with an empty label.
     DateTimeValue() = default;
@@ -46,8 +51,8 @@ public:
     void set(int year, int month, int day, int hour, int minute, int second, int millisecond);
     void setDate(int year, int month, int day);
     void setTime(int hour, int minute, int second, int millisecond = 0);
-    /// Relabels without touching the fields.
-    void setTimeZone(WString timeZone) { timeZone_ = std::move(timeZone); }
+    /// Relabels without touching the fields; a null label is stored as empty.
+    void setTimeZone(WString timeZone);
 
     /// Moves the value by whole units, carrying into the larger fields. A
     /// result outside the years 1 to 9999 raises "Adding %lld %hs to %ls leaves
@@ -93,7 +98,7 @@ public:
     WString toIso8601() const;
     /// toIso8601, followed by a blank and the label for a named zone other
     /// than UTC ("2024-03-01T08:00:00 CET"). fromIso8601 reads it back.
-    WString toString() const;
+    WString toString() const override;
     /// Reads "YYYY-MM-DD", optionally followed by "T" (or a blank) and
     /// "hh:mm", ":ss", a fraction of 1 to 9 digits after "." or "," (kept to
     /// the millisecond, the rest dropped), and a zone: "Z" (label "UTC"),
@@ -102,6 +107,15 @@ public:
     /// (operation "fromIso8601"), the reason naming the 0-based position or
     /// the field out of range.
     static DateTimeValue fromIso8601(const WString& text);
+
+    int getTypeCode() const override { return VT_DateTime; }
+    bool equals(const Value& other) const override;
+    void assign(const Value& other) override;
+    /// Fields, then the label; see platform/README.md. Reading rejects fields
+    /// out of range with Exception "Invalid date-time in stream: <reason>", and
+    /// in strict mode also a null label (lenient reading takes it as empty).
+    void serialize(iByteOutputStream& out) const override;
+    void deserialize(iByteInputStream& in) override;
 
 private:
     int64_t dayNumber() const;  // days since 1970-01-01

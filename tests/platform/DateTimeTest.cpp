@@ -59,19 +59,19 @@ TEST(DateTime, CalendarFacts) {
 // Walks every day of the supported range once: each step is one Julian day,
 // one weekday and exactly one calendar day further.
 TEST(DateTime, EveryDayFollowsTheOneBefore) {
-    DateTimeValue day(1, 1, 1, 12), previous = day;
-    int64_t steps = 0;
-    while (!(day.getYear() == 9999 && day.getMonth() == 12 && day.getDay() == 31)) {
+    DateTimeValue day(1, 1, 1, 12);
+    int64_t steps = 0, julian = day.julianDay();
+    int weekday = day.dayOfWeek(), y = 1, m = 1, d = 1;
+    while (!(y == 9999 && m == 12 && d == 31)) {
         day.addDays(1);
         ++steps;
-        ASSERT_EQ(day.julianDay(), previous.julianDay() + 1);
-        ASSERT_EQ(day.dayOfWeek(), previous.dayOfWeek() % 7 + 1);
-        bool nextInMonth = day.getDay() == previous.getDay() + 1 && day.getMonth() == previous.getMonth();
-        bool nextMonth = day.getDay() == 1 &&
-                         previous.getDay() == DateTimeValue::daysInMonth(previous.getYear(), previous.getMonth());
-        ASSERT_TRUE(nextInMonth || nextMonth) << iso(previous) << " -> " << iso(day);
-        ASSERT_LT(previous.compare(day), 0);
-        previous = day;
+        ASSERT_EQ(day.julianDay(), ++julian);
+        ASSERT_EQ(day.dayOfWeek(), weekday = weekday % 7 + 1);
+        bool nextInMonth = day.getDay() == d + 1 && day.getMonth() == m;
+        bool nextMonth = day.getDay() == 1 && d == DateTimeValue::daysInMonth(y, m) &&
+                         (day.getMonth() == m + 1 || (m == 12 && day.getMonth() == 1 && day.getYear() == y + 1));
+        ASSERT_TRUE(nextInMonth || nextMonth) << y << "-" << m << "-" << d << " -> " << iso(day);
+        y = day.getYear(), m = day.getMonth(), d = day.getDay();
     }
     EXPECT_EQ(steps, 5373484 - 1721426);
 }
@@ -199,4 +199,44 @@ TEST(DateTime, ZoneConversions) {
     EXPECT_TRUE(local.isBefore(utc));
     local.addSeconds(10);
     EXPECT_TRUE(utc.isBefore(local));
+}
+
+TEST(DateTime, IsAValueWithItsOwnBytes) {
+    Ptr<Value> made = Value::make(VT_DateTime, true);
+    ASSERT_TRUE(made->findAs<DateTimeValue>());
+    EXPECT_STREQ(made->getClassTag(), "Norvatek.DateTimeValue");
+    EXPECT_EQ(iso(made->getAs<DateTimeValue>()), "1970-01-01T00:00:00");
+
+    DateTimeValue v(2024, 2, 29, 13, 5, 9, 300, u"UTC");
+    MemoryOutputStream out;
+    v.serialize(out);
+    const std::vector<uint8_t> expected = {0xE8, 0x07, 2, 29, 13, 5, 9, 0x2C, 0x01, 4, 0, 0, 0, 'U', 0, 'T', 0, 'C', 0};
+    EXPECT_EQ(out.bytes(), expected);
+    MemoryInputStream in(out.bytes());
+    made->deserialize(in);
+    EXPECT_TRUE(made->equals(v));
+    Ptr<Value> copy(v.clone());
+    EXPECT_TRUE(copy->equals(v) && v.equals(*copy));
+    v.setTimeZone(u"+01:00");
+    EXPECT_FALSE(copy->equals(v));
+    EXPECT_FALSE(v.equals(StringValue(v.toString())));
+    EXPECT_THROW_MSG(v.assign(StringValue(u"x")), BadParameterException,
+                     "Cannot assign a Norvatek.StringValue to a Norvatek.DateTimeValue");
+    v.assign(*copy);
+    EXPECT_EQ(v.toString(), WString(u"2024-02-29T13:05:09.300Z"));
+
+    std::vector<uint8_t> bad = expected;
+    bad[2] = 13;
+    MemoryInputStream badMonth(bad);
+    EXPECT_THROW_MSG(made->deserialize(badMonth), Exception,
+                     "Invalid date-time in stream: month 13 is out of range 1 to 12");
+    std::vector<uint8_t> nullLabel(expected.begin(), expected.begin() + 13);
+    nullLabel[9] = 0;
+    MemoryInputStream strictIn(nullLabel), lenientIn(nullLabel), shortIn(expected.data(), 8);
+    EXPECT_THROW_MSG(made->deserialize(strictIn), Exception, "Invalid date-time in stream: null time zone label");
+    EXPECT_THROW_MSG(made->deserialize(shortIn), Exception, "Unexpected end of stream: needed 9 bytes, got 8");
+    EXPECT_TRUE(made->equals(*copy));  // every failure left it alone
+    made->setStrictReading(false);
+    made->deserialize(lenientIn);
+    EXPECT_EQ(made->toString(), WString(u"2024-02-29T13:05:09.300"));
 }
