@@ -1,0 +1,128 @@
+#include "platform/FileStream.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "platform/Exception.h"
+
+namespace tovan {
+
+namespace {
+constexpr size_t kBufferBytes = 64 * 1024;
+}
+
+FileOutputStream::FileOutputStream(const WString& path, int version, bool append)
+    : path_(path), version_(version) {
+    file_ = std::fopen(toNarrow(path).c_str(), append ? "ab" : "wb");
+    if (!file_)
+        throw Exception("FileOutputStream", "open", u"Cannot open file \"%ls\" for writing: %hs", path,
+                        std::strerror(errno));
+    std::setvbuf(file_, nullptr, _IONBF, 0);  // the stream's own buffer is the only one
+    buffer_.reserve(kBufferBytes);
+}
+
+FileOutputStream::~FileOutputStream() {
+    try {
+        close();
+    } catch (const Exception& e) {
+        Exception::warnText(e.getMessage());
+    }
+}
+
+void FileOutputStream::writeBuffer() {
+    if (buffer_.empty()) return;
+    size_t n = std::fwrite(buffer_.data(), 1, buffer_.size(), file_);
+    if (n != buffer_.size()) {
+        int error = errno;
+        buffer_.erase(buffer_.begin(), buffer_.begin() + n);
+        throw Exception("FileOutputStream", "write", u"Error writing file \"%ls\": %hs", path_,
+                        std::strerror(error));
+    }
+    buffer_.clear();
+}
+
+void FileOutputStream::write(const void* data, size_t count) {
+    if (!file_) throw Exception("FileOutputStream", "write", u"File \"%ls\" is not open", path_);
+    const auto* p = static_cast<const uint8_t*>(data);
+    if (buffer_.size() + count > kBufferBytes) {
+        writeBuffer();
+        if (count >= kBufferBytes) {  // a large block goes out directly
+            size_t n = std::fwrite(p, 1, count, file_);
+            written_ += n;
+            if (n != count)
+                throw Exception("FileOutputStream", "write", u"Error writing file \"%ls\": %hs", path_,
+                                std::strerror(errno));
+            return;
+        }
+    }
+    buffer_.insert(buffer_.end(), p, p + count);
+    written_ += count;
+}
+
+void FileOutputStream::flush() {
+    if (!file_) throw Exception("FileOutputStream", "flush", u"File \"%ls\" is not open", path_);
+    writeBuffer();
+}
+
+void FileOutputStream::close() {
+    if (!file_) return;
+    std::FILE* f = file_;
+    try {
+        writeBuffer();
+    } catch (...) {
+        file_ = nullptr;
+        buffer_.clear();
+        std::fclose(f);
+        throw;
+    }
+    file_ = nullptr;
+    if (std::fclose(f) != 0)
+        throw Exception("FileOutputStream", "close", u"Error closing file \"%ls\": %hs", path_, std::strerror(errno));
+}
+
+FileInputStream::FileInputStream(const WString& path, int version) : path_(path), version_(version) {
+    file_ = std::fopen(toNarrow(path).c_str(), "rb");
+    if (!file_)
+        throw Exception("FileInputStream", "open", u"Cannot open file \"%ls\" for reading: %hs", path,
+                        std::strerror(errno));
+    std::setvbuf(file_, nullptr, _IONBF, 0);
+    buffer_.resize(kBufferBytes);
+}
+
+FileInputStream::~FileInputStream() { close(); }
+
+void FileInputStream::close() {
+    if (file_) std::fclose(file_);
+    file_ = nullptr;
+}
+
+bool FileInputStream::refill() {
+    if (atEnd_) return false;
+    start_ = 0;
+    end_ = std::fread(buffer_.data(), 1, buffer_.size(), file_);
+    if (end_ < buffer_.size()) {
+        if (std::ferror(file_))
+            throw Exception("FileInputStream", "read", u"Error reading file \"%ls\": %hs", path_,
+                            std::strerror(errno));
+        atEnd_ = true;
+    }
+    return end_ > 0;
+}
+
+size_t FileInputStream::read(void* data, size_t count) {
+    if (!file_) throw Exception("FileInputStream", "read", u"File \"%ls\" is not open", path_);
+    auto* p = static_cast<uint8_t*>(data);
+    size_t got = 0;
+    while (got < count) {
+        if (start_ == end_ && !refill()) break;
+        size_t n = std::min(count - got, end_ - start_);
+        std::memcpy(p + got, buffer_.data() + start_, n);
+        start_ += n;
+        got += n;
+    }
+    position_ += got;
+    return got;
+}
+
+}  // namespace tovan

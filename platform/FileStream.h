@@ -1,0 +1,81 @@
+#pragma once
+// Byte streams over files, buffered 64 KiB.
+//
+// Failures raise Exception (class "FileOutputStream" / "FileInputStream")
+// naming the file: "Cannot open file \"%ls\" for writing: %hs" (or reading),
+// "Error writing file \"%ls\": %hs", "Error reading file \"%ls\": %hs",
+// "Error closing file \"%ls\": %hs", and "File \"%ls\" is not open" for use
+// after close.
+#include <cstdint>
+#include <cstdio>
+#include <vector>
+
+#include "platform/ByteStream.h"
+#include "platform/Export.h"
+#include "platform/String.h"
+
+namespace tovan {
+
+/// Writes a file (created, or emptied when it exists; or appended to). Bytes
+/// reach the file when the buffer fills, on flush(), close() or destruction;
+/// the destructor can only warn about a failure, so call close() to see it.
+class NVK_EXPORT FileOutputStream : public iByteOutputStream {
+public:
+    explicit FileOutputStream(const WString& path, int version = DefaultStreamVersion, bool append = false);
+    ~FileOutputStream() override;
+    FileOutputStream(const FileOutputStream&) = delete;
+    FileOutputStream& operator=(const FileOutputStream&) = delete;
+
+    void write(const void* data, size_t count) override;
+    int getVersion() const override { return version_; }
+    void flush();
+    /// Flushes and closes; closing twice does nothing.
+    void close();
+
+    const WString& getPath() const { return path_; }
+    bool isOpen() const { return file_ != nullptr; }
+    /// Bytes written through this stream, buffered ones included.
+    uint64_t size() const { return written_; }
+
+private:
+    void writeBuffer();
+
+    WString path_;
+    std::FILE* file_ = nullptr;
+    std::vector<uint8_t> buffer_;
+    uint64_t written_ = 0;
+    int version_;
+};
+
+/// Reads a file from its start. read() returns fewer bytes than asked only at
+/// the end of the file (partial reads of the system are completed), so
+/// readExactly reports a record cut short by the end of the file.
+class NVK_EXPORT FileInputStream : public iByteInputStream {
+public:
+    explicit FileInputStream(const WString& path, int version = DefaultStreamVersion);
+    ~FileInputStream() override;
+    FileInputStream(const FileInputStream&) = delete;
+    FileInputStream& operator=(const FileInputStream&) = delete;
+
+    size_t read(void* data, size_t count) override;
+    int getVersion() const override { return version_; }
+    void close();
+
+    const WString& getPath() const { return path_; }
+    bool isOpen() const { return file_ != nullptr; }
+    /// Bytes consumed so far.
+    uint64_t position() const { return position_; }
+
+private:
+    bool refill();
+
+    WString path_;
+    std::FILE* file_ = nullptr;
+    std::vector<uint8_t> buffer_;
+    size_t start_ = 0, end_ = 0;
+    bool atEnd_ = false;
+    uint64_t position_ = 0;
+    int version_;
+};
+
+}  // namespace tovan

@@ -1,0 +1,57 @@
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "platform/FileStream.h"
+#include "tests/support/TestSupport.h"
+
+using namespace tovan;
+
+TEST(FileStream, WritesAndReadsTheSameBytesAsMemory) {
+    nvktest::TempDir dir;
+    WString path = toWide((dir / "record.bin").string());
+    std::mt19937 rng(11);
+    std::vector<uint8_t> block(200000);
+    for (auto& b : block) b = uint8_t(rng());
+    MemoryOutputStream memory(3);
+    {
+        FileOutputStream file(path, 3);
+        for (iByteOutputStream* out : {static_cast<iByteOutputStream*>(&file), static_cast<iByteOutputStream*>(&memory)}) {
+            writeInt32LE(*out, -5);
+            out->write(block.data(), 70000);  // crosses the buffer and goes out directly
+            writeDoubleLE(*out, 0.1);
+            for (int i = 0; i < 40000; ++i) writeUInt8(*out, uint8_t(i));  // many small writes
+            out->write(block.data() + 70000, block.size() - 70000);
+        }
+        EXPECT_EQ(file.size(), memory.size());
+    }  // closed by the destructor
+    EXPECT_EQ(nvktest::readFile(dir / "record.bin"), std::string(memory.bytes().begin(), memory.bytes().end()));
+
+    FileInputStream in(path, 3);
+    EXPECT_EQ(in.getVersion(), 3);
+    EXPECT_EQ(readInt32LE(in), -5);
+    std::vector<uint8_t> back(memory.size() - 4);
+    in.readExactly(back.data(), back.size());
+    EXPECT_TRUE(std::equal(back.begin(), back.end(), memory.bytes().begin() + 4));
+    EXPECT_EQ(in.position(), memory.size());
+    EXPECT_THROW_MSG(readInt32LE(in, "FileInputStream"), Exception, "Unexpected end of stream: needed 4 bytes, got 0");
+}
+
+TEST(FileStream, FailuresNameTheFile) {
+    nvktest::TempDir dir;
+    std::string missing = (dir / "none.bin").string();
+    EXPECT_THROW_MSG(FileInputStream(toWide(missing)), Exception,
+                     "Cannot open file \"" + missing + "\" for reading: No such file or directory");
+    std::string nested = (dir / "no" / "x.bin").string();
+    EXPECT_THROW_MSG(FileOutputStream(toWide(nested)), Exception,
+                     "Cannot open file \"" + nested + "\" for writing: No such file or directory");
+    FileInputStream folder(toWide(dir.path().string()));
+    uint8_t b;
+    EXPECT_THROW_MSG(folder.read(&b, 1), Exception, "Error reading file \"" + dir.path().string() + "\": Is a directory");
+
+    FileOutputStream full(u"/dev/full");
+    full.write("abc", 3);
+    EXPECT_THROW_MSG(full.close(), Exception, "Error writing file \"/dev/full\": No space left on device");
+    EXPECT_FALSE(full.isOpen());
+    EXPECT_THROW_MSG(full.write("x", 1), Exception, "File \"/dev/full\" is not open");
+}
