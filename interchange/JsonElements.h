@@ -1,0 +1,238 @@
+#pragma once
+// The element tree that the JSON reader builds from one top-level value, and
+// the reader's error categories.
+//
+// An `Element` holds exactly one of Object, Array, Number, Boolean, String or
+// Null, by value. Text is the library's wide text: UTF-16 code units
+// (tovan::wchar), so the string element is TrivialType_T<std::u16string>.
+//
+//   cajun::json::Object doc;
+//   doc.Insert(u"name", cajun::json::String(u"probe"));
+//   const auto& n = doc[u"name"].As<cajun::json::String>().Value();
+#include <cstddef>
+#include <list>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "platform/Exception.h"
+#include "platform/Export.h"
+
+namespace cajun::json {
+
+/// Where a token starts or ends: line and column from 0, and the number of
+/// characters consumed before it.
+struct Location {
+    int line = 0;
+    int column = 0;
+    int position = 0;
+    bool operator==(const Location&) const = default;
+};
+
+/// Any error of the reader's layers (message only). The scanner and parser
+/// raise the subclasses, which also say where; CJsonReader turns all of them
+/// into a plain tovan::Exception with a category prefix.
+class NVK_EXPORT JsonException : public tovan::Exception {
+public:
+    explicit JsonException(const std::u16string& message);
+};
+
+/// The scanner stopped at `location` (the stream's counters at that moment).
+class NVK_EXPORT ScanException : public JsonException {
+public:
+    ScanException(const std::u16string& message, const Location& location);
+    const Location& location() const { return location_; }
+
+private:
+    Location location_;
+};
+
+/// The parser met a token it could not use; its begin and end locations.
+class NVK_EXPORT ParseException : public JsonException {
+public:
+    ParseException(const std::u16string& message, const Location& begin, const Location& end);
+    const Location& begin() const { return begin_; }
+    const Location& end() const { return end_; }
+
+private:
+    Location begin_;
+    Location end_;
+};
+
+/// A scalar held by value.
+template <class T>
+class TrivialType_T {
+public:
+    TrivialType_T(const T& value = T()) : value_(value) {}
+    TrivialType_T(T&& value) : value_(std::move(value)) {}
+    T& Value() { return value_; }
+    const T& Value() const { return value_; }
+    operator T&() { return value_; }
+    operator const T&() const { return value_; }
+    bool operator==(const TrivialType_T& other) const { return value_ == other.value_; }
+
+private:
+    T value_;
+};
+
+using Number = TrivialType_T<double>;  // every JSON number, integral or not
+using Boolean = TrivialType_T<bool>;
+using String = TrivialType_T<std::u16string>;
+
+class Null {
+public:
+    bool operator==(const Null&) const { return true; }
+};
+
+class Element;
+
+/// Elements in document order.
+class NVK_EXPORT Array {
+public:
+    using iterator = std::vector<Element>::iterator;
+    using const_iterator = std::vector<Element>::const_iterator;
+
+    Array();
+    Array(const Array&);
+    Array(Array&&) noexcept;
+    Array& operator=(const Array&);
+    Array& operator=(Array&&) noexcept;
+    ~Array();
+
+    size_t Size() const { return elements_.size(); }
+    bool Empty() const { return elements_.empty(); }
+    iterator Begin() { return elements_.begin(); }
+    iterator End() { return elements_.end(); }
+    const_iterator Begin() const { return elements_.begin(); }
+    const_iterator End() const { return elements_.end(); }
+    iterator begin() { return elements_.begin(); }
+    iterator end() { return elements_.end(); }
+    const_iterator begin() const { return elements_.begin(); }
+    const_iterator end() const { return elements_.end(); }
+
+    /// Raises tovan::InvalidIndexException for an index past the end.
+    Element& operator[](size_t index);
+    const Element& operator[](size_t index) const;
+    Element& PushBack(Element element);
+    void Clear();
+    void Reserve(size_t n);
+
+    bool operator==(const Array& other) const;
+
+private:
+    std::vector<Element> elements_;
+};
+
+/// Members in insertion order, names unique. Lookup is a linear search on
+/// the name (objects in records are small; the order must be kept anyway).
+class NVK_EXPORT Object {
+public:
+    struct Member;
+    using iterator = std::list<Member>::iterator;
+    using const_iterator = std::list<Member>::const_iterator;
+
+    Object();
+    Object(const Object&);
+    Object(Object&&) noexcept;
+    Object& operator=(const Object&);
+    Object& operator=(Object&&) noexcept;
+    ~Object();
+
+    size_t Size() const { return members_.size(); }
+    bool Empty() const { return members_.empty(); }
+    iterator Begin() { return members_.begin(); }
+    iterator End() { return members_.end(); }
+    const_iterator Begin() const { return members_.begin(); }
+    const_iterator End() const { return members_.end(); }
+    iterator begin() { return members_.begin(); }
+    iterator end() { return members_.end(); }
+    const_iterator begin() const { return members_.begin(); }
+    const_iterator end() const { return members_.end(); }
+
+    iterator Find(std::u16string_view name);
+    const_iterator Find(std::u16string_view name) const;
+
+    /// Appends a member; a name already present raises JsonException
+    /// "Object member already exists: " followed by the name, and the object
+    /// is left as it was.
+    iterator Insert(std::u16string name, Element element);
+    /// The member's element, created as Null at the end when missing.
+    Element& operator[](std::u16string_view name);
+    /// Raises JsonException "Object member not found: " + name when missing.
+    const Element& operator[](std::u16string_view name) const;
+    void Clear();
+
+    bool operator==(const Object& other) const;
+
+private:
+    friend class Parser;  // checks for duplicates itself, with its own message
+    void append(std::u16string name, Element element);
+
+    std::list<Member> members_;
+};
+
+class ConstVisitor;
+
+/// Exactly one of the six element kinds, by value.
+class NVK_EXPORT Element {
+public:
+    using Variant = std::variant<Null, Object, Array, Number, Boolean, String>;
+
+    Element() = default;  // Null
+    Element(Null v) : value_(v) {}
+    Element(Object v) : value_(std::move(v)) {}
+    Element(Array v) : value_(std::move(v)) {}
+    Element(Number v) : value_(v) {}
+    Element(Boolean v) : value_(v) {}
+    Element(String v) : value_(std::move(v)) {}
+
+    template <class T>
+    bool Is() const {
+        return std::holds_alternative<T>(value_);
+    }
+    /// The held element; asking for another kind raises JsonException
+    /// "Bad element cast".
+    template <class T>
+    T& As() {
+        if (T* p = std::get_if<T>(&value_)) return *p;
+        badCast();
+    }
+    template <class T>
+    const T& As() const {
+        if (const T* p = std::get_if<T>(&value_)) return *p;
+        badCast();
+    }
+
+    /// Calls the visitor's Visit for the held kind.
+    void Accept(ConstVisitor& visitor) const;
+
+    const Variant& variant() const { return value_; }
+    Variant& variant() { return value_; }
+    bool operator==(const Element& other) const { return value_ == other.value_; }
+
+private:
+    [[noreturn]] static void badCast();
+    Variant value_;
+};
+
+struct Object::Member {
+    std::u16string name;
+    Element element;
+    bool operator==(const Member& other) const = default;
+};
+
+/// Double dispatch over the element kinds.
+class NVK_EXPORT ConstVisitor {
+public:
+    virtual ~ConstVisitor();
+    virtual void Visit(const Array& element) = 0;
+    virtual void Visit(const Object& element) = 0;
+    virtual void Visit(const Number& element) = 0;
+    virtual void Visit(const String& element) = 0;
+    virtual void Visit(const Boolean& element) = 0;
+    virtual void Visit(const Null& element) = 0;
+};
+
+}  // namespace cajun::json

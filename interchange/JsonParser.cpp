@@ -1,0 +1,169 @@
+#include "interchange/JsonParser.h"
+
+#include <cerrno>
+#include <charconv>
+#include <cmath>
+#include <cstdlib>
+#include <limits>
+#include <string>
+
+namespace cajun::json {
+
+namespace {
+
+[[noreturn]] void unexpected(const JsonToken& token) {
+    throw ParseException(u"Unexpected token: " + token.text, token.begin, token.end);
+}
+
+// The longest prefix of `text` that a standard input stream's extraction of
+// a double takes in the classic locale: a sign, digits with at most one
+// decimal point, then "e" or "E" (only after a digit) with an optional sign
+// and digits.
+size_t extractablePrefix(std::u16string_view text) {
+    size_t i = 0;
+    if (i < text.size() && (text[i] == u'+' || text[i] == u'-')) ++i;
+    bool digit = false, point = false, exponent = false;
+    while (i < text.size()) {
+        char16_t c = text[i];
+        if (c >= u'0' && c <= u'9') {
+            digit = true;
+        } else if (c == u'.' && !point && !exponent) {
+            point = true;
+        } else if ((c == u'e' || c == u'E') && !exponent && digit) {
+            exponent = true;
+            if (i + 1 < text.size() && (text[i + 1] == u'+' || text[i + 1] == u'-')) ++i;
+        } else {
+            break;
+        }
+        ++i;
+    }
+    return i;
+}
+
+// Converts what extractablePrefix accepted, with the stream's results for the
+// texts it cannot take whole: zero for a text that is no number ("-", "1e"),
+// the largest finite magnitude for one that overflows.
+double convertExtracted(std::u16string_view text) {
+    char small[64];
+    std::string large;
+    char* buf = small;
+    if (text.size() >= sizeof small) {
+        large.resize(text.size() + 1);
+        buf = large.data();
+    }
+    size_t n = 0;
+    for (char16_t c : text) buf[n++] = char(c);
+    buf[n] = 0;
+    const char* begin = buf;
+    if (*begin == '+') ++begin;  // from_chars takes no plus sign
+    double value = 0;
+    auto [ptr, ec] = std::from_chars(begin, buf + n, value);
+    if (ec == std::errc() && ptr == buf + n) return value;
+    if (ec == std::errc::result_out_of_range) {
+        char* end = nullptr;
+        double v = std::strtod(buf, &end);
+        if (end != buf + n) return 0;
+        if (std::isinf(v)) return v > 0 ? std::numeric_limits<double>::max() : -std::numeric_limits<double>::max();
+        return v;
+    }
+    return 0;
+}
+
+}  // namespace
+
+double Parser::ParseNumber(const JsonToken& token) {
+    std::u16string_view text = token.text;
+    std::u16string_view unsigned_ = text;
+    bool negative = false;
+    if (!unsigned_.empty() && (unsigned_[0] == u'+' || unsigned_[0] == u'-')) {
+        negative = unsigned_[0] == u'-';
+        unsigned_.remove_prefix(1);
+    }
+    if (unsigned_ == u"Inf" || unsigned_ == u"Infinity")
+        return negative ? -std::numeric_limits<double>::infinity() : std::numeric_limits<double>::infinity();
+
+    size_t taken = extractablePrefix(text);
+    if (taken < text.size())
+        throw ParseException(u"Unexpected character in NUMBER token: " + std::u16string(1, text[taken]), token.begin,
+                             token.end);
+    return convertExtracted(text);
+}
+
+JsonToken& Parser::match(TokenKind kind) {
+    // Capital E on purpose: callers tell this case from the next one by the text.
+    if (next_ >= tokens_.size()) throw ParseException(u"Unexpected End of token stream", Location(), Location());
+    JsonToken& token = tokens_[next_];
+    if (token.kind != kind) unexpected(token);
+    ++next_;
+    return token;
+}
+
+void Parser::enter(const JsonToken& token) {
+    if (depth_ >= kMaxDepth)
+        throw ParseException(u"Nesting deeper than " + tovan::format(u"%d", kMaxDepth).str() + u" levels", token.begin,
+                             token.end);
+}
+
+void Parser::ParseObject(Object& object) { parseObject(object); }
+
+void Parser::ParseValue(Element& element) {
+    if (next_ >= tokens_.size()) throw ParseException(u"Unexpected end of token stream", Location(), Location());
+    JsonToken& token = tokens_[next_];
+    switch (token.kind) {
+    case TokenKind::ObjectBegin: parseObject(element.variant().emplace<Object>()); break;
+    case TokenKind::ArrayBegin: parseArray(element.variant().emplace<Array>()); break;
+    case TokenKind::String:
+        ++next_;
+        element.variant().emplace<String>(std::move(token.text));
+        break;
+    case TokenKind::Number:
+        ++next_;
+        element.variant().emplace<Number>(ParseNumber(token));
+        break;
+    case TokenKind::Boolean:
+        ++next_;
+        element.variant().emplace<Boolean>(token.text == u"true");
+        break;
+    case TokenKind::Null:
+        ++next_;
+        element.variant().emplace<Null>();
+        break;
+    default: unexpected(token);
+    }
+}
+
+void Parser::parseObject(Object& object) {
+    enter(match(TokenKind::ObjectBegin));
+    ++depth_;
+    if (!nextIs(TokenKind::ObjectEnd)) {
+        for (;;) {
+            JsonToken& name = match(TokenKind::String);
+            match(TokenKind::MemberAssign);
+            Element value;
+            ParseValue(value);
+            if (object.Find(name.text) != object.End())
+                throw ParseException(u"Duplicate object member token: " + name.text, name.begin, name.end);
+            object.append(std::move(name.text), std::move(value));
+            if (!nextIs(TokenKind::NextElement)) break;
+            match(TokenKind::NextElement);
+        }
+    }
+    match(TokenKind::ObjectEnd);
+    --depth_;
+}
+
+void Parser::parseArray(Array& array) {
+    enter(match(TokenKind::ArrayBegin));
+    ++depth_;
+    if (!nextIs(TokenKind::ArrayEnd)) {
+        for (;;) {
+            ParseValue(array.PushBack(Element()));
+            if (!nextIs(TokenKind::NextElement)) break;
+            match(TokenKind::NextElement);
+        }
+    }
+    match(TokenKind::ArrayEnd);
+    --depth_;
+}
+
+}  // namespace cajun::json

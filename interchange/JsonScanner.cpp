@@ -1,0 +1,232 @@
+#include "interchange/JsonScanner.h"
+
+#include <array>
+
+namespace cajun::json {
+
+using tovan::wchar;
+
+namespace {
+
+// What the C library's iswspace accepts in the "C" locale (tab, line feed,
+// vertical tab, form feed, carriage return, space). Spelled out so that a
+// host that switches locales cannot change what the reader skips, and
+// because this test runs once per character of every document.
+inline bool isSpace(wchar c) { return c == u' ' || (c >= 9 && c <= 13); }
+
+// iswdigit is 0-9 in every locale.
+inline bool isHexDigit(wchar c) {
+    return (c >= u'0' && c <= u'9') || (c >= u'a' && c <= u'f') || (c >= u'A' && c <= u'F');
+}
+
+// The characters a number token may hold, built once from the literal that
+// defines them: the digits, ".", "e", "E", "-", "+" and the letters of
+// "Infinity". Table lookups keep the hot loop branch-free.
+const std::array<bool, 128>& numberCharacters() {
+    static const std::array<bool, 128> table = [] {
+        std::array<bool, 128> t{};
+        for (const char16_t* p = u"0123456789.eE-+Infinty"; *p; ++p) t[*p] = true;
+        return t;
+    }();
+    return table;
+}
+
+inline bool isNumberChar(const std::array<bool, 128>& table, wchar c) { return c < 128 && table[c]; }
+
+[[noreturn]] void scanError(JsonInputStream& in, const std::u16string& message) {
+    throw ScanException(message, in.GetLocation());
+}
+
+// Consumes white space, counting it, in bulk where the buffer allows.
+void skipSpace(JsonInputStream& in) {
+    for (;;) {
+        std::u16string_view buf = in.Buffered();
+        if (!buf.empty()) {
+            size_t i = 0;
+            while (i < buf.size() && isSpace(buf[i])) {
+                in.Count(buf[i]);
+                ++i;
+            }
+            in.Skip(i);
+            if (i < buf.size()) return;
+            continue;  // the block was all white space: look at the next one
+        }
+        if (in.EOS() || !isSpace(in.Peek())) return;
+        in.Consume();
+    }
+}
+
+}  // namespace
+
+void Scanner::matchWord(JsonInputStream& in, std::u16string_view word) {
+    for (size_t i = 0; i < word.size(); ++i) {
+        if (in.EOS())
+            scanError(in, u"Expected string: " + std::u16string(word) + u"; found: end of input");
+        wchar c = in.Consume();
+        if (c != word[i]) {
+            std::u16string found(word.substr(0, i));
+            found += c;
+            scanError(in, u"Expected string: " + std::u16string(word) + u"; found: " + found);
+        }
+    }
+}
+
+void Scanner::scanString(JsonInputStream& in, std::u16string& text) {
+    matchWord(in, u"\"");
+    for (;;) {
+        // Plain characters go over in runs straight from the file's block.
+        std::u16string_view buf = in.Buffered();
+        if (!buf.empty()) {
+            size_t i = 0;
+            while (i < buf.size()) {
+                wchar c = buf[i];
+                if (c == u'"' || c == u'\\' || c == u'\n') break;
+                ++i;
+            }
+            if (i) {
+                text.append(buf.data(), i);
+                in.Skip(i);
+                in.position += int(i);
+                in.column += int(i);
+                if (i == buf.size()) continue;
+            }
+        }
+        if (in.EOS() || in.Peek() == u'"') break;
+        wchar c = in.Consume();
+        if (c != u'\\') {
+            text += c;
+            continue;
+        }
+        if (in.EOS()) {
+            text += c;  // a backslash at the very end stays as it is
+            break;
+        }
+        wchar e = in.Consume();
+        switch (e) {
+        case u'"':
+        case u'\\':
+        case u'/': text += e; break;
+        case u'b': text += wchar(8); break;
+        case u'f': text += wchar(12); break;
+        case u'n': text += wchar(10); break;
+        case u'r': text += wchar(13); break;
+        case u't': text += wchar(9); break;
+        case u'u': {
+            unsigned value = 0;
+            int digits = 0;
+            while (digits < 4 && !in.EOS()) {
+                wchar h = in.Consume();
+                if (!isHexDigit(h)) break;  // consumed all the same
+                value = value * 16 + unsigned(h <= u'9' ? h - u'0' : (h | 0x20) - u'a' + 10);
+                ++digits;
+            }
+            if (digits < 4) scanError(in, u"Unrecognized unicode escape sequence found in string: \\u");
+            // Surrogates are neither paired nor checked: each escape is one unit.
+            text += wchar(value);
+            break;
+        }
+        default: scanError(in, u"Unrecognized escape sequence found in string: \\" + std::u16string(1, e));
+        }
+    }
+    matchWord(in, u"\"");
+}
+
+void Scanner::scanNumber(JsonInputStream& in, std::u16string& text) {
+    const auto& table = numberCharacters();
+    for (;;) {
+        std::u16string_view buf = in.Buffered();
+        if (!buf.empty()) {
+            size_t i = 0;
+            while (i < buf.size() && isNumberChar(table, buf[i])) ++i;
+            text.append(buf.data(), i);
+            in.Skip(i);
+            in.position += int(i);
+            in.column += int(i);
+            if (i < buf.size()) return;
+            continue;
+        }
+        if (in.EOS() || !isNumberChar(table, in.Peek())) return;
+        text += in.Consume();
+    }
+}
+
+void Scanner::Scan(JsonInputStream& in, Tokens& tokens) {
+    TokenKind opening = TokenKind::None;
+    TokenKind closing = TokenKind::None;
+    int depth = 0;
+    bool first = true;
+    for (;;) {
+        skipSpace(in);
+        if (in.EOS()) return;
+
+        JsonToken token;
+        token.begin = in.GetLocation();
+        wchar c = in.Peek();
+        switch (c) {
+        case u'{': token.kind = TokenKind::ObjectBegin; break;
+        case u'}': token.kind = TokenKind::ObjectEnd; break;
+        case u'[': token.kind = TokenKind::ArrayBegin; break;
+        case u']': token.kind = TokenKind::ArrayEnd; break;
+        case u',': token.kind = TokenKind::NextElement; break;
+        case u':': token.kind = TokenKind::MemberAssign; break;
+        case u'"':
+            token.kind = TokenKind::String;
+            scanString(in, token.text);
+            break;
+        case u'-':
+        case u'0':
+        case u'1':
+        case u'2':
+        case u'3':
+        case u'4':
+        case u'5':
+        case u'6':
+        case u'7':
+        case u'8':
+        case u'9':
+        case u'I':
+            token.kind = TokenKind::Number;
+            scanNumber(in, token.text);
+            break;
+        case u't':
+            token.kind = TokenKind::Boolean;
+            matchWord(in, u"true");
+            token.text = u"true";
+            break;
+        case u'f':
+            token.kind = TokenKind::Boolean;
+            matchWord(in, u"false");
+            token.text = u"false";
+            break;
+        case u'n':
+            token.kind = TokenKind::Null;
+            matchWord(in, u"null");
+            token.text = u"null";
+            break;
+        default: scanError(in, u"Unexpected character in stream: " + std::u16string(1, c));
+        }
+        if (int(token.kind) <= int(TokenKind::MemberAssign)) {
+            in.Consume();
+            token.text.assign(1, c);
+        }
+        token.end = in.GetLocation();
+        TokenKind kind = token.kind;
+        tokens.push_back(std::move(token));
+
+        if (first) {
+            first = false;
+            opening = kind;
+            closing = kind == TokenKind::ObjectBegin  ? TokenKind::ObjectEnd
+                      : kind == TokenKind::ArrayBegin ? TokenKind::ArrayEnd
+                      : kind == TokenKind::String     ? TokenKind::String
+                                                      : TokenKind::None;
+            depth = 1;
+        } else if (kind == closing) {
+            if (--depth == 0) return;
+        } else if (kind == opening) {
+            ++depth;
+        }
+    }
+}
+
+}  // namespace cajun::json
