@@ -1,0 +1,133 @@
+#include "interchange/CJsonReader.h"
+
+#include "interchange/JsonParser.h"
+#include "interchange/JsonScanner.h"
+
+namespace nvk {
+
+using namespace tovan;
+
+using cajun::json::JsonException;
+using cajun::json::JsonInputStream;
+using cajun::json::Location;
+using cajun::json::ParseException;
+using cajun::json::Parser;
+using cajun::json::ScanException;
+using cajun::json::Scanner;
+using cajun::json::Tokens;
+
+const ClassTag CJsonReader::Tag("Norvatek.class.JsonReader");
+
+namespace {
+
+ObjectPool<CJsonReader>& pool() {
+    static ObjectPool<CJsonReader> p("CJsonReader");
+    return p;
+}
+
+// Readers made directly (not through the pool) are counted here, so a leaked
+// reader shows up in the same detector either way.
+LeakDetector& directDetector() { return pool().leakDetector(); }
+
+const ClassRegistration registration(CJsonReader::Tag.name(), []() -> tovan::Object* { return CJsonReader::newInstance(); });
+
+// Skipping more characters than this between two objects means the source
+// holds no records.
+constexpr int kMaxSkippedCharacters = 1024;
+
+}  // namespace
+
+CJsonReader::CJsonReader() = default;
+
+CJsonReader::CJsonReader(vcFileInterface* file) {
+    setFileInterface(file);
+    directDetector().AddToLeakDetector();
+    counted_ = true;
+}
+
+CJsonReader::CJsonReader(const CJsonReader&) : CountedObject(), PooledObject() {
+    throw Exception("CJsonReader", "CJsonReader(const CJsonReader&)", u"Unable to clone CJsonReader");
+}
+
+CJsonReader& CJsonReader::operator=(const CJsonReader&) {
+    throw Exception("CJsonReader", "operator=", u"Unable to assign CJsonReader");
+}
+
+CJsonReader::~CJsonReader() {
+    if (counted_) directDetector().RemoveFromLeakDetector();
+}
+
+CJsonReader* CJsonReader::newInstance() {
+    CJsonReader* r = pool().newInstance();
+    r->pooled_ = true;
+    return r;
+}
+
+void CJsonReader::deleteInstance() {
+    if (pooled_)
+        pool().deleteInstance(this);
+    else
+        delete this;
+}
+
+tovan::Object* CJsonReader::clone() const { throw Exception("CJsonReader", "clone", u"Unable to clone CJsonReader"); }
+
+void CJsonReader::onDeactivate() { stream_.reset(); }
+
+void CJsonReader::setFileInterface(iFileInterface* file) {
+    if (!file) throw Exception("CJsonReader", "setFileInterface", u"%ls", u"Cannot read JSON data using a null input file");
+    stream_ = std::make_unique<JsonInputStream>(file);
+}
+
+Location CJsonReader::GetLocation() const { return stream_ ? stream_->GetLocation() : Location(); }
+
+void CJsonReader::ResetStream() {
+    if (!stream_) return;
+    JsonInputStream& in = *stream_;
+    in.ClearInjected();
+    // Not counted: the location of the first token is where the text
+    // begins, as if the white space were not there.
+    while (!in.EOS() && (in.Peek() == u' ' || (in.Peek() >= 9 && in.Peek() <= 13))) in.Get();
+    wchar next = in.EOS() ? wchar(0) : in.Peek();
+    if (next != u'[' && next != u'{') {
+        if (!in.HasFirstInjected())
+            in.SetFirstInjected(u'{');
+        else
+            in.SetSecondInjected(u'{');
+        in.SetTrailingInjected(u'}');
+    }
+}
+
+bool CJsonReader::FindNextObject() {
+    if (!stream_) return false;
+    JsonInputStream& in = *stream_;
+    if (in.EOS()) return false;
+    int skipped = 0;
+    while (in.Peek() != u'{') {
+        in.Consume();
+        if (in.EOS()) return false;
+        if (++skipped > kMaxSkippedCharacters)
+            throw Exception("CJsonReader", "FindNextObject", u"%ls", u"Cannot find JSON object in source");
+    }
+    return true;
+}
+
+bool CJsonReader::ReadNextObject(cajun::json::Object& object) {
+    if (!FindNextObject()) return false;
+    try {
+        Tokens tokens;
+        Scanner().Scan(*stream_, tokens);
+        cajun::json::Object result;
+        Parser(tokens).ParseObject(result);
+        object = std::move(result);
+    } catch (const ScanException& e) {
+        throw Exception("CJsonReader", "ReadNextObject", u"%ls", u"JSON scan error: " + e.getMessage().str());
+    } catch (const ParseException& e) {
+        throw Exception("CJsonReader", "ReadNextObject", u"%ls", u"JSON parse error: " + e.getMessage().str());
+    } catch (const JsonException& e) {
+        throw Exception("CJsonReader", "ReadNextObject", u"%ls", u"JSON read error: " + e.getMessage().str());
+    }
+    return true;
+}
+
+}  // namespace nvk

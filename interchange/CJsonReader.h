@@ -1,0 +1,76 @@
+#pragma once
+// Reads a stream of JSON text, one top-level object at a time.
+#include <memory>
+
+#include "interchange/JsonElements.h"
+#include "interchange/JsonInputStream.h"
+#include "platform/Export.h"
+#include "platform/FileInterface.h"
+#include "platform/Object.h"
+#include "platform/Pool.h"
+
+namespace nvk {
+
+/// A tolerant reader of JSON records:
+///  - up to 1024 characters of anything (text, commas, brackets) before each
+///    object are skipped, so a top-level array of objects yields its objects
+///    one by one, and so does a log with text between records;
+///  - "Infinity" and "Inf", with an optional sign, are numbers;
+///  - after ResetStream, a source whose first significant character is
+///    neither "{" nor "[" is read as if wrapped in braces (a bare member list).
+///
+///   vcFileInterface file(u"records.json", FileMode::Read);
+///   CJsonReader reader(&file);
+///   reader.ResetStream();
+///   cajun::json::Object record;
+///   while (reader.ReadNextObject(record)) ...
+///
+/// Failures raise Exception (class "CJsonReader") with the texts
+/// "JSON scan error: ", "JSON parse error: " or "JSON read error: " followed by
+/// the inner message; GetLocation() then tells where scanning stopped. A
+/// thrown error leaves the stream where scanning stopped; no state is rolled
+/// back. One thread at a time. Not copyable: copying and assigning raise
+/// "Unable to clone CJsonReader" / "Unable to assign CJsonReader".
+class NVK_EXPORT CJsonReader : public virtual tovan::CountedObject, public tovan::PooledObject {
+public:
+    static const tovan::ClassTag Tag;  // "Norvatek.class.JsonReader"
+
+    CJsonReader();
+    /// Calls setFileInterface, so a null file fails at once.
+    explicit CJsonReader(tovan::vcFileInterface* file);
+    CJsonReader(const CJsonReader&);
+    CJsonReader& operator=(const CJsonReader&);
+    ~CJsonReader() override;
+
+    /// A pooled instance with no reference taken yet.
+    static CJsonReader* newInstance();
+    void deleteInstance() override;
+    const tovan::ClassTag& getClass() const override { return Tag; }
+    tovan::Object* clone() const override;
+    void onDeactivate() override;
+
+    /// Moves to the next "{" (not consumed). False when the stream ends first;
+    /// raises "Cannot find JSON object in source" after skipping more than
+    /// 1024 characters.
+    virtual bool FindNextObject();
+    /// Reads the next top-level object into `object` (replacing its members).
+    /// False, with `object` untouched, when there is none.
+    virtual bool ReadNextObject(cajun::json::Object& object);
+    /// Prepares a new pass: drops injected characters, skips white space
+    /// (without counting it) and, unless the next character is "{" or "[",
+    /// injects a "{" before and a "}" after the rest of the source.
+    virtual void ResetStream();
+    /// Starts over on another source (not owned). Null raises "Cannot read
+    /// JSON data using a null input file".
+    virtual void setFileInterface(tovan::iFileInterface* file);
+
+    /// Where the stream is now (line and column from 0); zeros without a source.
+    cajun::json::Location GetLocation() const;
+
+private:
+    std::unique_ptr<cajun::json::JsonInputStream> stream_;
+    bool pooled_ = false;   // made by newInstance: goes back to the pool
+    bool counted_ = false;  // made directly over a file: counted by hand
+};
+
+}  // namespace nvk

@@ -1,0 +1,116 @@
+#pragma once
+// Writes JSON text through a call chain that cannot produce malformed output.
+#include <string>
+#include <vector>
+
+#include "platform/Export.h"
+#include "platform/String.h"
+
+namespace nvk {
+
+/// Writes JSON to a character sink:
+///
+///   JsonStringSink sink;
+///   CJsonWriter w(&sink, nullptr);
+///   w.object().key(u"x").value(1.5).key(u"tags").array().value(u"a", true).endArray().endObject();
+///   // sink.text() == u"{\"x\":1.5,\"tags\":[\"a\"]}"
+///
+/// A mode and a stack of open containers decide what may come next; a call
+/// out of order raises tovan::Exception (class "CJsonWriter") and leaves the
+/// writer as it was, though the sink may hold a partial text. Only one
+/// top-level container is written; with a variable name the text is wrapped
+/// as "var NAME = ...;". One thread per writer.
+class NVK_EXPORT CJsonWriter {
+public:
+    /// The sink: one character, or a null-terminated text.
+    class NVK_EXPORT Writer {
+    public:
+        virtual ~Writer();
+        virtual void write(tovan::wchar c) = 0;
+        virtual void write(const tovan::wchar* text) = 0;
+    };
+
+    /// The numbers are fixed.
+    enum Mode : int32_t {
+        ModeArray = 1,   // inside an array: a value, object() or array() may come
+        ModeDone = 2,    // the top-level container is closed
+        ModeInit = 3,    // nothing written yet
+        ModeObject = 4,  // inside an object: a key or endObject()
+        ModeKey = 5,     // after a key: the member's value
+    };
+
+    /// `sink` is not owned; null raises "Invalid null output stream". A
+    /// non-empty `variableName` writes "var NAME = " at once.
+    CJsonWriter(Writer* sink, const tovan::wchar* variableName = nullptr);
+    ~CJsonWriter();
+    CJsonWriter(const CJsonWriter&) = delete;
+    CJsonWriter& operator=(const CJsonWriter&) = delete;
+
+    CJsonWriter& object();
+    CJsonWriter& array();
+    CJsonWriter& key(const tovan::wchar* name);
+    CJsonWriter& key(const char* name);  // UTF-8
+    CJsonWriter& value(bool b);
+    CJsonWriter& value(double d);
+    CJsonWriter& value(long n);
+    CJsonWriter& value(int n) { return value(long(n)); }
+    CJsonWriter& value(unsigned int n);
+    /// Quoted and escaped, or (quote false) verbatim, for "null" and numbers
+    /// already formatted. A null text is written as an empty one.
+    CJsonWriter& value(const tovan::wchar* text, bool quote = true);
+    CJsonWriter& value(const char* text, bool quote = true);  // UTF-8
+    CJsonWriter& endArray();
+    CJsonWriter& endObject();
+    /// Asks for a line feed with the next value (after its separator, before
+    /// its text) or closing bracket; keys leave it pending. Writing records
+    /// one per line is `object() ... endObject().writeNewLine()` in an array.
+    CJsonWriter& writeNewLine();
+    /// With strictness, a number without a decimal point gets ".0" appended.
+    void setDecimalPlaceStrictness(bool strict) { strict_ = strict; }
+    bool getDecimalPlaceStrictness() const { return strict_; }
+
+    Mode getMode() const { return mode_; }
+    size_t getDepth() const { return stack_.size(); }
+
+    /// The text of `value` as value(double) writes it (the decimal-point fix
+    /// applied). Raises the same exceptions.
+    static std::u16string formatDouble(double value, bool strict);
+    /// Makes a number text end up with a decimal digit after every ".", and
+    /// with strictness a ".0" when there is no "." at all, in place in a
+    /// buffer of `capacity` bytes; raises "Malformed JSON number format, but
+    /// no space in buffer to fix" when the insertion does not fit.
+    static void fixUpDoubles(char* text, size_t capacity, bool strict);
+    /// Appends `text` quoted and escaped as the writer writes strings.
+    static void escape(std::u16string_view text, std::u16string& out);
+
+private:
+    void writeValue(const tovan::wchar* text, bool quote);
+    void emitValue(const tovan::wchar* text, bool quote);
+    void push(bool isObject);
+    void pop(bool isObject);
+    void close(bool isObject);
+    void writeQuoted(std::u16string_view text);
+
+    bool needsSeparator_ = false;
+    bool newLinePending_ = false;
+    Mode mode_ = ModeInit;
+    bool variableOpen_ = false;
+    std::vector<bool> stack_;  // open containers: true for an object
+    Writer* sink_;
+    bool strict_ = false;
+    std::u16string scratch_;  // escaped text on its way to the sink
+};
+
+/// A sink that collects the text in memory.
+class NVK_EXPORT JsonStringSink : public CJsonWriter::Writer {
+public:
+    void write(tovan::wchar c) override { text_ += c; }
+    void write(const tovan::wchar* text) override { text_ += text; }
+    const std::u16string& text() const { return text_; }
+    void clear() { text_.clear(); }
+
+private:
+    std::u16string text_;
+};
+
+}  // namespace nvk
