@@ -1,0 +1,34 @@
+#include "data/CBaseNode.h"
+
+namespace nvk {
+
+const tovan::ClassTag CBaseNode::Tag("Norvatek.data.BaseNode");
+
+namespace {
+
+const tovan::ClassRegistration s_registration(CBaseNode::Tag.name(),
+                                              []() -> tovan::Object* { return CBaseNode::newInstance(); });
+
+}  // namespace
+
+tovan::ObjectPool<CBaseNode>& CBaseNode::pool() {
+    static tovan::ObjectPool<CBaseNode> p("CBaseNode");
+    return p;
+}
+
+CBaseNode::~CBaseNode() = default;
+
+CBaseNode* CBaseNode::newInstance() { return pool().newInstance(); }
+CBaseNode* CBaseNode::allocate() { return pool().allocate(); }
+
+CBaseNode* CBaseNode::allocateCopy(const CBaseNode& source) {
+    CBaseNode* copy = source.Clone(true);
+    copy->addRef();
+    return copy;
+}
+
+void CBaseNode::deallocate(CBaseNode* node) { tovan::ObjectPool<CBaseNode>::deallocate(node); }
+
+void CBaseNode::deleteInstance() { pool().deleteInstance(this); }
+
+}  // namespace nvk

@@ -1,0 +1,41 @@
+#pragma once
+// The library's node class.
+#include "data/NodeImpl.h"
+#include "platform/Pool.h"
+
+namespace nvk {
+
+/// A data tree node. Class tag "Norvatek.data.BaseNode"; pooled: the last
+/// release returns the node to its class's pool rather than freeing it, and
+/// `newInstance` hands a recycled node out empty.
+///
+/// Typical use:
+///   tovan::Ptr<CBaseNode> root(CBaseNode::newInstance());
+///   root->setName(u"record");
+///   tovan::Ptr<CBaseNode> item(CBaseNode::newInstance());
+///   root->appendChild(item.get());   // the parent takes its own reference
+///   item->getProperties().define(u"count", tovan::IntegerValue(3));
+class NVK_EXPORT CBaseNode : public NodeImpl<CBaseNode>, public tovan::PooledObject {
+public:
+    static const tovan::ClassTag Tag;  // "Norvatek.data.BaseNode"
+    static constexpr int BASE_NODE_VERSION = 9095;
+
+    CBaseNode() = default;
+    ~CBaseNode() override;
+
+    /// A fresh or recycled node without a reference.
+    static CBaseNode* newInstance();
+    /// As newInstance, carrying one reference for the caller.
+    static CBaseNode* allocate();
+    /// A deep copy of `source` carrying one reference for the caller.
+    static CBaseNode* allocateCopy(const CBaseNode& source);
+    static void deallocate(CBaseNode* node);
+    static tovan::ObjectPool<CBaseNode>& pool();
+
+    const tovan::ClassTag& getClass() const override { return Tag; }
+    void deleteInstance() override;
+    void onActivate() override { OnActivateDefault(); }
+    void onDeactivate() override { OnDeactivateDefault(); }
+};
+
+}  // namespace nvk

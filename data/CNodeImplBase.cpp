@@ -1,0 +1,327 @@
+#include "data/CNodeImplBase.h"
+
+#include "data/CMetaData.h"
+#include "data/CPropertyCollection.h"
+#include "platform/ReferenceSet.h"
+
+namespace nvk {
+
+using tovan::Exception;
+using tovan::iNode;
+using tovan::Ptr;
+using tovan::Value;
+using tovan::WString;
+
+const tovan::NullValue CNodeImplBase::nullNodeValue;
+const char16_t* const CNodeImplBase::NullNodeMsg = u"Error: attempting to add a null node.";
+const char16_t* const CNodeImplBase::OwnParentErrMsg = u"Error: attempting to set a data node to be its own parent.";
+const char16_t* const CNodeImplBase::DefaultValueName = u"text-content";
+
+namespace {
+
+constexpr const char* kClass = "CNodeImplBase";
+
+}  // namespace
+
+CNodeImplBase::~CNodeImplBase() { CleanOutNodeData(true); }
+
+void CNodeImplBase::OnActivateDefault() {
+    CleanOutNodeData(true);
+    name_.clear();
+}
+
+void CNodeImplBase::OnDeactivateDefault() {
+    CleanOutNodeData(true);
+    name_.clear();
+}
+
+// ---- sub-objects ------------------------------------------------------------------
+
+tovan::iPropertyCollection& CNodeImplBase::EnsurePropCollectionExists() {
+    if (!properties_) {
+        properties_ = CPropertyCollection::allocate();
+        properties_->_setOwner(GetINode());
+    }
+    return *properties_;
+}
+
+tovan::iPropertyCollection* CNodeImplBase::FindPropCollection() const { return properties_; }
+
+void CNodeImplBase::DeletePropCollection() {
+    if (CPropertyCollection* p = std::exchange(properties_, nullptr)) p->release();
+}
+
+tovan::iMetaData& CNodeImplBase::EnsureMetaDataExists() {
+    if (!metaData_) metaData_ = CMetaData::allocate();
+    return *metaData_;
+}
+
+void CNodeImplBase::DeleteMetaData() {
+    if (tovan::iMetaData* m = std::exchange(metaData_, nullptr)) m->release();
+}
+
+// ---- value ----------------------------------------------------------------------
+
+tovan::iProperty* CNodeImplBase::FindValueProperty() const {
+    if (!properties_) return nullptr;
+    const int n = properties_->getSize();
+    for (int i = 0; i < n; ++i) {
+        tovan::iProperty& p = properties_->get(i);
+        if (p.getFlags() & tovan::MetaDataNodeValue) return &p;
+    }
+    return nullptr;
+}
+
+const Value& CNodeImplBase::GetValue() const {
+    tovan::iProperty* p = FindValueProperty();
+    return p ? p->getValue() : static_cast<const Value&>(nullNodeValue);
+}
+
+bool CNodeImplBase::HasNullValue() const {
+    tovan::iProperty* p = FindValueProperty();
+    return !p || p->getValue().isNull();
+}
+
+void CNodeImplBase::SetValue(const Value& value) {
+    tovan::iPropertyCollection& props = EnsurePropCollectionExists();
+    tovan::iProperty* p = FindValueProperty();
+    if (p) {
+        // The node's own value is updated even when the property is marked
+        // read-only: the flag guards edits through the property.
+        auto* cp = dynamic_cast<CProperty*>(p);
+        Value* current = cp ? cp->findValue() : nullptr;
+        if (current && current != &value && current->sameClass(value)) {
+            current->assign(value);
+            return;
+        }
+        p->setValue(value);
+        return;
+    }
+    p = props.find(DefaultValueName);
+    if (!p) p = &props.define(DefaultValueName, value);
+    else p->setValue(value);
+    p->setFlags(p->getFlags() | tovan::MetaDataNodeValue);
+}
+
+// ---- children -------------------------------------------------------------------
+
+iNode* CNodeImplBase::GetChildAt(int index) const {
+    const int n = GetNumberOfChildren();
+    if (index < 0 || index >= n) throw tovan::InvalidIndexException(kClass, "getChildAt", index, n - 1);
+    return (*children_)[size_t(index)];
+}
+
+int CNodeImplBase::GetChildIndex(const iNode* child) const {
+    if (children_)
+        for (size_t i = 0; i < children_->size(); ++i)
+            if ((*children_)[i] == child) return int(i);
+    throw Exception(kClass, "getChildIndex", u"The specified node (%ls) is not a child of this node (%ls)",
+                    child ? child->getName() : WString(u"null"), GetINode()->getName());
+}
+
+void CNodeImplBase::CheckNewChild(const iNode* child, const char* operation) const {
+    if (!child) throw Exception(kClass, operation, u"%ls", WString(NullNodeMsg));
+    // Only a child with children of its own is checked against the ancestors:
+    // a leaf appended to itself slips through, and callers rely on the cheap path.
+    if (!child->hasChildren()) return;
+    for (const iNode* n = GetINode(); n; n = n->findParent())
+        if (n == child) throw Exception(kClass, operation, u"%ls", WString(OwnParentErrMsg));
+}
+
+void CNodeImplBase::DetachFromParent(iNode* child) {
+    if (iNode* old = child->findParent()) old->removeChild(child);
+}
+
+void CNodeImplBase::AppendChild(iNode* child) {
+    CheckNewChild(child, "appendChild");
+    if (!children_) children_ = std::make_unique<std::vector<iNode*>>();
+    children_->reserve(children_->size() + 1);
+    Ptr<iNode> hold(child);
+    DetachFromParent(child);
+    children_->push_back(child);
+    child->setParent(GetINode());
+    child->addRef();  // the array's reference; `hold` drops the temporary one
+}
+
+void CNodeImplBase::InsertChildBefore(iNode* newChild, iNode* refChild) {
+    CheckNewChild(newChild, "insertChildBefore");
+    if (GetNumberOfChildren() == 0) throw Exception(kClass, "insertChildBefore", u"Node has no child nodes");
+    // Taken before the detach below on purpose: a child that moves forward
+    // within this node lands one place right of refChild.
+    const int index = GetChildIndex(refChild);
+    if (newChild == refChild) return;
+    if (newChild == GetINode()) throw Exception(kClass, "insertChildBefore", u"%ls", WString(OwnParentErrMsg));
+    children_->reserve(children_->size() + 1);
+    Ptr<iNode> hold(newChild);
+    DetachFromParent(newChild);
+    const size_t at = std::min(size_t(index), children_->size());
+    children_->insert(children_->begin() + std::ptrdiff_t(at), newChild);
+    newChild->setParent(GetINode());
+    newChild->addRef();
+}
+
+void CNodeImplBase::ReplaceChild(iNode* oldChild, iNode* newChild) {
+    CheckNewChild(newChild, "replaceChild");
+    if (GetNumberOfChildren() == 0) throw Exception(kClass, "replaceChild", u"Node has no child nodes");
+    const int index = GetChildIndex(oldChild);
+    if (newChild == oldChild) return;
+    if (newChild->findParent() == GetINode())
+        throw Exception(kClass, "replaceChild", u"Error detected: trying to replace a node with a sibling node");
+    newChild->addRef();  // becomes the array's reference
+    DetachFromParent(newChild);
+    (*children_)[size_t(index)] = newChild;
+    newChild->setParent(GetINode());
+    oldChild->setParent(nullptr);
+    oldChild->release();
+}
+
+bool CNodeImplBase::RemoveChild(iNode* child) {
+    if (!children_) return false;
+    for (size_t i = 0; i < children_->size(); ++i)
+        if ((*children_)[i] == child) {
+            RemoveChildNode(int(i));
+            return true;
+        }
+    return false;
+}
+
+void CNodeImplBase::RemoveChildAt(int index) {
+    const int n = GetNumberOfChildren();
+    // Only positions past the end are refused here; the count itself reaches
+    // RemoveChildNode, which refuses it with the same error.
+    if (index > n || index < 0) throw tovan::InvalidIndexException(kClass, "removeChildAt", index, n - 1);
+    RemoveChildNode(index);
+}
+
+void CNodeImplBase::RemoveChildNode(int index) {
+    const int n = GetNumberOfChildren();
+    if (index < 0 || index >= n) throw tovan::InvalidIndexException(kClass, "RemoveChildNode", index, n - 1);
+    iNode* child = (*children_)[size_t(index)];
+    children_->erase(children_->begin() + index);
+    child->setParent(nullptr);
+    child->release();
+}
+
+void CNodeImplBase::RemoveAllChildren() {
+    if (!children_) return;
+    std::vector<iNode*> doomed;
+    doomed.swap(*children_);
+    for (iNode* child : doomed) {
+        child->setParent(nullptr);
+        child->release();
+    }
+}
+
+void CNodeImplBase::FindChildrenByName(const WString& name, tovan::NodeReferenceSet& result) const {
+    result.clear();
+    if (!children_) return;
+    for (iNode* child : *children_)
+        if (tovan::namesEqual(child->getName(), name)) result.add(child);
+}
+
+iNode* CNodeImplBase::GetRoot() const {
+    const iNode* n = GetINode();
+    while (iNode* p = n->findParent()) n = p;
+    return const_cast<iNode*>(n);
+}
+
+void CNodeImplBase::GetIndexPath(std::vector<int>& path, const iNode* relativeTo) const {
+    const iNode* self = GetINode();
+    if (!parent_) {
+        if (relativeTo && relativeTo != self)
+            throw Exception(kClass, "getIndexPath", u"Relative ancestor node not found.");
+        path.clear();
+        return;
+    }
+    if (relativeTo == self) {
+        path.clear();
+        return;
+    }
+    std::vector<int> above;
+    parent_->getIndexPath(above, relativeTo);
+    above.push_back(parent_->getChildIndex(self));
+    path.swap(above);
+}
+
+void CNodeImplBase::GetIndexPathExpression(WString& text, const iNode* relativeTo) const {
+    std::vector<int> path;
+    GetIndexPath(path, relativeTo);
+    text.clear();
+    for (int p : path) text.append(tovan::format(u"/*[%d]", p + 1).view());
+}
+
+// ---- copies and clean-out --------------------------------------------------------
+
+void CNodeImplBase::AssignFrom(const iNode& source, bool deep) {
+    iNode* self = GetINode();
+    if (&source == self) return;
+    // Copies first, so a failure leaves this node as it was.
+    std::vector<Ptr<iNode>> copies;
+    if (deep) {
+        const int n = source.getNumberOfChildren();
+        copies.reserve(size_t(n));
+        for (int i = 0; i < n; ++i) copies.push_back(source.getChildAt(i)->cloneNode(true));
+    }
+    Ptr<CPropertyCollection> props;
+    if (const tovan::iPropertyCollection* sp = source.getProperties(); sp && sp->getSize() > 0) {
+        props = Ptr<CPropertyCollection>(CPropertyCollection::newInstance());
+        props->assignFrom(sp, true);
+    }
+    Ptr<CMetaData> meta;
+    if (tovan::iMetaData* sm = source.findInfo()) {
+        meta = Ptr<CMetaData>(CMetaData::newInstance());
+        meta->assignFrom(*sm);
+    }
+
+    // The value is a property, so it travels with the properties.
+    name_.setName(source.getName());
+    if (props) {
+        props->_setOwner(self);
+        DeletePropCollection();
+        properties_ = props.detach();
+    } else if (properties_) {
+        properties_->removeAll();
+    }
+    if (deep) {
+        RemoveAllChildren();
+        if (!copies.empty() && !children_) children_ = std::make_unique<std::vector<iNode*>>();
+        for (Ptr<iNode>& c : copies) {
+            c->setParent(self);
+            children_->push_back(c.detach());
+        }
+    }
+    DeleteMetaData();
+    metaData_ = meta.detach();
+}
+
+void CNodeImplBase::DropXPathParser() {
+    tovan::iXPathParser* parser;
+    {
+        tovan::AutoCriticalSection lock(lock_);
+        parser = std::exchange(xpathParser_, nullptr);
+    }
+    if (parser) {
+        parser->setContextNode(nullptr);
+        parser->release();
+    }
+}
+
+tovan::iXPathParser& CNodeImplBase::EnsureXPathParser() {
+    if (!xpathParser_) {
+        Ptr<tovan::iXPathParser> parser = tovan::ObjectFactory::createAs<tovan::iXPathParser>(tovan::XPathParserTag);
+        parser->setContextNode(GetINode());
+        xpathParser_ = parser.detach();
+    }
+    return *xpathParser_;
+}
+
+void CNodeImplBase::CleanOutNodeData(bool resetParent) {
+    RemoveAllChildren();
+    children_.reset();
+    DeletePropCollection();
+    DropXPathParser();
+    if (resetParent) parent_ = nullptr;
+    DeleteMetaData();
+}
+
+}  // namespace nvk

@@ -1,0 +1,123 @@
+#pragma once
+// The state and behaviour shared by every node class of the library.
+#include <memory>
+#include <vector>
+
+#include "data/cppNodeQName.h"
+#include "platform/Export.h"
+#include "platform/Lock.h"
+#include "platform/Value.h"
+#include "platform/iNode.h"
+#include "platform/iXPathParser.h"
+
+namespace nvk {
+
+class CPropertyCollection;
+class CProperty;
+
+/// What every node holds: a lock around the cached query evaluator, the
+/// evaluator, the name, the weak parent link, the children (one reference
+/// each), the metadata and the property collection. Children array, metadata
+/// and collection are made on first use, so a bare node costs the name, the
+/// lock and a few null pointers.
+///
+/// The node's value is the property whose flags carry MetaDataNodeValue
+/// (named DefaultValueName, "text-content", when the node makes it).
+///
+/// Child handling runs every check before the first change, so a call that
+/// throws leaves the tree as it was. Two rules are kept on purpose because
+/// callers depend on them: the ancestor check runs only for a child that has
+/// children of its own, and `InsertChildBefore` takes the reference child's
+/// position before detaching the new child from its old parent.
+class NVK_EXPORT CNodeImplBase {
+public:
+    /// The value of a node that has none.
+    static const tovan::NullValue nullNodeValue;
+    static const char16_t* const NullNodeMsg;       // "Error: attempting to add a null node."
+    static const char16_t* const OwnParentErrMsg;   // "Error: attempting to set a data node to be its own parent."
+    static const char16_t* const DefaultValueName;  // "text-content"
+
+    CNodeImplBase(const CNodeImplBase&) = delete;
+    CNodeImplBase& operator=(const CNodeImplBase&) = delete;
+
+protected:
+    CNodeImplBase() = default;
+    virtual ~CNodeImplBase();
+
+    /// The node as the framework sees it.
+    virtual tovan::iNode* GetINode() = 0;
+    const tovan::iNode* GetINode() const { return const_cast<CNodeImplBase*>(this)->GetINode(); }
+    /// Reuse from the pool: the node starts empty (no name, parent, children,
+    /// properties, metadata or evaluator).
+    virtual void OnActivateDefault();
+    /// Return to the pool: drops children, properties, metadata and the
+    /// evaluator, so that nothing a pooled node held stays alive.
+    virtual void OnDeactivateDefault();
+
+    // ---- sub-objects ---------------------------------------------------------------
+    tovan::iPropertyCollection& EnsurePropCollectionExists();
+    tovan::iPropertyCollection* FindPropCollection() const;
+    void DeletePropCollection();
+    tovan::iMetaData& EnsureMetaDataExists();
+    tovan::iMetaData* FindMetaDataIfExists() const { return metaData_; }
+    void DeleteMetaData();
+
+    // ---- value -------------------------------------------------------------------
+    const tovan::Value& GetValue() const;
+    /// Assigns in place when the value property holds a value of the same
+    /// class; otherwise stores a copy. With no value property yet, a property
+    /// named "text-content" (if one exists) becomes it, else one is defined.
+    /// Afterwards exactly one property carries MetaDataNodeValue.
+    void SetValue(const tovan::Value& value);
+    bool HasNullValue() const;
+    tovan::iProperty* FindValueProperty() const;
+
+    // ---- children ------------------------------------------------------------------
+    int GetNumberOfChildren() const { return children_ ? int(children_->size()) : 0; }
+    tovan::iNode* GetChildAt(int index) const;
+    int GetChildIndex(const tovan::iNode* child) const;
+    void AppendChild(tovan::iNode* child);
+    void InsertChildBefore(tovan::iNode* newChild, tovan::iNode* refChild);
+    void ReplaceChild(tovan::iNode* oldChild, tovan::iNode* newChild);
+    bool RemoveChild(tovan::iNode* child);
+    void RemoveChildAt(int index);
+    void RemoveChildNode(int index);
+    void RemoveAllChildren();
+    void FindChildrenByName(const tovan::WString& name, tovan::NodeReferenceSet& result) const;
+    void GetIndexPath(std::vector<int>& path, const tovan::iNode* relativeTo) const;
+    void GetIndexPathExpression(tovan::WString& text, const tovan::iNode* relativeTo) const;
+    tovan::iNode* GetRoot() const;
+
+    // ---- copies and clean-out ------------------------------------------------------
+    void AssignFrom(const tovan::iNode& source, bool deep);
+    /// Drops children, properties, the evaluator and metadata; the parent link
+    /// only when `resetParent`. The name stays.
+    void CleanOutNodeData(bool resetParent);
+
+    /// Runs `expr` through the cached evaluator (made on first use) under the
+    /// node's lock.
+    template <class Result>
+    bool Query(const tovan::WString& expr, int flags, Result& result) {
+        tovan::AutoCriticalSection lock(lock_);
+        return EnsureXPathParser().evaluate(expr, flags, result);
+    }
+    void DropXPathParser();
+
+    cppNodeQName name_;
+    tovan::iNode* parent_ = nullptr;  // weak: a child never owns its parent
+
+private:
+    tovan::iXPathParser& EnsureXPathParser();
+    /// The ancestor check of AppendChild, InsertChildBefore and ReplaceChild.
+    void CheckNewChild(const tovan::iNode* child, const char* operation) const;
+    /// Detaches `child` from its current parent, if any.
+    static void DetachFromParent(tovan::iNode* child);
+
+    tovan::CriticalSection lock_;                          // guards xpathParser_
+    tovan::iXPathParser* xpathParser_ = nullptr;           // one reference, or null
+    std::unique_ptr<std::vector<tovan::iNode*>> children_; // one reference per child
+    tovan::iMetaData* metaData_ = nullptr;                 // one reference, or null
+    CPropertyCollection* properties_ = nullptr;            // one reference, or null
+};
+
+}  // namespace nvk

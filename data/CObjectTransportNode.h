@@ -1,0 +1,50 @@
+#pragma once
+// A node that also carries one arbitrary framework object.
+#include "data/NodeImpl.h"
+#include "platform/Pool.h"
+
+namespace nvk {
+
+/// A data tree node with one attached object. Class tag
+/// "Norvatek.data.ObjectTransportNode"; pooled like CBaseNode.
+///
+/// The node owns the attached object: a counted object through one
+/// reference, any other object outright (it is deleted when dropped). A copy
+/// of the node (`cloneNode`, `Clone`) shares a counted object and gets its
+/// own `clone()` of any other.
+class NVK_EXPORT CObjectTransportNode : public NodeImpl<CObjectTransportNode>, public tovan::PooledObject {
+public:
+    static const tovan::ClassTag Tag;  // "Norvatek.data.ObjectTransportNode"
+    static constexpr int OBJECT_TRANSPORT_NODE_VERSION = 7075;
+    static constexpr int OLD_OBJECT_TRANSPORT_NODE_VERSION = 7074;
+
+    CObjectTransportNode() = default;
+    ~CObjectTransportNode() override;
+
+    static CObjectTransportNode* newInstance();
+    static CObjectTransportNode* allocate();
+    static void deallocate(CObjectTransportNode* node);
+    static tovan::ObjectPool<CObjectTransportNode>& pool();
+
+    const tovan::ClassTag& getClass() const override { return Tag; }
+    void deleteInstance() override;
+    void onActivate() override;
+    void onDeactivate() override;
+
+    /// Takes `object` over (null just drops the current one); a counted
+    /// object gets a reference.
+    void SetObject(tovan::Object* object);
+    tovan::Object* GetObject() const { return object_; }
+    /// Drops the attached object.
+    void ReleaseObject();
+
+    tovan::Ptr<tovan::iNode> cloneNode(bool deep) const override;
+    tovan::Object* clone() const override;
+
+private:
+    void copyObjectTo(CObjectTransportNode& copy) const;
+
+    tovan::Object* object_ = nullptr;  // owned: one reference when counted
+};
+
+}  // namespace nvk

@@ -1,0 +1,44 @@
+#pragma once
+// A node's qualified name ("prefix:local" or "local") with its two parts
+// split off lazily.
+#include "platform/Export.h"
+#include "platform/String.h"
+
+namespace nvk {
+
+/// The name as set (`qname`) plus its local part and prefix (`uriName`).
+///
+/// The parts are split off on first demand: `getLocalName`, `getUriName`
+/// (and the node's `getNamePrefix`) split `qname` when the local part is
+/// empty and `qname` is set. `setName` forgets the old parts, so they always
+/// belong to the current name; `setLocalName`/`setUriName` set a part and
+/// forget `qname`, which `getQName` then rebuilds from the parts.
+class NVK_EXPORT cppNodeQName {
+public:
+    cppNodeQName() = default;
+    explicit cppNodeQName(tovan::WString qname) : qname_(std::move(qname)) {}
+
+    /// The qualified name; rebuilt as "prefix:local" (or "local") when only
+    /// the parts are set. Null when nothing is set.
+    const tovan::WString& getQName() const;
+    void setName(const tovan::WString& qname);
+
+    /// The text after the first ":", or the whole name when it has none.
+    const tovan::WString& getLocalName() const;
+    /// The text before the first ":"; null when there is no ":" or it comes first.
+    const tovan::WString& getUriName() const;
+    void setLocalName(const tovan::WString& localName);
+    void setUriName(const tovan::WString& uriName);
+
+    /// Forgets the name and both parts.
+    void clear();
+
+private:
+    void splitIfNeeded() const;
+
+    mutable tovan::WString qname_;
+    mutable tovan::WString localName_;
+    mutable tovan::WString uriName_;
+};
+
+}  // namespace nvk
