@@ -1,0 +1,140 @@
+#include "data/CProperty.h"
+
+#include "data/CPropertyCollection.h"
+#include "data/CPropertyCollectionData.h"
+
+namespace nvk {
+
+using tovan::Value;
+using tovan::WString;
+
+const tovan::ClassTag CProperty::Tag("Norvatek.data.Property");
+
+namespace {
+
+const tovan::NullValue s_nullValue;
+
+const tovan::ClassRegistration s_registration(CProperty::Tag.name(),
+                                              []() -> tovan::Object* { return CProperty::newInstance(); });
+
+}  // namespace
+
+tovan::ObjectPool<CProperty>& CProperty::pool() {
+    static tovan::ObjectPool<CProperty> p("CProperty");
+    return p;
+}
+
+CProperty* CProperty::newInstance() { return pool().newInstance(); }
+CProperty* CProperty::allocate() { return pool().allocate(); }
+
+CProperty* CProperty::allocateCopy(const CProperty& source) {
+    tovan::Ptr<CProperty> p = tovan::Ptr<CProperty>(newInstance());
+    p->assignFrom(source, true);
+    return p.detach();
+}
+
+void CProperty::deallocate(CProperty* p) { tovan::ObjectPool<CProperty>::deallocate(p); }
+
+CProperty::~CProperty() { reset(); }
+
+void CProperty::deleteInstance() { pool().deleteInstance(this); }
+
+// A recycled property must not carry anything from its previous life, and a
+// pooled one must not keep values or metadata alive (they count as live).
+void CProperty::onActivate() { reset(); }
+void CProperty::onDeactivate() { reset(); }
+
+void CProperty::reset() {
+    name_.setNull();
+    nameHash_ = 0;
+    flags_ = 0;
+    collection_ = nullptr;
+    shareValue(nullptr);
+    clearMetaData();
+}
+
+tovan::Object* CProperty::clone() const {
+    CProperty* copy = newInstance();
+    try {
+        copy->assignFrom(*this, true);
+    } catch (...) {
+        copy->addRef();
+        copy->release();
+        throw;
+    }
+    return copy;
+}
+
+void CProperty::setNameUnchecked(const WString& name) {
+    name_ = name;
+    nameHash_ = tovan::hashNoCase(name.view());
+}
+
+void CProperty::SetName(const WString& name) {
+    if (collection_)
+        collection_->renameProperty(*this, name);
+    else
+        setNameUnchecked(name);
+}
+
+const Value& CProperty::getValue() const { return value_ ? *value_ : static_cast<const Value&>(s_nullValue); }
+
+Value& CProperty::getEditableValue() {
+    if (flags_ & tovan::MetaDataReadOnly)
+        throw tovan::PropertyAccessException("CProperty", "getEditableValue",
+                                             u"Read-only property %ls cannot be updated", name_);
+    if (!value_) shareValue(new tovan::NullValue());
+    return *value_;
+}
+
+void CProperty::setValue(const Value& value) {
+    if (&value == value_) return;
+    tovan::Ptr<Value> copy(value.clone());
+    shareValue(copy.get());
+}
+
+void CProperty::shareValue(Value* value) {
+    if (value) value->addRef();
+    if (Value* old = std::exchange(value_, value)) old->release();
+}
+
+tovan::iPropertyCollection& CProperty::getMetaData() {
+    if (!metaData_) {
+        metaData_ = CPropertyCollection::allocate();
+        metaData_->_setOwner(this);
+    }
+    return *metaData_;
+}
+
+tovan::iPropertyCollection* CProperty::findMetaData() const { return metaData_; }
+
+void CProperty::clearMetaData() {
+    if (CPropertyCollection* m = std::exchange(metaData_, nullptr)) m->release();
+}
+
+tovan::iPropertyCollection* CProperty::findCollection() const {
+    return collection_ ? collection_->findFront() : nullptr;
+}
+
+void CProperty::assignFrom(const CProperty& source, bool copyValue) {
+    if (&source == this) return;
+    // Everything that can fail (copies) happens before this property changes.
+    tovan::Ptr<Value> value;
+    if (source.value_) value = copyValue ? tovan::Ptr<Value>(source.value_->clone()) : tovan::Ptr<Value>(source.value_);
+    tovan::Ptr<CPropertyCollection> meta;
+    if (source.metaData_ && source.metaData_->getSize() > 0) {
+        meta = tovan::Ptr<CPropertyCollection>(CPropertyCollection::newInstance());
+        meta->assignFrom(source.metaData_, true);
+        meta->_setOwner(this);
+    }
+    if (!collection_)
+        setNameUnchecked(source.name_);
+    else if (!(name_ == source.name_))
+        collection_->renameProperty(*this, source.name_);  // may refuse; nothing changed yet
+    flags_ = source.flags_;
+    shareValue(value.get());
+    clearMetaData();
+    metaData_ = meta.detach();
+}
+
+}  // namespace nvk

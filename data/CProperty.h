@@ -1,0 +1,91 @@
+#pragma once
+// One named, typed value of a property collection.
+#include "platform/Export.h"
+#include "platform/Pool.h"
+#include "platform/Value.h"
+#include "platform/iPropertyCollection.h"
+
+namespace nvk {
+
+class CPropertyCollection;
+class CPropertyCollectionData;
+
+/// A property: name (with its cached A-Z-folded hash), value, flags word and
+/// an optional metadata collection. Class tag "Norvatek.data.Property";
+/// pooled.
+///
+/// The value is owned through one reference. A property without a value
+/// reads as the framework's null value; `getEditableValue` puts a NullValue
+/// in place first. Renaming goes through the owning collection, which
+/// refuses a name another of its properties has.
+class NVK_EXPORT CProperty : public tovan::iProperty, public tovan::PooledObject {
+public:
+    static const tovan::ClassTag Tag;  // "Norvatek.data.Property"
+
+    CProperty() = default;
+    ~CProperty() override;
+    CProperty(const CProperty&) = delete;
+    CProperty& operator=(const CProperty&) = delete;
+
+    // ---- pool ---------------------------------------------------------------
+    /// A fresh or recycled property without a reference.
+    static CProperty* newInstance();
+    /// As newInstance, carrying one reference for the caller.
+    static CProperty* allocate();
+    /// A copy of `source` (name, flags, metadata, value copied) with one reference.
+    static CProperty* allocateCopy(const CProperty& source);
+    static void deallocate(CProperty* p);
+    static tovan::ObjectPool<CProperty>& pool();
+
+    const tovan::ClassTag& getClass() const override { return Tag; }
+    void deleteInstance() override;
+    void onActivate() override;
+    void onDeactivate() override;
+    /// A copy with no reference taken (the framework's clone rule).
+    tovan::Object* clone() const override;
+
+    // ---- iProperty ------------------------------------------------------------
+    const tovan::WString& getName() const override { return name_; }
+    /// Raises Exception "Cannot rename property '%ls' to '%ls'.  That name
+    /// already exists in the parent property collection" (two blanks after
+    /// the full stop: callers match the text) when another property of the
+    /// owning collection has the name.
+    void SetName(const tovan::WString& name) override;
+    const tovan::Value& getValue() const override;
+    /// Raises PropertyAccessException "Read-only property %ls cannot be
+    /// updated" when the flags carry MetaDataReadOnly.
+    tovan::Value& getEditableValue() override;
+    void setValue(const tovan::Value& value) override;
+    tovan::MetaDataFlags getFlags() const override { return flags_; }
+    void setFlags(tovan::MetaDataFlags flags) override { flags_ = flags; }
+    tovan::iPropertyCollection& getMetaData() override;
+    tovan::iPropertyCollection* findMetaData() const override;
+    tovan::iPropertyCollection* findCollection() const override;
+
+    // ---- library-internal access ----------------------------------------------
+    uint32_t getNameHash() const { return nameHash_; }
+    /// The stored value or null, bypassing the read-only guard (the node keeps
+    /// its value in a property and must be able to update it).
+    tovan::Value* findValue() const { return value_; }
+    /// Stores `value` itself (taking a reference), not a copy; null drops it.
+    void shareValue(tovan::Value* value);
+    /// Copies name, flags, metadata and the value (a copy, or the same value
+    /// object when `copyValue` is false) from `source`.
+    void assignFrom(const CProperty& source, bool copyValue);
+    /// Drops the metadata collection.
+    void clearMetaData();
+
+private:
+    friend class CPropertyCollectionData;
+    void setNameUnchecked(const tovan::WString& name);
+    void reset();
+
+    tovan::WString name_;
+    uint32_t nameHash_ = 0;
+    tovan::MetaDataFlags flags_ = 0;
+    tovan::Value* value_ = nullptr;                 // one reference, or null
+    CPropertyCollection* metaData_ = nullptr;       // one reference, or null
+    CPropertyCollectionData* collection_ = nullptr; // weak: the collection holding this property
+};
+
+}  // namespace nvk

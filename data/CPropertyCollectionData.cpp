@@ -1,0 +1,253 @@
+#include "data/CPropertyCollectionData.h"
+
+#include <algorithm>
+
+namespace nvk {
+
+using tovan::InvalidIndexException;
+using tovan::Ptr;
+using tovan::Value;
+using tovan::WString;
+
+const tovan::ClassTag CPropertyCollectionData::Tag("Norvatek.data.PropertyCollectionData");
+
+namespace {
+
+const tovan::ClassRegistration s_registration(
+    CPropertyCollectionData::Tag.name(), []() -> tovan::Object* { return CPropertyCollectionData::newInstance(); });
+
+}  // namespace
+
+tovan::ObjectPool<CPropertyCollectionData>& CPropertyCollectionData::pool() {
+    static tovan::ObjectPool<CPropertyCollectionData> p("CPropertyCollectionData");
+    return p;
+}
+
+CPropertyCollectionData* CPropertyCollectionData::newInstance() { return pool().newInstance(); }
+CPropertyCollectionData* CPropertyCollectionData::allocate() { return pool().allocate(); }
+void CPropertyCollectionData::deallocate(CPropertyCollectionData* d) {
+    tovan::ObjectPool<CPropertyCollectionData>::deallocate(d);
+}
+
+CPropertyCollectionData::~CPropertyCollectionData() { Clear(); }
+
+void CPropertyCollectionData::deleteInstance() { pool().deleteInstance(this); }
+
+void CPropertyCollectionData::onActivate() {
+    Clear();
+    propertyClass_ = nullptr;
+    front_ = nullptr;
+}
+
+void CPropertyCollectionData::onDeactivate() {
+    Clear();
+    propertyClass_ = nullptr;
+    front_ = nullptr;
+}
+
+tovan::Object* CPropertyCollectionData::clone() const {
+    // The framework's clone hands out an object without a reference; a
+    // failed copy is recycled through one reference taken and dropped.
+    CPropertyCollectionData* copy = newInstance();
+    try {
+        copy->propertyClass_ = propertyClass_;
+        copy->properties_.reserve(properties_.size() - holeCount_);
+        for (CProperty* p : properties_) {
+            if (!p) continue;
+            Ptr<CProperty> q = MakeNewPropertyWithCopiedValue(p->getName(), nullptr);
+            q->assignFrom(*p, true);
+            copy->AddProperty(q.get());
+        }
+    } catch (const tovan::Exception&) {
+        copy->addRef();
+        copy->release();
+        throw tovan::Exception("CPropertyCollectionData", "clone", u"Unable to clone CPropertyCollectionData");
+    }
+    return copy;
+}
+
+CProperty* CPropertyCollectionData::GetProperty(int index) const {
+    if (holeCount_ != 0) CompactPropertiesArray();
+    if (index < 0 || size_t(index) >= properties_.size())
+        throw InvalidIndexException("CPropertyCollectionData", "GetProperty(int)", index,
+                                    (long long)properties_.size() - 1);
+    return properties_[size_t(index)];
+}
+
+CProperty* CPropertyCollectionData::GetProperty(const WString& name) const {
+    int slot = GetInternalIndex(name);
+    return slot < 0 ? nullptr : properties_[size_t(slot)];
+}
+
+CProperty* CPropertyCollectionData::GetPropertyUsingInternalIndex(int slot) const {
+    if (slot < 0 || size_t(slot) >= properties_.size())
+        throw InvalidIndexException("CPropertyCollectionData", "GetPropertyUsingInternalIndex", slot,
+                                    (long long)properties_.size() - 1);
+    return properties_[size_t(slot)];
+}
+
+const Value* CPropertyCollectionData::GetValue(const WString& name) const {
+    CProperty* p = GetProperty(name);
+    return p ? &p->getValue() : nullptr;
+}
+
+int CPropertyCollectionData::GetIndex(const WString& name) const {
+    if (holeCount_ != 0) CompactPropertiesArray();
+    return GetInternalIndex(name);
+}
+
+int CPropertyCollectionData::GetInternalIndex(const WString& name) const {
+    if (properties_.size() < kIndexFromSlots) {
+        for (size_t i = 0; i < properties_.size(); ++i) {
+            CProperty* p = properties_[i];
+            if (p && tovan::namesEqual(p->name_, name)) return int(i);
+        }
+        return -1;
+    }
+    if (!indexBuilt_) BuildIndex();
+    const int* slot = index_->find(name);
+    return slot ? *slot : -1;
+}
+
+void CPropertyCollectionData::BuildIndex() const {
+    if (!index_) index_ = std::make_unique<NameIndex>(kInitialBuckets);
+    index_->clear();
+    if (properties_.size() > index_->bucketCount()) index_->grow(properties_.size());
+    for (size_t i = 0; i < properties_.size(); ++i)
+        if (CProperty* p = properties_[i]) index_->put(p->name_, int(i));
+    indexBuilt_ = true;
+}
+
+void CPropertyCollectionData::AddProperty(CProperty* property) {
+    properties_.reserve(properties_.size() + 1);
+    if (indexBuilt_) index_->put(property->name_, int(properties_.size()));
+    property->addRef();
+    property->collection_ = this;
+    properties_.push_back(property);
+}
+
+Ptr<CProperty> CPropertyCollectionData::MakeNewPropertyWithCopiedValue(const WString& name,
+                                                                       const Value* value) const {
+    Ptr<CProperty> p;
+    if (propertyClass_) {
+        p = tovan::ObjectFactory::createAs<CProperty>(propertyClass_->name());
+    } else {
+        p = Ptr<CProperty>(CProperty::newInstance());
+    }
+    p->setNameUnchecked(name);
+    if (value) p->setValue(*value);
+    return p;
+}
+
+bool CPropertyCollectionData::RemoveProperty(const WString& name) {
+    int slot = GetInternalIndex(name);
+    if (slot < 0) return false;
+    RemovePropertyUsingInternalIndex(slot);
+    return true;
+}
+
+void CPropertyCollectionData::RemovePropertyUsingInternalIndex(int slot) {
+    if (slot < 0 || size_t(slot) >= properties_.size())
+        throw InvalidIndexException("CPropertyCollectionData", "RemovePropertyUsingInternalIndex", slot,
+                                    (long long)properties_.size() - 1);
+    CProperty* p = properties_[size_t(slot)];
+    if (!p) return;
+    properties_[size_t(slot)] = nullptr;
+    if (indexBuilt_) index_->remove(p->name_);
+    p->collection_ = nullptr;
+    if (++holeCount_ == 1 || uint32_t(slot) < firstHole_) firstHole_ = uint32_t(slot);
+    p->release();
+}
+
+void CPropertyCollectionData::CompactPropertiesArray() const {
+    if (holeCount_ == 0) return;
+    size_t to = firstHole_;
+    for (size_t from = firstHole_; from < properties_.size(); ++from) {
+        CProperty* p = properties_[from];
+        if (!p) continue;
+        properties_[to] = p;
+        if (indexBuilt_) index_->put(p->name_, int(to));
+        ++to;
+    }
+    properties_.resize(properties_.size() - holeCount_);
+    holeCount_ = 0;
+    firstHole_ = 0;
+}
+
+void CPropertyCollectionData::swapSlots(size_t a, size_t b) {
+    if (a == b) return;
+    std::swap(properties_[a], properties_[b]);
+    if (indexBuilt_) {
+        index_->put(properties_[a]->name_, int(a));
+        index_->put(properties_[b]->name_, int(b));
+    }
+}
+
+void CPropertyCollectionData::ReorderProperty(int from, int to) {
+    CompactPropertiesArray();
+    const long long last = (long long)properties_.size() - 1;
+    if (from < 0 || from > last) throw InvalidIndexException("CPropertyCollectionData", "ReorderProperty", from, last);
+    if (to < 0 || to > last) throw InvalidIndexException("CPropertyCollectionData", "ReorderProperty", to, last);
+    if (from == to) return;
+    auto first = properties_.begin();
+    if (from < to)
+        std::rotate(first + from, first + from + 1, first + to + 1);
+    else
+        std::rotate(first + to, first + from, first + from + 1);
+    if (indexBuilt_)
+        for (int i = std::min(from, to); i <= std::max(from, to); ++i) index_->put(properties_[size_t(i)]->name_, i);
+}
+
+void CPropertyCollectionData::ReorderProperties(const std::vector<WString>& names, bool createMissing,
+                                                bool removeRest) {
+    if (names.empty()) return;
+    CompactPropertiesArray();
+    size_t pos = 0;
+    for (const WString& name : names) {
+        int slot = GetInternalIndex(name);
+        if (slot < 0 && createMissing) {
+            tovan::NullValue null;
+            Ptr<CProperty> p = MakeNewPropertyWithCopiedValue(name, &null);
+            AddProperty(p.get());
+            slot = int(properties_.size()) - 1;
+        }
+        if (slot >= 0 && size_t(slot) >= pos) swapSlots(size_t(slot), pos++);
+    }
+    if (removeRest)
+        for (size_t i = properties_.size(); i-- > pos;) RemovePropertyUsingInternalIndex(int(i));
+}
+
+void CPropertyCollectionData::SetName(int index, const WString& name) { renameProperty(*GetProperty(index), name); }
+
+void CPropertyCollectionData::renameProperty(CProperty& property, const WString& name) {
+    int other = GetInternalIndex(name);
+    if (other >= 0 && properties_[size_t(other)] != &property)
+        throw tovan::Exception("CProperty", "SetName",
+                               u"Cannot rename property '%ls' to '%ls'.  That name already exists in the parent "
+                               u"property collection",
+                               property.name_, name);
+    if (indexBuilt_) {
+        int slot = other >= 0 ? other : GetInternalIndex(property.name_);
+        index_->remove(property.name_);
+        property.setNameUnchecked(name);
+        index_->put(property.name_, slot);
+    } else {
+        property.setNameUnchecked(name);
+    }
+}
+
+void CPropertyCollectionData::Clear() {
+    std::vector<CProperty*> doomed;
+    doomed.swap(properties_);
+    holeCount_ = 0;
+    firstHole_ = 0;
+    indexBuilt_ = false;
+    if (index_) index_->clear();
+    for (CProperty* p : doomed)
+        if (p) {
+            p->collection_ = nullptr;
+            p->release();
+        }
+}
+
+}  // namespace nvk
