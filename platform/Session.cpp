@@ -1,0 +1,8 @@
+#include "platform/Session.h"
+
+namespace tovan {
+
+iSession::~iSession() = default;
+iClientSession::~iClientSession() = default;
+
+}  // namespace tovan

@@ -1,0 +1,54 @@
+#include "services/LocatorEndpointIdentity.h"
+
+#include "platform/Exception.h"
+
+using namespace tovan;
+
+namespace LocatorEndpointIdentity {
+
+void HostAndPortToEndPoint(const WString& host, int port, bool secure, WString& out) {
+    out = format(u"%ls%ls:%d%ls", secure ? u"https://" : u"http://", host, port, NVK_LocatorEndpoint);
+}
+
+void HostAndPortToEndPoint(const std::string& host, int port, bool secure, std::string& out) {
+    WString wide;
+    HostAndPortToEndPoint(toWide(host), port, secure, wide);
+    out = toNarrow(wide);
+}
+
+void HostAndPortToEndPoint(const WString& hostAndPort, WString& out, int& port) {
+    std::u16string_view s = hostAndPort.view();
+    size_t colon = s.rfind(u':');
+    long value = 0;
+    bool valid = colon != std::u16string_view::npos && colon + 1 < s.size() && s.size() - colon - 1 <= 5;
+    for (size_t i = colon + 1; valid && i < s.size(); ++i) {
+        if (s[i] < u'0' || s[i] > u'9') valid = false;
+        else value = value * 10 + (s[i] - u'0');
+    }
+    if (!valid || value < 1 || value > 65535)
+        throw BadParameterException("LocatorEndpointIdentity", "HostAndPortToEndPoint",
+                                    u"Host and port \"%ls\" has no valid port", hostAndPort);
+    port = int(value);
+    HostAndPortToEndPoint(WString(s.substr(0, colon)), port, port == NVK_DefaultSslPort, out);
+}
+
+void EndPointToHostAndPort(const WString& endpoint, WString& out) {
+    std::u16string_view s = endpoint.view();
+    bool secure;
+    if (s.substr(0, 7) == u"http://") {
+        secure = false;
+        s.remove_prefix(7);
+    } else if (s.substr(0, 8) == u"https://") {
+        secure = true;
+        s.remove_prefix(8);
+    } else {
+        out = endpoint;
+        return;
+    }
+    s = s.substr(0, s.find(NVK_LocatorEndpoint));
+    WString result(s);
+    if (secure && s.find(u':') == std::u16string_view::npos) result += format(u":%d", NVK_DefaultSslPort).view();
+    out = std::move(result);
+}
+
+}  // namespace LocatorEndpointIdentity
