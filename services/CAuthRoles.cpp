@@ -109,12 +109,21 @@ void CAuthRolesCache::rebuildIndex() {
 
 const ClassTag CAuthRoles::Tag("Norvatek.data.AuthRoles");
 
-CAuthRoles::CAuthRoles() { rolesDetector().AddToLeakDetector(); }
-CAuthRoles::CAuthRoles(CAuthRolesCache* cache) : cache_(cache) { rolesDetector().AddToLeakDetector(); }
-CAuthRoles::CAuthRoles(const CAuthRoles& other) : CountedObject(other), bits_(other.bits_), cache_(other.cache_) {
+CAuthRoles::CAuthRoles() = default;
+CAuthRoles::CAuthRoles(CAuthRolesCache* cache) : cache_(cache) {}
+CAuthRoles::CAuthRoles(const CAuthRoles& other) : CountedObject(other), bits_(other.bits_), cache_(other.cache_) {}
+CAuthRoles::~CAuthRoles() = default;
+
+void* CAuthRoles::operator new(size_t size) {
+    void* p = ::operator new(size);
     rolesDetector().AddToLeakDetector();
+    return p;
 }
-CAuthRoles::~CAuthRoles() { rolesDetector().RemoveFromLeakDetector(); }
+
+void CAuthRoles::operator delete(void* p) {
+    rolesDetector().RemoveFromLeakDetector();
+    ::operator delete(p);
+}
 
 CAuthRoles& CAuthRoles::operator=(const CAuthRoles& other) {
     AssignRoles(other);

@@ -119,6 +119,11 @@ public:
 
     static tovan::Object* createObject() { return new CAuthRoles(); }
 
+    /// The leak detector counts role objects made on the heap: one embedded
+    /// in another object (the credentials) lives and dies with its owner.
+    static void* operator new(size_t size);
+    static void operator delete(void* p);
+
 private:
     const CAuthRolesCache& cache(const char* operation) const;
     uint32_t requireBit(const tovan::WString& name, const char* operation) const;

@@ -143,6 +143,10 @@ struct CCredentials::Body {
     WString strings[StringCount];
     BitsetValue bits;
     bool hasBits = false;
+
+    Body() {
+        for (WString& s : strings) s.clear();  // fields a version lacks read as empty, not null
+    }
 };
 
 const ClassTag CCredentials::Tag("Norvatek.CCredentials");
@@ -466,7 +470,7 @@ DecryptStatusCode CCredentials::DecryptBody(bool throwOnError) {
     }
 
     Body fields;
-    Reader r{body.data(), body.size()};
+    Reader r{body.data(), body.size(), 0, WString()};
     static const char* const names[BodyStringCount] = {
         "user name",      "password", "client description", "client machine name", "client version",
         "domain",         "XMLDB endpoint", "log endpoint", "locator endpoint"};

@@ -1,0 +1,630 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <iostream>
+#include <thread>
+
+#include "platform/Base64.h"
+#include "platform/BlowFish.h"
+#include "platform/Hash.h"
+#include "services/AuthConstants.h"
+#include "services/CCredentials.h"
+#include "services/ClientSession.h"
+#include "services/LocatorEndpointIdentity.h"
+#include "tests/support/TestSupport.h"
+
+using namespace tovan;
+using tovan::util::Base64;
+using nvktest::utf8;
+
+namespace {
+
+constexpr char TestSecret[] = "test secret";
+
+/// Credentials under a secret the tests know, so they can build and open bodies.
+class KnownSecret : public CCredentials {
+protected:
+    std::string GetEncryptionSecret() const override { return TestSecret; }
+};
+
+/// Little-endian body bytes, built by hand.
+struct Bytes {
+    std::vector<uint8_t> b;
+    Bytes& le(uint64_t v, int n) {
+        for (int i = 0; i < n; ++i) b.push_back(uint8_t(v >> (8 * i)));
+        return *this;
+    }
+    Bytes& str(std::string_view s) {
+        b.push_back(uint8_t(s.size()));
+        b.insert(b.end(), s.begin(), s.end());
+        return *this;
+    }
+    Bytes& raw(std::initializer_list<uint8_t> bytes) {
+        b.insert(b.end(), bytes);
+        return *this;
+    }
+};
+
+/// A credentials string around a clear body, enciphered under TestSecret.
+WString seal(uint8_t version, const std::vector<uint8_t>& body, uint32_t headerFlags = 0) {
+    std::string text = Base64::Encode(body);
+    std::vector<uint8_t> sealed;
+    vcBlowFish(TestSecret).Encrypt(reinterpret_cast<const uint8_t*>(text.data()), text.size(), sealed);
+    Bytes buf;
+    buf.le(version, 1).le(77, 1).le(sealed.size(), 2);
+    uint32_t sum = 32;
+    for (uint8_t c : sealed) sum += c;
+    buf.le(sum, 4).le(headerFlags, 4);
+    buf.b.insert(buf.b.end(), sealed.begin(), sealed.end());
+    return toWide(Base64::Encode(buf.b));
+}
+
+/// The clear body inside a string made under TestSecret.
+std::vector<uint8_t> openBody(const WString& s) {
+    std::vector<uint8_t> buf, clear, body;
+    Base64::Decode(s.view(), buf);
+    size_t len = buf[2] | buf[3] << 8;
+    EXPECT_TRUE(vcBlowFish(TestSecret).Decrypt(buf.data() + 12, len, clear));
+    Base64::Decode(std::string_view(reinterpret_cast<const char*>(clear.data()), clear.size()), body);
+    return body;
+}
+
+/// The nine strings of a version 1 to 5 body, each given as "" by default.
+Bytes bodyStart(int loginBytes, std::string_view user = "ann", std::string_view domain = "LAB") {
+    Bytes b;
+    b.le(0x4004, 4).le(0x0A000001, 4).le(0xC0A80002, 4).le(1700000000, loginBytes);
+    b.str(user).str("pw").str("desc").str("host").str("1.0").str(domain).str("db").str("log").str("loc");
+    return b;
+}
+
+void fill(CCredentials& c) {
+    c.SetUsername(u"ann");
+    c.SetPassword(u"p\u00e4ss");
+    c.SetClientDescription(u"desk");
+    c.SetClientMachineName(u"ws-17");
+    c.SetClientVersion(u"9.1");
+    c.SetDomain(u"LAB");
+    c.SetXMLDBEndPoint(u"http://db:9944/xmldb");
+    c.SetLogEndPoint(u"http://log:9944/");
+    c.SetLocatorEndPoint(u"https://srv:9943/locator/service");
+    c.SetAccessToken(u"at-\U0001F511");
+    c.SetRefreshToken(u"rt");
+    c.SetLoginTime(-5);  // the full 64 bits travel
+    c.SetServerIP(0xC0A80001);
+    c.SetClientIP(0xFFFFFFFE);
+    c.SetHeaderFlags(0x80000001);
+    c.SetBodyFlags(0x40004);
+}
+
+void expectSameFields(const CCredentials& a, const CCredentials& b) {
+    EXPECT_EQ(a.GetUsername(), b.GetUsername());
+    EXPECT_EQ(a.GetPassword(), b.GetPassword());
+    EXPECT_EQ(a.GetClientDescription(), b.GetClientDescription());
+    EXPECT_EQ(a.GetClientMachineName(), b.GetClientMachineName());
+    EXPECT_EQ(a.GetClientVersion(), b.GetClientVersion());
+    EXPECT_EQ(a.GetDomain(), b.GetDomain());
+    EXPECT_EQ(a.GetXMLDBEndPoint(), b.GetXMLDBEndPoint());
+    EXPECT_EQ(a.GetLogEndPoint(), b.GetLogEndPoint());
+    EXPECT_EQ(a.GetLocatorEndPoint(), b.GetLocatorEndPoint());
+    EXPECT_EQ(a.GetAccessToken(), b.GetAccessToken());
+    EXPECT_EQ(a.GetRefreshToken(), b.GetRefreshToken());
+    EXPECT_EQ(a.GetLoginTime(), b.GetLoginTime());
+    EXPECT_EQ(a.GetServerIP(), b.GetServerIP());
+    EXPECT_EQ(a.GetClientIP(), b.GetClientIP());
+    EXPECT_EQ(a.GetHeaderFlags(), b.GetHeaderFlags());
+    EXPECT_EQ(a.GetBodyFlags(), b.GetBodyFlags());
+    EXPECT_EQ(a.GetRandomNumberRaw(), b.GetRandomNumberRaw());
+    EXPECT_EQ(a.GetRoles()._GetRawRoleBits(), b.GetRoles()._GetRawRoleBits());
+}
+
+Ptr<CAuthRolesCache> adminTable() {
+    Ptr<CAuthRolesCache> t(new CAuthRolesCache());
+    t->SetRole(1, NVK_TFClientAdminRole);
+    t->SetRole(4, u"Viewer");
+    t->SetRole(6, u"Group:Chemists");
+    return t;
+}
+
+}  // namespace
+
+TEST(Credentials, EveryFieldSurvivesTheString) {
+    Ptr<CAuthRolesCache> table = adminTable();
+    CCredentials a;
+    fill(a);
+    a.SetRolesCache(table.get());
+    a.GetRoles().SetRoles({WString(u"Viewer"), WString(u"Group:Chemists")});
+    WString s;
+    a.GenerateCredentialsString(s);
+    EXPECT_NE(a.GetRandomNumberRaw(), 0);
+    EXPECT_EQ(a.GetFormatVersionNumber(), 5);
+    EXPECT_TRUE(a.VerifyChecksum());
+    uint32_t sum = 32;
+    for (size_t i = 12; i < a.GetBuffer().size(); ++i) sum += a.GetBuffer()[i];
+    EXPECT_EQ(a.GetQuickChecksum(), sum);
+
+    CCredentials b(s.c_str());
+    expectSameFields(a, b);
+    EXPECT_EQ(b.GetFormatVersionNumber(), 5);
+    EXPECT_EQ(b.GetQuickChecksum(), sum);
+    EXPECT_FALSE(b.IsSessionKey());
+    b.SetRolesCache(table.get());
+    EXPECT_EQ(b.GetGroups(), std::vector<WString>{WString(u"Group:Chemists")});
+    EXPECT_TRUE(b.HasPermission(u"viewer"));
+    EXPECT_TRUE(b.IsMemberOfGroup(u"Chemists"));
+
+    CCredentials c;
+    c = b;
+    expectSameFields(b, c);
+    CCredentials d(c);
+    expectSameFields(c, d);
+    EXPECT_THROW_MSG(d.GetSessionString(), Exception, "Not supported in CCredentials.");
+    d.Clear();
+    EXPECT_EQ(d.GetUsername(), WString(u""));
+    EXPECT_EQ(d.GetBodyFlags(), 0u);
+    EXPECT_EQ(d.GetRandomNumberRaw(), 0);
+    EXPECT_EQ(d.GetFormatVersionNumber(), 5);
+}
+
+TEST(Credentials, StringSettersTakeAt255UnitsAndLengthsKeepTheirLowByte) {
+    KnownSecret c;
+    c.SetUsername(u"keep");
+    EXPECT_THROW_MSG(c.SetUsername(WString(std::u16string(256, u'x'))), BadParameterException, "String too long");
+    EXPECT_THROW_MSG(c.SetRefreshToken(WString(std::u16string(300, u'x'))), BadParameterException,
+                     "String too long");
+    EXPECT_EQ(c.GetUsername(), WString(u"keep"));
+    c.SetDomain(WString(std::u16string(255, u'd')));
+    c.SetDomain(WString());
+    EXPECT_EQ(c.GetDomain(), WString(u""));
+
+    c.SetUsername(WString(std::u16string(150, u'\u00e9')));  // 300 UTF-8 bytes
+    WString s;
+    c.GenerateCredentialsString(s);
+    std::vector<uint8_t> body = openBody(s);
+    ASSERT_GT(body.size(), 321u);
+    EXPECT_EQ(body[20], 44);  // 300 AND 255
+    EXPECT_EQ(body[21], 0xC3);
+    // Such a body cannot be read back; it is refused rather than misread.
+    KnownSecret d;
+    d.SetCredentialsString(s);
+    EXPECT_EQ(d.DecryptBody(false), DecryptMalformedBody);
+}
+
+TEST(Credentials, BodyFlagTestsOverlapAsGiven) {
+    CCredentials c;
+    struct Row {
+        uint32_t flags;
+        const char16_t* api;
+        bool deadlock, passport;
+    };
+    const Row rows[] = {{0x110, NVK_APITag_C, true, false},     {0x100, nullptr, false, false},
+                        {0x30, NVK_APITag_Java, false, false},   {0x50, NVK_APITag_DotNet, false, false},
+                        {0x90, NVK_APITag_JavaScript, false, false}, {0x40, nullptr, true, false},
+                        {0x80, nullptr, true, false},            {0x410, nullptr, true, false},
+                        {0x210, nullptr, true, false},           {0x20, nullptr, false, true},
+                        {0x1F0, nullptr, true, false}};
+    for (const Row& r : rows) {
+        c.SetBodyFlags(r.flags);
+        EXPECT_EQ(c.GetClientAPI(), WString(r.api)) << std::hex << r.flags;
+        EXPECT_EQ(c.IsDeadlock(), r.deadlock) << std::hex << r.flags;
+        EXPECT_EQ(c.IsPassport(), r.passport) << std::hex << r.flags;
+    }
+    c.SetBodyFlags(0x4);
+    EXPECT_TRUE(c.IsSPNEGO());
+    EXPECT_FALSE(c.SPNEGODelegation());
+    c.SetBodyFlags(0x40004 | 0x1 | 0x2 | 0x800 | 0x1000 | 0x2000 | 0x4000 | 0x8000 | 0x20000);
+    EXPECT_TRUE(c.SPNEGODelegation() && c.SkipReauth() && c.IsCustomAuth() && c.IsAnonymous() &&
+                c.IsParallelSubprotocol() && c.IsPlatformSSO() && c.IsActiveAdmin() && c.IsImpersonation() &&
+                c.IsServiceAccountCredential());
+    c.SetBodyFlags(0x40000);
+    EXPECT_FALSE(c.SPNEGODelegation() || c.SkipReauth() || c.IsActiveAdmin() || c.IsServiceAccountCredential());
+}
+
+TEST(Credentials, OlderFormatsAreRead) {
+    struct Case {
+        uint8_t version;
+        Bytes body;
+    };
+    Case cases[] = {
+        {1, bodyStart(4)},
+        {2, bodyStart(8).raw({10, 0x21, 0x02})},  // 10 bits: 0, 5 and 9
+        {3, bodyStart(8).raw({10, 0x21, 0x02}).str("access").str("refresh")},
+        {4, bodyStart(8).raw({10, 0x21, 0x02}).str("access").str("refresh").str("x").str("").str("zz")},
+    };
+    for (Case& k : cases) {
+        SCOPED_TRACE(int(k.version));
+        KnownSecret c;
+        c.SetCredentialsString(seal(k.version, k.body.b, 0x99));
+        EXPECT_EQ(c.GetFormatVersionNumber(), k.version);
+        EXPECT_EQ(c.GetHeaderFlags(), 0x99u);
+        EXPECT_EQ(c.GetRandomNumberRaw(), 77);
+        ASSERT_EQ(c.DecryptBody(true), DecryptSuccess);
+        EXPECT_EQ(c.GetUsername(), WString(u"ann"));
+        EXPECT_EQ(c.GetLocatorEndPoint(), WString(u"loc"));
+        EXPECT_EQ(c.GetLoginTime(), 1700000000);
+        EXPECT_EQ(c.GetClientIP(), 0xC0A80002u);
+        EXPECT_TRUE(c.IsActiveAdmin());
+        const BitsetValue& bits = c.GetRoles()._GetRawRoleBits();
+        EXPECT_EQ(bits.size(), k.version >= 2 ? 10u : 0u);
+        EXPECT_EQ(bits.count(), k.version >= 2 ? 3u : 0u);
+        EXPECT_TRUE(k.version < 2 || (bits.test(0) && bits.test(5) && bits.test(9)));
+        EXPECT_EQ(c.GetAccessToken(), WString(k.version >= 3 ? u"access" : u""));
+        // Writing always gives version 5.
+        WString s;
+        c.GenerateCredentialsString(s);
+        EXPECT_EQ(c.GetFormatVersionNumber(), 5);
+    }
+}
+
+TEST(Credentials, RoleBitsetCountTakesOneToFourBytes) {
+    const std::pair<size_t, std::vector<uint8_t>> cases[] = {
+        {100, {100}}, {128, {0xC2, 0x80}}, {2047, {0xDF, 0xBF}}, {2048, {0xE0, 0xA0, 0x80}}, {70000, {0xF0, 0x91, 0x85, 0xB0}}};
+    for (const auto& [bits, count] : cases) {
+        SCOPED_TRACE(bits);
+        KnownSecret a;
+        a.SetUsername(u"u");
+        a.GetRoles()._GetRawRoleBits().resize(bits);
+        a.GetRoles()._GetRawRoleBits().set(bits - 1);
+        a.GetRoles()._GetRawRoleBits().set(3);
+        WString s;
+        a.GenerateCredentialsString(s);
+        std::vector<uint8_t> body = openBody(s);
+        size_t at = 20 + 1 + 1 + 8;  // flags, addresses and time; "u"; eight empty strings
+        ASSERT_GE(body.size(), at + count.size());
+        EXPECT_EQ(std::vector<uint8_t>(body.begin() + at, body.begin() + at + count.size()), count);
+        KnownSecret b;
+        b.SetCredentialsString(s);
+        ASSERT_EQ(b.DecryptBody(true), DecryptSuccess);
+        EXPECT_EQ(b.GetRoles()._GetRawRoleBits().size(), bits);
+        EXPECT_EQ(b.GetRoles()._GetRawRoleBits(), a.GetRoles()._GetRawRoleBits());
+    }
+}
+
+TEST(Credentials, TaggedSessionFormIsReadOnly) {
+    KnownSecret a;
+    fill(a);
+    WString s;
+    a.GenerateCredentialsString(s);
+    for (std::u16string prefix : {u"_v_1__key_abc_data_", u"_V_1_X_data_"}) {
+        KnownSecret b;
+        b.SetCredentialsString(WString(prefix + s.str() + u"_trailer_ignored"));
+        EXPECT_TRUE(b.IsSessionKey());
+        EXPECT_EQ(b.DecryptBody(false), DecryptSuccess);
+        EXPECT_EQ(b.GetUsername(), WString(u"ann"));
+        WString out(u"before");
+        EXPECT_THROW_MSG(b.GenerateCredentialsString(out), Exception, "client Credentials object is read only");
+        EXPECT_EQ(out, WString(u"before"));
+    }
+    // A header without "_data_" is taken whole, which is not Base64.
+    KnownSecret c;
+    WString error;
+    EXPECT_FALSE(c.Deserialize(u"_v_1_abc", error));
+    EXPECT_EQ(error, WString(u"Error decoding: _v_1_abc..."));
+}
+
+TEST(Credentials, DecodingFailuresNameTheirCause) {
+    CCredentials c;
+    fill(c);
+    WString error(u"none");
+    EXPECT_FALSE(c.Deserialize(WString(), error));
+    EXPECT_EQ(error, WString(u"Empty Credentials"));
+    EXPECT_EQ(c.GetUsername(), WString(u"ann"));  // nothing was cleared yet
+    EXPECT_FALSE(c.Deserialize(u"abc!", error));
+    EXPECT_EQ(error, WString(u"Error decoding: abc!..."));
+    EXPECT_EQ(c.GetUsername(), WString(u""));  // decoding starts by clearing
+    EXPECT_FALSE(c.Deserialize(u"AAAA", error));  // shorter than the header
+    EXPECT_EQ(error, WString(u"Invalid checksum decoding: AAAA - not a valid session string"));
+
+    std::vector<uint8_t> buf(12 + 16, 0);
+    buf[0] = 5;
+    buf[2] = 16;
+    buf[4] = 33;  // should be 32
+    WString bad = toWide(Base64::Encode(buf));
+    EXPECT_FALSE(c.Deserialize(bad, error));
+    EXPECT_EQ(utf8(error), "Invalid checksum decoding: " + utf8(bad) + " - not a valid session string");
+    buf[2] = 17;  // longer than the buffer
+    buf[4] = 32;
+    EXPECT_FALSE(c.Deserialize(toWide(Base64::Encode(buf)), error));
+    buf[3] = 0x80;  // negative length
+    EXPECT_FALSE(c.Deserialize(toWide(Base64::Encode(buf)), error));
+
+    WString given;
+    EXPECT_THROW_MSG(c.SetCredentialsString(u"", &given), Exception, "Empty Credentials");
+    EXPECT_EQ(given, WString(u"Empty Credentials"));
+    EXPECT_THROW_MSG(c.SetCredentialsString(u"Zm9"), Exception, "Error decoding: Zm9...");
+    EXPECT_THROW_MSG(CCredentials(u"Zm9"), Exception, "Error decoding: Zm9...");
+}
+
+TEST(Credentials, DecryptBodyStatusesLeaveFieldsAlone) {
+    DiagnosticCapture capture;
+    setDebugTargets("CredentialDebug");
+    auto expectRefused = [&](const WString& s, DecryptStatusCode status, const std::string& message) {
+        KnownSecret c;
+        c.SetCredentialsString(s);
+        c.SetUsername(u"before");
+        std::vector<uint8_t> buffer = c.GetBuffer();
+        EXPECT_EQ(c.DecryptBody(false), status) << message;
+        EXPECT_THROW_MSG(c.DecryptBody(true), Exception, message);
+        EXPECT_EQ(c.GetUsername(), WString(u"before"));
+        EXPECT_EQ(c.GetBuffer(), buffer);
+        ASSERT_FALSE(capture.debugLines().empty());
+        EXPECT_EQ(capture.debugLines().back(), "CredentialDebug: " + message);
+    };
+    // Enciphered under another secret: the padding check fails (or, rarely, the text is not Base64).
+    CCredentials other;
+    other.SetUsername(u"x");
+    WString foreign;
+    other.GenerateCredentialsString(foreign);
+    {
+        KnownSecret c;
+        c.SetCredentialsString(foreign);
+        EXPECT_NE(c.DecryptBody(false), DecryptSuccess);
+    }
+    // A section too short for the cipher, with a valid checksum.
+    std::vector<uint8_t> shortBuf(12 + 8, 0);
+    shortBuf[0] = 5;
+    shortBuf[2] = 8;
+    shortBuf[4] = 32;
+    expectRefused(toWide(Base64::Encode(shortBuf)), DecryptCipherFailed, "Decrypt failed");
+
+    // Deciphers fine, but the clear text is not Base64.
+    std::string notBase64 = "not*base64";
+    std::vector<uint8_t> sealed;
+    vcBlowFish(TestSecret).Encrypt(reinterpret_cast<const uint8_t*>(notBase64.data()), notBase64.size(), sealed);
+    Bytes b;
+    b.le(5, 1).le(1, 1).le(sealed.size(), 2);
+    uint32_t sum = 32;
+    for (uint8_t x : sealed) sum += x;
+    b.le(sum, 4).le(0, 4);
+    b.b.insert(b.b.end(), sealed.begin(), sealed.end());
+    expectRefused(toWide(Base64::Encode(b.b)), DecryptDecodeFailed, "Decode failed");
+
+    // Bodies whose fields run past their end, or leave bytes over.
+    expectRefused(seal(5, bodyStart(8, "ann").b), DecryptMalformedBody,
+                  "Credentials body ends inside the role bitset count: 1 bytes needed at offset 68, 0 left");
+    Bytes longUser = bodyStart(8);
+    longUser.b[20] = 200;  // the user name claims more than the body holds
+    expectRefused(seal(5, longUser.b), DecryptMalformedBody,
+                  "Credentials body ends inside the user name: 200 bytes needed at offset 33, 35 left");
+    expectRefused(seal(2, bodyStart(8).raw({0xC2, 0x80, 1}).b), DecryptMalformedBody,
+                  "Credentials body ends inside the role bitset: 16 bytes needed at offset 70, 1 left");
+    expectRefused(seal(2, bodyStart(8).raw({0xC2, 0x41}).b), DecryptMalformedBody,
+                  "Credentials body has a malformed role bitset count at offset 68 (byte 0x41)");
+    expectRefused(seal(2, bodyStart(8).raw({0x80}).b), DecryptMalformedBody,
+                  "Credentials body has a malformed role bitset count at offset 68 (byte 0x80)");
+    expectRefused(seal(2, bodyStart(8).raw({3, 0x08}).b), DecryptMalformedBody,
+                  "Credentials body sets role bit 3 beyond the bitset's 3 bits");
+    expectRefused(seal(2, bodyStart(8).raw({0, 9}).b), DecryptMalformedBody,
+                  "Credentials body has 1 bytes left over after its last field");
+    expectRefused(seal(6, bodyStart(8).b), DecryptMalformedBody,
+                  "Credentials format version 6 cannot be read (versions 1 to 5 can)");
+    expectRefused(seal(0, bodyStart(8).b), DecryptMalformedBody,
+                  "Credentials format version 0 cannot be read (versions 1 to 5 can)");
+    setDebugTargets("");
+}
+
+TEST(Credentials, TamperingIsCaughtByTheLayeredChecks) {
+    enum { Base64Check, Checksum, Cipher, ClearBase64, Fields, Undetected, NoEffect, Kinds };
+    const char* const kindNames[] = {"Base64", "length/checksum", "cipher", "clear-text Base64", "field parsing",
+                                     "undetected change", "no effect"};
+    auto classify = [](const WString& s, const CCredentials& original) {
+        KnownSecret c;
+        WString error;
+        if (!c.Deserialize(s, error)) return utf8(error).rfind("Error decoding", 0) == 0 ? Base64Check : Checksum;
+        switch (c.DecryptBody(false)) {
+            case DecryptCipherFailed: return Cipher;
+            case DecryptDecodeFailed: return ClearBase64;
+            case DecryptMalformedBody: return Fields;
+            default: break;
+        }
+        bool same = c.GetUsername() == original.GetUsername() && c.GetDomain() == original.GetDomain() &&
+                    c.GetPassword() == original.GetPassword() && c.GetBodyFlags() == original.GetBodyFlags() &&
+                    c.GetHeaderFlags() == original.GetHeaderFlags() &&
+                    c.GetRandomNumberRaw() == original.GetRandomNumberRaw() &&
+                    c.GetAccessToken() == original.GetAccessToken() && c.GetLoginTime() == original.GetLoginTime() &&
+                    c.GetRoles()._GetRawRoleBits() == original.GetRoles()._GetRawRoleBits();
+        return same ? NoEffect : Undetected;
+    };
+    static const char alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    for (int sample = 0; sample < 3; ++sample) {
+        KnownSecret a;
+        fill(a);
+        a.GetRoles()._GetRawRoleBits().set(size_t(sample * 40 + 3));
+        if (sample == 2) a.SetPassword(WString());
+        WString s;
+        a.GenerateCredentialsString(s);
+        int text[Kinds] = {}, bytes[Kinds] = {}, resealed[Kinds] = {};
+        // Every character of the text, replaced by the next one of the alphabet (or by "*").
+        for (size_t i = 0; i < s.length(); ++i) {
+            std::u16string t = s.str();
+            const char* p = std::strchr(alphabet, char(t[i]));
+            t[i] = t[i] == u'=' ? u'*' : char16_t(p[1] ? p[1] : alphabet[0]);
+            ++text[classify(WString(t), a)];
+        }
+        // Every byte of the buffer flipped, with the checksum left alone and fixed up.
+        std::vector<uint8_t> buf;
+        Base64::Decode(s.view(), buf);
+        for (size_t i = 0; i < buf.size(); ++i) {
+            std::vector<uint8_t> t = buf;
+            t[i] ^= 0x01;
+            ++bytes[classify(toWide(Base64::Encode(t)), a)];
+            if (i >= 12) {
+                uint32_t sum = 32;
+                for (size_t k = 12; k < t.size(); ++k) sum += t[k];
+                for (int k = 0; k < 4; ++k) t[4 + k] = uint8_t(sum >> (8 * k));
+                ++resealed[classify(toWide(Base64::Encode(t)), a)];
+            }
+        }
+        // The checksum sees any single changed byte of the enciphered section.
+        EXPECT_EQ(bytes[Undetected] + bytes[NoEffect], 4 + 1);  // header flags and the salt are clear
+        std::string report;
+        for (auto [label, counts, total] : {std::tuple{"text characters", text, s.length()},
+                                             std::tuple{"buffer bytes", bytes, buf.size()},
+                                             std::tuple{"section bytes, checksum fixed", resealed, buf.size() - 12}}) {
+            report += "sample " + std::to_string(sample) + ", " + std::to_string(total) + " " + label + ":";
+            for (int k = 0; k < Kinds; ++k) report += std::string(" ") + kindNames[k] + " " + std::to_string(counts[k]);
+            report += "\n";
+        }
+        std::cout << report;
+        RecordProperty("tampering_sample_" + std::to_string(sample), report);
+        // With the checksum fixed, the cipher and the clear-text checks catch almost everything.
+        EXPECT_GT(resealed[Cipher] + resealed[ClearBase64], int(buf.size() - 12) * 3 / 4);
+    }
+}
+
+TEST(Credentials, RandomNumberIsNeverZeroAcrossThreads) {
+    std::atomic<int> zeros{0}, draws{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 8; ++t)
+        threads.emplace_back([&] {
+            for (int i = 0; i < 2000; ++i) {
+                Ptr<CCredentials> c(CCredentials::newInstance());
+                if (c->GetRandomNumber() == 0) ++zeros;
+                if (c->GetRandomNumberRaw() == 0) ++zeros;
+                ++draws;
+            }
+        });
+    for (auto& t : threads) t.join();
+    EXPECT_EQ(zeros.load(), 0);
+    EXPECT_EQ(draws.load(), 16000);
+}
+
+TEST(Credentials, ConversationKeyAndHash) {
+    CCredentials c;
+    c.SetUsername(u"ann");
+    c.SetDomain(u"LAB");
+    c.SetServerIP(0xC0A80001);
+    c.SetClientIP(7);
+    c.SetRandomNumber(42);
+    WString key;
+    c.GetConversationKey(key, WString());
+    EXPECT_EQ(key, WString(u"annLAB|s3232235521|7||42"));
+    c.SetBodyFlags(0x40004);
+    c.GetConversationKey(key, u"job-9");
+    EXPECT_EQ(key, WString(u"annLAB|s3232235521|7|SD|job-9"));
+    c.SetBodyFlags(0x4);
+    c.GetConversationKey(key, WString());
+    EXPECT_EQ(key, WString(u"annLAB|s3232235521|7|S|42"));
+
+    WString hash;
+    c.SetBodyFlags(0x40004 | 0x10);
+    c.GetConversationHash(hash);
+    Ptr<iHash> h = ObjectFactory::createAs<iHash>(NVK_vcHashClassTag);
+    h->Init(iHash::SHA256);
+    h->Update(std::string_view("ann\\LAB\x2a\x01\x00\xa8\xc0\x07\x00\x00\x00\x04\x00\x04\x00", 20));
+    EXPECT_EQ(utf8(hash), h->FinalText());
+    c.SetDomain(WString());
+    WString noDomain;
+    c.GetConversationHash(noDomain);
+    EXPECT_NE(noDomain, hash);
+}
+
+TEST(Credentials, ActiveAdministratorNeedsTheRole) {
+    Ptr<CAuthRolesCache> table = adminTable();
+    table->SetRole(2, NVK_LegacyTFClientAdminRole);
+    CCredentials c;
+    EXPECT_THROW_MSG(c.SetIsActiveAdmin(true), Exception,
+                     "The authorization role lookup cache has not been initialized");
+    c.SetRolesCache(table.get());
+    c.SetIsActiveAdmin(true);
+    EXPECT_FALSE(c.IsActiveAdmin());
+    c.GetRoles().AddToRole(NVK_LegacyTFClientAdminRole);
+    c.SetIsActiveAdmin(true);
+    EXPECT_TRUE(c.IsActiveAdmin());
+    c.GetRoles().Clear();
+    c.GetRoles().AddToRole(NVK_TFClientAdminRole);
+    c.SetBodyFlags(0x4001);
+    c.SetIsActiveAdmin(false);
+    EXPECT_EQ(c.GetBodyFlags(), 0x1u);
+}
+
+TEST(Credentials, PoolReusesClearedObjectsAndTrimsLargeStorage) {
+    ObjectPool<CCredentials>& pool = CCredentials::pool();
+    pool.purge();
+    CCredentials* a = CCredentials::allocate();
+    fill(*a);
+    a->GetRoles()._GetRawRoleBits().set(20000);  // a buffer well above the kept size
+    WString s;
+    a->GenerateCredentialsString(s);
+    ASSERT_GT(a->GetBuffer().capacity(), CCredentials::PooledCapacityLimit);
+    CCredentials::deallocate(a);
+    EXPECT_EQ(pool.getFreeCount(), 1u);
+    EXPECT_EQ(a->GetBuffer().capacity(), 0u);
+    EXPECT_EQ(a->GetRoles().GetRolesCache(), nullptr);
+
+    CCredentials* b = CCredentials::allocateCopy(CCredentials(s.c_str()));
+    EXPECT_EQ(b, a);  // the same object, reused
+    EXPECT_EQ(b->GetUsername(), WString(u"ann"));
+    CCredentials::deallocate(b);
+    CCredentials* c = CCredentials::allocate();
+    EXPECT_EQ(c->GetUsername(), WString(u""));
+    EXPECT_EQ(c->GetRoles()._GetRawRoleBits().size(), 0u);
+    EXPECT_EQ(pool.getOutstanding(), 1);
+    CCredentials::deallocate(c);
+    Ptr<CCredentials> made = ObjectFactory::createAs<CCredentials>("Norvatek.CCredentials");
+    EXPECT_STREQ(made->getClassTag(), "Norvatek.CCredentials");
+}
+
+TEST(ClientSession, FollowsItsKey) {
+    Ptr<CAuthRolesCache> table = adminTable();
+    CCredentials a;
+    fill(a);
+    a.SetRolesCache(table.get());
+    a.GetRoles().AddToRole(u"Viewer");
+    WString key;
+    a.GenerateCredentialsString(key);
+
+    Ptr<ClientSession> session(new ClientSession());
+    EXPECT_TRUE(session->SetSessionKey(key));
+    EXPECT_EQ(session->GetSessionKey(), key);
+    EXPECT_EQ(session->GetUsername(), WString(u"ann"));
+    EXPECT_EQ(session->GetDomain(), WString(u"LAB"));
+    EXPECT_EQ(session->GetXMLDBEndPoint(), WString(u"http://db:9944/xmldb"));
+    EXPECT_EQ(session->GetLocatorEndPoint(), WString(u"https://srv:9943/locator/service"));
+    EXPECT_THROW_MSG(session->GetPermissions(), Exception,
+                     "The authorization role lookup cache has not been initialized");
+    session->SetRolesCache(table.get());
+    EXPECT_EQ(session->GetPermissions(), std::vector<WString>{WString(u"Viewer")});
+    EXPECT_THROW_MSG(session->DecryptBody(true), Exception, "THIS METHOD IS DEPRECATED");
+    Ptr<CAuthRoles> notATable(new CAuthRoles());
+    EXPECT_THROW(session->SetRolesCache(notATable.get()), BadParameterException);
+
+    ClientSession copy(*session);
+    EXPECT_EQ(copy.GetUsername(), WString(u"ann"));
+    WString again;
+    copy.GenerateCredentialsString(again);
+    EXPECT_EQ(ClientSession(again).GetUsername(), WString(u"ann"));
+
+    EXPECT_THROW_MSG(session->SetSessionKey(u"@@@@"), Exception, "Error decoding: @@@@...");
+    EXPECT_EQ(session->GetSessionKey(), WString(u"@@@@"));
+    EXPECT_EQ(session->GetUsername(), WString(u""));
+}
+
+TEST(LocatorEndpoint, HostPortAndUrlBothWays) {
+    using namespace LocatorEndpointIdentity;
+    WString out;
+    HostAndPortToEndPoint(WString(u"srv"), 9943, true, out);
+    EXPECT_EQ(out, WString(u"https://srv:9943/locator/service"));
+    std::string narrow;
+    HostAndPortToEndPoint(std::string("srv"), 80, false, narrow);
+    EXPECT_EQ(narrow, "http://srv:80/locator/service");
+    int port = 0;
+    HostAndPortToEndPoint(WString(u"srv:443"), out, port);
+    EXPECT_EQ(port, 443);
+    EXPECT_EQ(out, WString(u"https://srv:443/locator/service"));
+    HostAndPortToEndPoint(WString(u"[::1]:8080"), out, port);
+    EXPECT_EQ(out, WString(u"http://[::1]:8080/locator/service"));
+    for (const char16_t* bad : {u"srv", u"srv:", u"srv:http", u"srv:0", u"srv:65536", u"srv:123456"}) {
+        EXPECT_THROW_MSG(HostAndPortToEndPoint(WString(bad), out, port), BadParameterException,
+                         "Host and port \"" + utf8(bad) + "\" has no valid port");
+    }
+    EXPECT_EQ(port, 8080);
+
+    EndPointToHostAndPort(u"https://srv:9943/locator/service", out);
+    EXPECT_EQ(out, WString(u"srv:9943"));
+    EndPointToHostAndPort(u"https://srv/locator/service", out);
+    EXPECT_EQ(out, WString(u"srv:443"));
+    EndPointToHostAndPort(u"http://srv/locator/service", out);
+    EXPECT_EQ(out, WString(u"srv"));
+    EndPointToHostAndPort(u"ftp://srv/locator/service", out);
+    EXPECT_EQ(out, WString(u"ftp://srv/locator/service"));
+}
