@@ -7,3 +7,5 @@ nvk=build/default/nvk
 set -x
 "$nvk" version
 "$nvk" help
+credentials=$("$nvk" credentials new --user alice --domain LAB --password secret --role Viewer --role Group:Chemists --flags 0x4)
+"$nvk" credentials show "$credentials"
