@@ -1,0 +1,95 @@
+#include "XPathTestTree.h"
+
+#include <pugixml.hpp>
+#include <stdexcept>
+
+#include "platform/String.h"
+
+namespace nvktest {
+
+TestNode& TestNode::add(std::u16string childName, std::u16string childText) {
+    children.push_back(std::make_unique<TestNode>());
+    TestNode& c = *children.back();
+    c.name = std::move(childName);
+    c.text = std::move(childText);
+    c.parent = this;
+    return c;
+}
+
+namespace {
+
+std::u16string wide(const char* s) { return tovan::utf8ToUtf16(s); }
+
+void readElement(const pugi::xml_node& from, TestNode& to) {
+    for (const pugi::xml_attribute& a : from.attributes()) to.attributes.emplace_back(wide(a.name()), wide(a.value()));
+    for (const pugi::xml_node& c : from.children()) {
+        if (c.type() == pugi::node_pcdata || c.type() == pugi::node_cdata)
+            to.text += wide(c.value());
+        else if (c.type() == pugi::node_element)
+            readElement(c, to.add(wide(c.name())));
+    }
+}
+
+void escape(const std::u16string& text, bool attribute, std::string& out) {
+    for (char ch : tovan::utf16ToUtf8(text)) {
+        switch (ch) {
+        case '&': out += "&amp;"; break;
+        case '<': out += "&lt;"; break;
+        case '>': out += "&gt;"; break;
+        case '"': out += attribute ? "&quot;" : "\""; break;
+        default: out += ch;
+        }
+    }
+}
+
+void writeContent(const TestNode& n, std::string& out) {
+    escape(n.text, false, out);
+    for (const auto& c : n.children) {
+        std::string name = tovan::utf16ToUtf8(c->name);
+        out += "<" + name;
+        for (const auto& [k, v] : c->attributes) {
+            out += " " + tovan::utf16ToUtf8(k) + "=\"";
+            escape(v, true, out);
+            out += "\"";
+        }
+        out += ">";
+        writeContent(*c, out);
+        out += "</" + name + ">";
+    }
+}
+
+}  // namespace
+
+std::unique_ptr<TestNode> treeFromXml(const std::string& xml) {
+    pugi::xml_document doc;
+    pugi::xml_parse_result r = doc.load_string(xml.c_str(), pugi::parse_default | pugi::parse_fragment | pugi::parse_ws_pcdata);
+    if (!r) throw std::runtime_error(std::string("bad test XML: ") + r.description());
+    auto root = std::make_unique<TestNode>();
+    readElement(doc, *root);
+    return root;
+}
+
+std::string treeToXml(const TestNode& root) {
+    std::string out;
+    writeContent(root, out);
+    return out;
+}
+
+std::string describeItem(const tovan::XPathItem& item) {
+    const TestNode& n = TestNavigator::of(item.node);
+    std::string name = n.parent ? tovan::utf16ToUtf8(n.name) : "/";
+    switch (item.kind) {
+    case tovan::XPathItemKind::Node: return name;
+    case tovan::XPathItemKind::Attribute: return name + "@" + tovan::utf16ToUtf8(n.attributes.at(item.attribute).first);
+    case tovan::XPathItemKind::Text: return name + "#text";
+    }
+    return "?";
+}
+
+std::string describeItems(const std::vector<tovan::XPathItem>& items) {
+    std::string out;
+    for (const auto& i : items) out += (out.empty() ? "" : " ") + describeItem(i);
+    return out;
+}
+
+}  // namespace nvktest

@@ -1,0 +1,53 @@
+#pragma once
+// A minimal tree for driving the XPath evaluator in tests, and its XML form
+// (read and written through pugixml, which also serves as the reference
+// evaluator in the differential test).
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/XPath.h"
+
+namespace nvktest {
+
+struct TestNode {
+    std::u16string name;
+    std::vector<std::pair<std::u16string, std::u16string>> attributes;
+    std::u16string text;
+    std::vector<std::unique_ptr<TestNode>> children;
+    TestNode* parent = nullptr;
+
+    TestNode& add(std::u16string childName, std::u16string childText = {});
+};
+
+class TestNavigator : public tovan::XPathNavigator {
+public:
+    static const TestNode& of(tovan::XPathHandle h) { return *static_cast<const TestNode*>(h); }
+
+    tovan::XPathHandle parentOf(tovan::XPathHandle n) const override { return of(n).parent; }
+    size_t childCount(tovan::XPathHandle n) const override { return of(n).children.size(); }
+    tovan::XPathHandle childAt(tovan::XPathHandle n, size_t i) const override { return of(n).children.at(i).get(); }
+    tovan::WString nameOf(tovan::XPathHandle n) const override { return tovan::WString(of(n).name); }
+    size_t attributeCount(tovan::XPathHandle n) const override { return of(n).attributes.size(); }
+    tovan::WString attributeName(tovan::XPathHandle n, size_t i) const override {
+        return tovan::WString(of(n).attributes.at(i).first);
+    }
+    tovan::WString attributeValue(tovan::XPathHandle n, size_t i) const override {
+        return tovan::WString(of(n).attributes.at(i).second);
+    }
+    tovan::WString textOf(tovan::XPathHandle n) const override { return tovan::WString(of(n).text); }
+};
+
+/// The tree of an XML fragment: the returned root stands for the document
+/// (unnamed, no attributes); each element's character data, wherever it sits,
+/// becomes its text.
+std::unique_ptr<TestNode> treeFromXml(const std::string& xml);
+/// The fragment of the root's content: its text, then its children.
+std::string treeToXml(const TestNode& root);
+
+/// "name", "name@attr", "#text" or "/" for an item, for readable expectations.
+std::string describeItem(const tovan::XPathItem& item);
+/// The items joined by spaces.
+std::string describeItems(const std::vector<tovan::XPathItem>& items);
+
+}  // namespace nvktest
