@@ -17,7 +17,7 @@
 // Document order: a node, then its attributes in their order, then its text,
 // then its children's subtrees.
 //
-// Syntax errors raise tovan::Exception (class "CXPathParser", operation
+// Syntax errors raise BadParameterException (class "CXPathParser", operation
 // "parse") with the message
 //   XPath syntax error at offset <n> in "<expression>": <detail>
 // where <n> is the zero-based offset, in UTF-16 code units, of the token
@@ -87,21 +87,10 @@ struct XPathValue {
     bool boolean = false;
 };
 
-/// Bits of the flags argument of queries. Unknown bits are refused.
-enum XPathFlags : uint32_t {
-    /// Name tests and @name compare with A-Z folded to a-z, the way the rest
-    /// of the system compares names. Without it they compare exactly, as XPath does.
-    XPathIgnoreCase = 0x1,
-    /// A scalar result kind (string, number, boolean) whose expression has
-    /// another type raises instead of converting it.
-    XPathStrictTypes = 0x2,
-    XPathKnownFlags = XPathIgnoreCase | XPathStrictTypes,
-};
-
 /// A parsed expression; evaluate it as often as needed, on any tree.
 class NVK_EXPORT XPathExpression {
 public:
-    /// Parses `text`; a syntax error raises Exception (see the top of this file).
+    /// Parses `text`; a syntax error raises BadParameterException (see the top of this file).
     explicit XPathExpression(std::u16string_view text);
     ~XPathExpression();
     XPathExpression(XPathExpression&&) noexcept;
@@ -111,8 +100,10 @@ public:
     XPathType type() const;
 
     /// Evaluates with `context` as the context node (position 1 of 1).
-    /// Only XPathIgnoreCase of `flags` matters here.
-    XPathValue evaluate(const XPathNavigator& navigator, XPathHandle context, uint32_t flags = 0) const;
+    /// `ignoreCase`: name tests and @name compare with A-Z folded to a-z, the
+    /// way the rest of the system compares names; without it they compare
+    /// exactly, as XPath does.
+    XPathValue evaluate(const XPathNavigator& navigator, XPathHandle context, bool ignoreCase = false) const;
 
 private:
     struct Impl;

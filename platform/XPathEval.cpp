@@ -646,8 +646,8 @@ XPathExpression& XPathExpression::operator=(XPathExpression&&) noexcept = defaul
 const std::u16string& XPathExpression::text() const { return impl_->text; }
 XPathType XPathExpression::type() const { return impl_->root->type; }
 
-XPathValue XPathExpression::evaluate(const XPathNavigator& navigator, XPathHandle context, uint32_t flags) const {
-    xpath::Evaluator evaluator(navigator, context, (flags & XPathIgnoreCase) != 0);
+XPathValue XPathExpression::evaluate(const XPathNavigator& navigator, XPathHandle context, bool ignoreCase) const {
+    xpath::Evaluator evaluator(navigator, context, ignoreCase);
     return evaluator.eval(*impl_->root, xpath::Context{XPathItem{context}, 1, 1});
 }
 

@@ -74,7 +74,7 @@ public:
 
 private:
     [[noreturn]] void fail(size_t pos, std::u16string_view detail) const {
-        throw Exception("CXPathParser", "parse", u"XPath syntax error at offset %d in \"%ls\": %ls", pos, text_,
+        throw BadParameterException("CXPathParser", "parse", u"XPath syntax error at offset %d in \"%ls\": %ls", pos, text_,
                         detail);
     }
     [[noreturn]] void unexpected() const {
@@ -93,6 +93,7 @@ private:
         if (tokens_.empty()) return true;
         switch (tokens_.back().kind) {
         case Tok::At:
+        case Tok::Dollar:
         case Tok::ColonColon:
         case Tok::LParen:
         case Tok::LBracket:

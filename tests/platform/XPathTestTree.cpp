@@ -78,6 +78,8 @@ std::string treeToXml(const TestNode& root) {
 std::string describeItem(const tovan::XPathItem& item) {
     const TestNode& n = TestNavigator::of(item.node);
     std::string name = n.parent ? tovan::utf16ToUtf8(n.name) : "/";
+    for (const auto& [key, value] : n.attributes)
+        if (key == u"id") name += "(" + tovan::utf16ToUtf8(value) + ")";
     switch (item.kind) {
     case tovan::XPathItemKind::Node: return name;
     case tovan::XPathItemKind::Attribute: return name + "@" + tovan::utf16ToUtf8(n.attributes.at(item.attribute).first);

@@ -45,7 +45,8 @@ std::unique_ptr<TestNode> treeFromXml(const std::string& xml);
 /// The fragment of the root's content: its text, then its children.
 std::string treeToXml(const TestNode& root);
 
-/// "name", "name@attr", "#text" or "/" for an item, for readable expectations.
+/// "name", "name@attr", "name#text" or "/" for an item, for readable
+/// expectations; a node with an attribute id shows it: "item(2)".
 std::string describeItem(const tovan::XPathItem& item);
 /// The items joined by spaces.
 std::string describeItems(const std::vector<tovan::XPathItem>& items);
