@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "XPathTestTree.h"
+#include "platform/CXPathParser.h"
 #include "platform/Exception.h"
 #include "tests/support/TestSupport.h"
 
@@ -270,6 +271,21 @@ TEST(XPathDeepTreeTest, DeepTreesDoNotExhaustTheStack) {
     EXPECT_EQ(eval(u"count(preceding::node())", chain.back()).number, kDepth - 1);  // the ancestors' texts
     // Tear the chain down from the bottom so the destructors do not recurse.
     for (size_t i = chain.size() - 1; i > 0; --i) chain[i - 1]->children.clear();
+}
+
+}  // namespace
+
+namespace {
+
+TEST(CXPathParserTest, RegisteredByTagAndRefusesCallsItCannotServe) {
+    Ptr<iXPathParser> parser = ObjectFactory::createAs<iXPathParser>(XPathParserTag);
+    EXPECT_STREQ(parser->getClassTag(), "Norvatek.CXPathParser");
+    EXPECT_EQ(parser->getContextNode(), nullptr);
+    WString text(u"kept");
+    EXPECT_THROW_MSG(parser->evaluate(u"a", 0, text), Exception, "No context node is bound to the XPath evaluator");
+    EXPECT_THROW_MSG(parser->evaluate(u"a", 0x30 | QueryNoThrow, text), BadParameterException,
+                     "Unknown query flags 0x30");
+    EXPECT_EQ(text, u"kept");
 }
 
 }  // namespace
