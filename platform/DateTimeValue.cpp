@@ -117,8 +117,7 @@ public:
             zone = offset();
         } else if (at(u' ')) {
             ++pos_;
-            if (pos_ == s_.size() || s_.substr(pos_).find(u' ') != std::u16string_view::npos)
-                fail(textf("expected a time zone name at position %d", int(pos_)));
+            if (pos_ == s_.size()) fail(textf("expected a time zone name at position %d", int(pos_)));
             zone = WString(s_.substr(pos_));
             pos_ = s_.size();
         }

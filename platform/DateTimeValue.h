@@ -102,10 +102,11 @@ public:
     /// Reads "YYYY-MM-DD", optionally followed by "T" (or a blank) and
     /// "hh:mm", ":ss", a fraction of 1 to 9 digits after "." or "," (kept to
     /// the millisecond, the rest dropped), and a zone: "Z" (label "UTC"),
-    /// "+hh:mm", "+hhmm" or "+hh" (label "+hh:mm"; "-" alike), or a blank and a
-    /// zone name. Bad text raises "Invalid ISO 8601 date-time \"%ls\": <reason>"
-    /// (operation "fromIso8601"), the reason naming the 0-based position or
-    /// the field out of range.
+    /// "+hh:mm", "+hhmm" or "+hh" (label "+hh:mm"; "-" alike), or a blank and
+    /// a zone name (the rest of the text, blanks included). Bad text raises
+    /// "Invalid ISO 8601 date-time \"%ls\": <reason>" (operation
+    /// "fromIso8601"), the reason naming the 0-based position or the field
+    /// out of range.
     static DateTimeValue fromIso8601(const WString& text);
 
     int getTypeCode() const override { return VT_DateTime; }

@@ -129,7 +129,7 @@ TEST(DateTime, IsoTextRoundTrip) {
                              Variant{"2024-03-01t08:00:00,5-0700", "2024-03-01T08:00:00.500-07:00"},
                              Variant{"2024-03-01T08:00:00.123456789+02", "2024-03-01T08:00:00.123+02:00"},
                              Variant{"2024-03-01T08:00:00.1z", "2024-03-01T08:00:00.100Z"},
-                             Variant{"2024-03-01 Europe/Paris", "2024-03-01T00:00:00 Europe/Paris"}})
+                             Variant{"2024-03-01 Pacific Time", "2024-03-01T00:00:00 Pacific Time"}})
         EXPECT_EQ(iso(DateTimeValue::fromIso8601(toWide(c.text))), c.read) << c.text;
 }
 
@@ -147,7 +147,7 @@ TEST(DateTime, BadIsoTextIsRefusedWithTheReason) {
         {"2024-03-01T08:00:00.1234567890", "unexpected text at position 29"},
         {"2024-03-01T08:00:00Zjunk", "unexpected text at position 20"},
         {"2024-03-01 ", "expected a time zone name at position 11"},
-        {"2024-03-01T08:00 CE T", "expected a time zone name at position 17"},
+        {"2024-03-01T08:00 ", "expected a time zone name at position 17"},
         {"2024-03-01T08:00:00+25:00", "offset hour 25 is out of range 0 to 23"},
         {"2024-03-01T08:00:00+05:3", "expected a digit at position 24"},
         {"0000-01-01", "year 0 is out of range 1 to 9999"},
