@@ -1,6 +1,7 @@
 #include "data/CNodeImplBase.h"
 
 #include "data/CMetaData.h"
+#include "data/Growth_internal.h"
 #include "data/CPropertyCollection.h"
 #include "platform/ReferenceSet.h"
 
@@ -135,7 +136,7 @@ void CNodeImplBase::DetachFromParent(iNode* child) {
 void CNodeImplBase::AppendChild(iNode* child) {
     CheckNewChild(child, "appendChild");
     if (!children_) children_ = std::make_unique<std::vector<iNode*>>();
-    children_->reserve(children_->size() + 1);
+    reserveOneMore(*children_);
     Ptr<iNode> hold(child);
     DetachFromParent(child);
     children_->push_back(child);
@@ -151,7 +152,7 @@ void CNodeImplBase::InsertChildBefore(iNode* newChild, iNode* refChild) {
     const int index = GetChildIndex(refChild);
     if (newChild == refChild) return;
     if (newChild == GetINode()) throw Exception(kClass, "insertChildBefore", u"%ls", WString(OwnParentErrMsg));
-    children_->reserve(children_->size() + 1);
+    reserveOneMore(*children_);
     Ptr<iNode> hold(newChild);
     DetachFromParent(newChild);
     const size_t at = std::min(size_t(index), children_->size());

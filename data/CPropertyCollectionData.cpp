@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "data/Growth_internal.h"
+
 namespace nvk {
 
 using tovan::InvalidIndexException;
@@ -119,7 +121,7 @@ void CPropertyCollectionData::BuildIndex() const {
 }
 
 void CPropertyCollectionData::AddProperty(CProperty* property) {
-    properties_.reserve(properties_.size() + 1);
+    reserveOneMore(properties_);
     if (indexBuilt_) index_->put(property->name_, int(properties_.size()));
     property->addRef();
     property->collection_ = this;

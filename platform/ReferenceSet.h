@@ -71,7 +71,7 @@ public:
     /// `e` is null or already in the set.
     bool add(T* e) {
         if (!e || contains(e)) return false;
-        items_.reserve(items_.size() + 1);
+        if (items_.size() == items_.capacity()) items_.reserve(items_.capacity() < 4 ? 4 : items_.capacity() * 2);
         if (items_.size() + 1 >= kHashFrom) {
             if (lookup_.empty()) lookup_.insert(items_.begin(), items_.end());
             lookup_.insert(e);
