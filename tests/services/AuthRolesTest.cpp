@@ -222,3 +222,24 @@ TEST(AuthUtils, PasswordsRoundTripAndBadTextIsNamed) {
     EXPECT_THROW_MSG(CAuthUtils::DecryptPassword(u"QUJDRA==", back, u"site secret"), Exception, "Error in Decrypt");
     EXPECT_EQ(back, WString(u"unchanged"));
 }
+
+namespace {
+struct SubstituteProbe : CAuthRolesCache {
+    using CAuthRolesCache::FindSubstituteRole;
+};
+}  // namespace
+
+TEST(AuthRolesCache, SubstituteIsTheNameOrItsMappedRole) {
+    Ptr<SubstituteProbe> t(new SubstituteProbe());
+    t->SetRole(0, NVK_WebFormRole);
+    t->SetRole(1, u"Viewer");
+    WString sub(u"untouched");
+    EXPECT_TRUE(t->FindSubstituteRole(u"viewer", sub));
+    EXPECT_EQ(sub, WString(u"viewer"));
+    EXPECT_TRUE(t->FindSubstituteRole(u"WEBFORM", sub));
+    EXPECT_EQ(sub, WString(NVK_WebFormRole));
+    sub = u"untouched";
+    EXPECT_FALSE(t->FindSubstituteRole(u"Run Protocol", sub));  // maps, but the role is not in the table
+    EXPECT_FALSE(t->FindSubstituteRole(u"Editor", sub));
+    EXPECT_EQ(sub, WString(u"untouched"));
+}

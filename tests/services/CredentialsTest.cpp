@@ -416,11 +416,18 @@ TEST(Credentials, TamperingIsCaughtByTheLayeredChecks) {
             case DecryptMalformedBody: return Fields;
             default: break;
         }
-        bool same = c.GetUsername() == original.GetUsername() && c.GetDomain() == original.GetDomain() &&
-                    c.GetPassword() == original.GetPassword() && c.GetBodyFlags() == original.GetBodyFlags() &&
-                    c.GetHeaderFlags() == original.GetHeaderFlags() &&
+        bool same = c.GetUsername() == original.GetUsername() && c.GetPassword() == original.GetPassword() &&
+                    c.GetClientDescription() == original.GetClientDescription() &&
+                    c.GetClientMachineName() == original.GetClientMachineName() &&
+                    c.GetClientVersion() == original.GetClientVersion() && c.GetDomain() == original.GetDomain() &&
+                    c.GetXMLDBEndPoint() == original.GetXMLDBEndPoint() &&
+                    c.GetLogEndPoint() == original.GetLogEndPoint() &&
+                    c.GetLocatorEndPoint() == original.GetLocatorEndPoint() &&
+                    c.GetAccessToken() == original.GetAccessToken() &&
+                    c.GetRefreshToken() == original.GetRefreshToken() && c.GetLoginTime() == original.GetLoginTime() &&
+                    c.GetServerIP() == original.GetServerIP() && c.GetClientIP() == original.GetClientIP() &&
+                    c.GetHeaderFlags() == original.GetHeaderFlags() && c.GetBodyFlags() == original.GetBodyFlags() &&
                     c.GetRandomNumberRaw() == original.GetRandomNumberRaw() &&
-                    c.GetAccessToken() == original.GetAccessToken() && c.GetLoginTime() == original.GetLoginTime() &&
                     c.GetRoles()._GetRawRoleBits() == original.GetRoles()._GetRawRoleBits();
         return same ? NoEffect : Undetected;
     };
