@@ -1,0 +1,231 @@
+// iNode::query on real data trees: the five result kinds, the flags, and how
+// names, properties and values appear to XPath.
+#include <gtest/gtest.h>
+
+#include <climits>
+
+#include "data/CBaseNode.h"
+#include "platform/ReferenceSet.h"
+#include "platform/Value.h"
+#include "tests/data/DataTestSupport.h"
+#include "tests/support/TestSupport.h"
+
+using namespace tovan;
+using namespace datatest;
+using nvk::CBaseNode;
+using nvktest::utf8;
+
+namespace {
+
+class NodeQueryTest : public ::testing::Test {
+protected:
+    // order (root, value "R")
+    //   line  id=1 qty=3   value 2.5 (defined after id, before qty)
+    //   line  id=2 qty=big
+    //   p:note lang=en     value "  hello   world "
+    //     line id=3 qty=-7
+    void SetUp() override {
+        root_ = node(u"order");
+        root_->setValue(StringValue(u"R"));
+        CBaseNode* l1 = child(*root_, u"line");
+        l1->getProperties().define(u"id", u"1");
+        l1->setValue(DoubleValue(2.5));
+        l1->getProperties().define(u"qty", IntegerValue(3));
+        CBaseNode* l2 = child(*root_, u"line");
+        l2->getProperties().define(u"id", u"2");
+        l2->getProperties().define(u"qty", u"big");
+        CBaseNode* note = child(*root_, u"p:note");
+        note->getProperties().define(u"lang", u"en");
+        note->setValue(StringValue(u"  hello   world "));
+        CBaseNode* l3 = child(*note, u"line");
+        l3->getProperties().define(u"id", u"3");
+        l3->getProperties().define(u"qty", IntegerValue(-7));
+    }
+
+    std::string nodes(const char16_t* expr, int flags = 0, iNode* from = nullptr) {
+        NodeReferenceSet set;
+        bool found = (from ? from : root_.get())->query(expr, flags, set);
+        EXPECT_EQ(found, !set.isEmpty()) << utf8(expr);
+        return describe(set);
+    }
+    static std::string describe(const NodeReferenceSet& set) {
+        std::string out;
+        for (iNode* n : set) {
+            out += out.empty() ? "" : " ";
+            const iPropertyCollection* props = static_cast<const iNode*>(n)->getProperties();
+            iProperty* id = props ? props->find(u"id") : nullptr;
+            out += utf8(n->getName()) + (id ? "(" + utf8(id->getValue().toString()) + ")" : "");
+        }
+        return out;
+    }
+    static std::string describe(const PropertyReferenceSet& set) {
+        std::string out;
+        for (iProperty* p : set) out += (out.empty() ? "" : " ") + utf8(p->getName()) + "=" + utf8(p->getValue().toString());
+        return out;
+    }
+    iNode& line(int i) { return *root_->getChildAt(i); }
+
+    NodePtr root_;
+};
+
+TEST_F(NodeQueryTest, NamesPropertiesAndValuesAreElementsAttributesAndText) {
+    EXPECT_EQ(nodes(u"line"), "line(1) line(2)");
+    EXPECT_EQ(nodes(u"//line"), "line(1) line(2) line(3)");
+    EXPECT_EQ(nodes(u"//line[@qty < 0]"), "line(3)");
+    EXPECT_EQ(nodes(u"//p:*"), "p:note");
+    EXPECT_EQ(nodes(u"*[local-name() = 'note']/line/.."), "p:note");
+    EXPECT_EQ(nodes(u"line[. = 2.5]"), "line(1)");
+    EXPECT_EQ(nodes(u"//line[text()]"), "line(1)");
+    // The value property is the text, not an attribute, wherever it sits.
+    EXPECT_EQ(nodes(u"line[count(@*) = 2]"), "line(1) line(2)");
+    PropertyReferenceSet props;
+    EXPECT_TRUE(root_->query(u"line[1]/@*", 0, props));
+    EXPECT_EQ(describe(props), "id=1 qty=3");
+    EXPECT_TRUE(root_->query(u"//@qty", 0, props));
+    EXPECT_EQ(describe(props), "qty=3 qty=big qty=-7");
+    EXPECT_FALSE(root_->query(u"//@missing", 0, props));
+    EXPECT_TRUE(props.isEmpty());
+
+    WString text;
+    EXPECT_TRUE(root_->query(u"normalize-space(p:note)", 0, text));
+    EXPECT_EQ(utf8(text), "hello world");
+    EXPECT_TRUE(root_->query(u"string(/)", 0, text));
+    EXPECT_EQ(utf8(text), "R2.5  hello   world ");
+    EXPECT_TRUE(root_->query(u"name(/)", 0, text));
+    EXPECT_EQ(utf8(text), "order");
+    EXPECT_TRUE(line(1).query(u"string(../line[1]/@qty)", 0, text));
+    EXPECT_EQ(utf8(text), "3");
+}
+
+TEST_F(NodeQueryTest, ScalarResultsConvertAndReportEmptySets) {
+    int n = -1;
+    EXPECT_TRUE(root_->query(u"count(//line)", 0, n));
+    EXPECT_EQ(n, 3);
+    EXPECT_TRUE(root_->query(u"line[1]", 0, n));  // 2.5 truncated
+    EXPECT_EQ(n, 2);
+    EXPECT_TRUE(root_->query(u"-7 div 2", 0, n));  // toward zero
+    EXPECT_EQ(n, -3);
+    EXPECT_TRUE(root_->query(u"'2147483647'", 0, n));
+    EXPECT_EQ(n, INT_MAX);
+    n = 5;
+    EXPECT_FALSE(root_->query(u"line[2]/@qty", 0, n));  // "big" is NaN
+    EXPECT_EQ(n, 0);
+    n = 5;
+    EXPECT_FALSE(root_->query(u"2147483648", 0, n));
+    EXPECT_EQ(n, 0);
+    n = 5;
+    EXPECT_FALSE(root_->query(u"1 div 0", 0, n));
+    EXPECT_EQ(n, 0);
+    n = 5;
+    EXPECT_FALSE(root_->query(u"//missing", 0, n));
+    EXPECT_EQ(n, 0);
+
+    bool b = true;
+    EXPECT_TRUE(root_->query(u"//line/@id = 3", 0, b));
+    EXPECT_TRUE(b);
+    EXPECT_TRUE(root_->query(u"1 > 2", 0, b));
+    EXPECT_FALSE(b);
+    b = true;
+    EXPECT_FALSE(root_->query(u"//missing", 0, b));
+    EXPECT_FALSE(b);
+    EXPECT_TRUE(root_->query(u"line", 0, b));
+    EXPECT_TRUE(b);
+
+    WString text(u"old");
+    EXPECT_FALSE(root_->query(u"//missing/@id", 0, text));
+    EXPECT_TRUE(text.isEmpty());
+    EXPECT_FALSE(text.isNull());
+    EXPECT_TRUE(root_->query(u"1 div 4", 0, text));
+    EXPECT_EQ(utf8(text), "0.25");
+}
+
+TEST_F(NodeQueryTest, FlagsLimitAppendFoldAndSilence) {
+    EXPECT_EQ(nodes(u"//line", QueryFirstOnly), "line(1)");
+    EXPECT_EQ(nodes(u"//LINE[@ID = 2]"), "");
+    EXPECT_EQ(nodes(u"//LINE[@ID = 2]", QueryIgnoreCase), "line(2)");
+    EXPECT_EQ(nodes(u"//P:NOTE", QueryIgnoreCase), "p:note");
+
+    NodeReferenceSet set;
+    EXPECT_TRUE(root_->query(u"line[2]", 0, set));
+    EXPECT_TRUE(root_->query(u"//line", QueryAppend, set));
+    EXPECT_EQ(describe(set), "line(2) line(1) line(3)");  // kept first, no duplicates
+    EXPECT_FALSE(root_->query(u"//missing", QueryAppend, set));
+    EXPECT_EQ(set.size(), 3u);
+
+    PropertyReferenceSet props;
+    EXPECT_TRUE(root_->query(u"//@id", QueryFirstOnly, props));
+    EXPECT_EQ(describe(props), "id=1");
+
+    // Bad expressions and results of the wrong kind raise, or return false under
+    // QueryNoThrow; either way the set is left as it was.
+    EXPECT_THROW_MSG(root_->query(u"line[", 0, set), BadParameterException,
+                     "XPath syntax error at offset 5 in \"line[\": unexpected end of expression");
+    EXPECT_THROW_MSG(root_->query(u"count(line)", 0, set), BadParameterException,
+                     "XPath expression \"count(line)\" gives a number, not a node-set");
+    EXPECT_THROW_MSG(root_->query(u"//@id", 0, set), BadParameterException,
+                     "XPath expression \"//@id\" selects properties or text, not nodes");
+    EXPECT_THROW_MSG(root_->query(u"line | line/@id", 0, props), BadParameterException,
+                     "XPath expression \"line | line/@id\" selects nodes or text, not properties");
+    EXPECT_THROW_MSG(root_->query(u"line/text()", 0, props), BadParameterException,
+                     "XPath expression \"line/text()\" selects nodes or text, not properties");
+    EXPECT_FALSE(root_->query(u"line[", QueryNoThrow, set));
+    EXPECT_FALSE(root_->query(u"'text'", QueryNoThrow, set));
+    EXPECT_FALSE(root_->query(u"line", QueryNoThrow, props));
+    EXPECT_EQ(set.size(), 3u);
+    EXPECT_EQ(describe(props), "id=1");
+    WString text(u"kept");
+    EXPECT_FALSE(root_->query(u"1 +", QueryNoThrow, text));
+    EXPECT_EQ(utf8(text), "kept");
+    EXPECT_THROW_MSG(root_->query(u"line", 0x100, text), BadParameterException, "Unknown query flags 0x100");
+}
+
+TEST_F(NodeQueryTest, IndexPathExpressionsFindTheirNodeFromAnywhereInTheTree) {
+    std::vector<iNode*> all{root_.get()};
+    for (size_t i = 0; i < all.size(); ++i)
+        for (int c = 0; c < all[i]->getNumberOfChildren(); ++c) all.push_back(all[i]->getChildAt(c));
+    for (iNode* n : all) {
+        WString path;
+        n->getIndexPathExpression(path);
+        if (path.isEmpty()) path = u"/";
+        for (iNode* from : {static_cast<iNode*>(root_.get()), all.back()}) {
+            NodeReferenceSet found;
+            EXPECT_TRUE(from->query(path, 0, found)) << utf8(path);
+            ASSERT_EQ(found.size(), 1u) << utf8(path);
+            EXPECT_EQ(found.first(), n) << utf8(path);
+        }
+    }
+}
+
+TEST_F(NodeQueryTest, QueriesSeeTheTreeAsItIsNow) {
+    EXPECT_EQ(nodes(u"line"), "line(1) line(2)");
+    NodePtr extra = node(u"line");
+    extra->getProperties().define(u"id", u"9");
+    root_->appendChild(extra.get());
+    EXPECT_EQ(nodes(u"line"), "line(1) line(2) line(9)");
+    root_->removeChildAt(0);
+    EXPECT_EQ(nodes(u"line"), "line(2) line(9)");
+    int n = 0;
+    EXPECT_TRUE(extra->query(u"count(preceding-sibling::*)", 0, n));
+    EXPECT_EQ(n, 2);
+    root_->clear();  // drops the cached evaluator with the children
+    EXPECT_EQ(nodes(u"//line"), "");
+    WString name;
+    EXPECT_TRUE(root_->query(u"name()", 0, name));
+    EXPECT_EQ(utf8(name), "order");
+}
+
+TEST_F(NodeQueryTest, HierarchicalPropertyNamesResolveThroughPaths) {
+    iPropertyCollection& props = root_->getProperties();
+    iProperty* lang = props.find(u"/p:note/lang");
+    ASSERT_NE(lang, nullptr);
+    EXPECT_EQ(utf8(lang->getValue().toString()), "en");
+    iProperty* qty = line(0).getProperties().find(u"//qty");  // qty of the first node below the root
+    ASSERT_NE(qty, nullptr);
+    EXPECT_EQ(utf8(qty->getValue().toString()), "3");
+    iProperty* deep = line(1).getProperties().find(u"/p:note/line[@id = 3]/qty");
+    ASSERT_NE(deep, nullptr);
+    EXPECT_EQ(utf8(deep->getValue().toString()), "-7");
+    EXPECT_EQ(props.find(u"/line[5]/id"), nullptr);
+}
+
+}  // namespace
