@@ -248,3 +248,34 @@ TEST(MetaData, FlagsAndPropertiesCopyAndClear) {
     EXPECT_EQ(copy->getFlags(), 0u);
     EXPECT_FALSE(copy->hasProperties());
 }
+
+namespace {
+
+/// A value that refuses to be copied, to make a collection copy fail midway.
+class UncopyableValue : public Value {
+public:
+    int getTypeCode() const override { return 999; }
+    UncopyableValue* clone() const override { throw Exception("UncopyableValue", "clone", u"no copies"); }
+    bool equals(const Value& other) const override { return &other == this; }
+    WString toString() const override { return u"uncopyable"; }
+    void assign(const Value&) override {}
+    void serialize(iByteOutputStream&) const override {}
+    void deserialize(iByteInputStream&) override {}
+};
+
+}  // namespace
+
+TEST(PropertyCollection, AFailedCopyLeavesTheTargetAlone) {
+    CollectionPtr src = collection({u"a", u"b"});
+    Ptr<Value> odd(new UncopyableValue);
+    dynamic_cast<nvk::CProperty&>(src->get(u"b")).shareValue(odd.get());
+
+    EXPECT_THROW_MSG(src->data().clone(), Exception, "Unable to clone CPropertyCollectionData");
+    CollectionPtr dst = collection({u"keep"});
+    EXPECT_THROW_MSG(dst->assignFrom(src.get(), true), Exception, "no copies");
+    EXPECT_THROW_MSG(dst->attachFrom(src.get(), true), Exception, "no copies");
+    EXPECT_THROW_MSG(dst->appendFrom(src.get()), Exception, "no copies");
+    EXPECT_EQ(propertyNames(*dst), "keep");
+    dst->assignFrom(src.get(), false);  // sharing needs no copy
+    EXPECT_EQ(&dst->get(u"b").getValue(), odd.get());
+}
