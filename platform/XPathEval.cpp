@@ -210,7 +210,9 @@ std::u16string_view localPart(std::u16string_view name) {
 class Evaluator {
 public:
     Evaluator(const XPathNavigator& nav, XPathHandle context, bool ignoreCase)
-        : nav_(nav), context_(context), ignoreCase_(ignoreCase) {}
+        : nav_(nav), root_(context), ignoreCase_(ignoreCase) {
+        while (XPathHandle p = nav_.parentOf(root_)) root_ = p;
+    }
 
     XPathValue eval(const Expr& e, const Context& ctx) {
         switch (e.kind) {
@@ -393,13 +395,7 @@ private:
 
     // ---- location paths ---------------------------------------------------
 
-    XPathHandle root() {
-        if (!root_) {
-            root_ = context_;
-            while (XPathHandle p = nav_.parentOf(root_)) root_ = p;
-        }
-        return root_;
-    }
+    XPathHandle root() const { return root_; }
 
     XPathValue path(const Expr& e, const Context& ctx) {
         XPathValue v;
@@ -409,27 +405,42 @@ private:
             v.nodes.push_back(XPathItem{root()});
         else
             v.nodes.push_back(ctx.item);
+        // "Flat": no item is an ancestor of another. The child axis keeps a
+        // flat, ordered set flat and ordered, so chains of child steps never sort.
+        bool flat = v.nodes.size() <= 1;
         std::vector<XPathItem> next;
         for (const Step& step : e.steps) {
             next.clear();
-            applyStep(step, v.nodes, next);
+            const bool nested = applyStep(step, v.nodes, flat, next);
             v.nodes.swap(next);
+            const bool down = step.axis == Axis::Descendant || step.axis == Axis::DescendantOrSelf;
+            flat = v.nodes.size() <= 1 || step.axis == Axis::Attribute ||
+                   (flat && (step.axis == Axis::Child || step.axis == Axis::Self || (down && !nested)));
         }
         return v;
     }
 
-    void applyStep(const Step& step, const std::vector<XPathItem>& input, std::vector<XPathItem>& output) {
+    // Returns whether some selected item lies inside another (descendant axes only).
+    bool applyStep(const Step& step, const std::vector<XPathItem>& input, bool flat, std::vector<XPathItem>& output) {
         std::vector<XPathItem> found;
+        bool nested = false;
         for (const XPathItem& item : input) {
             found.clear();
+            nested_ = false;
             collect(step, item, found);
+            nested = nested || nested_;  // before the predicates, whose paths reuse nested_
             for (const ExprPtr& p : step.predicates) filter(found, *p);
             if (isReverseAxis(step.axis)) std::reverse(found.begin(), found.end());
             output.insert(output.end(), found.begin(), found.end());
         }
-        // One context item yields its axis in document order without repeats;
-        // so do several (ordered) items on the self and attribute axes.
-        if (input.size() > 1 && step.axis != Axis::Self && step.axis != Axis::Attribute) sortUnique(output);
+        // One context item yields its axis in document order without repeats.
+        // So do several ordered items on the self and attribute axes, and
+        // several ordered flat ones on the axes that stay inside their subtrees.
+        const bool ordered = step.axis == Axis::Self || step.axis == Axis::Attribute ||
+                             (flat && (step.axis == Axis::Child || step.axis == Axis::Descendant ||
+                                       step.axis == Axis::DescendantOrSelf));
+        if (input.size() > 1 && !ordered) sortUnique(output);
+        return nested;
     }
 
     // Keeps the items for which the predicate holds; positions follow the
@@ -458,7 +469,7 @@ private:
         }
         const XPathItemKind principal = step.axis == Axis::Attribute ? XPathItemKind::Attribute : XPathItemKind::Node;
         if (item.kind != principal) return false;
-        if (principal == XPathItemKind::Node && !nav_.parentOf(item.node)) return false;  // the root is no element
+        if (principal == XPathItemKind::Node && item.node == root_) return false;  // the root is no element
         if (step.test == TestKind::Any) return true;
         std::u16string name = nameOf(item);
         if (step.test == TestKind::Name) return namesMatch(name, step.name);
@@ -470,28 +481,52 @@ private:
         if (matches(step, item)) out.push_back(item);
     }
 
+    // Name tests never match text, so their walks skip reading node values.
+    static bool mayMatchText(const Step& step) {
+        return step.test == TestKind::AnyNode || step.test == TestKind::TextNode;
+    }
+
     // The node's XPath children: its text first, then its child nodes.
     void pushChildren(const Step& step, XPathHandle node, std::vector<XPathItem>& out) const {
-        if (hasText(nav_, node)) push(step, XPathItem{node, XPathItemKind::Text}, out);
+        if (mayMatchText(step) && hasText(nav_, node)) push(step, XPathItem{node, XPathItemKind::Text}, out);
         const size_t n = nav_.childCount(node);
         for (size_t i = 0; i < n; ++i) push(step, XPathItem{nav_.childAt(node, i)}, out);
     }
 
-    // The subtree of `node` (itself included, attributes excluded) in document order.
+    // The subtree of `node` (itself included, attributes excluded) in document
+    // order. Notes in nested_ when a match lies inside another match.
     void pushSubtree(const Step& step, XPathHandle node, std::vector<XPathItem>& out) const {
-        std::vector<std::pair<XPathHandle, size_t>> stack{{node, 0}};
-        push(step, XPathItem{node}, out);
-        if (hasText(nav_, node)) push(step, XPathItem{node, XPathItemKind::Text}, out);
+        struct Frame {
+            XPathHandle node;
+            size_t next;
+            bool matched;
+        };
+        const bool texts = mayMatchText(step);
+        std::vector<Frame> stack;
+        size_t matchedOnStack = 0;
+        auto visit = [&](XPathHandle n) {
+            const bool matched = matches(step, XPathItem{n});
+            if (matched) {
+                nested_ = nested_ || matchedOnStack > 0;
+                out.push_back(XPathItem{n});
+            }
+            const XPathItem text{n, XPathItemKind::Text};
+            if (texts && hasText(nav_, n) && matches(step, text)) {
+                nested_ = nested_ || matched || matchedOnStack > 0;
+                out.push_back(text);
+            }
+            stack.push_back(Frame{n, 0, matched});
+            matchedOnStack += matched ? 1 : 0;
+        };
+        visit(node);
         while (!stack.empty()) {
-            auto& [parent, next] = stack.back();
-            if (next == nav_.childCount(parent)) {
+            Frame& top = stack.back();
+            if (top.next == nav_.childCount(top.node)) {
+                matchedOnStack -= top.matched ? 1 : 0;
                 stack.pop_back();
                 continue;
             }
-            XPathHandle child = nav_.childAt(parent, next++);
-            push(step, XPathItem{child}, out);
-            if (hasText(nav_, child)) push(step, XPathItem{child, XPathItemKind::Text}, out);
-            stack.emplace_back(child, 0);
+            visit(nav_.childAt(top.node, top.next++));
         }
     }
 
@@ -499,7 +534,7 @@ private:
     void pushSubtreeReversed(const Step& step, XPathHandle node, std::vector<XPathItem>& out) const {
         std::vector<XPathItem> forward;
         Step all;
-        all.test = TestKind::AnyNode;
+        all.test = mayMatchText(step) ? TestKind::AnyNode : TestKind::Any;
         pushSubtree(all, node, forward);
         for (auto it = forward.rbegin(); it != forward.rend(); ++it) push(step, *it, out);
     }
@@ -528,9 +563,9 @@ private:
             break;
         case Axis::Descendant:
             if (isNode) {
-                const size_t before = out.size();
-                pushSubtree(step, item.node, out);
-                if (out.size() > before && out[before] == item) out.erase(out.begin() + long(before));
+                if (mayMatchText(step) && hasText(nav_, item.node)) push(step, XPathItem{item.node, XPathItemKind::Text}, out);
+                const size_t n = nav_.childCount(item.node);
+                for (size_t i = 0; i < n; ++i) pushSubtree(step, nav_.childAt(item.node, i), out);
             }
             break;
         case Axis::Parent:
@@ -621,9 +656,9 @@ private:
     }
 
     const XPathNavigator& nav_;
-    XPathHandle context_;
-    XPathHandle root_ = nullptr;
+    XPathHandle root_;
     bool ignoreCase_;
+    mutable bool nested_ = false;  // set by pushSubtree, read by applyStep
     std::unordered_map<XPathHandle, uint64_t> order_;
 };
 

@@ -380,6 +380,7 @@ private:
             if (next().kind == Tok::DoubleSlash) path->steps.push_back(descendantOrSelfStep());
             path->steps.push_back(parseStep());
         }
+        foldDescendantSteps(path->steps);
         return path;
     }
 
@@ -416,7 +417,37 @@ private:
             if (next().kind == Tok::DoubleSlash) path->steps.push_back(descendantOrSelfStep());
             path->steps.push_back(parseStep());
         }
+        foldDescendantSteps(path->steps);
         return path;
+    }
+
+    static bool usesPosition(const Expr& e) {
+        if (e.kind == ExprKind::Call && (e.function == Function::Position || e.function == Function::Last)) return true;
+        if ((e.left && usesPosition(*e.left)) || (e.right && usesPosition(*e.right))) return true;
+        for (const ExprPtr& a : e.args)
+            if (usesPosition(*a)) return true;
+        for (const Step& s : e.steps)
+            for (const ExprPtr& p : s.predicates)
+                if (usesPosition(*p)) return true;
+        return false;
+    }
+
+    // "//name" means descendant-or-self::node()/child::name; when the child
+    // step's predicates do not look at positions, descendant::name selects
+    // the same nodes without visiting every node's children separately.
+    static void foldDescendantSteps(std::vector<Step>& steps) {
+        for (size_t i = 0; i + 1 < steps.size(); ++i) {
+            const Step& any = steps[i];
+            Step& next = steps[i + 1];
+            if (any.axis != Axis::DescendantOrSelf || any.test != TestKind::AnyNode || !any.predicates.empty() ||
+                next.axis != Axis::Child)
+                continue;
+            bool positional = false;
+            for (const ExprPtr& p : next.predicates) positional = positional || p->type == XPathType::Number || usesPosition(*p);
+            if (positional) continue;
+            next.axis = Axis::Descendant;
+            steps.erase(steps.begin() + long(i));
+        }
     }
 
     static bool axisFromName(std::u16string_view name, Axis& axis) {
