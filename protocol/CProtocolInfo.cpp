@@ -121,7 +121,7 @@ void CProtocolInfo::setTextArrayAttribute(const wchar* key, const std::vector<WS
 
 iComponentInfo* CProtocolInfo::getComponent(int index) const {
     if (index < 0 || index >= int(components_.size()))
-        throw InvalidIndexException("CProtocolInfo", "getComponent", index, long long(components_.size()) - 1);
+        throw InvalidIndexException("CProtocolInfo", "getComponent", index, static_cast<long long>(components_.size()) - 1);
     return components_[size_t(index)].get();
 }
 
@@ -152,7 +152,7 @@ iComponentInfo* CProtocolInfo::addComponent(int32_t localID, const WString& disp
 
 void CProtocolInfo::removeComponent(int index) {
     if (index < 0 || index >= int(components_.size()))
-        throw InvalidIndexException("CProtocolInfo", "removeComponent", index, long long(components_.size()) - 1);
+        throw InvalidIndexException("CProtocolInfo", "removeComponent", index, static_cast<long long>(components_.size()) - 1);
     int32_t id = 0;
     bool hasID = components_[size_t(index)]->getIntAttribute(NVK_ComponentLocalID, id);
     if (hasID)
@@ -164,7 +164,7 @@ void CProtocolInfo::removeComponent(int index) {
 
 ConnectionInfo CProtocolInfo::getConnection(int index) const {
     if (index < 0 || index >= int(connections_.size()))
-        throw InvalidIndexException("CProtocolInfo", "getConnection", index, long long(connections_.size()) - 1);
+        throw InvalidIndexException("CProtocolInfo", "getConnection", index, static_cast<long long>(connections_.size()) - 1);
     return connections_[size_t(index)];
 }
 
@@ -184,7 +184,7 @@ void CProtocolInfo::addConnection(const ConnectionInfo& connection) {
 
 void CProtocolInfo::removeConnection(int index) {
     if (index < 0 || index >= int(connections_.size()))
-        throw InvalidIndexException("CProtocolInfo", "removeConnection", index, long long(connections_.size()) - 1);
+        throw InvalidIndexException("CProtocolInfo", "removeConnection", index, static_cast<long long>(connections_.size()) - 1);
     connections_.erase(connections_.begin() + index);
 }
 

@@ -340,7 +340,8 @@ void CProtocolUtils::PerceiveAssemblies() {
     auto group = [&](BitsetValue remaining, bool isChain) {
         while (!remaining.none()) {
             size_t first = remaining.firstSetBit();
-            debug(t, isChain ? u"Creating CHAIN assembly" : u"Creating RING assembly");
+            if (isChain) debug(t, u"Creating CHAIN assembly");
+            else debug(t, u"Creating RING assembly");
             Assembly& a = newAssembly(isChain);
             std::deque<size_t> queue{first};
             remaining.clear(first);
@@ -894,12 +895,13 @@ bool CProtocolUtils::OffsetChangesExecutionOrder(int c, const std::vector<int>& 
     static DebugTarget t("OffsetChangesExecutionOrder");
     CheckIndex(c, "OffsetChangesExecutionOrder");
     if (R.size() <= size_t(c) || D.size() <= size_t(c))
-        throw InvalidIndexException(kClass, "OffsetChangesExecutionOrder", c, long long(std::min(R.size(), D.size())) - 1);
+        throw InvalidIndexException(kClass, "OffsetChangesExecutionOrder", c, static_cast<long long>(std::min(R.size(), D.size())) - 1);
     int r = R[size_t(c)], d = D[size_t(c)];
     if (IsStartNode(c)) {
         debug(t, u"found StartNode");
         bool changed = OffsetChangesExecutionOrder(c, startNodes_, r, d);
-        debug(t, changed ? u"start node order CHANGED" : u"start node order unchanged");
+        if (changed) debug(t, u"start node order CHANGED");
+        else debug(t, u"start node order unchanged");
         return changed;
     }
     debug(t, u"found non-StartNode");

@@ -156,7 +156,7 @@ void DistanceWalk(const DistanceWalkGraph& g, const BitsetValue& set, bool wantF
     // Whether a loop can be reached from each part; sinks come first, so every part's
     // successors are settled before it.
     const int numParts = int(partSize.size());
-    std::vector<std::vector<int>> partMembers(size_t(numParts));
+    std::vector<std::vector<int>> partMembers(static_cast<size_t>(numParts));
     for (int v : members) partMembers[size_t(part[size_t(v)])].push_back(v);
     std::vector<char> reachesLoop(size_t(numParts), 0);
     for (int p = 0; p < numParts; ++p) {

@@ -1,0 +1,109 @@
+// The fast distance walk must give exactly what the walk with path copies gives, on every
+// kind of graph: loops, self-loops, parallel pass and fail connections, partial sets.
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "protocol/DistanceWalk.h"
+#include "tests/support/TestSupport.h"
+
+using namespace nvk;
+using tovan::BitsetValue;
+
+namespace {
+
+struct RandomGraph {
+    std::vector<std::vector<int>> down, up;
+    std::vector<int> x;
+    std::vector<std::vector<std::pair<int, int>>> out;
+    DistanceWalkGraph view() const { return {&down, &up, &x, &out}; }
+};
+
+void insertSorted(std::vector<int>& v, int value) {
+    auto it = std::lower_bound(v.begin(), v.end(), value);
+    if (it == v.end() || *it != value) v.insert(it, value);
+}
+
+RandomGraph makeGraph(std::mt19937& rng, int n, int edges, bool forwardOnly) {
+    RandomGraph g;
+    g.down.resize(size_t(n));
+    g.up.resize(size_t(n));
+    g.out.resize(size_t(n));
+    for (int i = 0; i < n; ++i) g.x.push_back(int(rng() % 5));  // ties on purpose
+    int k = 0;
+    for (int e = 0; e < edges; ++e) {
+        int a = int(rng() % unsigned(n)), b = int(rng() % unsigned(n));
+        if (forwardOnly && a >= b) continue;
+        insertSorted(g.down[size_t(a)], b);
+        insertSorted(g.up[size_t(b)], a);
+        g.out[size_t(a)].emplace_back(b, k++);
+    }
+    return g;
+}
+
+}  // namespace
+
+TEST(DistanceWalk, MatchesTheWalkAsWrittenOnRandomGraphs) {
+    std::mt19937 rng(20261122);
+    int withLoops = 0, compared = 0;
+    for (int round = 0; round < 6000; ++round) {
+        int n = 1 + int(rng() % 14);
+        int edges = int(rng() % unsigned(3 * n + 1));
+        RandomGraph g = makeGraph(rng, n, edges, round % 4 == 0);
+        BitsetValue set{size_t(n)};
+        for (int i = 0; i < n; ++i)
+            if (round % 3 != 0 || rng() % 4 != 0) set.set(size_t(i));
+        for (bool furthest : {true, false}) {
+            std::vector<int> slow(size_t(n), 7), fast(size_t(n), 7);
+            BitsetValue slowLoops, fastLoops;
+            bool slowHas = false, fastHas = false;
+            DistanceWalkAsWritten(g.view(), set, furthest, slow, slowLoops, slowHas);
+            DistanceWalk(g.view(), set, furthest, fast, fastLoops, fastHas);
+            ASSERT_EQ(slow, fast) << "round " << round << " furthest " << furthest;
+            ASSERT_EQ(slowLoops, fastLoops) << "round " << round << " furthest " << furthest;
+            ASSERT_EQ(slowHas, fastHas);
+            withLoops += slowHas;
+            ++compared;
+        }
+    }
+    // The comparison means something only if both kinds of graph came up often.
+    EXPECT_GT(withLoops, compared / 5);
+    EXPECT_LT(withLoops, compared * 4 / 5);
+}
+
+TEST(DistanceWalk, LayeredGraphsWithRingsMatchToo) {
+    // Wider graphs with many paths and a few rings: where the two walks differ most in cost.
+    std::mt19937 rng(7);
+    for (int round = 0; round < 60; ++round) {
+        const int layers = 6 + int(rng() % 6), width = 2 + int(rng() % 5), n = layers * width;
+        RandomGraph g;
+        g.down.resize(size_t(n));
+        g.up.resize(size_t(n));
+        g.out.resize(size_t(n));
+        for (int i = 0; i < n; ++i) g.x.push_back(i % width);
+        int k = 0;
+        auto connect = [&](int a, int b) {
+            insertSorted(g.down[size_t(a)], b);
+            insertSorted(g.up[size_t(b)], a);
+            g.out[size_t(a)].emplace_back(b, k++);
+        };
+        for (int l = 0; l + 1 < layers; ++l)
+            for (int w = 0; w < width; ++w)
+                for (int f = 0; f < 2; ++f) connect(l * width + w, (l + 1 + int(rng() % 2 * (l + 2 < layers))) * width + int(rng() % unsigned(width)));
+        for (int r = 0; r < 2; ++r) {
+            int b = width + int(rng() % unsigned(n - width)), a = b - width;
+            connect(b, a);
+        }
+        BitsetValue set{size_t(n)};
+        set.setAll();
+        for (bool furthest : {true, false}) {
+            std::vector<int> slow, fast;
+            BitsetValue slowLoops, fastLoops;
+            bool slowHas = false, fastHas = false;
+            DistanceWalkAsWritten(g.view(), set, furthest, slow, slowLoops, slowHas);
+            DistanceWalk(g.view(), set, furthest, fast, fastLoops, fastHas);
+            ASSERT_EQ(slow, fast) << "round " << round;
+            ASSERT_EQ(slowLoops, fastLoops) << "round " << round;
+        }
+    }
+}
