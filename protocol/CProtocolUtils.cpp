@@ -84,6 +84,7 @@ void CProtocolUtils::ClearProtocolState() {
     point_.clear();
     initialPoint_.clear();
     offset_.clear();
+    storedPoint_.clear();
     componentNotes_.clear();
     mustBeAbove_.clear();
     mustBeBelow_.clear();
@@ -129,15 +130,20 @@ void CProtocolUtils::LoadProtocolComponents(iProtocolInfo* protocol) {
 }
 
 void CProtocolUtils::RemoveComponentOffsetsFromComponentPoints() {
+    // Perception works on the laid-out places; the offsets go back on when layout saves.
     static DebugTarget t("RemoveComponentOffsets");
-    for (int i = 0, n = protocol_->getNumComponents(); i < n; ++i) {
+    const int n = protocol_->getNumComponents();
+    storedPoint_.assign(size_t(n), {});
+    point_.assign(size_t(n), {});
+    for (int i = 0; i < n; ++i) {
         iComponentInfo* c = protocol_->getComponent(i);
-        if (!c || !HasComponentOffset(c)) continue;
+        if (!c) throw Exception(kClass, "RemoveComponentOffsetsFromComponentPoints", u"Cannot dereference a NULL pointer");
         Point p = GetComponentPoint(c), o = GetComponentOffset(c);
-        Point q{p.x - o.x, p.y - o.y};
-        debug(t, u"%ls orig XY %d %d offset %d %d new XY %d %d", GetComponentDisplayName(c), p.x, p.y, o.x, o.y, q.x,
-              q.y);
-        SetComponentPoint(c, q);
+        storedPoint_[size_t(i)] = p;
+        point_[size_t(i)] = {p.x - o.x, p.y - o.y};
+        if (HasComponentOffset(c))
+            debug(t, u"%ls orig XY %d %d offset %d %d new XY %d %d", GetComponentDisplayName(c), p.x, p.y, o.x, o.y,
+                  p.x - o.x, p.y - o.y);
     }
 }
 
@@ -154,9 +160,7 @@ void CProtocolUtils::PerceiveComponentsAndPoints() {
         localIDMap_.emplace(id, i);
         displayName_.push_back(GetComponentDisplayName(c));
         ports_.push_back(GetComponentPorts(c));
-        Point p = GetComponentPoint(c);
-        point_.push_back(p);
-        initialPoint_.push_back(p);
+        initialPoint_.push_back(point_[size_t(i)]);
         offset_.push_back(GetComponentOffset(c));
         componentNotes_.emplace_back();
     }
@@ -489,7 +493,7 @@ void CProtocolUtils::GetStickyNotes(const iAttributeHolder* owner, int ownerInde
     if (noteCount(items) == 0 && (items.empty() || (items.size() == 1 && items[0].isEmpty()))) return;
     if (!(items[0] == u"%VERSION 3%"))
         throw Exception(kClass, "GetStickyNotes", u"Cannot handle older-version sticky notes yet :(");
-    Point owner0 = ownerIndex < 0 ? Point{} : point_[size_t(ownerIndex)];
+    Point owner0 = ownerIndex < 0 ? Point{} : storedPoint_[size_t(ownerIndex)];
     for (int i = 0; i < noteCount(items); ++i) {
         StickyNote note;
         note.geometry = items[size_t(1 + 3 * i)];
@@ -544,6 +548,11 @@ CProtocolUtils::Point CProtocolUtils::GetPoint(int index) const {
 void CProtocolUtils::SetPoint(int index, Point p) {
     CheckIndex(index, "SetPoint");
     point_[size_t(index)] = p;
+}
+
+CProtocolUtils::Point CProtocolUtils::GetStoredPoint(int index) const {
+    CheckIndex(index, "GetStoredPoint");
+    return storedPoint_[size_t(index)];
 }
 
 CProtocolUtils::Point CProtocolUtils::GetInitialPoint(int index) const {

@@ -81,8 +81,9 @@ public:
 
     // ---- loading and access ---------------------------------------------------------------
     /// Clears all state, takes a reference on `protocol` and perceives it. A connection to
-    /// an unknown local ID aborts the load with an Exception; the protocol is not changed
-    /// except that stored points are taken back by their offsets first.
+    /// an unknown local ID aborts the load with an Exception. The protocol is not changed:
+    /// the points are taken back by their offsets in this object only, and a component's
+    /// sticky notes are kept relative to its stored point (offset included).
     void LoadProtocolComponents(tovan::iProtocolInfo* protocol);
     void ClearProtocolState();
     tovan::iProtocolInfo* GetProtocol() const { return protocol_.get(); }
@@ -98,6 +99,8 @@ public:
     void SetPoint(int index, Point p);
     Point GetInitialPoint(int index) const;
     Point GetOffset(int index) const;
+    /// The point attribute as it was read (the laid-out place plus the offset).
+    Point GetStoredPoint(int index) const;
     int32_t GetLocalID(int index) const;
     unsigned GetPorts(int index) const;
     int GetComponentIndex(const tovan::WString& name) const;
@@ -296,6 +299,7 @@ protected:
     std::vector<Point> point_;
     std::vector<Point> initialPoint_;
     std::vector<Point> offset_;
+    std::vector<Point> storedPoint_;  // the point attribute as read, offset included
     std::vector<std::vector<int>> componentNotes_;
     // Kept as sorted index lists: as bitsets they would cost N bits per component.
     std::vector<std::vector<int>> mustBeAbove_;
