@@ -1,0 +1,329 @@
+#include "protocol/CProtocolFile.h"
+
+#include <cmath>
+
+#include "interchange/CJsonReader.h"
+#include "interchange/CJsonWriter.h"
+#include "platform/Exception.h"
+#include "platform/FileInterface.h"
+
+using namespace tovan;
+namespace json = cajun::json;
+
+namespace nvk {
+namespace {
+
+const char* const kClass = "CProtocolFile";
+
+/// Where in the document a check failed, as "components[2].point".
+class FieldPath {
+public:
+    explicit FieldPath(std::u16string text = {}) : text_(std::move(text)) {}
+    FieldPath member(std::u16string_view name) const {
+        return FieldPath(text_.empty() ? std::u16string(name) : text_ + u"." + std::u16string(name));
+    }
+    FieldPath item(size_t i) const { return FieldPath(text_ + u"[" + format(u"%d", int(i)).str() + u"]"); }
+    const std::u16string& text() const { return text_; }
+
+private:
+    std::u16string text_;
+};
+
+class Loader {
+public:
+    explicit Loader(WString file) : file_(std::move(file)) {}
+
+    [[noreturn]] void fail(const FieldPath& at, const WString& what) const {
+        if (at.text().empty()) throw Exception(kClass, "Read", u"%ls: %ls", file_, what);
+        throw Exception(kClass, "Read", u"%ls: %ls: %ls", file_, WString(at.text()), what);
+    }
+
+    const json::Element* find(const json::Object& o, std::u16string_view name) const {
+        auto it = o.Find(name);
+        return it == o.End() ? nullptr : &it->element;
+    }
+    const json::Element& require(const json::Object& o, std::u16string_view name, const FieldPath& at) const {
+        const json::Element* e = find(o, name);
+        if (!e) fail(at.member(name), u"missing required field");
+        return *e;
+    }
+    const json::Object& object(const json::Element& e, const FieldPath& at) const {
+        if (!e.Is<json::Object>()) fail(at, u"expected an object");
+        return e.As<json::Object>();
+    }
+    const json::Array& array(const json::Element& e, const FieldPath& at) const {
+        if (!e.Is<json::Array>()) fail(at, u"expected an array");
+        return e.As<json::Array>();
+    }
+    WString text(const json::Element& e, const FieldPath& at) const {
+        if (!e.Is<json::String>()) fail(at, u"expected a text");
+        return WString(e.As<json::String>().Value());
+    }
+    bool boolean(const json::Element& e, const FieldPath& at) const {
+        if (!e.Is<json::Boolean>()) fail(at, u"expected true or false");
+        return e.As<json::Boolean>().Value();
+    }
+    static bool isInt32(const json::Element& e) {
+        if (!e.Is<json::Number>()) return false;
+        double d = e.As<json::Number>().Value();
+        return std::isfinite(d) && d == std::floor(d) && d >= -2147483648.0 && d <= 2147483647.0;
+    }
+    int32_t int32(const json::Element& e, const FieldPath& at) const {
+        if (!isInt32(e)) fail(at, u"expected a 32-bit integer");
+        return int32_t(e.As<json::Number>().Value());
+    }
+    AttributePoint point(const json::Element& e, const FieldPath& at) const {
+        if (!e.Is<json::Array>() || e.As<json::Array>().Size() != 2 || !isInt32(e.As<json::Array>()[0]) ||
+            !isInt32(e.As<json::Array>()[1]))
+            fail(at, u"expected [x, y] with two 32-bit integers");
+        const json::Array& a = e.As<json::Array>();
+        return {int32_t(a[0].As<json::Number>().Value()), int32_t(a[1].As<json::Number>().Value())};
+    }
+    std::vector<WString> texts(const json::Element& e, const FieldPath& at) const {
+        std::vector<WString> out;
+        const json::Array& a = array(e, at);
+        for (size_t i = 0; i < a.Size(); ++i) out.push_back(text(a[i], at.item(i)));
+        return out;
+    }
+    ParameterValue parameter(const json::Element& e, const FieldPath& at, bool inArray) const {
+        if (e.Is<json::String>()) return ParameterValue::ofText(WString(e.As<json::String>().Value()));
+        if (e.Is<json::Boolean>()) return ParameterValue::ofBoolean(e.As<json::Boolean>().Value());
+        if (e.Is<json::Number>()) {
+            double d = e.As<json::Number>().Value();
+            if (std::isfinite(d) && d == std::floor(d) && std::fabs(d) < 9007199254740992.0)
+                return ParameterValue::ofInteger(int64_t(d));
+            return ParameterValue::ofReal(d);
+        }
+        if (e.Is<json::Array>() && !inArray) {
+            std::vector<ParameterValue> items;
+            const json::Array& a = e.As<json::Array>();
+            for (size_t i = 0; i < a.Size(); ++i) items.push_back(parameter(a[i], at.item(i), true));
+            return ParameterValue::ofArray(std::move(items));
+        }
+        fail(at, inArray ? u"expected a text, number or boolean" : u"expected a text, number, boolean or array of them");
+    }
+
+    Ptr<CProtocolInfo> protocol(const json::Object& doc, const FieldPath& at, int depth) const {
+        if (depth > CProtocolFile::MaxNesting)
+            fail(at, format(u"subprotocols nest deeper than %d levels", CProtocolFile::MaxNesting));
+        WString name = text(require(doc, u"name", at), at.member(u"name"));
+        Ptr<CProtocolInfo> p(new CProtocolInfo(name));
+        if (const json::Element* e = find(doc, u"autoLayout"))
+            p->setBoolAttribute(NVK_ProtocolAutoLayout, boolean(*e, at.member(u"autoLayout")));
+        if (const json::Element* e = find(doc, u"stickyNotes"))
+            p->setTextArrayAttribute(NVK_ProtocolStickyNotes, texts(*e, at.member(u"stickyNotes")));
+        FieldPath compsAt = at.member(u"components");
+        const json::Array& comps = array(require(doc, u"components", at), compsAt);
+        for (size_t i = 0; i < comps.Size(); ++i) component(*p, object(comps[i], compsAt.item(i)), compsAt.item(i), depth);
+        FieldPath connsAt = at.member(u"connections");
+        const json::Array& conns = array(require(doc, u"connections", at), connsAt);
+        for (size_t k = 0; k < conns.Size(); ++k) connection(*p, object(conns[k], connsAt.item(k)), connsAt.item(k));
+        return p;
+    }
+
+    void component(CProtocolInfo& p, const json::Object& c, const FieldPath& at, int depth) const {
+        int32_t id = int32(require(c, u"id", at), at.member(u"id"));
+        WString name = text(require(c, u"name", at), at.member(u"name"));
+        unsigned ports = 0;
+        FieldPath portsAt = at.member(u"ports");
+        const json::Array& portList = array(require(c, u"ports", at), portsAt);
+        for (size_t i = 0; i < portList.Size(); ++i) {
+            WString port = text(portList[i], portsAt.item(i));
+            if (port == u"input") ports |= PortInput;
+            else if (port == u"pass") ports |= PortPass;
+            else if (port == u"fail") ports |= PortFail;
+            else fail(portsAt.item(i), format(u"unknown port \"%ls\" (expected \"input\", \"pass\" or \"fail\")", port));
+        }
+        AttributePoint pt = point(require(c, u"point", at), at.member(u"point"));
+        int existing = p.findComponentIndex(id);
+        if (existing >= 0) fail(at.member(u"id"), format(u"duplicate local ID %d (also components[%d])", id, existing));
+        iComponentInfo* comp = p.addComponent(id, name);
+        comp->setBoolAttribute(NVK_ComponentTakesInput, (ports & PortInput) != 0);
+        comp->setBoolAttribute(NVK_ComponentReturnsPass, (ports & PortPass) != 0);
+        comp->setBoolAttribute(NVK_ComponentReturnsFail, (ports & PortFail) != 0);
+        comp->setPointAttribute(NVK_ComponentPoint, pt);
+        if (const json::Element* e = find(c, u"offset"))
+            comp->setPointAttribute(NVK_ComponentOffset, point(*e, at.member(u"offset")));
+        if (const json::Element* e = find(c, u"movedFrom"))
+            comp->setPointAttribute(NVK_ComponentMovedFrom, point(*e, at.member(u"movedFrom")));
+        if (const json::Element* e = find(c, u"stickyNotes"))
+            comp->setTextArrayAttribute(NVK_ComponentStickyNotes, texts(*e, at.member(u"stickyNotes")));
+        if (const json::Element* e = find(c, u"parameters")) {
+            FieldPath paramsAt = at.member(u"parameters");
+            for (const auto& m : object(*e, paramsAt)) {
+                if (m.name.empty()) fail(paramsAt, u"a parameter needs a name");
+                comp->setParameter(WString(m.name), parameter(m.element, paramsAt.member(m.name), false));
+            }
+        }
+        if (const json::Element* e = find(c, u"subprotocol")) {
+            FieldPath subAt = at.member(u"subprotocol");
+            Ptr<CProtocolInfo> sub = protocol(object(*e, subAt), subAt, depth + 1);
+            comp->setSubprotocol(sub.get());
+        }
+    }
+
+    void connection(CProtocolInfo& p, const json::Object& c, const FieldPath& at) const {
+        int32_t from = int32(require(c, u"from", at), at.member(u"from"));
+        int32_t to = int32(require(c, u"to", at), at.member(u"to"));
+        WString port = text(require(c, u"port", at), at.member(u"port"));
+        Port kind = PortPass;
+        if (port == u"fail") kind = PortFail;
+        else if (!(port == u"pass")) fail(at.member(u"port"), format(u"unknown port \"%ls\" (expected \"pass\" or \"fail\")", port));
+        int fromIndex = p.findComponentIndex(from), toIndex = p.findComponentIndex(to);
+        if (fromIndex < 0) fail(at.member(u"from"), format(u"unknown local ID %d", from));
+        if (toIndex < 0) fail(at.member(u"to"), format(u"unknown local ID %d", to));
+        bool has = false;
+        p.getComponent(fromIndex)->getBoolAttribute(kind == PortFail ? NVK_ComponentReturnsFail : NVK_ComponentReturnsPass, has);
+        if (!has)
+            fail(at.member(u"port"), format(u"component %d (components[%d]) has no %ls port", from, fromIndex, port));
+        p.getComponent(toIndex)->getBoolAttribute(NVK_ComponentTakesInput, has);
+        if (!has) fail(at.member(u"to"), format(u"component %d (components[%d]) has no input port", to, toIndex));
+        p.addConnection({from, to, kind});
+    }
+
+private:
+    WString file_;
+};
+
+Ptr<CProtocolInfo> readFrom(iFileInterface& file, const WString& name) {
+    Loader loader(name);
+    json::Object doc;
+    bool found = false;
+    try {
+        CJsonReader reader(dynamic_cast<vcFileInterface*>(&file));
+        found = reader.ReadNextObject(doc);
+    } catch (const Exception& e) {
+        throw Exception(kClass, "Read", u"%ls: %ls", name, e.getMessage());
+    }
+    if (!found) loader.fail(FieldPath(), u"no JSON object found");
+    return loader.protocol(doc, FieldPath(), 0);
+}
+
+// ---- writing --------------------------------------------------------------------------------
+
+class StreamSink : public CJsonWriter::Writer {
+public:
+    explicit StreamSink(std::u16string& out) : out_(out) {}
+    void write(wchar c) override { out_ += c; }
+    void write(const wchar* text) override { out_ += text; }
+
+private:
+    std::u16string& out_;
+};
+
+void writePoint(CJsonWriter& w, AttributePoint p) { w.array().value(long(p.x)).value(long(p.y)).endArray(); }
+
+void writeTexts(CJsonWriter& w, const std::vector<WString>& items) {
+    w.array();
+    for (const WString& s : items) w.value(s.c_str());
+    w.endArray();
+}
+
+void writeParameter(CJsonWriter& w, const ParameterValue& v) {
+    switch (v.kind) {
+        case ParameterValue::Text: w.value(v.text.c_str()); break;
+        case ParameterValue::Integer: w.value(format(u"%lld", (long long)v.integer).c_str(), false); break;
+        case ParameterValue::Real: w.value(v.real); break;
+        case ParameterValue::Boolean: w.value(v.boolean); break;
+        case ParameterValue::Array:
+            w.array();
+            for (const ParameterValue& item : v.items) writeParameter(w, item);
+            w.endArray();
+            break;
+    }
+}
+
+void writeProtocol(CJsonWriter& w, const iProtocolInfo& p) {
+    w.object().key(u"name").value(p.getName().c_str());
+    bool flag = false;
+    if (p.getBoolAttribute(NVK_ProtocolAutoLayout, flag)) w.key(u"autoLayout").value(flag);
+    std::vector<WString> notes;
+    if (p.getTextArrayAttribute(NVK_ProtocolStickyNotes, notes)) {
+        w.key(u"stickyNotes");
+        writeTexts(w, notes);
+    }
+    w.key(u"components").array();
+    for (int i = 0; i < p.getNumComponents(); ++i) {
+        const iComponentInfo* c = p.getComponent(i);
+        int32_t id = 0;
+        c->getIntAttribute(NVK_ComponentLocalID, id);
+        WString name = WString::empty();
+        c->getTextAttribute(NVK_ComponentDisplayName, name);
+        w.writeNewLine().object().key(u"id").value(long(id)).key(u"name").value(name.c_str());
+        w.key(u"ports").array();
+        bool has = false;
+        if (c->getBoolAttribute(NVK_ComponentTakesInput, has) && has) w.value(u"input");
+        if (c->getBoolAttribute(NVK_ComponentReturnsPass, has) && has) w.value(u"pass");
+        if (c->getBoolAttribute(NVK_ComponentReturnsFail, has) && has) w.value(u"fail");
+        w.endArray();
+        AttributePoint pt;
+        c->getPointAttribute(NVK_ComponentPoint, pt);
+        w.key(u"point");
+        writePoint(w, pt);
+        if (c->getPointAttribute(NVK_ComponentOffset, pt)) {
+            w.key(u"offset");
+            writePoint(w, pt);
+        }
+        if (c->getPointAttribute(NVK_ComponentMovedFrom, pt)) {
+            w.key(u"movedFrom");
+            writePoint(w, pt);
+        }
+        if (c->getTextArrayAttribute(NVK_ComponentStickyNotes, notes)) {
+            w.key(u"stickyNotes");
+            writeTexts(w, notes);
+        }
+        std::vector<WString> params = c->getParameterNames();
+        if (!params.empty()) {
+            w.key(u"parameters").object();
+            for (const WString& name2 : params) {
+                w.key(name2.c_str());
+                writeParameter(w, *c->findParameter(name2));
+            }
+            w.endObject();
+        }
+        if (const iProtocolInfo* sub = c->getSubprotocol()) {
+            w.key(u"subprotocol");
+            writeProtocol(w, *sub);
+        }
+        w.endObject();
+    }
+    w.endArray().key(u"connections").array();
+    for (int k = 0; k < p.getNumConnections(); ++k) {
+        ConnectionInfo info = p.getConnection(k);
+        w.writeNewLine().object().key(u"from").value(long(info.fromLocalID)).key(u"to").value(long(info.toLocalID));
+        w.key(u"port").value(info.port == PortFail ? u"fail" : u"pass").endObject();
+    }
+    w.endArray().endObject();
+}
+
+}  // namespace
+
+Ptr<CProtocolInfo> CProtocolFile::Read(const WString& path) {
+    vcFileInterface file(path, FileMode::Read);
+    return readFrom(file, path);
+}
+
+Ptr<CProtocolInfo> CProtocolFile::ReadText(const WString& text, const WString& name) {
+    vcFileInterface file;
+    file.openText(text, name);
+    return readFrom(file, name);
+}
+
+WString CProtocolFile::WriteText(const iProtocolInfo* protocol) {
+    if (!protocol) throw Exception(kClass, "Write", u"Cannot dereference a NULL pointer");
+    std::u16string out;
+    StreamSink sink(out);
+    CJsonWriter w(&sink, nullptr);
+    writeProtocol(w, *protocol);
+    out += u'\n';
+    return WString(std::move(out));
+}
+
+void CProtocolFile::Write(const iProtocolInfo* protocol, const WString& path) {
+    WString text = WriteText(protocol);
+    vcFileInterface file(path, FileMode::Write);
+    file.writeText(text.view());
+    file.close();
+}
+
+}  // namespace nvk

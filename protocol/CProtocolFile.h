@@ -1,0 +1,29 @@
+#pragma once
+// Protocol files: the JSON form of a protocol (name, auto-layout flag, sticky notes,
+// components with their ports, points, offsets, drag marks, parameters and subprotocols,
+// and connections), read with the library's JSON reader and written with its writer.
+//
+// Reading checks everything before it builds anything: a failure raises Exception (class
+// "CProtocolFile") whose text names the file, the field and the component or connection
+// index, e.g. "flow.json: components[2].point: expected [x, y] with two 32-bit integers",
+// and no protocol is returned.
+#include "platform/Export.h"
+#include "platform/Object.h"
+#include "platform/iProtocolInfo.h"
+#include "protocol/CProtocolInfo.h"
+
+namespace nvk {
+
+class NVK_EXPORT CProtocolFile {
+public:
+    /// Subprotocols nest at most this deep; deeper files are refused.
+    static constexpr int MaxNesting = 32;
+
+    static tovan::Ptr<CProtocolInfo> Read(const tovan::WString& path);
+    /// Reads from text; `name` stands for the file in messages.
+    static tovan::Ptr<CProtocolInfo> ReadText(const tovan::WString& text, const tovan::WString& name);
+    static void Write(const tovan::iProtocolInfo* protocol, const tovan::WString& path);
+    static tovan::WString WriteText(const tovan::iProtocolInfo* protocol);
+};
+
+}  // namespace nvk

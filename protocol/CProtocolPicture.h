@@ -1,0 +1,25 @@
+#pragma once
+// A picture of a protocol as SVG: components as labelled boxes with their ports,
+// connections as arrows (pass solid green, fail dashed red, loop connections drawn as
+// arcs back), sticky notes as notes with their text.
+#include <string>
+
+#include "platform/Export.h"
+#include "platform/iProtocolInfo.h"
+
+namespace nvk {
+
+class NVK_EXPORT CProtocolPicture {
+public:
+    struct Options {
+        int boxWidth = 180;
+        int boxHeight = 84;
+        int linesOfLabel = 3;
+        bool showLocalIDs = true;
+    };
+    /// The SVG document (UTF-8). Points are read as stored (offsets included).
+    static std::string RenderSvg(tovan::iProtocolInfo* protocol, const Options& options);
+    static std::string RenderSvg(tovan::iProtocolInfo* protocol) { return RenderSvg(protocol, Options()); }
+};
+
+}  // namespace nvk

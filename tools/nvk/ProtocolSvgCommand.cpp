@@ -1,0 +1,46 @@
+// nvk svg: draws a protocol file as an SVG picture.
+#include <fstream>
+#include <iostream>
+
+#include "protocol/CProtocolFile.h"
+#include "protocol/CProtocolPicture.h"
+#include "tools/nvk/Command.h"
+
+namespace nvk {
+namespace {
+
+int runSvg(const std::vector<std::string>& args);
+
+const CommandRegistration reg{{"svg", "draw a protocol file as an SVG picture", "nvk svg IN.json -o OUT.svg", &runSvg}};
+
+int runSvg(const std::vector<std::string>& args) {
+    const Command& self = *findCommand("svg");
+    std::string in, out;
+    for (size_t i = 0; i < args.size(); ++i) {
+        if (args[i] == "-o") {
+            if (i + 1 >= args.size()) return usageError(self, "-o needs a file name");
+            out = args[++i];
+        } else if (!args[i].empty() && args[i][0] == '-') {
+            return usageError(self, "unknown option " + args[i]);
+        } else if (in.empty()) {
+            in = args[i];
+        } else {
+            return usageError(self, "more than one input file");
+        }
+    }
+    if (in.empty()) return usageError(self, "no input file");
+    if (out.empty()) return usageError(self, "-o OUT.svg is required");
+    tovan::Ptr<CProtocolInfo> protocol = CProtocolFile::Read(tovan::toWide(in));
+    std::string picture = CProtocolPicture::RenderSvg(protocol.get());
+    std::ofstream file(out, std::ios::binary);
+    file << picture;
+    file.close();
+    if (!file) {
+        std::cerr << "nvk svg: cannot write " << out << "\n";
+        return ExitBadInput;
+    }
+    return ExitOk;
+}
+
+}  // namespace
+}  // namespace nvk
