@@ -51,7 +51,7 @@ void CProtocolLayoutUtils::SetLinesOfDisplayText(int lines) {
 
 CProtocolUtils::Extent CProtocolLayoutUtils::ComponentExtent(int index) const {
     Point p = point_[size_t(index)];
-    return {p.y, p.y + std::max(rowHeight_ - wideMargin_, minVerticalSeparation_), p.x, p.x + columnWidth_ - wideMargin_};
+    return {p.y, p.y + rowHeight_, p.x, p.x + columnWidth_};
 }
 
 void CProtocolLayoutUtils::MoveComponent(int c, int dx, int dy) {

@@ -4,11 +4,10 @@
 // or order changes, sticky notes are kept clear of, and the results are written back as
 // component points, offsets and sticky-note texts.
 //
-// Geometry used throughout: a component occupies the cell from its point to its point plus
-// (column width, row height) less the wide margin in each direction, so neighbouring
-// stacks and rows keep a gap of that margin between boxes; networks are stacked by whole
-// cells (point to point plus column width and row height), so the gap between the last row
-// of one network and the first of the next is the same as between two rows.
+// Geometry used throughout: a component claims the cell from its point to its point plus
+// (column width, row height): its icon, its lines of text and the gap to its neighbours.
+// Overlap tests and network extents use these cells, so networks stacked or tucked
+// against each other keep the same spacing as rows and stacks inside one network.
 #include <vector>
 
 #include "protocol/CProtocolUtils.h"
@@ -84,7 +83,7 @@ public:
     /// only successor of the one before and fed by nothing else.
     std::vector<int> GetMoveWith(int index) const;
 
-    /// The box a component occupies (see the header comment).
+    /// The cell a component claims (see the header comment).
     Extent ComponentExtent(int index) const;
 
 protected:

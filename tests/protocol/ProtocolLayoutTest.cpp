@@ -1,0 +1,251 @@
+// Automatic layout: stack placement, settings, fixed components, networks side by side or
+// stacked, wrapping, sticky notes, drags, moving and placing components.
+#include <gtest/gtest.h>
+
+#include "platform/Exception.h"
+#include "protocol/CProtocolLayoutUtils.h"
+#include "tests/protocol/ProtocolTestSupport.h"
+#include "tests/support/TestSupport.h"
+
+using namespace nvk;
+using namespace nvktest;
+using tovan::BitsetValue;
+using Point = CProtocolUtils::Point;
+
+namespace {
+
+Point pointOf(const tovan::Ptr<CProtocolInfo>& p, int index) {
+    return CProtocolUtils::GetComponentPoint(p->getComponent(index));
+}
+
+void layout(CProtocolLayoutUtils& l, const tovan::Ptr<CProtocolInfo>& p, const char16_t* fixed = u"") {
+    BitsetValue changed;
+    bool notes = false;
+    l.LayoutProtocol(p.get(), fixed, changed, notes);
+}
+
+// A feeds B, C and D; B feeds E. Points scrambled on purpose.
+tovan::Ptr<CProtocolInfo> fan() {
+    return makeProtocol({{1, "A", 500, 500}, {2, "B", 10, 20}, {3, "C", 999, 30}, {4, "D", 0, 900}, {5, "E", 3, 3}},
+                        {{1, 2}, {1, 3}, {1, 4}, {2, 5}});
+}
+
+}  // namespace
+
+TEST(ProtocolLayout, StacksSitInColumnsAndRows) {
+    auto p = fan();
+    CProtocolLayoutUtils l;
+    l.SetAlignCenter(false);
+    layout(l, p);
+    EXPECT_EQ(pointOf(p, 0), (Point{90, 95}));
+    EXPECT_EQ(pointOf(p, 1), (Point{390, 95}));
+    EXPECT_EQ(pointOf(p, 2), (Point{390, 455}));
+    EXPECT_EQ(pointOf(p, 3), (Point{390, 815}));
+    EXPECT_EQ(pointOf(p, 4), (Point{690, 95}));
+    ASSERT_EQ(l.GetNumNetworks(), 1);
+    EXPECT_EQ(l.GetNetwork(0).stacks, (std::vector<std::vector<int>>{{0}, {1, 2, 3}, {4}}));
+
+    // Centred, the fan spreads about A, and the whole network starts at (90, 95) again.
+    CProtocolLayoutUtils centred;
+    layout(centred, p);
+    EXPECT_EQ(pointOf(p, 0), (Point{90, 455}));
+    EXPECT_EQ(pointOf(p, 1), (Point{390, 95}));
+    EXPECT_EQ(pointOf(p, 3), (Point{390, 815}));
+    EXPECT_EQ(pointOf(p, 4), (Point{690, 95}));
+}
+
+TEST(ProtocolLayout, SpacingFollowsLinesOfText) {
+    CProtocolLayoutUtils l;
+    EXPECT_EQ(l.GetRowHeight(), 360);
+    EXPECT_EQ(l.GetMinimumVerticalSeparation(), 30);
+    EXPECT_EQ(l.GetQuarterRow(), 90);
+    l.SetLinesOfDisplayText(1);
+    EXPECT_EQ(l.GetRowHeight(), 240);
+    EXPECT_EQ(l.GetMinimumVerticalSeparation(), 20);
+    EXPECT_EQ(l.GetColumnWidth(), 300);
+    EXPECT_EQ(l.GetMediumMargin(), 75);
+    auto p = fan();
+    l.SetAlignCenter(false);
+    layout(l, p);
+    EXPECT_EQ(pointOf(p, 3), (Point{390, 575}));
+}
+
+TEST(ProtocolLayout, FixedComponentsStayPut) {
+    auto p = fan();
+    CProtocolLayoutUtils l;
+    layout(l, p, u"2, 3,4");
+    EXPECT_EQ(pointOf(p, 1), (Point{10, 20}));
+    EXPECT_EQ(pointOf(p, 2), (Point{999, 30}));
+    EXPECT_EQ(pointOf(p, 3), (Point{0, 900}));
+    EXPECT_TRUE(l.IsFixed(1));
+
+    std::string before = tovan::toNarrow(CProtocolFile::WriteText(p.get()));
+    BitsetValue changed;
+    bool notes = false;
+    EXPECT_THROW_MSG(l.LayoutProtocol(p.get(), u"2,99", changed, notes), tovan::Exception, "Did not find:99");
+    EXPECT_EQ(tovan::toNarrow(CProtocolFile::WriteText(p.get())), before);
+}
+
+TEST(ProtocolLayout, UnconnectedPortlessComponentsShareARowOrStack) {
+    auto p = makeProtocol({{1, "Note", 400, 400, ""}, {2, "Other", 0, 0, ""}}, {});
+    CProtocolLayoutUtils l;
+    layout(l, p);
+    EXPECT_EQ(pointOf(p, 0), (Point{90, 95}));
+    EXPECT_EQ(pointOf(p, 1), (Point{390, 125}));  // one column on, a minimum separation lower
+
+    l.SetSingleComponentLinearLayout(false);
+    layout(l, p);
+    EXPECT_EQ(pointOf(p, 0), (Point{90, 95}));
+    EXPECT_EQ(pointOf(p, 1), (Point{90, 455}));
+}
+
+TEST(ProtocolLayout, NetworksStackAndTuckIntoFreeSpace) {
+    // Network 0 is a chain going down-right; network 1 (one component with ports) fits
+    // beside its lower part, so it is tucked up but no higher than network 0's top.
+    auto p = makeProtocol({{1, "A", 0, 0}, {2, "B", 300, 0}, {3, "C", 600, 0}, {4, "D", 0, 0}, {5, "Lone", 0, 0}},
+                          {{1, 2}, {2, 3}, {1, 4}});
+    CProtocolLayoutUtils l;
+    l.SetAlignCenter(false);
+    tovan::setDebugTargets("LayoutNetwork");
+    tovan::DiagnosticCapture capture;
+    layout(l, p);
+    tovan::setDebugTargets("");
+    ASSERT_EQ(l.GetNumNetworks(), 2);
+    int i = 0, j = 0;
+    EXPECT_FALSE(l.HasNetworkOverlap(i, j));
+    // D sits under B in stack 1; the lone component goes under A, in column 0.
+    EXPECT_EQ(pointOf(p, 3), (Point{390, 455}));
+    EXPECT_EQ(pointOf(p, 4), (Point{90, 455}));
+    bool sawSearch = false;
+    for (const std::string& line : capture.debugLines())
+        if (line == "LayoutNetwork: Network 1: move up -360 was OK") sawSearch = true;
+    EXPECT_TRUE(sawSearch);
+}
+
+TEST(ProtocolLayout, LongPipelinesWrap) {
+    std::vector<Comp> comps;
+    std::vector<Conn> conns;
+    static const char* names[] = {"c0", "c1", "c2", "c3", "c4", "c5", "c6", "c7", "c8", "c9", "c10", "c11"};
+    for (int i = 0; i < 12; ++i) comps.push_back({i + 1, names[i], i * 10, 0});
+    for (int i = 1; i < 12; ++i) conns.push_back({i, i + 1});
+    auto p = makeProtocol(comps, conns);
+    CProtocolLayoutUtils l;
+    l.SetWrapLongPipelines(6);
+    layout(l, p);
+    EXPECT_EQ(pointOf(p, 6), (Point{1890, 95}));
+    EXPECT_EQ(pointOf(p, 7), (Point{1290, 635}));
+    EXPECT_EQ(pointOf(p, 9), (Point{1890, 635}));
+    EXPECT_EQ(pointOf(p, 10), (Point{1290, 1175}));
+    EXPECT_EQ(pointOf(p, 11), (Point{1590, 1175}));
+}
+
+TEST(ProtocolLayout, StickyNotesAreAvoidedAndSaved) {
+    auto p = makeProtocol({{1, "A", 0, 0}, {2, "B", 300, 0}}, {{1, 2}},
+                          "\"stickyNotes\":[\"%VERSION 3%\",\"100 -100 200 100\",\"in the way\",\"\"]");
+    CProtocolLayoutUtils l;
+    BitsetValue changed;
+    bool notes = true;
+    l.LayoutProtocol(p.get(), u"", changed, notes);
+    // Moving the network down 142 units is the smallest of the four ways out.
+    EXPECT_EQ(pointOf(p, 0), (Point{90, 237}));
+    EXPECT_FALSE(notes);
+
+    auto q = makeProtocol({{1, "A", 0, 0}}, {}, "\"stickyNotes\":[\"%VERSION 3%\",\"2000 50 100 100\",\"up\",\"s\"]");
+    tovan::setDebugTargets("LayoutProtocolStickyNotes");
+    tovan::DiagnosticCapture capture;
+    l.LayoutProtocol(q.get(), u"", changed, notes);
+    tovan::setDebugTargets("");
+    EXPECT_TRUE(notes);
+    std::vector<tovan::WString> stored;
+    ASSERT_TRUE(q->getTextArrayAttribute(tovan::NVK_ProtocolStickyNotes, stored));
+    EXPECT_EQ(stored, (std::vector<tovan::WString>{u"%VERSION 3%", u"2000 0 100 100", u"up", u"s"}));
+    std::vector<std::string> lines = capture.debugLines();
+    ASSERT_GE(lines.size(), 2u);
+    EXPECT_EQ(lines[0], "LayoutProtocolStickyNotes: TOP violated: TBLR -50 50 2000 2100");
+    EXPECT_EQ(lines[1], "LayoutProtocolStickyNotes: NEW position: TBLR 0 100 2000 2100");
+}
+
+TEST(ProtocolLayout, PhasesRunInOrder) {
+    auto p = fan();
+    CProtocolLayoutUtils l;
+    tovan::setDebugTargets("LayoutProtocol");
+    tovan::DiagnosticCapture capture;
+    layout(l, p);
+    tovan::setDebugTargets("");
+    std::vector<std::string> expected{
+        "LayoutProtocol: rule DistanceFromStartNode wantFurthest 1",
+        "LayoutProtocol: [LoadProtocolComponents]",
+        "LayoutProtocol: [DefineFixedComponents]",
+        "LayoutProtocol: [LoadNetworks]",
+        "LayoutProtocol: [CalculateComponentsMoveWith]",
+        "LayoutProtocol: [InitialLayoutUsingDistanceFromStart: net 0]",
+        "LayoutProtocol: [ProcessAllStacks: net 0]",
+        "LayoutProtocol: [LayoutNetworks]",
+        "LayoutProtocol: [SaveComponentStickyNotes]",
+        "LayoutProtocol: [SaveCoordinates]",
+        "LayoutProtocol: END LAYOUT",
+    };
+    EXPECT_EQ(capture.debugLines(), expected);
+}
+
+TEST(ProtocolLayout, DraggedStartNodeKeepsItsMoveAsAnOffset) {
+    auto p = makeProtocol({{1, "A", 120, 95, "p"}, {2, "B", 390, 95}}, {{1, 2}});
+    CProtocolUtils::SetComponentMovedFrom(p->getComponent(0), {90, 95});
+    CProtocolLayoutUtils l;
+    layout(l, p);
+    EXPECT_TRUE(l.FoundOffsetMove());
+    EXPECT_EQ(pointOf(p, 0), (Point{90, 95}));
+    EXPECT_FALSE(p->getComponent(0)->hasAttribute(tovan::NVK_ComponentOffset));
+    EXPECT_FALSE(p->getComponent(0)->hasAttribute(tovan::NVK_ComponentMovedFrom));
+
+    auto q = makeProtocol({{1, "A", 120, 95, "p"}, {2, "B", 390, 95}}, {{1, 2}});
+    CProtocolUtils::SetComponentMovedFrom(q->getComponent(0), {90, 95});
+    l.SetAcceptOffsetMoves(true);
+    layout(l, q);
+    EXPECT_EQ(pointOf(q, 0), (Point{120, 95}));
+    EXPECT_EQ(CProtocolUtils::GetComponentOffset(q->getComponent(0)), (Point{30, 0}));
+    Point to;
+    EXPECT_TRUE(CProtocolUtils::GetComponentMovedTo(q->getComponent(0), to));
+    EXPECT_EQ(to, (Point{120, 95}));
+}
+
+TEST(ProtocolLayout, MoveProtocolComponents) {
+    auto p = fan();
+    CProtocolLayoutUtils l;
+    BitsetValue changed;
+    EXPECT_THROW_MSG(l.MoveProtocolComponents(p.get(), {}, 10, 10, changed), tovan::Exception,
+                     "Was not passed any local IDs");
+    EXPECT_THROW_MSG(l.MoveProtocolComponents(p.get(), {2, 5, 42}, 10, 10, changed), tovan::Exception,
+                     "Did not find localID 42");
+    EXPECT_EQ(pointOf(p, 1), (Point{10, 20}));
+    CProtocolUtils::SetComponentOffset(p->getComponent(1), {5, 5});
+    l.MoveProtocolComponents(p.get(), {2}, 100, -20, changed);
+    EXPECT_EQ(pointOf(p, 1), (Point{110, 0}));
+    EXPECT_FALSE(p->getComponent(1)->hasAttribute(tovan::NVK_ComponentMovedFrom));
+    EXPECT_EQ(changed.count(), 1u);
+
+    CProtocolUtils::SetProtocolAutoLayout(p.get(), true);
+    l.MoveProtocolComponents(p.get(), {2}, 1, 1, changed);
+    Point from;
+    ASSERT_TRUE(CProtocolUtils::GetComponentMovedFrom(p->getComponent(1), from));
+    EXPECT_EQ(from, (Point{110, 0}));
+    EXPECT_EQ(pointOf(p, 1), (Point{111, 1}));
+}
+
+TEST(ProtocolLayout, PositionNewComponent) {
+    auto p = makeProtocol({{1, "A", 90, 95}, {2, "B", 390, 95}, {3, "C", 390, 455}, {4, "New", 0, 0}, {5, "Lost", 0, 0}},
+                          {{1, 2}, {1, 3}, {4, 2}, {4, 3}});
+    CProtocolLayoutUtils l;
+    l.PositionNewComponent(p.get(), p->getComponent(3));
+    EXPECT_EQ(pointOf(p, 3), (Point{90, 275}));  // a column before the average of B and C
+    CProtocolUtils::SetComponentOffset(p->getComponent(0), {10, 20});
+    CProtocolUtils::SetComponentPoint(p->getComponent(0), {100, 115});
+    p->addConnection({1, 5, tovan::PortFail});
+    l.PositionNewComponent(p.get(), p->getComponent(4));
+    // Third in A's downstream, one column on, with A's offset carried over.
+    EXPECT_EQ(pointOf(p, 4), (Point{400, 835}));
+    EXPECT_EQ(CProtocolUtils::GetComponentOffset(p->getComponent(4)), (Point{10, 20}));
+    tovan::iComponentInfo* alone = p->addComponent(6, u"Alone");
+    EXPECT_THROW_MSG(l.PositionNewComponent(p.get(), alone), tovan::Exception,
+                     "Unexpected pipe configuration - please contact Orvenda Support");
+}
