@@ -296,6 +296,7 @@ void CProtocolLayoutUtils::ProcessAllStacks(int n) {
     FixStartNodes(n, true);
     for (int k = 0; k + 1 < int(net.stacks.size()); ++k) ProcessStack(n, k);
     FixStartNodes(n, false);
+    EnforceMustBeAbove(n);
     WidenStackSeparation(n);
     AddComponentOffsets(net.members);
     ShiftToStartingLeftTop(net.members);
@@ -368,19 +369,8 @@ void CProtocolLayoutUtils::MoveStartNodesUpIfNeeded(int n, const std::vector<int
     }
 }
 
-int CProtocolLayoutUtils::MoveBlockDown(int n, int fromY, int dy, const std::vector<char>& placed, int exclude) {
-    int moved = 0;
-    for (int m : networks_[size_t(n)].members)
-        if (placed[size_t(m)] && m != exclude && !fixed_[size_t(m)] && point_[size_t(m)].y >= fromY) {
-            point_[size_t(m)].y += dy;
-            ++moved;
-        }
-    return moved;
-}
-
 void CProtocolLayoutUtils::ProcessStack(int n, int k) {
     static DebugTarget t("LayoutProcessStack");
-    static DebugTarget tAbove("LayoutMustBeAbove");
     static DebugTarget tUp("LayoutMoveComponentsUpY");
     Network& net = networks_[size_t(n)];
     std::vector<char> placed(components_.size(), 0);
@@ -412,9 +402,28 @@ void CProtocolLayoutUtils::ProcessStack(int n, int k) {
             y += failOnlyOffset_;
         desired[i] = y;
     }
-    std::vector<size_t> order(next.size());
-    for (size_t i = 0; i < order.size(); ++i) order[i] = i;
-    std::stable_sort(order.begin(), order.end(), [&](size_t a, size_t b) { return desired[a] < desired[b]; });
+    // The members in order of their desired rows, except that a member that must lie above
+    // another of this stack comes first (Kahn's order, taking the lowest desired row ready).
+    std::unordered_map<int, size_t> slot;
+    for (size_t i = 0; i < next.size(); ++i) slot[next[i]] = i;
+    std::vector<int> pending(next.size(), 0);
+    for (size_t i = 0; i < next.size(); ++i)
+        for (int a : mustBeBelow_[size_t(next[i])])
+            if (slot.count(a)) ++pending[i];
+    std::vector<size_t> order;
+    std::vector<char> done(next.size(), 0);
+    while (order.size() < next.size()) {
+        size_t pick = next.size();
+        for (size_t i = 0; i < next.size(); ++i)
+            if (!done[i] && pending[i] == 0 && (pick == next.size() || desired[i] < desired[pick])) pick = i;
+        if (pick == next.size()) break;  // cannot happen: the constraints have no cycle
+        done[pick] = 1;
+        order.push_back(pick);
+        for (int b : mustBeAbove_[size_t(next[pick])]) {
+            auto it = slot.find(b);
+            if (it != slot.end()) --pending[it->second];
+        }
+    }
     bool havePrev = false;
     int64_t prevY = 0;
     for (size_t i : order) {
@@ -423,36 +432,83 @@ void CProtocolLayoutUtils::ProcessStack(int n, int k) {
         if (!fixed_[size_t(c)]) {
             if (havePrev) y = std::max(y, prevY + rowHeight_);
             for (int a : mustBeBelow_[size_t(c)])
-                if (placed[size_t(a)])
-                    y = std::max(y, int64_t(point_[size_t(a)].y) +
-                                        (stackOf_[size_t(a)] == k + 1 ? rowHeight_ : minVerticalSeparation_));
+                if (placed[size_t(a)] && stackOf_[size_t(a)] <= k)
+                    y = std::max(y, int64_t(point_[size_t(a)].y) + minVerticalSeparation_);
             y = std::clamp<int64_t>(y, INT32_MIN / 4, INT32_MAX / 4);
             if (y < point_[size_t(c)].y)
                 debug(tUp, u"UP: \"%ls\" from Y %d to %d", displayName_[size_t(c)], point_[size_t(c)].y, int(y));
             point_[size_t(c)].y = int32_t(y);
         }
-        placed[size_t(c)] = 1;
         debug(t, u"STACK %d: \"%ls\" at XY %d %d", k + 1, displayName_[size_t(c)], point_[size_t(c)].x, point_[size_t(c)].y);
-        // Components placed earlier that must lie below this one move down, together with
-        // everything placed at or below them, so no earlier constraint is undone.
-        for (int b : mustBeAbove_[size_t(c)]) {
-            if (!placed[size_t(b)] || b == c || point_[size_t(b)].y > point_[size_t(c)].y || fixed_[size_t(b)]) continue;
-            int gap = stackOf_[size_t(b)] == k + 1 ? rowHeight_ : minVerticalSeparation_;
-            int dy = point_[size_t(c)].y + gap - point_[size_t(b)].y;
-            int fromY = point_[size_t(b)].y;
-            int moved = MoveBlockDown(n, fromY, dy, placed, c);
-            if (tAbove) {
-                BitsetValue set(components_.size());
-                set.set(size_t(b));
-                WString text;
-                ComponentSetText(set, text);
-                debug(tAbove, u"CONSTRAINT: moving down %d components %ls", moved, text);
-            }
-        }
         havePrev = true;
-        prevY = y;
-        for (int m : next)
-            if (placed[size_t(m)]) prevY = std::max<int64_t>(prevY, point_[size_t(m)].y);
+        prevY = point_[size_t(c)].y;
+    }
+    // A member that must lie above a component of an earlier stack that is not below it
+    // yet is settled by EnforceMustBeAbove, which moves that component down.
+}
+
+void CProtocolLayoutUtils::EnforceMustBeAbove(int n) {
+    // ProcessStack settles each constraint when its second component is placed, but a later
+    // block move can carry a component past one it only indirectly had to stay above. Each
+    // sweep puts every stack in an order that honours the constraints inside it (keeping
+    // the present order where it may) and moves members down only as far as the spacing
+    // and the constraints from other stacks need. The constraints always point from a lower
+    // index to a higher one, so they have no cycle and the sweeps settle.
+    static DebugTarget t("LayoutMustBeAbove");
+    Network& net = networks_[size_t(n)];
+    std::vector<int> position(components_.size(), -1), pending(components_.size(), 0);
+    for (int pass = 0; pass < 64; ++pass) {
+        bool moved = false;
+        for (const std::vector<int>& stack : net.stacks) {
+            std::vector<int> order(stack);
+            std::stable_sort(order.begin(), order.end(), [&](int a, int b) {
+                return getLocationMetric(point_[size_t(a)]) < getLocationMetric(point_[size_t(b)]);
+            });
+            for (size_t i = 0; i < order.size(); ++i) position[size_t(order[i])] = int(i);
+            for (int c : order) {
+                pending[size_t(c)] = 0;
+                for (int a : mustBeBelow_[size_t(c)])
+                    if (position[size_t(a)] >= 0 && stackOf_[size_t(a)] == stackOf_[size_t(c)] && networkOf_[size_t(a)] == n)
+                        ++pending[size_t(c)];
+            }
+            // Kahn's order, always taking the ready member that is highest now.
+            std::vector<int> sequence;
+            std::vector<char> done(order.size(), 0);
+            while (sequence.size() < order.size()) {
+                size_t pick = order.size();
+                for (size_t i = 0; i < order.size(); ++i)
+                    if (!done[i] && pending[size_t(order[i])] == 0) {
+                        pick = i;
+                        break;
+                    }
+                if (pick == order.size()) break;  // cannot happen: the constraints have no cycle
+                done[pick] = 1;
+                int c = order[pick];
+                sequence.push_back(c);
+                for (int b : mustBeAbove_[size_t(c)])
+                    if (position[size_t(b)] >= 0 && stackOf_[size_t(b)] == stackOf_[size_t(c)] && networkOf_[size_t(b)] == n)
+                        --pending[size_t(b)];
+            }
+            bool havePrev = false;
+            int64_t prevY = 0;
+            for (int c : sequence) {
+                int64_t required = havePrev ? prevY + rowHeight_ : INT64_MIN;
+                for (int a : mustBeBelow_[size_t(c)])
+                    if (networkOf_[size_t(a)] == n && stackOf_[size_t(a)] != stackOf_[size_t(c)])
+                        required = std::max(required, int64_t(point_[size_t(a)].y) + minVerticalSeparation_);
+                if (!fixed_[size_t(c)] && point_[size_t(c)].y < required) {
+                    int dy = int(required - point_[size_t(c)].y);
+                    debug(t, u"CONSTRAINT: moving down %d components %ls", 1,
+                          format(u"\"%ls\" by %d", displayName_[size_t(c)], dy));
+                    point_[size_t(c)].y += dy;
+                    moved = true;
+                }
+                havePrev = true;
+                prevY = point_[size_t(c)].y;
+            }
+            for (int c : order) position[size_t(c)] = -1;
+        }
+        if (!moved) break;
     }
 }
 
@@ -608,7 +664,13 @@ bool CProtocolLayoutUtils::FixedNetworkAndNetworkOverlap(int fixedNetwork, int n
 
 void CProtocolLayoutUtils::TuckNetworkUpIntoFixedNetwork(int fixedNetwork, int n, Extent& fixedExtent, Extent& extent) {
     static DebugTarget t("LayoutNetwork");
-    const int limit = fixedExtent.top - extent.top;
+    int limit = fixedExtent.top - extent.top;
+    // Start nodes run in protocol order across networks too: no start node of this network
+    // may rise to or above an earlier network's start node with a lower index.
+    for (int s : networks_[size_t(n)].startNodes)
+        for (int f = 0; f <= fixedNetwork; ++f)
+            for (int e : networks_[size_t(f)].startNodes)
+                if (e < s) limit = std::max(limit, point_[size_t(e)].y - point_[size_t(s)].y + 1);
     int kept = 0, bound = limit;
     for (int move = -1;; move *= 2) {
         if (move <= limit) {

@@ -95,6 +95,7 @@ protected:
     void FixStartNodes(int n, bool allowMoveUp);
     void MoveStartNodesUpIfNeeded(int n, const std::vector<int>& order);
     void ProcessStack(int n, int k);
+    void EnforceMustBeAbove(int n);
     void WidenStackSeparation(int n);
     void AddComponentOffsets(const std::vector<int>& members);
     void ShiftToStartingLeftTop(const std::vector<int>& members);
@@ -116,8 +117,6 @@ protected:
     /// Moves a component unless it is fixed.
     void MoveComponent(int c, int dx, int dy);
     void MoveNetwork(int n, int dx, int dy);
-    /// Moves down by `dy` every component of network `n` placed at or below `fromY`.
-    int MoveBlockDown(int n, int fromY, int dy, const std::vector<char>& placed, int exclude);
 
 private:
     bool alignCenter_ = true;

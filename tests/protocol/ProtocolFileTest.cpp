@@ -1,0 +1,100 @@
+// Protocol files: what is read, what is written back, and how bad files are refused.
+#include <gtest/gtest.h>
+
+#include "platform/Exception.h"
+#include "protocol/CProtocolFile.h"
+#include "tests/support/TestSupport.h"
+
+using namespace nvk;
+
+namespace {
+
+tovan::Ptr<CProtocolInfo> read(const std::string& text) {
+    return CProtocolFile::ReadText(tovan::toWide(text), u"flow.json");
+}
+
+const std::string kGood = R"({"name": "Clean", "autoLayout": true,
+  "stickyNotes": ["%VERSION 3%", "40 -30 220 90", "Reads the raw file", ""],
+  "components": [
+    {"id": 1, "name": "Read CSV", "ports": ["pass", "fail"], "point": [90, 95], "offset": [3, 4],
+     "movedFrom": [80, 90], "parameters": {"Source": "raw.csv", "Columns": ["a", 2, true], "Limit": 100, "Ratio": 0.5}},
+    {"id": 2, "name": "Group", "ports": ["input", "pass"], "point": [390, 95],
+     "subprotocol": {"name": "inner", "components": [{"id": 1, "name": "X", "ports": [], "point": [0, 0]}], "connections": []}}
+  ],
+  "connections": [{"from": 1, "to": 2, "port": "pass"}]})";
+
+}  // namespace
+
+TEST(ProtocolFile, ReadsEveryField) {
+    auto p = read(kGood);
+    EXPECT_EQ(p->getName(), tovan::WString(u"Clean"));
+    bool flag = false;
+    EXPECT_TRUE(p->getBoolAttribute(tovan::NVK_ProtocolAutoLayout, flag) && flag);
+    ASSERT_EQ(p->getNumComponents(), 2);
+    tovan::iComponentInfo* c = p->getComponent(0);
+    tovan::AttributePoint pt;
+    EXPECT_TRUE(c->getPointAttribute(tovan::NVK_ComponentOffset, pt));
+    EXPECT_EQ(pt, (tovan::AttributePoint{3, 4}));
+    EXPECT_TRUE(c->getBoolAttribute(tovan::NVK_ComponentReturnsFail, flag) && flag);
+    EXPECT_TRUE(c->getBoolAttribute(tovan::NVK_ComponentTakesInput, flag) && !flag);
+    ASSERT_NE(c->findParameter(u"limit"), nullptr);  // parameter names fold A-Z
+    EXPECT_EQ(c->findParameter(u"Limit")->kind, tovan::ParameterValue::Integer);
+    EXPECT_EQ(c->findParameter(u"Ratio")->kind, tovan::ParameterValue::Real);
+    EXPECT_EQ(c->findParameter(u"Columns")->items.size(), 3u);
+    ASSERT_NE(p->getComponent(1)->getSubprotocol(), nullptr);
+    EXPECT_EQ(p->getComponent(1)->getSubprotocol()->getParentComponent(), p->getComponent(1));
+    EXPECT_EQ(p->getConnection(0), (tovan::ConnectionInfo{1, 2, tovan::PortPass}));
+
+    tovan::WString written = CProtocolFile::WriteText(p.get());
+    auto again = CProtocolFile::ReadText(written, u"again.json");
+    EXPECT_EQ(CProtocolFile::WriteText(again.get()), written);
+    EXPECT_NE(tovan::toNarrow(written).find("\"Limit\":100,\"Ratio\":0.5"), std::string::npos);
+}
+
+TEST(ProtocolFile, ErrorsNameTheFileFieldAndIndex) {
+    auto fails = [](const std::string& text, const char* message) {
+        EXPECT_THROW_MSG(read(text), tovan::Exception, message);
+    };
+    fails(R"({"components": [], "connections": []})", "flow.json: name: missing required field");
+    fails(R"({"name": 3, "components": [], "connections": []})", "flow.json: name: expected a text");
+    fails(R"({"name": "x", "components": [{"id": 1, "name": "A", "ports": [], "point": [0, 0]},
+          {"id": 2, "name": "B", "ports": [], "point": [0, "1"]}], "connections": []})",
+          "flow.json: components[1].point: expected [x, y] with two 32-bit integers");
+    fails(R"({"name": "x", "components": [{"id": 1, "name": "A", "ports": [], "point": [0, 0]},
+          {"id": 1, "name": "B", "ports": [], "point": [0, 0]}], "connections": []})",
+          "flow.json: components[1].id: duplicate local ID 1 (also components[0])");
+    fails(R"({"name": "x", "components": [{"id": 1, "name": "A", "ports": ["pass"], "point": [0, 0]}],
+          "connections": [{"from": 1, "to": 7, "port": "pass"}]})",
+          "flow.json: connections[0].to: unknown local ID 7");
+    fails(R"({"name": "x", "components": [{"id": 1, "name": "A", "ports": ["pass"], "point": [0, 0]},
+          {"id": 2, "name": "B", "ports": ["input"], "point": [0, 0]}],
+          "connections": [{"from": 1, "to": 2, "port": "pass"}, {"from": 1, "to": 2, "port": "fail"}]})",
+          "flow.json: connections[1].port: component 1 (components[0]) has no fail port");
+    fails(R"({"name": "x", "components": [{"id": 1, "name": "A", "ports": ["pass"], "point": [0, 0]},
+          {"id": 2, "name": "B", "ports": ["pass"], "point": [0, 0]}],
+          "connections": [{"from": 1, "to": 2, "port": "pass"}]})",
+          "flow.json: connections[0].to: component 2 (components[1]) has no input port");
+    fails(R"({"name": "x", "components": [{"id": 1, "name": "G", "ports": [], "point": [0, 0],
+          "subprotocol": {"name": "in", "components": [{"id": 4, "name": "A", "ports": ["side"], "point": [0, 0]}],
+          "connections": []}}], "connections": []})",
+          "flow.json: components[0].subprotocol.components[0].ports[0]: unknown port \"side\" (expected \"input\", "
+          "\"pass\" or \"fail\")");
+    fails(R"({"name": "x", "components": [{"id": 4000000000, "name": "A", "ports": [], "point": [0, 0]}], "connections": []})",
+          "flow.json: components[0].id: expected a 32-bit integer");
+    fails(R"({"name": "x", "components": [{"id": 1, "name": "A", "ports": [], "point": [0, 0], "parameters": {"p": {}}}],
+          "connections": []})",
+          "flow.json: components[0].parameters.p: expected a text, number, boolean or array of them");
+    fails("[1, 2]", "flow.json: no JSON object found");
+    // Errors of the JSON reader keep its text after the file name.
+    EXPECT_THROW(read(R"({"name": "x", "components": [}")"), tovan::Exception);
+}
+
+TEST(ProtocolFile, WritesAndReadsFiles) {
+    nvktest::TempDir dir;
+    auto p = read(kGood);
+    tovan::WString path = tovan::toWide((dir / "out.json").string());
+    CProtocolFile::Write(p.get(), path);
+    auto back = CProtocolFile::Read(path);
+    EXPECT_EQ(CProtocolFile::WriteText(back.get()), CProtocolFile::WriteText(p.get()));
+    EXPECT_THROW(CProtocolFile::Read(tovan::toWide((dir / "missing.json").string())), tovan::Exception);
+}
