@@ -635,3 +635,18 @@ TEST(LocatorEndpoint, HostPortAndUrlBothWays) {
     EndPointToHostAndPort(u"ftp://srv/locator/service", out);
     EXPECT_EQ(out, WString(u"ftp://srv/locator/service"));
 }
+
+TEST(Credentials, OversizedBodiesAreRefusedWithoutChange) {
+    CCredentials c;
+    c.SetUsername(u"u");
+    c.GetRoles()._GetRawRoleBits().set(199999);
+    WString out(u"before");
+    EXPECT_THROW_MSG(c.GenerateCredentialsString(out), Exception,
+                     "The enciphered body of 33400 bytes does not fit the credentials string (at most 32767)");
+    c.GetRoles()._GetRawRoleBits().set(0x1FFFFF);
+    EXPECT_THROW_MSG(c.GenerateCredentialsString(out), Exception,
+                     "A role bitset of 2097152 bits is too large for a credentials string (at most 2097151)");
+    EXPECT_EQ(out, WString(u"before"));
+    EXPECT_EQ(c.GetRandomNumberRaw(), 0);
+    EXPECT_TRUE(c.GetBuffer().empty());
+}
