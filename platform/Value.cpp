@@ -2,6 +2,7 @@
 
 #include <charconv>
 #include <cmath>
+#include <cstring>
 #include <map>
 #include <mutex>
 
@@ -66,10 +67,15 @@ Value* Value::create(int typeCode, bool strict) {
 
 Ptr<Value> Value::makeByTag(const std::string& classTag) { return ObjectFactory::createAs<Value>(classTag); }
 
+const char* Value::className() const {
+    const char* tag = getClassTag();
+    return std::strncmp(tag, "Norvatek.", 9) == 0 ? tag + 9 : tag;
+}
+
 bool Value::sameClass(const Value& other) const { return getClass() == other.getClass(); }
 
 void Value::failAssign(const Value& other) const {
-    throw BadParameterException(getClassTag(), "assign", u"Cannot assign a %hs to a %hs", other.getClassTag(),
+    throw BadParameterException(className(), "assign", u"Cannot assign a %hs to a %hs", other.getClassTag(),
                                 getClassTag());
 }
 

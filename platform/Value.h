@@ -73,6 +73,9 @@ public:
     void setStrictReading(bool strict) { strict_ = strict; }
 
     bool sameClass(const Value& other) const;
+    /// The class tag without its "Norvatek." prefix ("StringValue"): the
+    /// class name in the value's exceptions.
+    const char* className() const;
 
     // ---- the value factory ----------------------------------------------
 

@@ -3,9 +3,14 @@
 #include <cmath>
 #include <functional>
 #include <limits>
+#include <set>
+#include <string>
 #include <vector>
 
+#include "platform/ArrayValue.h"
 #include "platform/BitsetValue.h"
+#include "platform/HashTableValue.h"
+#include "platform/NDimArrayValue.h"
 #include "platform/ByteStream.h"
 #include "platform/Value.h"
 #include "tests/support/TestSupport.h"
@@ -79,45 +84,92 @@ TEST(Value, ScalarLayoutsAreExact) {
     EXPECT_EQ(bytesOf(bits), (Bytes{70, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0x20, 0, 0, 0, 0, 0, 0, 0}));
 }
 
-TEST(Value, ScalarsRoundTripThroughTheFactory) {
-    StringValue lone(WString(std::u16string(1, u'\xD800')));  // a lone surrogate survives
-    BitsetValue bits(10000);
-    for (size_t i = 3; i < 10000; i += 7) bits.set(i);
-    DoubleValue nan(std::numeric_limits<double>::quiet_NaN());
-    const Value* samples[] = {&lone, &bits, &nan};
-    StringValue s1, s2(WString::empty()), s3(WString(u"text"));
-    IntegerValue i1(std::numeric_limits<int32_t>::min());
-    DoubleValue d1(-0.0), d2(1e300);
-    BooleanValue b1(true);
-    ByteValue y1(255);
-    NullValue n1;
-    MissingValue m1;
-    FlexValue f1(WString(u" 42 "));
-    BitsetValue empty;
-    const Value* more[] = {&s1, &s2, &s3, &i1, &d1, &d2, &b1, &y1, &n1, &m1, &f1, &empty};
+namespace {
+
+/// One or more non-trivial samples of every value class.
+std::vector<Ptr<Value>> everyClass() {
+    std::vector<Ptr<Value>> v;
+    auto add = [&](Value* x) { v.emplace_back(x); };
+    add(new StringValue());
+    add(new StringValue(WString::empty()));
+    add(new StringValue(WString(std::u16string(u"text\xD800"))));  // a lone surrogate survives
+    add(new IntegerValue(std::numeric_limits<int32_t>::min()));
+    add(new DoubleValue(-0.0));
+    add(new DoubleValue(std::numeric_limits<double>::quiet_NaN()));
+    add(new BooleanValue(true));
+    add(new ByteValue(255));
+    add(new NullValue());
+    add(new MissingValue());
+    add(new FlexValue(WString(u" 42 ")));
+    auto* bits = new BitsetValue(10000);
+    for (size_t i = 3; i < 10000; i += 7) bits->set(i);
+    add(bits);
+    add(new BitsetValue());
+    add(new StringArrayValue{WString(), WString::empty(), WString(u"\u00E9")});
+    add(new IntegerArrayValue{1, -1, std::numeric_limits<int32_t>::max()});
+    add(new DoubleArrayValue{0.5, std::numeric_limits<double>::infinity()});
+    add(new BooleanArrayValue{true, false, true});
+    add(new ByteArrayValue{0, 128, 255});
+    add(new ByteArrayValue());
+    add(new NullArrayValue(3));
+    auto* mixed = new ValueArrayValue();
+    mixed->append(new IntegerValue(5));
+    mixed->append(new StringValue(WString(u"a")));
+    mixed->append(new IntegerArrayValue{1, 2});
+    mixed->append(new NullValue());
+    add(mixed);
+    auto* table = new HashTableValue();
+    table->put(u"Name", new StringValue(WString(u"x")));
+    table->put(u"list", mixed->clone());
+    add(table);
+    auto* grid = new NDimArrayValue(VT_Double, Array<unsigned>{2, 3});
+    grid->setElement({1, 2}, DoubleValue(6.5));
+    add(grid);
+    add(new NDimArrayValue(ArrayValue::AnyElementType, Array<unsigned>{2, 0, 4}));
+    return v;
+}
+
+}  // namespace
+
+TEST(Value, EveryClassRoundTripsThroughTheFactory) {
+    std::set<int> codes;
     for (int version : {1, 2, 3}) {
-        for (const Value* v : samples) EXPECT_TRUE(roundTrip(*v, version)->equals(*v)) << v->getClassTag();
-        for (const Value* v : more) {
+        for (const Ptr<Value>& v : everyClass()) {
+            SCOPED_TRACE(std::string(v->getClassTag()) + " at version " + std::to_string(version));
+            codes.insert(v->getTypeCode());
             Ptr<Value> back = roundTrip(*v, version);
-            EXPECT_TRUE(back->equals(*v)) << v->getClassTag();
+            EXPECT_TRUE(back->equals(*v));
+            EXPECT_TRUE(v->equals(*back));
             EXPECT_EQ(back->getClass(), v->getClass());
             EXPECT_EQ(bytesOf(*back), bytesOf(*v));
+            EXPECT_EQ(back->toString(), v->toString());
+            EXPECT_STREQ(Value::classTagOf(v->getTypeCode()), v->getClassTag());
         }
     }
-    EXPECT_TRUE(std::signbit(static_cast<DoubleValue&>(*roundTrip(d1)).get()));
+    EXPECT_EQ(codes.size(), 18u);  // every code but the date-time value's
+    EXPECT_TRUE(std::signbit(static_cast<DoubleValue&>(*roundTrip(DoubleValue(-0.0))).get()));
+}
+
+TEST(Value, ContainerLayoutsAreExact) {
+    EXPECT_EQ(bytesOf(IntegerArrayValue{1, -1}), (Bytes{2, 0, 0, 0, 1, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF}));
+    EXPECT_EQ(bytesOf(BooleanArrayValue{true, false}), (Bytes{2, 0, 0, 0, 1, 0}));
+    EXPECT_EQ(bytesOf(StringArrayValue{WString(), WString(u"a")}), (Bytes{2, 0, 0, 0, 0, 0, 0, 0, 2, 0, 0, 0, 0x61, 0}));
+    EXPECT_EQ(bytesOf(NullArrayValue(3)), (Bytes{3, 0, 0, 0}));
+    ValueArrayValue va;
+    va.append(new IntegerValue(5));
+    va.append(new StringValue(WString(u"a")));
+    EXPECT_EQ(bytesOf(va), (Bytes{2, 0, 0, 0, 2, 0, 0, 0, 5, 0, 0, 0, 1, 0, 0, 0, 2, 0, 0, 0, 0x61, 0}));
+    HashTableValue table;
+    table.put(u"k", new BooleanValue(true));
+    EXPECT_EQ(bytesOf(table), (Bytes{1, 0, 0, 0, 2, 0, 0, 0, 0x6B, 0, 4, 0, 0, 0, 1}));
+    NDimArrayValue grid(VT_Byte, Array<unsigned>{2, 1});
+    grid.setElement({1, 0}, ByteValue(9));
+    EXPECT_EQ(bytesOf(grid),
+              (Bytes{2, 0, 0, 0, 2, 0, 0, 0, 1, 0, 0, 0, 14, 0, 0, 0, 2, 0, 0, 0, 0, 9}));
 }
 
 TEST(Value, ShortReadsRaiseAndLeaveTheValueAsItWas) {
-    StringValue s(WString(u"hello"));
-    IntegerValue i(1);
-    DoubleValue d(2.0);
-    BooleanValue b(true);
-    ByteValue y(3);
-    FlexValue f(WString(u"x"));
-    BitsetValue bits(200);
-    bits.set(150);
-    Value* victims[] = {&s, &i, &d, &b, &y, &f, &bits};
-    for (Value* v : victims) {
+    for (const Ptr<Value>& v : everyClass()) {
         Ptr<Value> before(v->clone());
         Bytes full = bytesOf(*before);
         for (size_t cut = 0; cut < full.size(); ++cut) {
@@ -126,12 +178,50 @@ TEST(Value, ShortReadsRaiseAndLeaveTheValueAsItWas) {
                 v->deserialize(in);
                 ADD_FAILURE() << v->getClassTag() << " read " << cut << " of " << full.size() << " bytes";
             } catch (const Exception& e) {
-                EXPECT_EQ(e.getClassName(), std::string(v->getClassTag()).substr(9)) << e.what();
                 EXPECT_EQ(std::string(e.what()).rfind("Unexpected end of stream: needed ", 0), 0u) << e.what();
             }
-            EXPECT_TRUE(v->equals(*before)) << v->getClassTag() << " changed by a failed read";
+            ASSERT_TRUE(v->equals(*before)) << v->getClassTag() << " changed by a read cut at " << cut;
         }
     }
+    // The context names the class being read.
+    MemoryInputStream in(Bytes{1, 0, 0, 0, 7});
+    IntegerArrayValue ints;
+    EXPECT_THROW_MSG(ints.deserialize(in), Exception, "Unexpected end of stream: needed 4 bytes, got 1");
+    MemoryInputStream again(Bytes{1, 0, 0, 0, 7});
+    try {
+        ints.deserialize(again);
+    } catch (const Exception& e) {
+        EXPECT_EQ(e.getClassName(), "IntegerArrayValue");
+    }
+}
+
+TEST(Value, CopiesAreIndependent) {
+    for (const Ptr<Value>& v : everyClass()) {
+        Ptr<Value> copy(v->clone());
+        EXPECT_TRUE(copy->equals(*v)) << v->getClassTag();
+        Ptr<Value> other = Value::make(v->getTypeCode(), true);
+        other->assign(*v);
+        EXPECT_TRUE(other->equals(*v)) << v->getClassTag();
+    }
+    ValueArrayValue outer;
+    outer.append(new IntegerArrayValue{1});
+    Ptr<ValueArrayValue> copy(outer.clone());
+    static_cast<IntegerArrayValue&>(copy->get(0)).append(2);
+    EXPECT_EQ(outer.toString(), WString(u"[[1]]"));
+    EXPECT_EQ(copy->toString(), WString(u"[[1, 2]]"));
+
+    HashTableValue table;
+    table.put(u"a", new IntegerValue(1));
+    HashTableValue tableCopy(table);
+    static_cast<IntegerValue&>(tableCopy.get(u"A")).set(2);
+    EXPECT_EQ(table.toString(), WString(u"{a: 1}"));
+
+    NDimArrayValue grid(VT_Integer, Array<unsigned>{1, 2});
+    Ptr<NDimArrayValue> gridCopy(grid.clone());
+    gridCopy->setElement({0, 1}, IntegerValue(7));
+    EXPECT_EQ(grid.toString(), WString(u"[[0, 0]]"));
+    EXPECT_EQ(gridCopy->toString(), WString(u"[[0, 7]]"));
+    EXPECT_FALSE(grid.equals(*gridCopy));
 }
 
 TEST(Value, StrictAndLenientReading) {
@@ -213,4 +303,165 @@ TEST(FlexValue, ReadsAsEachTypeOrSaysWhyNot) {
                      "Cannot read '3000000000' as an integer");
     EXPECT_THROW_MSG(FlexValue(WString(u"+-1")).asDouble(), BadParameterException, "Cannot read '+-1' as a double");
     EXPECT_THROW_MSG(FlexValue().asDouble(), BadParameterException, "Cannot read '(null)' as a double");
+}
+
+TEST(ArrayValue, ElementsConversionsAndRefusals) {
+    IntegerArrayValue ints{1, 2};
+    EXPECT_THROW_MSG(ints.appendElement(DoubleValue(2.5)), BadParameterException,
+                     "Cannot put a Norvatek.DoubleValue into a Norvatek.IntegerArrayValue");
+    EXPECT_THROW_MSG(ints.setElement(5, IntegerValue(1)), InvalidIndexException,
+                     "Index 5 is out of range (last valid index 1)");
+    EXPECT_EQ(ints.size(), 2u);
+
+    Ptr<ArrayValue> doubles = ints.convertTo(VT_DoubleArray);
+    doubles->appendElement(DoubleValue(2.5));
+    doubles->appendElement(IntegerValue(3));  // widened
+    EXPECT_EQ(doubles->toString(), WString(u"[1, 2, 2.5, 3]"));
+    EXPECT_EQ(doubles->getElementTypeCode(), VT_Double);
+
+    Ptr<ArrayValue> mixed = doubles->convertTo(VT_ValueArray);
+    mixed->appendElement(StringValue(WString(u"s")));
+    EXPECT_EQ(mixed->getElement(4)->getTypeCode(), VT_String);
+    EXPECT_EQ(mixed->getElement(0)->getTypeCode(), VT_Double);
+    EXPECT_THROW_MSG(mixed->convertTo(VT_DoubleArray), BadParameterException,
+                     "Cannot convert a Norvatek.ValueArrayValue to a Norvatek.DoubleArrayValue");
+    EXPECT_THROW_MSG(ints.convertTo(VT_Integer), BadParameterException,
+                     "Cannot convert a Norvatek.IntegerArrayValue to a Norvatek.IntegerValue");
+    EXPECT_THROW_MSG(ints.convertTo(4242), BadParameterException,
+                     "Cannot convert a Norvatek.IntegerArrayValue to a non-array value");
+
+    NullArrayValue nulls;
+    nulls.appendElement(NullValue());
+    EXPECT_THROW_MSG(nulls.appendElement(MissingValue()), BadParameterException,
+                     "Cannot put a Norvatek.MissingValue into a Norvatek.NullArrayValue");
+    EXPECT_THROW_MSG(nulls.getElement(1), InvalidIndexException, "Index 1 is out of range (last valid index 0)");
+    EXPECT_EQ(nulls.convertTo(VT_ValueArray)->toString(), WString(u"[]"));  // a null's text is empty
+
+    ValueArrayValue values;
+    EXPECT_THROW_MSG(values.append(nullptr), BadParameterException, "A value array cannot hold a null pointer");
+    values.resize(2);
+    EXPECT_TRUE(values.get(1).isNull());
+}
+
+TEST(ArrayValue, StrictReadingOfBooleanElements) {
+    Bytes bytes{2, 0, 0, 0, 1, 7};
+    Ptr<Value> strict = Value::make(VT_BooleanArray, true);
+    MemoryInputStream a(bytes), b(bytes);
+    EXPECT_THROW_MSG(strict->deserialize(a), Exception, "Invalid boolean byte 7");
+    EXPECT_EQ(strict->toString(), WString(u"[]"));
+    Ptr<Value> lenient = Value::make(VT_BooleanArray, false);
+    lenient->deserialize(b);
+    EXPECT_EQ(lenient->toString(), WString(u"[true, true]"));
+}
+
+TEST(ValueArrayValue, DeepNestingIsRefusedNotOverflowed) {
+    // 250 value arrays, each holding the next; the innermost is empty.
+    Bytes bytes;
+    for (int i = 0; i < 250; ++i) bytes.insert(bytes.end(), {1, 0, 0, 0, VT_ValueArray, 0, 0, 0});
+    bytes.insert(bytes.end(), {0, 0, 0, 0});
+    MemoryInputStream in(bytes);
+    ValueArrayValue v;
+    EXPECT_THROW_MSG(v.deserialize(in), Exception, "Values nested deeper than 200 levels");
+    EXPECT_EQ(v.size(), 0u);
+    // The guard unwinds: a legal nesting still reads afterwards.
+    Bytes shallow{1, 0, 0, 0, VT_ValueArray, 0, 0, 0, 0, 0, 0, 0};
+    MemoryInputStream ok(shallow);
+    v.deserialize(ok);
+    EXPECT_EQ(v.toString(), WString(u"[[]]"));
+
+    Bytes unknown{1, 0, 0, 0, 99, 0, 0, 0};
+    MemoryInputStream bad(unknown);
+    EXPECT_THROW_MSG(v.deserialize(bad), Exception, "Unknown value type code 99");
+    EXPECT_EQ(v.toString(), WString(u"[[]]"));
+}
+
+TEST(HashTableValue, NamesFoldAndKeepOrder) {
+    HashTableValue t;
+    t.put(u"Beta", new IntegerValue(1));
+    t.put(u"alpha", new IntegerValue(2));
+    t.put(u"BETA", new IntegerValue(3));  // replaces in place, keeps the first spelling
+    EXPECT_EQ(t.toString(), WString(u"{Beta: 3, alpha: 2}"));
+    EXPECT_EQ(t.get(u"ALPHA").toString(), WString(u"2"));
+    EXPECT_EQ(t.find(u"gamma"), nullptr);
+    EXPECT_THROW_MSG(t.get(u"gamma"), Exception, "Key 'gamma' not found");
+    EXPECT_THROW_MSG(t.put(WString(), new IntegerValue(0)), BadParameterException,
+                     "A hash table key cannot be null");
+    EXPECT_EQ(t.size(), 2u);
+
+    HashTableValue reordered;
+    reordered.put(u"ALPHA", new IntegerValue(2));
+    reordered.put(u"beta", new IntegerValue(3));
+    EXPECT_TRUE(t.equals(reordered));
+    reordered.put(u"beta", new IntegerValue(4));
+    EXPECT_FALSE(t.equals(reordered));
+
+    EXPECT_TRUE(t.remove(u"beta"));
+    EXPECT_FALSE(t.remove(u"beta"));
+    EXPECT_EQ(t.nameAt(0), WString(u"alpha"));
+    EXPECT_EQ(t.get(u"alpha").toString(), WString(u"2"));
+    EXPECT_THROW_MSG(t.nameAt(1), InvalidIndexException, "Index 1 is out of range (last valid index 0)");
+}
+
+TEST(HashTableValue, DuplicateAndNullNamesInBytes) {
+    // Two entries "a" -> 1 and "A" -> 2.
+    Bytes dup{2, 0, 0, 0, 2, 0, 0, 0, 0x61, 0, 2, 0, 0, 0, 1, 0, 0, 0,
+              2, 0, 0, 0, 0x41, 0, 2, 0, 0, 0, 2, 0, 0, 0};
+    HashTableValue strict;
+    strict.put(u"keep", new NullValue());
+    MemoryInputStream a(dup);
+    EXPECT_THROW_MSG(strict.deserialize(a), Exception, "Duplicate key 'A' in a hash table");
+    EXPECT_EQ(strict.toString(), WString(u"{keep: }"));
+    Ptr<Value> lenient = Value::make(VT_HashTable, false);
+    MemoryInputStream b(dup);
+    lenient->deserialize(b);
+    EXPECT_EQ(lenient->toString(), WString(u"{a: 2}"));
+
+    Bytes nullName{1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+    MemoryInputStream c(nullName);
+    EXPECT_THROW_MSG(lenient->deserialize(c), Exception, "A hash table key cannot be null");
+    EXPECT_EQ(lenient->toString(), WString(u"{a: 2}"));
+}
+
+TEST(NDimArrayValue, RowMajorIndexingAndErrors) {
+    NDimArrayValue cube(VT_Integer, Array<unsigned>{2, 3, 4});
+    EXPECT_EQ(cube.size(), 24u);
+    EXPECT_EQ(cube.flatIndex({1, 2, 3}), 23u);
+    EXPECT_EQ(cube.flatIndex({1, 0, 2}), 14u);
+    cube.setElement({1, 0, 2}, IntegerValue(42));
+    EXPECT_EQ(cube.flat().findAs<IntegerArrayValue>()->get(14), 42);
+    EXPECT_EQ(cube.getElement({1, 0, 2})->toString(), WString(u"42"));
+    EXPECT_THROW_MSG(cube.getElement({0, 3, 0}), InvalidIndexException,
+                     "Index 3 is out of range (last valid index 2)");
+    EXPECT_THROW_MSG(cube.flatIndex({0, 0}), BadParameterException, "Expected 3 indexes, got 2");
+    EXPECT_THROW_MSG(cube.setElement({0, 0, 0}, StringValue(WString(u"x"))), BadParameterException,
+                     "Cannot put a Norvatek.StringValue into a Norvatek.IntegerArrayValue");
+
+    NDimArrayValue strings(VT_String, Array<unsigned>{2, 2});
+    strings.setElement({0, 1}, StringValue(WString(u"b")));
+    EXPECT_EQ(strings.toString(), WString(u"[[, b], [, ]]"));
+    EXPECT_EQ(NDimArrayValue().toString(), WString(u"[]"));
+
+    EXPECT_THROW_MSG(NDimArrayValue(VT_Integer, Array<unsigned>{}), BadParameterException,
+                     "An n-dimensional array needs at least one dimension");
+    EXPECT_THROW_MSG(NDimArrayValue(VT_Integer, (Array<unsigned>{65536, 65536})), BadParameterException,
+                     "Dimensions 65536x65536 hold too many elements");
+    EXPECT_THROW_MSG(NDimArrayValue(VT_Bitset, Array<unsigned>{2}), BadParameterException,
+                     "Element type 9 cannot be stored in an n-dimensional array");
+}
+
+TEST(NDimArrayValue, InconsistentBytesAreRefused) {
+    NDimArrayValue grid(VT_Byte, Array<unsigned>{1, 1});
+    const std::string before = nvktest::utf8(grid.toString());
+    auto expectRefused = [&](Bytes bytes, const char* msg) {
+        MemoryInputStream in(std::move(bytes));
+        EXPECT_THROW_MSG(grid.deserialize(in), Exception, msg);
+        EXPECT_EQ(nvktest::utf8(grid.toString()), before);
+    };
+    // 2x2 declared, flat byte array of 3.
+    expectRefused({2, 0, 0, 0, 2, 0, 0, 0, 2, 0, 0, 0, 14, 0, 0, 0, 3, 0, 0, 0, 1, 2, 3},
+                  "The flat array holds 3 elements where the dimensions need 4");
+    // Flat storage that is not an array.
+    expectRefused({1, 0, 0, 0, 1, 0, 0, 0, 2, 0, 0, 0, 5, 0, 0, 0},
+                  "Type code 2 is not an array type for an n-dimensional array");
+    expectRefused({0, 0, 0, 0}, "An n-dimensional array needs at least one dimension");
 }
