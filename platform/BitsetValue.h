@@ -73,24 +73,35 @@ public:
     }
 
     /// Iteration over the set positions: for (size_t i : bits.setBits()).
+    /// The iterator keeps the unvisited bits of its current word, so a step
+    /// is a count-trailing-zeros and a clear of the lowest bit.
     class SetBitIterator {
     public:
-        SetBitIterator(const BitsetValue* set, size_t pos) : set_(set), pos_(pos) {}
-        size_t operator*() const { return pos_; }
+        SetBitIterator(const uint64_t* words, size_t wordCount, size_t w)
+            : words_(words), count_(wordCount), w_(w), bits_(w < wordCount ? words[w] : 0) {
+            settle();
+        }
+        size_t operator*() const { return (w_ << 6) + size_t(std::countr_zero(bits_)); }
         SetBitIterator& operator++() {
-            pos_ = set_->nextSetBit(pos_ + 1);
+            bits_ &= bits_ - 1;
+            settle();
             return *this;
         }
-        bool operator==(const SetBitIterator& o) const { return pos_ == o.pos_; }
+        bool operator==(const SetBitIterator& o) const { return w_ == o.w_ && bits_ == o.bits_; }
 
     private:
-        const BitsetValue* set_;
-        size_t pos_;
+        void settle() {
+            while (!bits_ && w_ < count_) bits_ = ++w_ < count_ ? words_[w_] : 0;
+        }
+        const uint64_t* words_;
+        size_t count_;
+        size_t w_;
+        uint64_t bits_;
     };
     struct SetBitRange {
         const BitsetValue* set;
-        SetBitIterator begin() const { return {set, set->firstSetBit()}; }
-        SetBitIterator end() const { return {set, npos}; }
+        SetBitIterator begin() const { return {set->words_.data(), set->words_.size(), 0}; }
+        SetBitIterator end() const { return {set->words_.data(), set->words_.size(), set->words_.size()}; }
     };
     SetBitRange setBits() const { return {this}; }
 
