@@ -17,7 +17,17 @@ void BitsetValue::clearTail() {
     if (size_ & 63) words_.back() &= (uint64_t(1) << (size_ & 63)) - 1;
 }
 
+void BitsetValue::growFor(size_t i) {
+    if (i >= MaxSize)
+        throw BadParameterException("BitsetValue", "set", u"Cannot set bit %d: the largest bitset size is %d", i,
+                                    MaxSize);
+    resize(i + 1);
+}
+
 void BitsetValue::resize(size_t size) {
+    if (size > MaxSize)
+        throw BadParameterException("BitsetValue", "resize", u"Bitset size %d exceeds the largest size %d", size,
+                                    MaxSize);
     words_.resize(wordsFor(size), 0);
     size_ = size;
     clearTail();

@@ -24,16 +24,22 @@ class NVK_EXPORT BitsetValue : public Value {
     TOVAN_VALUE_CLASS(BitsetValue)
 public:
     static constexpr size_t npos = static_cast<size_t>(-1);
+    /// The largest size, so that every bitset fits its byte form. Beyond it,
+    /// resize raises BadParameterException "Bitset size %d exceeds the largest
+    /// size %d" and set "Cannot set bit %d: the largest bitset size is %d";
+    /// neither changes anything.
+    static constexpr size_t MaxSize = UINT32_MAX;
 
     BitsetValue() = default;
     explicit BitsetValue(size_t size) { resize(size); }
 
     size_t size() const { return size_; }
     /// New positions are clear; shrinking drops the bits beyond the new size.
+    /// Above MaxSize: BadParameterException (see MaxSize).
     void resize(size_t size);
 
     void set(size_t i) {
-        if (i >= size_) resize(i + 1);
+        if (i >= size_) growFor(i);
         words_[i >> 6] |= uint64_t(1) << (i & 63);
     }
     void set(size_t i, bool on) { on ? set(i) : clear(i); }
@@ -130,6 +136,7 @@ public:
 
 private:
     void clearTail();
+    void growFor(size_t i);
 
     std::vector<uint64_t> words_;
     size_t size_ = 0;

@@ -211,3 +211,34 @@ TEST(BitsetValue, SizeGrowthShrinkAndMemberEquality) {
     EXPECT_TRUE(big.none());
     EXPECT_EQ(big.size(), 1000u);
 }
+
+TEST(BitsetValue, RefusesToGrowBeyondItsByteForm) {
+    BitsetValue b(10);
+    b.set(2);
+    EXPECT_THROW_MSG(b.set(BitsetValue::npos), BadParameterException,
+                     "Cannot set bit 18446744073709551615: the largest bitset size is 4294967295");
+    EXPECT_THROW_MSG(b.set(BitsetValue::MaxSize), BadParameterException,
+                     "Cannot set bit 4294967295: the largest bitset size is 4294967295");
+    EXPECT_THROW_MSG(b.resize(BitsetValue::MaxSize + 1), BadParameterException,
+                     "Bitset size 4294967296 exceeds the largest size 4294967295");
+    EXPECT_EQ(b.size(), 10u);
+    EXPECT_EQ(b.toString(), WString(u"{2}"));
+}
+
+TEST(HashMap, CollidingKeysShareAChainAndStayReachable) {
+    struct OneBucket {
+        uint32_t operator()(int) const { return 7; }
+    };
+    HashMap<int, int, OneBucket> map(5);
+    for (int i = 0; i < 3; ++i) map.put(i, i * 10);
+    EXPECT_EQ(map.bucketLength(2), 3u);  // 7 % 5
+    EXPECT_TRUE(map.remove(1));          // from the middle of the chain
+    EXPECT_EQ(*map.find(0), 0);
+    EXPECT_EQ(*map.find(2), 20);
+    EXPECT_EQ(map.find(1), nullptr);
+    map.grow(3);
+    EXPECT_EQ(map.bucketLength(1), 2u);  // 7 % 3
+    int visited = 0;
+    map.forEach([&](int k, int& v) { visited += k + v; });
+    EXPECT_EQ(visited, 22);
+}

@@ -61,6 +61,28 @@ TEST(ByteStream, LittleEndianFieldsAndShortReads) {
     EXPECT_EQ(partial.remaining(), 0u);
 }
 
+namespace {
+
+/// A source that hands out one byte per call, as a pipe may.
+class TrickleStream : public iByteInputStream {
+public:
+    explicit TrickleStream(Bytes bytes) : inner_(std::move(bytes), 3) {}
+    size_t read(void* data, size_t count) override { return inner_.read(data, count ? 1 : 0); }
+    int getVersion() const override { return inner_.getVersion(); }
+
+private:
+    MemoryInputStream inner_;
+};
+
+}  // namespace
+
+TEST(ByteStream, ReadExactlyCollectsPartialReads) {
+    TrickleStream in(Bytes{0x78, 0x56, 0x34, 0x12, 0xAA});
+    EXPECT_EQ(readInt32LE(in), 0x12345678);
+    uint8_t two[2];
+    EXPECT_THROW_MSG(in.readExactly(two, 2), Exception, "Unexpected end of stream: needed 2 bytes, got 1");
+}
+
 TEST(Value, ScalarLayoutsAreExact) {
     EXPECT_EQ(bytesOf(IntegerValue(-2)), (Bytes{0xFE, 0xFF, 0xFF, 0xFF}));
     EXPECT_EQ(bytesOf(IntegerValue(0x12345678)), (Bytes{0x78, 0x56, 0x34, 0x12}));
