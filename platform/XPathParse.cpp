@@ -1,6 +1,4 @@
 // Lexer and parser of XPath 1.0 expressions.
-#include <charconv>
-#include <cmath>
 #include <string>
 
 #include "platform/Exception.h"
