@@ -498,8 +498,9 @@ void CProtocolLayoutUtils::EnforceMustBeAbove(int n) {
                         required = std::max(required, int64_t(point_[size_t(a)].y) + minVerticalSeparation_);
                 if (!fixed_[size_t(c)] && point_[size_t(c)].y < required) {
                     int dy = int(required - point_[size_t(c)].y);
-                    debug(t, u"CONSTRAINT: moving down %d components %ls", 1,
-                          format(u"\"%ls\" by %d", displayName_[size_t(c)], dy));
+                    if (t)
+                        debug(t, u"CONSTRAINT: moving down %d components %ls", 1,
+                              format(u"\"%ls\" by %d", displayName_[size_t(c)], dy));
                     point_[size_t(c)].y += dy;
                     moved = true;
                 }

@@ -414,7 +414,7 @@ void CProtocolUtils::AssignRelativePosition(Assembly& a) {
         int c = queue.front();
         queue.pop_front();
         int col = column[c];
-        SetComponentRelativePosition(a, c, {col, rowsInColumn[col]++});
+        a.relativePositions.emplace_back(c, Point{col, rowsInColumn[col]++});
         for (int d : adjacency_[AdjPassOrFail][size_t(c)])
             if (a.components.test(size_t(d)) && !column.count(d)) {
                 column[d] = col + 1;
@@ -434,12 +434,13 @@ void CProtocolUtils::SetUndefinedRelativePositions(Assembly& a) {
     // Members the walk did not reach (an assembly is connected, so only when its set was
     // edited by hand) go below everything in column 0.
     int row = 0;
-    for (const auto& [c, p] : a.relativePositions)
+    std::vector<char> placed(components_.size(), 0);
+    for (const auto& [c, p] : a.relativePositions) {
         if (p.x == 0) row = std::max(row, p.y + 1);
+        if (c >= 0 && size_t(c) < placed.size()) placed[size_t(c)] = 1;
+    }
     a.components.forEachSetBit([&](size_t c) {
-        for (const auto& rp : a.relativePositions)
-            if (rp.first == int(c)) return;
-        SetComponentRelativePosition(a, int(c), {0, row++});
+        if (c < placed.size() && !placed[c]) SetComponentRelativePosition(a, int(c), {0, row++});
     });
 }
 

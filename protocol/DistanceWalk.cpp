@@ -223,45 +223,44 @@ void DistanceWalk(const DistanceWalkGraph& g, const BitsetValue& set, bool wantF
                 visits.pop_back();
             }
         }
-        // The loop-free part reached from the seeds, in topological order (higher part
-        // numbers first), each taking the best of its seed and its upstream's values.
-        tailOrder.clear();
-        for (int v : seeded) {
-            if (inTail[size_t(v)]) continue;
-            inTail[size_t(v)] = 1;
-            work.push_back(v);
-            while (!work.empty()) {
-                int x = work.back();
-                work.pop_back();
-                tailOrder.push_back(x);
-                for (int y : down[size_t(x)])
-                    if (inSet[size_t(y)] && !inTail[size_t(y)]) {
-                        inTail[size_t(y)] = 1;
-                        work.push_back(y);
-                    }
-            }
-        }
-        std::sort(tailOrder.begin(), tailOrder.end(),
-                  [&](int a, int b) { return part[size_t(a)] > part[size_t(b)]; });
-        for (int u : tailOrder) {
-            int value = seed[size_t(u)];
-            for (int p : up[size_t(u)])
-                if (inSet[size_t(p)] && inTail[size_t(p)] && scratch[size_t(p)] != -1 &&
-                    better(scratch[size_t(p)] + 1, value, wantFurthest))
-                    value = scratch[size_t(p)] + 1;
-            scratch[size_t(u)] = value;
-            touched.push_back(u);
-        }
         for (int v : touched) {
             if (scratch[size_t(v)] != -1 && better(scratch[size_t(v)], distances[size_t(v)], wantFurthest))
                 distances[size_t(v)] = scratch[size_t(v)];
             scratch[size_t(v)] = -1;
         }
-        for (int v : seeded) seed[size_t(v)] = -1;
-        for (int v : tailOrder) inTail[size_t(v)] = 0;
         touched.clear();
-        seeded.clear();
     }
+    // The loop-free part, once for all start nodes. A start's values there are the best of
+    // its seeds carried along the best paths, and the best of those over the starts is the
+    // same as carrying the best seed of every start at once. Visited in topological order
+    // (higher part numbers first), each takes the best of its seed and its upstream's values.
+    tailOrder.clear();
+    for (int v : seeded) {
+        if (inTail[size_t(v)]) continue;
+        inTail[size_t(v)] = 1;
+        work.push_back(v);
+        while (!work.empty()) {
+            int x = work.back();
+            work.pop_back();
+            tailOrder.push_back(x);
+            for (int y : down[size_t(x)])
+                if (inSet[size_t(y)] && !inTail[size_t(y)]) {
+                    inTail[size_t(y)] = 1;
+                    work.push_back(y);
+                }
+        }
+    }
+    std::sort(tailOrder.begin(), tailOrder.end(), [&](int a, int b) { return part[size_t(a)] > part[size_t(b)]; });
+    for (int u : tailOrder) {
+        int value = seed[size_t(u)];
+        for (int p : up[size_t(u)])
+            if (inSet[size_t(p)] && inTail[size_t(p)] && scratch[size_t(p)] != -1 &&
+                better(scratch[size_t(p)] + 1, value, wantFurthest))
+                value = scratch[size_t(p)] + 1;
+        scratch[size_t(u)] = value;
+    }
+    for (int u : tailOrder)
+        if (better(scratch[size_t(u)], distances[size_t(u)], wantFurthest)) distances[size_t(u)] = scratch[size_t(u)];
 }
 
 }  // namespace nvk

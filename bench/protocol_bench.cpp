@@ -1,0 +1,164 @@
+// Perception and layout of generated protocols of 100, 1,000 and 10,000 components:
+// layered graphs with fan-in and fan-out, skip connections, fail branches, a few rings and
+// some unconnected components. The distance walk is also timed against its named peer,
+// the walk as written (explicit stack, a path copy per entry), on the same graphs; counter
+// `speedup_vs_walk_as_written` is peer time / our time from the same run.
+#include <benchmark/benchmark.h>
+
+#include <chrono>
+#include <cmath>
+#include <random>
+
+#include "protocol/CProtocolInfo.h"
+#include "protocol/CProtocolLayoutUtils.h"
+#include "protocol/DistanceWalk.h"
+
+using namespace nvk;
+using tovan::BitsetValue;
+
+namespace {
+
+tovan::Ptr<CProtocolInfo> generate(int n, unsigned seed = 1) {
+    std::mt19937 rng(seed);
+    tovan::Ptr<CProtocolInfo> p(new CProtocolInfo(u"generated"));
+    const int width = std::max(4, int(std::sqrt(double(n)) / 2));
+    const int unconnected = std::max(1, n / 100);
+    const int connected = n - unconnected;
+    for (int i = 0; i < n; ++i) {
+        tovan::iComponentInfo* c = p->addComponent(i + 1, tovan::format(u"step %d", i + 1));
+        bool lone = i >= connected;
+        c->setBoolAttribute(tovan::NVK_ComponentTakesInput, !lone && i >= width);
+        c->setBoolAttribute(tovan::NVK_ComponentReturnsPass, !lone);
+        c->setBoolAttribute(tovan::NVK_ComponentReturnsFail, !lone);
+        c->setPointAttribute(tovan::NVK_ComponentPoint, {int32_t(rng() % 20000), int32_t(rng() % 20000)});
+    }
+    auto layerOf = [&](int i) { return i / width; };
+    const int layers = (connected + width - 1) / width;
+    // Every component after the first layer is fed from the layer before, so the start
+    // nodes are the first layer (and the unconnected components), as in real workflows.
+    for (int i = width; i < connected; ++i) {
+        int from = (layerOf(i) - 1) * width + int(rng() % unsigned(width));
+        p->addConnection({from + 1, i + 1, tovan::PortPass});
+    }
+    for (int i = 0; i < connected; ++i) {
+        int layer = layerOf(i);
+        if (layer + 1 >= layers) continue;
+        int fanOut = int(rng() % 3);
+        for (int f = 0; f < fanOut; ++f) {
+            int skip = (rng() % 6 == 0 && layer + 2 < layers) ? 2 : 1;
+            int target = (layer + skip) * width + int(rng() % unsigned(width));
+            if (target >= connected) continue;
+            tovan::Port port = (f == fanOut - 1 && rng() % 5 == 0) ? tovan::PortFail : tovan::PortPass;
+            p->addConnection({i + 1, target + 1, port});
+        }
+    }
+    // A few rings: a connection back to the layer before.
+    for (int r = 0; r < std::min(8, std::max(1, n / 500)); ++r) {
+        int from = width + int(rng() % unsigned(connected - width));
+        int to = (layerOf(from) - 1) * width + int(rng() % unsigned(width));
+        p->addConnection({from + 1, to + 1, tovan::PortPass});
+    }
+    return p;
+}
+
+void perceive(benchmark::State& state) {
+    auto p = generate(int(state.range(0)));
+    for (auto _ : state) {
+        CProtocolUtils u;
+        u.LoadProtocolComponents(p.get());
+        benchmark::DoNotOptimize(u.GetDistances().data());
+    }
+    state.SetComplexityN(state.range(0));
+    state.counters["connections"] = p->getNumConnections();
+}
+
+void layout(benchmark::State& state) {
+    auto p = generate(int(state.range(0)));
+    CProtocolLayoutUtils l;
+    BitsetValue changed;
+    bool notes = false;
+    for (auto _ : state) {
+        l.LayoutProtocol(p.get(), u"", changed, notes);
+        benchmark::DoNotOptimize(changed.count());
+    }
+    state.SetComplexityN(state.range(0));
+}
+
+/// The graph the walk reads, built the way perception builds it.
+struct WalkInput {
+    std::vector<std::vector<int>> down, up;
+    std::vector<int> x;
+    std::vector<std::vector<std::pair<int, int>>> out;
+    BitsetValue all;
+    DistanceWalkGraph graph() const { return {&down, &up, &x, &out}; }
+};
+
+WalkInput walkInput(int n) {
+    auto p = generate(n);
+    CProtocolUtils u;
+    u.LoadProtocolComponents(p.get());
+    WalkInput w;
+    w.down.resize(size_t(n));
+    w.up.resize(size_t(n));
+    w.out.resize(size_t(n));
+    for (int c = 0; c < n; ++c) {
+        w.down[size_t(c)] = u.GetAdjacentList(c, CProtocolUtils::AdjPassOrFail);
+        w.up[size_t(c)] = u.GetAdjacentList(c, CProtocolUtils::AdjInput);
+        w.x.push_back(u.GetInitialPoint(c).x);
+    }
+    for (int k = 0; k < u.GetNumConnections(); ++k)
+        w.out[size_t(u.GetConnectionFrom(k))].emplace_back(u.GetConnectionTo(k), k);
+    w.all = BitsetValue(size_t(n));
+    w.all.setAll();
+    return w;
+}
+
+double secondsOf(void (*walk)(const DistanceWalkGraph&, const BitsetValue&, bool, std::vector<int>&, BitsetValue&, bool&),
+                 const WalkInput& w, int repeats) {
+    auto start = std::chrono::steady_clock::now();
+    for (int i = 0; i < repeats; ++i) {
+        std::vector<int> d;
+        BitsetValue loops;
+        bool has = false;
+        walk(w.graph(), w.all, true, d, loops, has);
+        benchmark::DoNotOptimize(d.data());
+    }
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count() / repeats;
+}
+
+void distanceWalk(benchmark::State& state) {
+    WalkInput w = walkInput(int(state.range(0)));
+    for (auto _ : state) {
+        std::vector<int> d;
+        BitsetValue loops;
+        bool has = false;
+        DistanceWalk(w.graph(), w.all, true, d, loops, has);
+        benchmark::DoNotOptimize(d.data());
+    }
+    double ours = secondsOf(&DistanceWalk, w, 5);
+    double peer = secondsOf(&DistanceWalkAsWritten, w, 1);
+    state.counters["peer_ms"] = peer * 1e3;
+    state.counters["speedup_vs_walk_as_written"] = peer / ours;
+    state.SetComplexityN(state.range(0));
+}
+
+void distanceWalkAsWritten(benchmark::State& state) {
+    WalkInput w = walkInput(int(state.range(0)));
+    for (auto _ : state) {
+        std::vector<int> d;
+        BitsetValue loops;
+        bool has = false;
+        DistanceWalkAsWritten(w.graph(), w.all, true, d, loops, has);
+        benchmark::DoNotOptimize(d.data());
+    }
+    state.SetComplexityN(state.range(0));
+}
+
+}  // namespace
+
+BENCHMARK(perceive)->Arg(100)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond)->Complexity();
+BENCHMARK(layout)->Arg(100)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond)->Complexity();
+BENCHMARK(distanceWalk)->Arg(100)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond)->Complexity();
+BENCHMARK(distanceWalkAsWritten)->Arg(100)->Arg(1000)->Unit(benchmark::kMillisecond)->Complexity();
+
+BENCHMARK_MAIN();
