@@ -9,3 +9,8 @@ set -x
 "$nvk" help
 credentials=$("$nvk" credentials new --user alice --domain LAB --password secret --role Viewer --role Group:Chemists --flags 0x4)
 "$nvk" credentials show "$credentials"
+"$nvk" perceive examples/clean-and-score.json
+"$nvk" perceive examples/clean-and-score.json --json
+"$nvk" layout examples/clean-and-score.json -o build/default/clean-and-score.laid-out.json --svg build/default/clean-and-score.svg
+"$nvk" move build/default/clean-and-score.laid-out.json --ids 6,7 --right 40 --down 20 -o build/default/clean-and-score.moved.json
+"$nvk" svg build/default/clean-and-score.moved.json -o build/default/clean-and-score.moved.svg
