@@ -36,6 +36,12 @@ public:
     void deleteInstance() override;
     void onActivate() override { OnActivateDefault(); }
     void onDeactivate() override { OnDeactivateDefault(); }
+
+    /// BASE_NODE_VERSION, then the node record with all descendants.
+    void serialize(tovan::iByteOutputStream& out) const override;
+    /// Any other leading number raises "Deserialization version mismatch
+    /// (%ld , %ld)" and leaves the node as it was.
+    void deserialize(tovan::iByteInputStream& in) override;
 };
 
 }  // namespace nvk

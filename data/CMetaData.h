@@ -1,5 +1,6 @@
 #pragma once
 // Node metadata: a flags word and a property collection made on demand.
+#include "platform/ByteStream.h"
 #include "platform/Export.h"
 #include "platform/Pool.h"
 #include "platform/iMetaData.h"
@@ -19,6 +20,22 @@ public:
     /// Adds copies of `source`'s properties to `target`'s collection, replacing
     /// values of properties that exist already, and ORs the flags in.
     static void AddProperties(tovan::iMetaData& target, const tovan::iMetaData& source);
+
+    // ---- the metadata block of the byte stream ----------------------------------
+    /// A node's block; an absent metadata object is the single integer 0.
+    static void Serialize(const tovan::iMetaData* metaData, tovan::iByteOutputStream& out);
+    /// The flags (MetaDataHasEntries set exactly when entries follow), then
+    /// the count and per entry its name, value type code and value bytes.
+    static void Serialize(tovan::MetaDataFlags flags, const tovan::iPropertyCollection* properties,
+                          tovan::iByteOutputStream& out);
+    /// Reads a node's block into `metaData` (one reference, or null): flags 0
+    /// drops it, otherwise it is made if needed, cleared and filled.
+    static void SetFromSerialized(tovan::iMetaData*& metaData, tovan::iByteInputStream& in);
+    /// Reads a property's block: `flags` gets the word without
+    /// MetaDataHasEntries; `properties` (one reference, or null) holds the
+    /// entries, or is dropped when there are none.
+    static void SetFromSerialized(tovan::MetaDataFlags& flags, CPropertyCollection*& properties,
+                                  tovan::iByteInputStream& in);
 };
 
 /// The framework's iMetaData for nodes. Class tag "Norvatek.data.MetaData";

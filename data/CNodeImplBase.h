@@ -36,6 +36,12 @@ public:
     static const char16_t* const NullNodeMsg;       // "Error: attempting to add a null node."
     static const char16_t* const OwnParentErrMsg;   // "Error: attempting to set a data node to be its own parent."
     static const char16_t* const DefaultValueName;  // "text-content"
+    /// Node record format written; records from MIN_NODE_FORMAT_VERSION are read.
+    static constexpr int NODE_FORMAT_VERSION = 127;
+    static constexpr int MIN_NODE_FORMAT_VERSION = 126;
+    /// Reading refuses to nest nodes deeper than this, so that a hostile
+    /// stream cannot exhaust the stack ("Nodes nested deeper than %d levels").
+    static constexpr int MAX_READ_DEPTH = 1000;
 
     CNodeImplBase(const CNodeImplBase&) = delete;
     CNodeImplBase& operator=(const CNodeImplBase&) = delete;
@@ -102,6 +108,14 @@ protected:
         return EnsureXPathParser().evaluate(expr, flags, result);
     }
     void DropXPathParser();
+
+    // ---- byte stream -----------------------------------------------------------------
+    /// The node record (format 127): name block, properties, children (each
+    /// as its class tag and its own record) when `withChildren`, metadata.
+    void SerializeNode(tovan::iByteOutputStream& out, bool withChildren) const;
+    /// Cleans the node out (the parent link stays), then reads a record of
+    /// format 126 (no metadata), 127, or 128 and above (metadata dropped).
+    void DeserializeNode(tovan::iByteInputStream& in, bool withChildren);
 
     cppNodeQName name_;
     tovan::iNode* parent_ = nullptr;  // weak: a child never owns its parent

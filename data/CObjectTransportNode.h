@@ -41,6 +41,15 @@ public:
     tovan::Ptr<tovan::iNode> cloneNode(bool deep) const override;
     tovan::Object* clone() const override;
 
+    /// The additional block (version, object flag, the object's class tag and
+    /// its own serialize), then the node record.
+    void serialize(tovan::iByteOutputStream& out) const override;
+    /// Reads OBJECT_TRANSPORT_NODE_VERSION or OLD_OBJECT_TRANSPORT_NODE_VERSION
+    /// records. A record without an object leaves the node without one.
+    void deserialize(tovan::iByteInputStream& in) override;
+    void serializeAdditionalInfo(tovan::iByteOutputStream& out) const;
+    void deserializeAdditionalInfo(tovan::iByteInputStream& in);
+
 private:
     void copyObjectTo(CObjectTransportNode& copy) const;
 

@@ -43,6 +43,11 @@ public:
     void onDeactivate() override;
     /// A copy with no reference taken (the framework's clone rule).
     tovan::Object* clone() const override;
+    /// Name, value type code, value bytes, then the metadata block. The
+    /// MetaDataNotSerialized bit is never written; reading keeps its state.
+    /// A value of the same class held only by this property is read in place.
+    void serialize(tovan::iByteOutputStream& out) const override;
+    void deserialize(tovan::iByteInputStream& in) override;
 
     // ---- iProperty ------------------------------------------------------------
     const tovan::WString& getName() const override { return name_; }

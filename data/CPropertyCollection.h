@@ -59,6 +59,10 @@ public:
     void onDeactivate() override;
     /// A collection with copies of every property; no owner, no reference taken.
     tovan::Object* clone() const override;
+    /// COLLECTION_VERSION, then the collection-data record.
+    void serialize(tovan::iByteOutputStream& out) const override;
+    /// Clears the collection first.
+    void deserialize(tovan::iByteInputStream& in) override;
 
     /// True when `name` starts with "/".
     static bool IsHierarchicalProperty(const tovan::WString& name);

@@ -29,6 +29,8 @@ class CPropertyCollection;
 class NVK_EXPORT CPropertyCollectionData : public tovan::CountedObject, public tovan::PooledObject {
 public:
     static const tovan::ClassTag Tag;  // "Norvatek.data.PropertyCollectionData"
+    /// Version number of the collection-data record.
+    static constexpr int DATA_VERSION = 27390;
     /// Arrays with this many slots or more are searched through the index.
     static constexpr size_t kIndexFromSlots = 10;
     static constexpr size_t kInitialBuckets = 31;
@@ -50,6 +52,17 @@ public:
     /// A copy with every property copied; a failing copy raises Exception
     /// "Unable to clone CPropertyCollectionData".
     tovan::Object* clone() const override;
+
+    // ---- byte stream ------------------------------------------------------------
+    /// Version, property class (1 = default, or 0 and its tag), count, then
+    /// each property in order (holes squeezed out first).
+    void serialize(tovan::iByteOutputStream& out) const override;
+    /// Clears first. A name met twice raises "Property %ls already exists\n".
+    void deserialize(tovan::iByteInputStream& in) override;
+    /// The same record holding only the named properties, in the order of
+    /// `names`; an absent one raises "Unable to find property '%ls'" before
+    /// anything is written.
+    void serializeSubset(tovan::iByteOutputStream& out, const std::vector<tovan::WString>& names) const;
 
     // ---- reading --------------------------------------------------------------
     int GetNumProperties() const { return int(properties_.size() - holeCount_); }

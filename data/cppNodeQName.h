@@ -1,6 +1,7 @@
 #pragma once
 // A node's qualified name ("prefix:local" or "local") with its two parts
 // split off lazily.
+#include "platform/ByteStream.h"
 #include "platform/Export.h"
 #include "platform/String.h"
 
@@ -32,6 +33,11 @@ public:
 
     /// Forgets the name and both parts.
     void clear();
+
+    /// The name block: qname, local name, prefix as wide strings, each as
+    /// stored (a part not split off yet travels as null).
+    void serialize(tovan::iByteOutputStream& out) const;
+    void deserialize(tovan::iByteInputStream& in);
 
 private:
     void splitIfNeeded() const;

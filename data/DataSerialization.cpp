@@ -1,0 +1,370 @@
+// The byte-stream records of names, metadata, properties, collections and
+// nodes. Every record starts with its own version number and every reader
+// checks it; the primitives are in StreamPrimitives.
+#include <memory>
+
+#include "data/CBaseNode.h"
+#include "data/CMetaData.h"
+#include "data/CObjectTransportNode.h"
+#include "data/CPropertyCollection.h"
+#include "data/StreamPrimitives.h"
+#include "platform/Exception.h"
+
+namespace nvk {
+
+using tovan::Exception;
+using tovan::iByteInputStream;
+using tovan::iByteOutputStream;
+using tovan::MetaDataFlags;
+using tovan::Ptr;
+using tovan::Value;
+using tovan::WString;
+
+namespace {
+
+/// Values of streams from version 3 on are read strictly (see Value.h).
+bool strictReading(const iByteInputStream& in) { return in.getVersion() >= 3; }
+
+void writeValue(iByteOutputStream& out, const Value& v) {
+    writeCompactInt(out, v.getTypeCode());
+    v.serialize(out);
+}
+
+/// Reads a type code and the value's bytes. `reuse` is read in place when it
+/// has that type code and nobody else holds it; otherwise a new value is made.
+Ptr<Value> readValue(iByteInputStream& in, Value* reuse) {
+    const int32_t code = readCompactInt(in);
+    const bool strict = strictReading(in);
+    Ptr<Value> v;
+    if (reuse && reuse->getTypeCode() == code && reuse->getRefCount() == 1) {
+        v = Ptr<Value>(reuse);
+        v->setStrictReading(strict);
+    } else {
+        v = Value::make(code, strict);
+    }
+    v->deserialize(in);
+    return v;
+}
+
+/// Stores a metadata entry under its exact name; hierarchical-looking names
+/// are plain names here.
+void storeEntry(tovan::iPropertyCollection& target, const WString& name, const Value& value) {
+    if (auto* c = dynamic_cast<CPropertyCollection*>(&target)) {
+        CPropertyCollectionData& data = c->data();
+        if (CProperty* p = data.GetProperty(name)) {
+            p->setValue(value);
+        } else {
+            Ptr<CProperty> fresh = data.MakeNewPropertyWithCopiedValue(name, &value);
+            data.AddProperty(fresh.get());
+        }
+        return;
+    }
+    if (tovan::iProperty* p = target.find(name))
+        p->setValue(value);
+    else
+        target.define(name, value);
+}
+
+/// Reads `count` metadata entries into `target`.
+void readEntries(iByteInputStream& in, tovan::iPropertyCollection& target, const char* className) {
+    const int32_t count = readCount(in, className, "SetFromSerialized");
+    Ptr<Value> previous;  // stored entries hold copies, so this one is ours alone
+    for (int32_t i = 0; i < count; ++i) {
+        WString name = readWideString(in);
+        if (name.isNull()) name = WString::empty();
+        previous = readValue(in, previous.get());
+        storeEntry(target, name, *previous);
+    }
+}
+
+/// Counts nested node reads on this thread.
+thread_local int t_readDepth = 0;
+
+struct ReadDepthGuard {
+    ReadDepthGuard(const char* className) {
+        if (t_readDepth >= CNodeImplBase::MAX_READ_DEPTH)
+            throw Exception(className, "deserialize", u"Nodes nested deeper than %d levels", CNodeImplBase::MAX_READ_DEPTH);
+        ++t_readDepth;
+    }
+    ~ReadDepthGuard() { --t_readDepth; }
+    ReadDepthGuard(const ReadDepthGuard&) = delete;
+    ReadDepthGuard& operator=(const ReadDepthGuard&) = delete;
+};
+
+}  // namespace
+
+// ---- name block -------------------------------------------------------------------
+
+void cppNodeQName::serialize(iByteOutputStream& out) const {
+    writeWideString(out, qname_);
+    writeWideString(out, localName_);
+    writeWideString(out, uriName_);
+}
+
+void cppNodeQName::deserialize(iByteInputStream& in) {
+    qname_ = readWideString(in);
+    localName_ = readWideString(in);
+    uriName_ = readWideString(in);
+}
+
+// ---- metadata block ---------------------------------------------------------------
+
+void CMetaDataImpl::Serialize(const tovan::iMetaData* metaData, iByteOutputStream& out) {
+    if (!metaData) {
+        writeCompactInt(out, 0);
+        return;
+    }
+    Serialize(metaData->getFlags(), metaData->getProperties(), out);
+}
+
+void CMetaDataImpl::Serialize(MetaDataFlags flags, const tovan::iPropertyCollection* properties,
+                              iByteOutputStream& out) {
+    const int count = properties ? properties->getSize() : 0;
+    if (count == 0) {
+        writeCompactInt(out, int32_t(flags & ~tovan::MetaDataHasEntries));
+        return;
+    }
+    writeCompactInt(out, int32_t(flags | tovan::MetaDataHasEntries));
+    writeCompactInt(out, count);
+    for (int i = 0; i < count; ++i) {
+        const tovan::iProperty& p = properties->get(i);
+        writeWideString(out, p.getName());
+        writeValue(out, p.getValue());
+    }
+}
+
+void CMetaDataImpl::SetFromSerialized(tovan::iMetaData*& metaData, iByteInputStream& in) {
+    const auto flags = MetaDataFlags(readCompactInt(in));
+    if (flags == 0) {
+        if (tovan::iMetaData* m = std::exchange(metaData, nullptr)) m->release();
+        return;
+    }
+    if (!metaData) metaData = CMetaData::allocate();
+    metaData->clear();
+    metaData->setFlags(flags & ~tovan::MetaDataHasEntries);
+    if (flags & tovan::MetaDataHasEntries) readEntries(in, metaData->getProperties(), "CMetaDataImpl");
+}
+
+void CMetaDataImpl::SetFromSerialized(MetaDataFlags& flags, CPropertyCollection*& properties,
+                                      iByteInputStream& in) {
+    const auto word = MetaDataFlags(readCompactInt(in));
+    flags = word & ~tovan::MetaDataHasEntries;
+    if (!(word & tovan::MetaDataHasEntries)) {
+        if (CPropertyCollection* c = std::exchange(properties, nullptr)) c->release();
+        return;
+    }
+    if (!properties) properties = CPropertyCollection::allocate();
+    properties->removeAll();
+    readEntries(in, *properties, "CMetaDataImpl");
+}
+
+// ---- property ---------------------------------------------------------------------
+
+void CProperty::serialize(iByteOutputStream& out) const {
+    checkStreamVersion(out.getVersion(), "CProperty", "serialize");
+    writeWideString(out, name_);
+    writeValue(out, getValue());
+    CMetaDataImpl::Serialize(flags_ & ~tovan::MetaDataNotSerialized, metaData_, out);
+}
+
+void CProperty::deserialize(iByteInputStream& in) {
+    checkStreamVersion(in.getVersion(), "CProperty", "deserialize");
+    SetName(readWideString(in));
+    Ptr<Value> v = readValue(in, value_);
+    if (v.get() != value_) shareValue(v.get());
+    MetaDataFlags flags = 0;
+    CMetaDataImpl::SetFromSerialized(flags, metaData_, in);
+    flags_ = (flags & ~tovan::MetaDataNotSerialized) | (flags_ & tovan::MetaDataNotSerialized);
+}
+
+// ---- property collection ------------------------------------------------------------
+
+namespace {
+
+void writeCollectionHeader(iByteOutputStream& out, const tovan::ClassTag* propertyClass, int count) {
+    writeCompactInt(out, CPropertyCollectionData::DATA_VERSION);
+    writeBool(out, propertyClass == nullptr);
+    if (propertyClass) writeNarrowString(out, propertyClass->name());
+    writeCompactInt(out, count);
+}
+
+}  // namespace
+
+void CPropertyCollectionData::serialize(iByteOutputStream& out) const {
+    checkStreamVersion(out.getVersion(), "CPropertyCollectionData", "serialize");
+    CompactPropertiesArray();
+    writeCollectionHeader(out, propertyClass_, int(properties_.size()));
+    for (const CProperty* p : properties_) p->serialize(out);
+}
+
+void CPropertyCollectionData::serializeSubset(iByteOutputStream& out, const std::vector<WString>& names) const {
+    checkStreamVersion(out.getVersion(), "CPropertyCollectionData", "serializeSubset");
+    std::vector<const CProperty*> chosen;
+    chosen.reserve(names.size());
+    for (const WString& name : names) {
+        const CProperty* p = GetProperty(name);
+        if (!p)
+            throw Exception("CPropertyCollectionData", "serializeSubset", u"Unable to find property '%ls'", name);
+        chosen.push_back(p);
+    }
+    CompactPropertiesArray();
+    writeCollectionHeader(out, propertyClass_, int(chosen.size()));
+    for (const CProperty* p : chosen) p->serialize(out);
+}
+
+void CPropertyCollectionData::deserialize(iByteInputStream& in) {
+    checkStreamVersion(in.getVersion(), "CPropertyCollectionData", "deserialize");
+    Clear();
+    const int32_t version = readCompactInt(in);
+    if (version != DATA_VERSION)
+        throw Exception("CPropertyCollectionData", "deserialize", u"Deserialization version mismatch (%ld , %ld)",
+                        long(version), long(DATA_VERSION));
+    if (readBool(in)) {
+        SetPropertyClass(nullptr);
+    } else {
+        std::string tag = readNarrowString(in);
+        Ptr<CProperty> probe = tovan::ObjectFactory::createAs<CProperty>(tag);
+        SetPropertyClass(&probe->getClass());
+    }
+    const int32_t count = readCount(in, "CPropertyCollectionData", "deserialize");
+    for (int32_t i = 0; i < count; ++i) {
+        Ptr<CProperty> p = MakeNewPropertyWithCopiedValue(WString(), nullptr);
+        p->deserialize(in);
+        if (GetInternalIndex(p->getName()) >= 0)
+            throw Exception("CPropertyCollectionData", "deserialize", u"Property %ls already exists\n", p->getName());
+        AddProperty(p.get());
+    }
+}
+
+void CPropertyCollection::serialize(iByteOutputStream& out) const {
+    checkStreamVersion(out.getVersion(), "CPropertyCollection", "serialize");
+    writeCompactInt(out, COLLECTION_VERSION);
+    if (data_) {
+        data_->serialize(out);
+    } else {
+        writeCollectionHeader(out, nullptr, 0);
+    }
+}
+
+void CPropertyCollection::deserialize(iByteInputStream& in) {
+    checkStreamVersion(in.getVersion(), "CPropertyCollection", "deserialize");
+    if (data_) data_->Clear();
+    const int32_t version = readCompactInt(in);
+    if (version != COLLECTION_VERSION)
+        throw Exception("CPropertyCollection", "deserialize", u"Deserialization version mismatch (%ld , %ld)",
+                        long(version), long(COLLECTION_VERSION));
+    data().deserialize(in);
+}
+
+// ---- nodes ------------------------------------------------------------------------------
+
+void CNodeImplBase::SerializeNode(iByteOutputStream& out, bool withChildren) const {
+    writeCompactInt(out, NODE_FORMAT_VERSION);
+    name_.serialize(out);
+    writeBool(out, properties_ != nullptr);
+    if (properties_) properties_->serialize(out);
+    if (withChildren) {
+        const int n = GetNumberOfChildren();
+        writeCompactInt(out, n);
+        for (int i = 0; i < n; ++i) {
+            const tovan::iNode* child = (*children_)[size_t(i)];
+            writeNarrowString(out, child->getClassTag());
+            child->serialize(out);
+        }
+    }
+    CMetaDataImpl::Serialize(metaData_, out);
+}
+
+void CNodeImplBase::DeserializeNode(iByteInputStream& in, bool withChildren) {
+    CleanOutNodeData(false);
+    const int32_t version = readCompactInt(in);
+    if (version < MIN_NODE_FORMAT_VERSION)
+        throw Exception("CNodeImplBase", "DeserializeNode", u"Deserialization version mismatch (%ld < %ld)",
+                        long(version), long(MIN_NODE_FORMAT_VERSION));
+    name_.deserialize(in);
+    if (readBool(in)) {
+        EnsurePropCollectionExists();
+        properties_->deserialize(in);
+    }
+    if (withChildren && version >= 104) {
+        const int32_t n = readCount(in, "CNodeImplBase", "DeserializeNode");
+        tovan::iNode* self = GetINode();
+        for (int32_t i = 0; i < n; ++i) {
+            std::string tag = readNarrowString(in);
+            Ptr<tovan::iNode> child = tovan::ObjectFactory::createAs<tovan::iNode>(tag);
+            AppendChild(child.get());
+            child->setParent(self);
+            child->deserialize(in);
+            child->setParent(self);  // reading may have reset it
+        }
+    }
+    if (version == NODE_FORMAT_VERSION)
+        CMetaDataImpl::SetFromSerialized(metaData_, in);
+    else
+        DeleteMetaData();  // 126 carries none; from 128 on it is not understood and dropped
+}
+
+void CBaseNode::serialize(iByteOutputStream& out) const {
+    checkStreamVersion(out.getVersion(), "CBaseNode", "serialize");
+    writeCompactInt(out, BASE_NODE_VERSION);
+    SerializeNode(out, true);
+}
+
+void CBaseNode::deserialize(iByteInputStream& in) {
+    checkStreamVersion(in.getVersion(), "CBaseNode", "deserialize");
+    ReadDepthGuard depth("CBaseNode");
+    const int32_t version = readCompactInt(in);
+    if (version != BASE_NODE_VERSION)
+        throw Exception("CBaseNode", "deserialize", u"Deserialization version mismatch (%ld , %ld)", long(version),
+                        long(BASE_NODE_VERSION));
+    DeserializeNode(in, true);
+}
+
+void CObjectTransportNode::serializeAdditionalInfo(iByteOutputStream& out) const {
+    writeCompactInt(out, OBJECT_TRANSPORT_NODE_VERSION);
+    writeBool(out, object_ != nullptr);
+    if (object_) {
+        writeNarrowString(out, object_->getClassTag());
+        object_->serialize(out);
+    }
+}
+
+void CObjectTransportNode::deserializeAdditionalInfo(iByteInputStream& in) {
+    const int32_t version = readCompactInt(in);
+    if (version != OBJECT_TRANSPORT_NODE_VERSION && version != OLD_OBJECT_TRANSPORT_NODE_VERSION)
+        throw Exception("CObjectTransportNode", "deserialize", u"Deserialization version mismatch (%ld , %ld)",
+                        long(version), long(OBJECT_TRANSPORT_NODE_VERSION));
+    bool hasObject = readBool(in);
+    if (version == OLD_OBJECT_TRANSPORT_NODE_VERSION) {
+        readBool(in);
+        hasObject = readBool(in);
+    }
+    if (!hasObject) {
+        ReleaseObject();
+        return;
+    }
+    std::string tag = readNarrowString(in);
+    tovan::Object* object = tovan::ObjectFactory::create(tag);
+    // Until it is attached, the new object belongs to this frame.
+    auto* counted = dynamic_cast<tovan::CountedObject*>(object);
+    Ptr<tovan::CountedObject> countedHolder(counted);
+    std::unique_ptr<tovan::Object> plainHolder(counted ? nullptr : object);
+    object->deserialize(in);
+    SetObject(object);
+    plainHolder.release();  // now owned by the node
+}
+
+void CObjectTransportNode::serialize(iByteOutputStream& out) const {
+    checkStreamVersion(out.getVersion(), "CObjectTransportNode", "serialize");
+    serializeAdditionalInfo(out);
+    SerializeNode(out, true);
+}
+
+void CObjectTransportNode::deserialize(iByteInputStream& in) {
+    checkStreamVersion(in.getVersion(), "CObjectTransportNode", "deserialize");
+    ReadDepthGuard depth("CObjectTransportNode");
+    deserializeAdditionalInfo(in);
+    DeserializeNode(in, true);
+}
+
+}  // namespace nvk

@@ -1,0 +1,86 @@
+#include "data/NodeStream.h"
+
+#include <cstring>
+
+#include "data/StreamPrimitives.h"
+#include "platform/Exception.h"
+#include "platform/FileStream.h"
+
+namespace nvk {
+
+using tovan::iByteInputStream;
+using tovan::iByteOutputStream;
+using tovan::iNode;
+using tovan::Ptr;
+
+void writeRecord(iByteOutputStream& out, const iNode& node) {
+    writeNarrowString(out, node.getClassTag());
+    node.serialize(out);
+}
+
+void writeRecords(iByteOutputStream& out, const std::vector<Ptr<iNode>>& nodes) {
+    for (const Ptr<iNode>& n : nodes) writeRecord(out, *n);
+}
+
+Ptr<iNode> readRecord(iByteInputStream& in) {
+    uint8_t header;
+    if (in.read(&header, 1) != 1) return nullptr;
+    // The tag's length was begun; the rest mirrors readNarrowString.
+    const int32_t n = readCompactIntAfterHeader(in, header);
+    if (n < 0) throw tovan::Exception("NodeStream", "readRecord", u"Invalid string length %d", n);
+    std::string tag(n > 1 ? size_t(n - 1) : 0, '\0');
+    if (!tag.empty()) in.readExactly(tag.data(), tag.size(), "NodeStream");
+    Ptr<iNode> node = tovan::ObjectFactory::createAs<iNode>(tag);
+    node->deserialize(in);
+    return node;
+}
+
+std::vector<Ptr<iNode>> readRecords(iByteInputStream& in) {
+    std::vector<Ptr<iNode>> nodes;
+    while (Ptr<iNode> n = readRecord(in)) nodes.push_back(std::move(n));
+    return nodes;
+}
+
+namespace {
+
+/// A stream whose version is learned from the file after opening it.
+class VersionedInput : public iByteInputStream {
+public:
+    VersionedInput(iByteInputStream& inner, int version) : inner_(inner), version_(version) {}
+    size_t read(void* data, size_t count) override { return inner_.read(data, count); }
+    int getVersion() const override { return version_; }
+
+private:
+    iByteInputStream& inner_;
+    int version_;
+};
+
+}  // namespace
+
+void writeNodeFile(const tovan::WString& path, const std::vector<Ptr<iNode>>& nodes, int streamVersion) {
+    if (streamVersion < 1 || streamVersion > 3)
+        throw tovan::BadParameterException("NodeStream", "writeNodeFile", u"Unsupported stream version %d",
+                                           streamVersion);
+    tovan::FileOutputStream out(path, streamVersion);
+    out.write(kNodeFileMagic, sizeof kNodeFileMagic);
+    writeCompactInt(out, streamVersion);
+    writeRecords(out, nodes);
+    out.close();
+}
+
+std::vector<Ptr<iNode>> readNodeFile(const tovan::WString& path, int* streamVersion) {
+    tovan::FileInputStream file(path);
+    char magic[sizeof kNodeFileMagic] = {};
+    const size_t got = file.read(magic, sizeof magic);
+    if (got != sizeof magic || std::memcmp(magic, kNodeFileMagic, sizeof magic) != 0)
+        throw tovan::Exception("NodeStream", "readNodeFile", u"File \"%ls\" is not a node file", path);
+    const int32_t version = readCompactInt(file);
+    if (version < 1 || version > 3)
+        throw tovan::Exception("NodeStream", "readNodeFile", u"Unsupported stream version %d in \"%ls\"", version,
+                               path);
+    if (streamVersion) *streamVersion = version;
+    VersionedInput in(file, version);
+    return readRecords(in);
+}
+
+}  // namespace nvk

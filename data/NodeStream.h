@@ -1,0 +1,53 @@
+#pragma once
+// Whole data records on a byte stream, for callers that move trees between
+// processes or files (the nvk tool's binary form among them).
+//
+// A top-level record is the node's class tag as a narrow string followed by
+// the node's own record (`serialize`: for a CBaseNode the 9095 header and the
+// node record), exactly as a child is written inside its parent. Carrying
+// the tag lets a stream hold any node class (CObjectTransportNode too), and a
+// stream is simply records back to back: nothing before the first one,
+// nothing after the last. The stream's version (1, 2 or 3) is not in the
+// bytes; both ends must agree on it.
+//
+// A node file adds what a bare stream lacks: the bytes "nvkb", the stream
+// version as a compact integer, then the records. Use it for files that a
+// reader must open without being told the version.
+//
+//   tovan::MemoryOutputStream out(2);
+//   nvk::writeRecord(out, *root);
+//   tovan::MemoryInputStream in(out.takeBytes(), 2);
+//   while (tovan::Ptr<tovan::iNode> n = nvk::readRecord(in)) use(*n);
+#include <vector>
+
+#include "platform/ByteStream.h"
+#include "platform/Export.h"
+#include "platform/String.h"
+#include "platform/iNode.h"
+
+namespace nvk {
+
+NVK_EXPORT void writeRecord(tovan::iByteOutputStream& out, const tovan::iNode& node);
+NVK_EXPORT void writeRecords(tovan::iByteOutputStream& out, const std::vector<tovan::Ptr<tovan::iNode>>& nodes);
+
+/// The next record as a new node (one reference for the caller), or null when
+/// the stream ends cleanly before a record. A record cut short, a class tag
+/// that is not a node class, or bad record bytes raise the framework's
+/// Exception with the record's message.
+NVK_EXPORT tovan::Ptr<tovan::iNode> readRecord(tovan::iByteInputStream& in);
+/// Every record up to the end of the stream.
+NVK_EXPORT std::vector<tovan::Ptr<tovan::iNode>> readRecords(tovan::iByteInputStream& in);
+
+/// The four bytes a node file starts with.
+inline constexpr char kNodeFileMagic[4] = {'n', 'v', 'k', 'b'};
+
+/// Writes a node file with the given stream version (1, 2 or 3).
+NVK_EXPORT void writeNodeFile(const tovan::WString& path, const std::vector<tovan::Ptr<tovan::iNode>>& nodes,
+                              int streamVersion);
+/// Reads a node file. A file without the "nvkb" start raises Exception
+/// ("NodeStream", "readNodeFile") "File \"%ls\" is not a node file"; its
+/// version when it is not 1 to 3: "Unsupported stream version %d in \"%ls\"".
+/// `streamVersion`, when given, receives the file's version.
+NVK_EXPORT std::vector<tovan::Ptr<tovan::iNode>> readNodeFile(const tovan::WString& path, int* streamVersion = nullptr);
+
+}  // namespace nvk

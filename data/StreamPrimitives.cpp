@@ -1,0 +1,279 @@
+#include "data/StreamPrimitives.h"
+
+#include <algorithm>
+#include <climits>
+
+#include "platform/Exception.h"
+
+namespace nvk {
+
+using tovan::Exception;
+using tovan::iByteInputStream;
+using tovan::iByteOutputStream;
+using tovan::WString;
+
+namespace {
+
+constexpr const char* kClass = "StreamPrimitives";
+
+/// Reads exactly `count` bytes; false when the stream ended first.
+bool readAll(iByteInputStream& in, void* data, size_t count) {
+    auto* p = static_cast<uint8_t*>(data);
+    while (count > 0) {
+        size_t got = in.read(p, count);
+        if (got == 0) return false;
+        p += got;
+        count -= got;
+    }
+    return true;
+}
+
+/// Grows a heap buffer in steps so that a corrupt length cannot make us
+/// allocate far ahead of the bytes that really arrive.
+constexpr size_t kHeapStep = 64 * 1024;
+
+/// Reads units `from` to `to` of a version-1 string of `len` units into `dest`.
+void readUtf16Units(iByteInputStream& in, char16_t* dest, int from, int to, int len) {
+    uint8_t raw[2 * 512];
+    int done = from;
+    while (done < to) {
+        int chunk = std::min(to - done, 512);
+        size_t want = size_t(chunk) * 2;
+        size_t got = 0;
+        while (got < want) {
+            size_t n = in.read(raw + got, want - got);
+            if (n == 0) break;
+            got += n;
+        }
+        int units = int(got / 2);
+        for (int i = 0; i < units; ++i) dest[done + i] = char16_t(raw[2 * i] | (raw[2 * i + 1] << 8));
+        if (got < want)
+            throw Exception(kClass, "readWideString", u"EOF reading byte %d in string of length %d", done + units + 1,
+                            len);
+        done += chunk;
+    }
+}
+
+/// One unit of a version-2 string; `pos` is its one-based position.
+char16_t readUtf8Unit(iByteInputStream& in, int pos, int len) {
+    uint8_t h;
+    if (in.read(&h, 1) != 1)
+        throw Exception(kClass, "readWideString", u"EOF reading byte %d in string of length %d", pos, len);
+    if (h < 0x80) return char16_t(h);
+    int extra;
+    uint32_t value;
+    if ((h & 0xE0) == 0xC0) {
+        extra = 1;
+        value = uint32_t(h & 0x1F) << 6;
+    } else if ((h & 0xF0) == 0xE0) {
+        extra = 2;
+        value = uint32_t(h & 0x0F) << 12;
+    } else if ((h & 0xF1) == 0xF0) {
+        extra = 3;
+        value = uint32_t(h & 0x0F) << 18;
+    } else if ((h & 0xFD) == 0xF8) {
+        extra = 4;
+        value = uint32_t(h & 0x03) << 24;
+    } else if ((h & 0xFE) == 0xFC) {
+        extra = 5;
+        value = uint32_t(h & 0x01) << 30;
+    } else {
+        throw Exception(kClass, "readWideString", u"Found illegal UTF8 byte header char: %ld (decimal)\n", long(h));
+    }
+    uint8_t more[5];
+    if (!readAll(in, more, size_t(extra)))
+        throw Exception(kClass, "readWideString", u"EOF reading wchar_t additional bytes");
+    int shift = 6 * (extra - 1);
+    for (int i = 0; i < extra; ++i, shift -= 6) value |= uint32_t(more[i] & 0x3F) << shift;
+    return char16_t(value & 0xFFFF);
+}
+
+}  // namespace
+
+void checkStreamVersion(int version, const char* className, const char* operation) {
+    if (version <= 0) throw Exception(className, operation, u"Unknown serialization version %d\n", version);
+}
+
+// ---- compact integer --------------------------------------------------------
+
+void writeCompactInt(iByteOutputStream& out, int32_t v) {
+    uint8_t b[5];
+    size_t n;
+    if (v >= -16 && v <= 15) {
+        b[0] = uint8_t(uint32_t(v) << 2);
+        n = 1;
+    } else if (v >= -128 && v <= 127) {
+        b[0] = 1;
+        b[1] = uint8_t(v);
+        n = 2;
+    } else if (v >= -32768 && v <= 32767) {
+        b[0] = 2;
+        b[1] = uint8_t(v);
+        b[2] = uint8_t(uint32_t(v) >> 8);
+        n = 3;
+    } else {
+        uint32_t u = uint32_t(v);
+        b[0] = 3;
+        for (int i = 0; i < 4; ++i) b[1 + i] = uint8_t(u >> (8 * i));
+        n = 5;
+    }
+    out.write(b, n);
+}
+
+int32_t readCompactIntAfterHeader(iByteInputStream& in, uint8_t h) {
+    uint8_t b[4];
+    switch (h) {
+        case 1:
+            if (!readAll(in, b, 1)) throw Exception(kClass, "readInt", u"EOF reading int as byte");
+            return int8_t(b[0]);
+        case 2:
+            if (!readAll(in, b, 2)) throw Exception(kClass, "readInt", u"EOF reading int as short");
+            return int16_t(uint16_t(b[0] | (b[1] << 8)));
+        case 3:
+            if (!readAll(in, b, 4)) throw Exception(kClass, "readInt", u"EOF reading int as int");
+            return int32_t(uint32_t(b[0]) | (uint32_t(b[1]) << 8) | (uint32_t(b[2]) << 16) | (uint32_t(b[3]) << 24));
+        default:
+            return int8_t(h) >> 2;  // arithmetic: 0xFC is -1
+    }
+}
+
+int32_t readCompactInt(iByteInputStream& in) {
+    uint8_t h;
+    if (in.read(&h, 1) != 1) throw Exception(kClass, "readInt", u"EOF reading int header");
+    return readCompactIntAfterHeader(in, h);
+}
+
+int32_t readCount(iByteInputStream& in, const char* className, const char* operation) {
+    int32_t n = readCompactInt(in);
+    if (n < 0) throw Exception(className, operation, u"Invalid element count %d", n);
+    return n;
+}
+
+// ---- boolean ------------------------------------------------------------------
+
+void writeBool(iByteOutputStream& out, bool v) {
+    uint8_t b = v ? 1 : 0;
+    out.write(&b, 1);
+}
+
+bool readBool(iByteInputStream& in) {
+    uint8_t b;
+    if (in.read(&b, 1) != 1) throw Exception(kClass, "readBool", u"EOF reading bool");
+    return b != 0;
+}
+
+// ---- wide string -----------------------------------------------------------------
+
+void writeWideString(iByteOutputStream& out, const WString& s) {
+    const int version = out.getVersion();
+    checkStreamVersion(version, kClass, "writeWideString");
+    if (s.isNull()) {
+        writeCompactInt(out, 0);
+        return;
+    }
+    if (s.length() >= size_t(INT32_MAX))
+        throw Exception(kClass, "writeWideString", u"String of %d units is too long to write", s.length());
+    writeCompactInt(out, int32_t(s.length() + 1));
+    if (s.isEmpty()) return;
+
+    // Bytes are staged in a small buffer so that a long text costs few calls.
+    uint8_t buf[1024];
+    size_t used = 0;
+    auto flushIfFull = [&](size_t need) {
+        if (used + need > sizeof buf) {
+            out.write(buf, used);
+            used = 0;
+        }
+    };
+    for (char16_t u : s.view()) {
+        if (version == 1) {
+            flushIfFull(2);
+            buf[used++] = uint8_t(u);
+            buf[used++] = uint8_t(u >> 8);
+        } else if (u < 0x80) {
+            flushIfFull(1);
+            buf[used++] = uint8_t(u);
+        } else if (u < 0x800) {
+            flushIfFull(2);
+            buf[used++] = uint8_t(0xC0 | (u >> 6));
+            buf[used++] = uint8_t(0x80 | (u & 0x3F));
+        } else {
+            flushIfFull(3);
+            buf[used++] = uint8_t(0xE0 | (u >> 12));
+            buf[used++] = uint8_t(0x80 | ((u >> 6) & 0x3F));
+            buf[used++] = uint8_t(0x80 | (u & 0x3F));
+        }
+    }
+    if (used) out.write(buf, used);
+}
+
+WString readWideString(iByteInputStream& in) {
+    const int version = in.getVersion();
+    checkStreamVersion(version, kClass, "readWideString");
+    int32_t n = readCompactInt(in);
+    if (n == 0) return WString();
+    if (n < 0) throw Exception(kClass, "readWideString", u"Invalid string length %d", n);
+    if (n == 1) return WString::empty();
+    const int len = n - 1;
+
+    auto readUnits = [&](char16_t* dest, int from, int to) {
+        if (version == 1)
+            readUtf16Units(in, dest, from, to, len);
+        else
+            for (int i = from; i < to; ++i) dest[i] = readUtf8Unit(in, i + 1, len);
+    };
+    if (len < kFixedStringBuffer) {
+        char16_t fixed[kFixedStringBuffer];
+        readUnits(fixed, 0, len);
+        return WString(fixed, size_t(len));
+    }
+    std::u16string heap;
+    for (int done = 0; done < len;) {
+        int chunk = int(std::min<size_t>(size_t(len - done), kHeapStep));
+        heap.resize(size_t(done + chunk));
+        readUnits(heap.data(), done, done + chunk);
+        done += chunk;
+    }
+    return WString(std::move(heap));
+}
+
+// ---- narrow string ------------------------------------------------------------------
+
+void writeNarrowString(iByteOutputStream& out, const char* s) {
+    if (!s) {
+        writeCompactInt(out, 0);
+        return;
+    }
+    writeNarrowString(out, std::string(s));
+}
+
+void writeNarrowString(iByteOutputStream& out, const std::string& s) {
+    if (s.size() >= size_t(INT32_MAX))
+        throw Exception(kClass, "writeNarrowString", u"String of %d bytes is too long to write", s.size());
+    writeCompactInt(out, int32_t(s.size() + 1));
+    if (!s.empty()) out.write(s.data(), s.size());
+}
+
+std::string readNarrowString(iByteInputStream& in) {
+    int32_t n = readCompactInt(in);
+    if (n < 0) throw Exception(kClass, "readNarrowString", u"Invalid string length %d", n);
+    if (n <= 1) return std::string();
+    const size_t len = size_t(n - 1);
+    std::string s;
+    while (s.size() < len) {
+        size_t at = s.size();
+        size_t chunk = std::min(len - at, kHeapStep);
+        s.resize(at + chunk);
+        size_t got = 0;
+        while (got < chunk) {
+            size_t r = in.read(s.data() + at + got, chunk - got);
+            if (r == 0)
+                throw Exception(kClass, "readNarrowString", u"EOF reading byte %d in string of length %d",
+                                at + got + 1, len);
+            got += r;
+        }
+    }
+    return s;
+}
+
+}  // namespace nvk

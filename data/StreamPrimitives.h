@@ -1,0 +1,65 @@
+#pragma once
+// The three primitives every record of the node byte stream is built from:
+// the compact integer, the wide string and the narrow string (plus the
+// boolean byte).
+//
+// Compact integer (signed 32-bit): -16..15 is one byte holding v * 4 (low two
+// bits 0); otherwise a header byte 1, 2 or 3 announces 1, 2 or 4 bytes of
+// two's complement, little-endian.
+//
+// Wide string: the compact integer n (0 null, 1 empty, else units + 1), then
+// the units. Stream version 1 carries raw UTF-16 units (2 bytes LE); version
+// 2 and above carries each unit as its own UTF-8 sequence (surrogates are not
+// paired up: each one is a three-byte sequence). The reader of version 2 is
+// deliberately forgiving in one old way: it sizes a sequence from its header
+// byte with the masks 0xE0, 0xF0, 0xF1, 0xFD, 0xFE (so every even byte from
+// 0xF0 up starts a four-byte sequence and 0xFD a six-byte one), takes six
+// bits from each further byte without checking it, and keeps the low 16 bits.
+//
+// Narrow string (class tag names): the compact integer byte length + 1 (0 for
+// none), then the bytes.
+//
+// Failures are tovan::Exception from class "StreamPrimitives". Decisions of
+// our own: a negative string length is refused ("Invalid string length %d"),
+// a short narrow string raises "EOF reading byte %d in string of length %d"
+// like a wide one, and a stream version of 0 or below is refused by every
+// string reader and writer ("Unknown serialization version %d\n").
+#include <cstdint>
+#include <string>
+
+#include "platform/ByteStream.h"
+#include "platform/Export.h"
+#include "platform/String.h"
+
+namespace nvk {
+
+/// Strings up to this many units are read into a fixed buffer; longer ones
+/// into a heap buffer that grows with the bytes that actually arrive.
+inline constexpr int kFixedStringBuffer = 1024;
+
+NVK_EXPORT void writeCompactInt(tovan::iByteOutputStream& out, int32_t v);
+NVK_EXPORT int32_t readCompactInt(tovan::iByteInputStream& in);
+/// The rest of a compact integer whose header byte was read already.
+NVK_EXPORT int32_t readCompactIntAfterHeader(tovan::iByteInputStream& in, uint8_t header);
+
+NVK_EXPORT void writeBool(tovan::iByteOutputStream& out, bool v);
+/// Any non-zero byte is true.
+NVK_EXPORT bool readBool(tovan::iByteInputStream& in);
+
+NVK_EXPORT void writeWideString(tovan::iByteOutputStream& out, const tovan::WString& s);
+NVK_EXPORT tovan::WString readWideString(tovan::iByteInputStream& in);
+
+/// `s` null writes "none" (0).
+NVK_EXPORT void writeNarrowString(tovan::iByteOutputStream& out, const char* s);
+NVK_EXPORT void writeNarrowString(tovan::iByteOutputStream& out, const std::string& s);
+/// "none" reads as an empty string.
+NVK_EXPORT std::string readNarrowString(tovan::iByteInputStream& in);
+
+/// Raises "Unknown serialization version %d\n" (as `className`::`operation`)
+/// for a version of 0 or below.
+NVK_EXPORT void checkStreamVersion(int version, const char* className, const char* operation);
+
+/// Refuses a negative element count read from a stream: "Invalid element count %d".
+NVK_EXPORT int32_t readCount(tovan::iByteInputStream& in, const char* className, const char* operation);
+
+}  // namespace nvk
