@@ -1,0 +1,426 @@
+#include <random>
+
+#include "tests/data/DataTestSupport.h"
+#include "data/CMetaData.h"
+#include "data/CObjectTransportNode.h"
+#include "data/NodeStream.h"
+#include "data/StreamPrimitives.h"
+#include "platform/BitsetValue.h"
+#include "platform/DateTimeValue.h"
+#include "platform/FileStream.h"
+#include "tests/support/TestSupport.h"
+
+using datatest::NodePtr;
+using nvk::CBaseNode;
+using nvk::CObjectTransportNode;
+using nvk::CProperty;
+using nvk::CPropertyCollection;
+using tovan::Exception;
+using tovan::iNode;
+using tovan::MemoryInputStream;
+using tovan::MemoryOutputStream;
+using tovan::Ptr;
+using tovan::Value;
+using tovan::WString;
+using Bytes = std::vector<uint8_t>;
+
+namespace {
+
+Bytes bytesOf(const tovan::Object& o, int version) {
+    MemoryOutputStream out(version);
+    o.serialize(out);
+    return out.bytes();
+}
+
+template <class T>
+Ptr<T> readAs(const Bytes& b, int version) {
+    Ptr<T> n(T::newInstance());
+    MemoryInputStream in(b, version);
+    n->deserialize(in);
+    EXPECT_EQ(in.remaining(), 0u);
+    return n;
+}
+
+Bytes concat(std::initializer_list<Bytes> parts) {
+    Bytes all;
+    for (const Bytes& p : parts) all.insert(all.end(), p.begin(), p.end());
+    return all;
+}
+
+// ---- structural comparison --------------------------------------------------------
+
+void expectSameCollection(const tovan::iPropertyCollection* a, const tovan::iPropertyCollection* b,
+                          const std::string& where) {
+    int na = a ? a->getSize() : 0, nb = b ? b->getSize() : 0;
+    ASSERT_EQ(na, nb) << where;
+    for (int i = 0; i < na; ++i) {
+        const tovan::iProperty& pa = a->get(i);
+        const tovan::iProperty& pb = b->get(i);
+        std::string at = where + "/" + tovan::toNarrow(pa.getName());
+        EXPECT_EQ(pa.getName(), pb.getName()) << at;
+        EXPECT_EQ(pa.getName().isNull(), pb.getName().isNull()) << at;
+        EXPECT_TRUE(pa.getValue().equals(pb.getValue()) ||
+                    (pa.getValue().isNull() && pb.getValue().getTypeCode() == tovan::VT_Null))
+            << at << " " << tovan::toNarrow(pa.getValue().toString()) << " vs "
+            << tovan::toNarrow(pb.getValue().toString());
+        EXPECT_EQ(pa.getFlags() & ~tovan::MetaDataNotSerialized, pb.getFlags()) << at;
+        expectSameCollection(pa.findMetaData(), pb.findMetaData(), at + "#meta");
+    }
+}
+
+void expectSameTree(const iNode& a, const iNode& b, const std::string& where = "") {
+    ASSERT_STREQ(a.getClassTag(), b.getClassTag()) << where;
+    EXPECT_EQ(a.getName(), b.getName()) << where;
+    EXPECT_EQ(a.getName().isNull(), b.getName().isNull()) << where;
+    EXPECT_EQ(a.getNamePrefix(), b.getNamePrefix()) << where;
+    expectSameCollection(a.getProperties(), b.getProperties(), where);
+    const tovan::iMetaData* ma = a.findInfo();
+    const tovan::iMetaData* mb = b.findInfo();
+    if (ma && ma->getFlags() == 0 && !ma->hasProperties()) ma = nullptr;  // written as "none"
+    ASSERT_EQ(ma != nullptr, mb != nullptr) << where;
+    if (ma) {
+        EXPECT_EQ(ma->getFlags() & ~tovan::MetaDataHasEntries, mb->getFlags()) << where;
+        expectSameCollection(ma->getProperties(), mb->getProperties(), where + "#info");
+    }
+    if (auto* oa = dynamic_cast<const CObjectTransportNode*>(&a)) {
+        auto* ob = dynamic_cast<const CObjectTransportNode*>(&b);
+        ASSERT_EQ(oa->GetObject() != nullptr, ob->GetObject() != nullptr) << where;
+        if (auto* va = dynamic_cast<const Value*>(oa->GetObject()))
+            EXPECT_TRUE(va->equals(*dynamic_cast<const Value*>(ob->GetObject()))) << where;
+        else if (auto* na = dynamic_cast<const iNode*>(oa->GetObject()))
+            expectSameTree(*na, *dynamic_cast<const iNode*>(ob->GetObject()), where + "@object");
+    }
+    ASSERT_EQ(a.getNumberOfChildren(), b.getNumberOfChildren()) << where;
+    for (int i = 0; i < a.getNumberOfChildren(); ++i) {
+        EXPECT_EQ(b.getChildAt(i)->findParent(), &b);
+        expectSameTree(*a.getChildAt(i), *b.getChildAt(i), where + "/" + std::to_string(i));
+    }
+}
+
+// ---- random trees ---------------------------------------------------------------------
+
+class TreeMaker {
+public:
+    explicit TreeMaker(uint32_t seed) : rng_(seed) {}
+
+    Ptr<iNode> tree(int depth) {
+        Ptr<iNode> n;
+        if (below(5) == 0) {
+            Ptr<CObjectTransportNode> o(CObjectTransportNode::newInstance());
+            switch (below(3)) {
+                case 0: {
+                    Ptr<Value> v(value(0));
+                    o->SetObject(v.get());
+                    break;
+                }
+                case 1:
+                    if (depth > 0) {
+                        Ptr<iNode> inner = tree(0);
+                        o->SetObject(inner.get());
+                    }
+                    break;
+                default:
+                    break;
+            }
+            n = o;
+        } else {
+            n = Ptr<iNode>(CBaseNode::newInstance());
+        }
+        setName(*n);
+        int props = int(below(14));  // the name index is built from 10 properties on
+        for (int i = 0; i < props; ++i) {
+            WString pname = name(true);
+            pname.append(u'_').append(char16_t(u'a' + i % 26)).append(char16_t(u'0' + i / 26));
+            Ptr<Value> v(value(0));
+            tovan::iProperty& p = n->getProperties().define(pname, *v);
+            p.setFlags(uint32_t(below(4) == 0 ? rng_() & 0x1FFFFFFF : 0));
+            if (below(5) == 0) p.getMetaData().define(u"unit", tovan::StringValue(u"cm"));
+        }
+        if (props > 3 && below(2) == 0) n->getProperties().remove(int(below(uint32_t(props))));  // a hole
+        if (below(4) == 0) {
+            tovan::iMetaData& m = n->getInfo();
+            m.setFlags(uint32_t(rng_() & 0x1FFFFFFF) | 1);
+            int entries = int(below(4));
+            for (int i = 0; i < entries; ++i) {
+                Ptr<Value> v(value(0));
+                m.getProperties().define(WString(u"m" + std::u16string(1, char16_t(u'0' + i))), *v);
+            }
+        }
+        if (depth > 0) {
+            int kids = int(below(4));
+            for (int i = 0; i < kids; ++i) n->appendChild(tree(depth - 1).get());
+        }
+        return n;
+    }
+
+private:
+    uint32_t below(uint32_t n) { return std::uniform_int_distribution<uint32_t>(0, n - 1)(rng_); }
+
+    WString name(bool nonNull) {
+        switch (below(nonNull ? 3 : 5)) {
+            case 0: return WString(u"plain");
+            case 1: return WString(u"\u00E9t\u00E9\U0001F600\xDC01");  // lone low surrogate too
+            case 2: return WString(u"ns:local");
+            case 3: return WString::empty();
+            default: return WString();
+        }
+    }
+
+    void setName(iNode& n) {
+        n.setName(name(false));
+        if (below(2) == 0) (void)n.getNamePrefix();  // split the parts off before writing
+    }
+
+    Value* value(int depth) {
+        (void)depth;
+        switch (below(11)) {
+            case 0: return new tovan::NullValue();
+            case 1: return new tovan::StringValue(name(false));
+            case 2: return new tovan::IntegerValue(int32_t(rng_()));
+            case 3: return new tovan::DoubleValue(std::uniform_real_distribution<double>(-1e9, 1e9)(rng_));
+            case 4: return new tovan::BooleanValue(below(2) == 1);
+            case 5: return new tovan::DateTimeValue(int(1 + below(9999)), int(1 + below(12)), int(1 + below(28)),
+                                                    int(below(24)), int(below(60)), int(below(60)), int(below(1000)),
+                                                    below(2) ? WString(u"UTC") : WString(u"+02:00"));
+            case 6: return new tovan::ByteValue(uint8_t(rng_()));
+            case 7: return new tovan::MissingValue();
+            case 8: return new tovan::FlexValue(WString(u"007"));
+            case 9: {
+                auto* b = new tovan::BitsetValue(size_t(below(200)));
+                for (int i = 0; i < 20; ++i) b->set(below(200));
+                return b;
+            }
+            default: return new tovan::StringValue(WString::empty());
+        }
+    }
+
+    std::mt19937 rng_;
+};
+
+}  // namespace
+
+TEST(NodeStream, EmptyNodeBytesAndNames) {
+    NodePtr n(CBaseNode::newInstance());
+    EXPECT_EQ(bytesOf(*n, 2), (Bytes{0x02, 0x87, 0x23, 0x01, 0x7F, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00}));
+    n->setName(u"a:b");
+    EXPECT_EQ(bytesOf(*n, 2), (Bytes{0x02, 0x87, 0x23, 0x01, 0x7F, 0x10, 'a', ':', 'b', 0x00, 0x00, 0x00, 0x00, 0x00}));
+    (void)n->getNamePrefix();  // the parts are split off and written as stored
+    Bytes split = bytesOf(*n, 1);
+    EXPECT_EQ(split, (Bytes{0x02, 0x87, 0x23, 0x01, 0x7F, 0x10, 'a', 0, ':', 0, 'b', 0, 0x08, 'b', 0, 0x08, 'a', 0,
+                            0x00, 0x00, 0x00}));
+    NodePtr back = readAs<CBaseNode>(split, 1);
+    EXPECT_EQ(back->getName(), WString(u"a:b"));
+    EXPECT_EQ(back->getNamePrefix(), WString(u"a"));
+
+    n->setName(WString::empty());
+    EXPECT_EQ(bytesOf(*n, 2)[5], 0x04);
+    EXPECT_TRUE(readAs<CBaseNode>(bytesOf(*n, 2), 2)->getName().isEmpty());
+    EXPECT_FALSE(readAs<CBaseNode>(bytesOf(*n, 2), 2)->getName().isNull());
+}
+
+TEST(NodeStream, NodeFormatVersions) {
+    const Bytes meta = {0x01, 0x20};  // flags 32, no entries
+    const Bytes head = {0x02, 0x87, 0x23};
+    const Bytes body = {0x00, 0x00, 0x00, 0x00, 0x00};  // name, no properties, no children
+    NodePtr n = readAs<CBaseNode>(concat({head, {0x01, 0x7F}, body, meta}), 2);
+    ASSERT_NE(n->findInfo(), nullptr);
+    EXPECT_EQ(n->findInfo()->getFlags(), 32u);
+
+    // 128 and above: the metadata is dropped, even the node's own from before.
+    MemoryInputStream v128(concat({head, {0x02, 0x80, 0x00}, body}), 2);
+    n->deserialize(v128);
+    EXPECT_EQ(n->findInfo(), nullptr);
+    EXPECT_EQ(v128.remaining(), 0u);
+    // 126 carries no metadata.
+    n->getInfo().setFlags(4);
+    MemoryInputStream v126(concat({head, {0x01, 0x7E}, body}), 2);
+    n->deserialize(v126);
+    EXPECT_EQ(n->findInfo(), nullptr);
+
+    n->setName(u"kept");
+    n->getProperties().define(u"p", tovan::IntegerValue(1));
+    MemoryInputStream wrongHeader(Bytes{0x02, 0x86, 0x23}, 2);
+    EXPECT_THROW_MSG(n->deserialize(wrongHeader), Exception, "Deserialization version mismatch (9094 , 9095)");
+    EXPECT_EQ(n->getName(), WString(u"kept"));
+    EXPECT_EQ(n->getProperties().getSize(), 1);
+    MemoryInputStream old(concat({head, {0x01, 0x7D}}), 2);
+    EXPECT_THROW_MSG(n->deserialize(old), Exception, "Deserialization version mismatch (125 < 126)");
+
+    for (int version : {0, -1}) {
+        std::string msg = "Unknown serialization version " + std::to_string(version) + "\n";
+        MemoryOutputStream out(version);
+        EXPECT_THROW_MSG(n->serialize(out), Exception, msg);
+        EXPECT_EQ(out.size(), 0u);
+        MemoryInputStream in(Bytes{0x02, 0x87, 0x23}, version);
+        EXPECT_THROW_MSG(n->deserialize(in), Exception, msg);
+        EXPECT_EQ(n->getName(), WString(u"kept"));
+    }
+}
+
+TEST(NodeStream, CollectionRecordsAndSubsets) {
+    Ptr<CPropertyCollection> c(CPropertyCollection::newInstance());
+    c->define(u"a", tovan::IntegerValue(1));
+    c->define(u"b", tovan::StringValue(u"x"));
+    c->define(u"c", tovan::BooleanValue(true));
+    c->remove(u"a");
+    // 100, 27390, default class, two properties.
+    const Bytes b = bytesOf(*c, 2);
+    EXPECT_EQ(Bytes(b.begin(), b.begin() + 7), (Bytes{0x01, 0x64, 0x02, 0xFE, 0x6A, 0x01, 0x08}));
+    Ptr<CPropertyCollection> back = readAs<CPropertyCollection>(b, 2);
+    EXPECT_EQ(datatest::propertyNames(*back), "b,c");
+
+    MemoryOutputStream subset(2);
+    c->data().serializeSubset(subset, {u"C", u"b"});
+    Ptr<nvk::CPropertyCollectionData> d(nvk::CPropertyCollectionData::newInstance());
+    MemoryInputStream subsetIn(subset.bytes(), 2);
+    d->deserialize(subsetIn);
+    ASSERT_EQ(d->GetNumProperties(), 2);
+    EXPECT_EQ(d->GetProperty(0)->getName(), WString(u"c"));
+
+    MemoryOutputStream none(2);
+    EXPECT_THROW_MSG(c->data().serializeSubset(none, {u"b", u"zz"}), Exception, "Unable to find property 'zz'");
+    EXPECT_EQ(none.size(), 0u);
+
+    MemoryInputStream badCollection(Bytes{0x01, 0x65}, 2);
+    EXPECT_THROW_MSG(back->deserialize(badCollection), Exception, "Deserialization version mismatch (101 , 100)");
+    MemoryInputStream badData(Bytes{0x01, 0x64, 0x02, 0xFF, 0x6A}, 2);
+    EXPECT_THROW_MSG(back->deserialize(badData), Exception, "Deserialization version mismatch (27391 , 27390)");
+    EXPECT_EQ(back->getSize(), 0);  // cleared before reading
+
+    // Property class by tag, and a name given twice.
+    MemoryInputStream unknownClass(Bytes{0x01, 0x64, 0x02, 0xFE, 0x6A, 0x00, 0x10, 'x', 'y', 'z'}, 2);
+    EXPECT_THROW_MSG(back->deserialize(unknownClass), Exception, "Unknown class tag \"xyz\"");
+    Bytes twice = {0x01, 0x64, 0x02, 0xFE, 0x6A, 0x01, 0x08};
+    for (int i = 0; i < 2; ++i) twice.insert(twice.end(), {0x08, 'P', 0x08, 0x00, 0x00, 0x00, 0x00, 0x00});
+    MemoryInputStream twiceIn(twice, 2);
+    EXPECT_THROW_MSG(back->deserialize(twiceIn), Exception, "Property P already exists\n");
+}
+
+TEST(NodeStream, PropertyFlagsAndMetadataBlocks) {
+    Ptr<CProperty> p(CProperty::newInstance());
+    p->SetName(u"n");
+    p->setValue(tovan::IntegerValue(7));
+    p->setFlags(tovan::MetaDataNotSerialized | 0x8);
+    // Name, type code 2, int32 7, flags 8 without the local bit.
+    EXPECT_EQ(bytesOf(*p, 2), (Bytes{0x08, 'n', 0x08, 0x07, 0x00, 0x00, 0x00, 0x20}));
+    EXPECT_EQ(p->getFlags(), tovan::MetaDataNotSerialized | 0x8);
+
+    Ptr<CProperty> q(CProperty::newInstance());
+    q->setFlags(tovan::MetaDataNotSerialized | 0x2);
+    tovan::Value* before = nullptr;
+    q->setValue(tovan::IntegerValue(1));
+    before = q->findValue();
+    MemoryInputStream in(bytesOf(*p, 2), 2);
+    q->deserialize(in);
+    EXPECT_EQ(q->getFlags(), tovan::MetaDataNotSerialized | 0x8);  // the local bit keeps its state
+    EXPECT_EQ(q->findValue(), before);                              // same class: read in place
+    EXPECT_TRUE(q->getValue().equals(tovan::IntegerValue(7)));
+
+    // Metadata entries: bit 29 announces them, a null name reads as empty,
+    // and the value object of an entry may be reused by the next one.
+    MemoryOutputStream out(2);
+    tovan::WString names[] = {u"u", u"v"};
+    Ptr<CPropertyCollection> entries(CPropertyCollection::newInstance());
+    entries->define(names[0], tovan::StringValue(u"cm"));
+    entries->define(names[1], tovan::StringValue(u"m"));
+    nvk::CMetaDataImpl::Serialize(0x4, entries.get(), out);
+    EXPECT_EQ(Bytes(out.bytes().begin(), out.bytes().begin() + 6), (Bytes{0x03, 0x04, 0x00, 0x00, 0x20, 0x08}));
+    Bytes nullName = {0x03, 0x04, 0x00, 0x00, 0x20, 0x04, 0x00, 0x08, 0x00, 0x00, 0x00, 0x00};
+    tovan::iMetaData* meta = nullptr;
+    MemoryInputStream nullNameIn(nullName, 2);
+    nvk::CMetaDataImpl::SetFromSerialized(meta, nullNameIn);
+    ASSERT_NE(meta, nullptr);
+    EXPECT_EQ(meta->getFlags(), 0x4u);
+    ASSERT_EQ(meta->getProperties().getSize(), 1);
+    EXPECT_TRUE(meta->getProperties().get(0).getName().isEmpty());
+    EXPECT_FALSE(meta->getProperties().get(0).getName().isNull());
+    MemoryInputStream both(out.bytes(), 2);
+    nvk::CMetaDataImpl::SetFromSerialized(meta, both);
+    EXPECT_EQ(datatest::propertyNames(meta->getProperties()), "u,v");
+    EXPECT_EQ(meta->getProperties().get(1).getValue().toString(), WString(u"m"));
+    MemoryInputStream zero(Bytes{0x00}, 2);
+    nvk::CMetaDataImpl::SetFromSerialized(meta, zero);
+    EXPECT_EQ(meta, nullptr);
+}
+
+TEST(NodeStream, ObjectTransportNodes) {
+    Ptr<CObjectTransportNode> o(CObjectTransportNode::newInstance());
+    o->setName(u"t");
+    Ptr<Value> v(new tovan::StringValue(u"payload"));
+    o->SetObject(v.get());
+    Bytes b = bytesOf(*o, 2);
+    EXPECT_EQ(Bytes(b.begin(), b.begin() + 5), (Bytes{0x02, 0xA3, 0x1B, 0x01, 0x01}));
+    Ptr<CObjectTransportNode> back = readAs<CObjectTransportNode>(b, 2);
+    expectSameTree(*o, *back);
+
+    // The old header has two more bytes; the last one says whether an object follows.
+    Bytes old = {0x02, 0xA2, 0x1B, 0x01, 0x01, 0x00};
+    Bytes node = {0x01, 0x7F, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00};
+    Ptr<CObjectTransportNode> oldBack = readAs<CObjectTransportNode>(concat({old, node}), 2);
+    EXPECT_EQ(oldBack->GetObject(), nullptr);
+    MemoryInputStream bad(Bytes{0x02, 0xA4, 0x1B}, 2);
+    EXPECT_THROW_MSG(back->deserialize(bad), Exception, "Deserialization version mismatch (7076 , 7075)");
+    EXPECT_NE(back->GetObject(), nullptr);
+    // An object class that cannot be read leaves the old object attached.
+    MemoryInputStream unreadable(concat({{0x02, 0xA3, 0x1B, 0x01, 0x01, 0x17}, Bytes(std::begin("Norvatek.data.MetaData"), std::end("Norvatek.data.MetaData") - 1)}), 2);
+    EXPECT_THROW_MSG(back->deserialize(unreadable), Exception,
+                     "Objects of class Norvatek.data.MetaData cannot be serialized");
+    EXPECT_NE(back->GetObject(), nullptr);
+}
+
+TEST(NodeStream, RandomTreesRoundTrip) {
+    for (int version : {1, 2, 3}) {
+        for (uint32_t seed = 1; seed <= 40; ++seed) {
+            TreeMaker maker(seed * 7919 + uint32_t(version));
+            Ptr<iNode> root = maker.tree(3);
+            MemoryOutputStream out(version);
+            nvk::writeRecord(out, *root);
+            MemoryInputStream in(out.bytes(), version);
+            Ptr<iNode> back = nvk::readRecord(in);
+            ASSERT_TRUE(back);
+            EXPECT_EQ(in.remaining(), 0u);
+            expectSameTree(*root, *back, "v" + std::to_string(version) + "#" + std::to_string(seed));
+            EXPECT_EQ(bytesOf(*back, version), bytesOf(*root, version));
+            EXPECT_FALSE(nvk::readRecord(in));
+        }
+    }
+}
+
+TEST(NodeStream, RecordsAndNodeFiles) {
+    std::vector<Ptr<iNode>> nodes;
+    for (uint32_t seed = 0; seed < 3; ++seed) nodes.push_back(TreeMaker(seed).tree(2));
+    nvktest::TempDir dir;
+    WString path = WString(tovan::utf8ToUtf16((dir / "records.nvkb").string()));
+    nvk::writeNodeFile(path, nodes, 1);
+    int version = 0;
+    std::vector<Ptr<iNode>> back = nvk::readNodeFile(path, &version);
+    EXPECT_EQ(version, 1);
+    ASSERT_EQ(back.size(), nodes.size());
+    for (size_t i = 0; i < nodes.size(); ++i) expectSameTree(*nodes[i], *back[i]);
+
+    MemoryInputStream notANode(concat({{0x01, 0x17}, Bytes(std::begin("Norvatek.data.MetaData"), std::end("Norvatek.data.MetaData") - 1)}), 2);
+    EXPECT_THROW(nvk::readRecord(notANode), tovan::BadParameterException);
+    MemoryInputStream cut(Bytes{0x01, 0x17, 'N'}, 2);
+    EXPECT_THROW_MSG(nvk::readRecord(cut), Exception, "Unexpected end of stream: needed 22 bytes, got 1");
+
+    WString other = WString(tovan::utf8ToUtf16((dir / "other").string()));
+    {
+        tovan::FileOutputStream f(other);
+        f.write("nvkx", 4);
+    }
+    EXPECT_THROW_MSG(nvk::readNodeFile(other), Exception, "File \"" + (dir / "other").string() + "\" is not a node file");
+}
+
+TEST(NodeStream, DeepNestingIsRefused) {
+    // 1001 nested nodes, each the last child of the one before.
+    Bytes b;
+    const std::string tag = "Norvatek.data.BaseNode";
+    for (int i = 0; i <= nvk::CNodeImplBase::MAX_READ_DEPTH; ++i) {
+        b.insert(b.end(), {0x02, 0x87, 0x23, 0x01, 0x7F, 0x00, 0x00, 0x00, 0x00, 0x04});  // one child
+        b.insert(b.end(), {0x01, uint8_t(tag.size() + 1)});
+        b.insert(b.end(), tag.begin(), tag.end());
+    }
+    NodePtr n(CBaseNode::newInstance());
+    MemoryInputStream in(b, 2);
+    EXPECT_THROW_MSG(n->deserialize(in), Exception, "Nodes nested deeper than 1000 levels");
+}
