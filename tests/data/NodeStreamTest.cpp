@@ -5,7 +5,10 @@
 #include "data/CObjectTransportNode.h"
 #include "data/NodeStream.h"
 #include "data/StreamPrimitives.h"
+#include "platform/ArrayValue.h"
 #include "platform/BitsetValue.h"
+#include "platform/HashTableValue.h"
+#include "platform/NDimArrayValue.h"
 #include "platform/DateTimeValue.h"
 #include "platform/FileStream.h"
 #include "tests/support/TestSupport.h"
@@ -172,8 +175,7 @@ private:
     }
 
     Value* value(int depth) {
-        (void)depth;
-        switch (below(11)) {
+        switch (below(depth < 2 ? 17 : 11)) {
             case 0: return new tovan::NullValue();
             case 1: return new tovan::StringValue(name(false));
             case 2: return new tovan::IntegerValue(int32_t(rng_()));
@@ -190,7 +192,29 @@ private:
                 for (int i = 0; i < 20; ++i) b->set(below(200));
                 return b;
             }
-            default: return new tovan::StringValue(WString::empty());
+            case 10: return new tovan::StringValue(WString::empty());
+            case 11: return new tovan::IntegerArrayValue{int32_t(rng_()), -1, 0};
+            case 12: return new tovan::StringArrayValue{name(false), name(false)};
+            case 13: return new tovan::DoubleArrayValue{0.5, -1e300};
+            case 14: {
+                auto* h = new tovan::HashTableValue();
+                Ptr<Value> inner(value(depth + 1));
+                h->putCopy(u"k", *inner);
+                h->putCopy(u"\u00E9", tovan::IntegerValue(3));
+                return h;
+            }
+            case 15: {
+                auto* a = new tovan::ValueArrayValue();
+                Ptr<Value> inner(value(depth + 1));
+                a->appendElement(*inner);
+                a->appendElement(tovan::BooleanValue(true));
+                return a;
+            }
+            default: {
+                auto* nd = new tovan::NDimArrayValue(tovan::VT_Integer, tovan::Array<unsigned>{2, 3});
+                nd->setElement({1, 2}, tovan::IntegerValue(int32_t(rng_())));
+                return nd;
+            }
         }
     }
 
