@@ -97,14 +97,21 @@ struct ReadDepthGuard {
 
 void cppNodeQName::serialize(iByteOutputStream& out) const {
     writeWideString(out, qname_);
-    writeWideString(out, localName_);
-    writeWideString(out, uriName_);
+    writeWideString(out, parts_ ? parts_->localName : tovan::WString());
+    writeWideString(out, parts_ ? parts_->uriName : tovan::WString());
 }
 
 void cppNodeQName::deserialize(iByteInputStream& in) {
-    qname_ = readWideString(in);
-    localName_ = readWideString(in);
-    uriName_ = readWideString(in);
+    tovan::WString qname = readWideString(in);
+    tovan::WString localName = readWideString(in);
+    tovan::WString uriName = readWideString(in);
+    qname_ = std::move(qname);
+    if (localName.isNull() && uriName.isNull()) {
+        parts_.reset();
+    } else {
+        parts().localName = std::move(localName);
+        parts_->uriName = std::move(uriName);
+    }
 }
 
 // ---- metadata block ---------------------------------------------------------------

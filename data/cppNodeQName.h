@@ -1,6 +1,8 @@
 #pragma once
 // A node's qualified name ("prefix:local" or "local") with its two parts
 // split off lazily.
+#include <memory>
+
 #include "platform/ByteStream.h"
 #include "platform/Export.h"
 #include "platform/String.h"
@@ -18,6 +20,8 @@ class NVK_EXPORT cppNodeQName {
 public:
     cppNodeQName() = default;
     explicit cppNodeQName(tovan::WString qname) : qname_(std::move(qname)) {}
+    cppNodeQName(const cppNodeQName& other);
+    cppNodeQName& operator=(const cppNodeQName& other);
 
     /// The qualified name; rebuilt as "prefix:local" (or "local") when only
     /// the parts are set. Null when nothing is set.
@@ -40,11 +44,17 @@ public:
     void deserialize(tovan::iByteInputStream& in);
 
 private:
+    // Most names are never split, so the parts live in a block of their own
+    // made on first demand: a bare node then pays for one string only.
+    struct Parts {
+        tovan::WString localName;
+        tovan::WString uriName;
+    };
     void splitIfNeeded() const;
+    Parts& parts() const;
 
     mutable tovan::WString qname_;
-    mutable tovan::WString localName_;
-    mutable tovan::WString uriName_;
+    mutable std::unique_ptr<Parts> parts_;  // null: both parts null
 };
 
 }  // namespace nvk
