@@ -101,16 +101,17 @@ public:
     Array& operator=(Array&&) noexcept;
     ~Array();
 
-    size_t Size() const { return elements_.size(); }
-    bool Empty() const { return elements_.empty(); }
-    iterator Begin() { return elements_.begin(); }
-    iterator End() { return elements_.end(); }
-    const_iterator Begin() const { return elements_.begin(); }
-    const_iterator End() const { return elements_.end(); }
-    iterator begin() { return elements_.begin(); }
-    iterator end() { return elements_.end(); }
-    const_iterator begin() const { return elements_.begin(); }
-    const_iterator end() const { return elements_.end(); }
+    // Defined below Element: the element type must be complete first.
+    size_t Size() const;
+    bool Empty() const;
+    iterator Begin();
+    iterator End();
+    const_iterator Begin() const;
+    const_iterator End() const;
+    iterator begin();
+    iterator end();
+    const_iterator begin() const;
+    const_iterator end() const;
 
     /// Raises tovan::InvalidIndexException for an index past the end.
     Element& operator[](size_t index);
@@ -234,5 +235,16 @@ public:
     virtual void Visit(const Boolean& element) = 0;
     virtual void Visit(const Null& element) = 0;
 };
+
+inline size_t Array::Size() const { return elements_.size(); }
+inline bool Array::Empty() const { return elements_.empty(); }
+inline Array::iterator Array::Begin() { return elements_.begin(); }
+inline Array::iterator Array::End() { return elements_.end(); }
+inline Array::const_iterator Array::Begin() const { return elements_.begin(); }
+inline Array::const_iterator Array::End() const { return elements_.end(); }
+inline Array::iterator Array::begin() { return elements_.begin(); }
+inline Array::iterator Array::end() { return elements_.end(); }
+inline Array::const_iterator Array::begin() const { return elements_.begin(); }
+inline Array::const_iterator Array::end() const { return elements_.end(); }
 
 }  // namespace cajun::json
