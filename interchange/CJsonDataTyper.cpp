@@ -1,0 +1,171 @@
+#include "interchange/CJsonDataTyper.h"
+
+#include <cstdint>
+
+#include "platform/Exception.h"
+
+namespace nvk {
+
+using tovan::Array;
+using ValueType = CJsonDataTyper::ValueType;
+
+namespace {
+
+class ScalarTypeData : public CJsonDataTyper::TypeData {
+public:
+    explicit ScalarTypeData(ValueType type) : type_(type) {}
+    void AppendTypeSequence(Array<ValueType>& sequence) const override { sequence.append(type_); }
+
+private:
+    ValueType type_;
+};
+
+ValueType mergeScalars(ValueType a, ValueType b) {
+    if (a == b || a == CJsonDataTyper::TypeVariant || b == CJsonDataTyper::TypeVariant) return a;
+    if ((a == CJsonDataTyper::TypeDouble && b == CJsonDataTyper::TypeInteger) ||
+        (a == CJsonDataTyper::TypeInteger && b == CJsonDataTyper::TypeDouble))
+        return CJsonDataTyper::TypeDouble;
+    return CJsonDataTyper::TypeVariant;
+}
+
+// Merges the next element's sequence into the accumulated one; false when
+// the elements cannot share a type and merging stops.
+bool mergeSequences(Array<ValueType>& acc, const Array<ValueType>& next) {
+    if (acc.size() == next.size()) {
+        if (acc.size() == 1) {
+            acc[0] = mergeScalars(acc[0], next[0]);
+            return true;
+        }
+        if (acc.size() == 3 && acc[0] == next[0] && acc[1] == next[1]) {
+            acc[2] = mergeScalars(acc[2], next[2]);
+            return true;
+        }
+        if (acc == next) return true;
+    }
+    acc.clear();
+    acc.append(CJsonDataTyper::TypeVariant);
+    return false;
+}
+
+class ArrayTypeData : public CJsonDataTyper::TypeData {
+public:
+    void add(std::unique_ptr<CJsonDataTyper::TypeData> element) { elements_.push_back(std::move(element)); }
+
+    void AppendTypeSequence(Array<ValueType>& sequence) const override {
+        sequence.append(CJsonDataTyper::TypeArray);
+        sequence.append(ValueType(elements_.size()));
+        if (elements_.empty()) {
+            sequence.append(CJsonDataTyper::TypeNull);
+            return;
+        }
+        Array<ValueType> acc, next;
+        elements_[0]->AppendTypeSequence(acc);
+        for (size_t i = 1; i < elements_.size(); ++i) {
+            next.clear();
+            elements_[i]->AppendTypeSequence(next);
+            if (!mergeSequences(acc, next)) break;
+        }
+        for (ValueType t : acc) sequence.append(t);
+    }
+
+private:
+    std::vector<std::unique_ptr<CJsonDataTyper::TypeData>> elements_;
+};
+
+}  // namespace
+
+CJsonDataTyper::TypeData::~TypeData() = default;
+
+CJsonDataTyper::CJsonDataTyper() = default;
+CJsonDataTyper::~CJsonDataTyper() = default;
+
+bool CJsonDataTyper::IsInteger(double value) {
+    // The range test first: converting a double outside it to int is undefined.
+    if (!(value >= -2147483648.0 && value <= 2147483647.0)) return false;
+    return double(int32_t(value)) == value;
+}
+
+void CJsonDataTyper::set(std::unique_ptr<TypeData> data) {
+    if (data_) throw tovan::Exception("CJsonDataTyper", "ProcessElement", u"Data typer parsing error.");
+    data_ = std::move(data);
+    calculated_ = false;
+}
+
+void CJsonDataTyper::setScalar(ValueType type) { set(std::make_unique<ScalarTypeData>(type)); }
+
+void CJsonDataTyper::ProcessElement(const cajun::json::Element& element) { element.Accept(*this); }
+void CJsonDataTyper::ProcessElement(const cajun::json::Boolean&) { setScalar(TypeBoolean); }
+void CJsonDataTyper::ProcessElement(const cajun::json::Number& element) {
+    setScalar(IsInteger(element.Value()) ? TypeInteger : TypeDouble);
+}
+void CJsonDataTyper::ProcessElement(int) { setScalar(TypeInteger); }
+void CJsonDataTyper::ProcessElement(double) { setScalar(TypeDouble); }
+void CJsonDataTyper::ProcessElement(const cajun::json::Null&) { setScalar(TypeNull); }
+void CJsonDataTyper::ProcessElement(const cajun::json::String&) { setScalar(TypeString); }
+void CJsonDataTyper::ProcessElement(const cajun::json::Object&) { setScalar(TypeObject); }
+
+void CJsonDataTyper::ProcessElement(const cajun::json::Array& element) {
+    if (data_) throw tovan::Exception("CJsonDataTyper", "ProcessElement", u"Data typer parsing error.");
+    auto data = std::make_unique<ArrayTypeData>();
+    for (const cajun::json::Element& e : element) {
+        CJsonDataTyper typer;
+        e.Accept(typer);
+        data->add(typer.DetachDataType());
+    }
+    set(std::move(data));
+}
+
+std::unique_ptr<CJsonDataTyper::TypeData> CJsonDataTyper::DetachDataType() {
+    calculated_ = false;
+    sequence_.clear();
+    return std::move(data_);
+}
+
+const Array<ValueType>& CJsonDataTyper::GetTypeSequence() const {
+    if (!calculated_) {
+        sequence_.clear();
+        if (data_) data_->AppendTypeSequence(sequence_);
+        calculated_ = true;
+    }
+    return sequence_;
+}
+
+ValueType CJsonDataTyper::GetValueType() const {
+    const auto& s = GetTypeSequence();
+    return s.isEmpty() ? TypeNone : s[0];
+}
+
+ValueType CJsonDataTyper::GetArrayElementType() const {
+    const auto& s = GetTypeSequence();
+    return s.isEmpty() ? TypeNone : s[s.size() - 1];
+}
+
+bool CJsonDataTyper::GetArrayDimensions(Array<unsigned int>& dims) const {
+    const auto& s = GetTypeSequence();
+    dims.clear();
+    if (s.size() < 5) return false;
+    for (size_t i = 0; i + 1 < s.size(); i += 2) {
+        if (s[i] != TypeArray) {
+            dims.clear();
+            return false;
+        }
+        dims.append(unsigned(s[i + 1]));
+    }
+    return true;
+}
+
+void CJsonDataTyper::PrintValueType(tovan::BaseString<tovan::wchar>& text) const {
+    static const char16_t letters[] = {0, u'a', u'b', u'd', u'i', u'n', u'0', u'o', u's', u'v'};
+    const auto& s = GetTypeSequence();
+    for (size_t i = 0; i < s.size(); ++i) {
+        ValueType t = s[i];
+        if (t <= TypeNone || t > TypeVariant) continue;
+        text.append(letters[t]);
+        if (t == TypeArray && i + 1 < s.size()) {
+            ++i;
+            text.append(tovan::format(u"%u", unsigned(s[i])).view());
+        }
+    }
+}
+
+}  // namespace nvk
