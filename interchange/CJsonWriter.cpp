@@ -121,16 +121,18 @@ std::u16string CJsonWriter::formatDouble(double value, bool strict) {
 
 // ---- the call chain --------------------------------------------------------
 
-void CJsonWriter::emitValue(const wchar* text, bool quote) {
+void CJsonWriter::emitValue(std::u16string_view text, bool quote) {
     if (needsSeparator_ && mode_ == ModeArray) sink_->write(u',');
     if (newLinePending_) {
         sink_->write(u'\n');
         newLinePending_ = false;
     }
-    if (quote)
+    if (quote) {
         writeQuoted(text);
-    else if (*text)
-        sink_->write(text);
+    } else if (!text.empty()) {
+        scratch_.assign(text);
+        sink_->write(scratch_.c_str());
+    }
     if (newLinePending_) {
         sink_->write(u'\n');
         newLinePending_ = false;
@@ -139,9 +141,13 @@ void CJsonWriter::emitValue(const wchar* text, bool quote) {
     needsSeparator_ = true;
 }
 
+void CJsonWriter::checkValue() {
+    if (mode_ != ModeArray && mode_ != ModeKey) fail("value", u"JSON value out of sequence");
+}
+
 void CJsonWriter::writeValue(const wchar* text, bool quote) {
     if (!text) fail("value", u"Empty JSON value string");
-    if (mode_ != ModeArray && mode_ != ModeKey) fail("value", u"JSON value out of sequence");
+    checkValue();
     emitValue(text, quote);
 }
 
@@ -175,7 +181,12 @@ CJsonWriter& CJsonWriter::array() {
 }
 
 CJsonWriter& CJsonWriter::key(const wchar* name) {
-    if (!name || !*name) fail("key", u"Empty JSON key string");
+    if (!name) fail("key", u"Empty JSON key string");
+    return key(std::u16string_view(name));
+}
+
+CJsonWriter& CJsonWriter::key(std::u16string_view name) {
+    if (name.empty()) fail("key", u"Empty JSON key string");
     if (mode_ != ModeObject) fail("key", u"Misplaced JSON key");
     stack_.back() = true;
     if (needsSeparator_) sink_->write(u',');
@@ -230,6 +241,12 @@ CJsonWriter& CJsonWriter::value(unsigned int n) {
 
 CJsonWriter& CJsonWriter::value(const wchar* text, bool quote) {
     writeValue(text ? text : u"", quote);
+    return *this;
+}
+
+CJsonWriter& CJsonWriter::value(std::u16string_view text, bool quote) {
+    checkValue();
+    emitValue(text, quote);
     return *this;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 // Writes JSON text through a call chain that cannot produce malformed output.
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/Export.h"
@@ -42,7 +43,7 @@ public:
     /// `sink` is not owned; null raises "Invalid null output stream". A
     /// non-empty `variableName` writes "var NAME = " at once.
     CJsonWriter(Writer* sink, const tovan::wchar* variableName = nullptr);
-    ~CJsonWriter();
+    virtual ~CJsonWriter();
     CJsonWriter(const CJsonWriter&) = delete;
     CJsonWriter& operator=(const CJsonWriter&) = delete;
 
@@ -59,6 +60,9 @@ public:
     /// already formatted. A null text is written as an empty one.
     CJsonWriter& value(const tovan::wchar* text, bool quote = true);
     CJsonWriter& value(const char* text, bool quote = true);  // UTF-8
+    /// The same for texts that may hold a zero character.
+    CJsonWriter& key(std::u16string_view name);
+    CJsonWriter& value(std::u16string_view text, bool quote = true);
     CJsonWriter& endArray();
     CJsonWriter& endObject();
     /// Asks for a line feed with the next value (after its separator, before
@@ -85,7 +89,8 @@ public:
 
 private:
     void writeValue(const tovan::wchar* text, bool quote);
-    void emitValue(const tovan::wchar* text, bool quote);
+    void checkValue();
+    void emitValue(std::u16string_view text, bool quote);
     void push(bool isObject);
     void pop(bool isObject);
     void close(bool isObject);

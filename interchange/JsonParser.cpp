@@ -1,5 +1,6 @@
 #include "interchange/JsonParser.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cmath>
@@ -12,7 +13,7 @@ namespace cajun::json {
 namespace {
 
 [[noreturn]] void unexpected(const JsonToken& token) {
-    throw ParseException(u"Unexpected token: " + token.text, token.begin, token.end);
+    throw ParseException(u"Unexpected token: " + std::u16string(token.text), token.begin, token.end);
 }
 
 // The longest prefix of `text` that a standard input stream's extraction of
@@ -89,10 +90,10 @@ double Parser::ParseNumber(const JsonToken& token) {
     return convertExtracted(text);
 }
 
-JsonToken& Parser::match(TokenKind kind) {
+const JsonToken& Parser::match(TokenKind kind) {
     // Capital E on purpose: callers tell this case from the next one by the text.
     if (next_ >= tokens_.size()) throw ParseException(u"Unexpected End of token stream", Location(), Location());
-    JsonToken& token = tokens_[next_];
+    const JsonToken& token = tokens_[next_];
     if (token.kind != kind) unexpected(token);
     ++next_;
     return token;
@@ -108,13 +109,13 @@ void Parser::ParseObject(Object& object) { parseObject(object); }
 
 void Parser::ParseValue(Element& element) {
     if (next_ >= tokens_.size()) throw ParseException(u"Unexpected end of token stream", Location(), Location());
-    JsonToken& token = tokens_[next_];
+    const JsonToken& token = tokens_[next_];
     switch (token.kind) {
     case TokenKind::ObjectBegin: parseObject(element.variant().emplace<Object>()); break;
     case TokenKind::ArrayBegin: parseArray(element.variant().emplace<Array>()); break;
     case TokenKind::String:
         ++next_;
-        element.variant().emplace<String>(std::move(token.text));
+        element.variant().emplace<String>(std::u16string(token.text));
         break;
     case TokenKind::Number:
         ++next_;
@@ -137,13 +138,14 @@ void Parser::parseObject(Object& object) {
     ++depth_;
     if (!nextIs(TokenKind::ObjectEnd)) {
         for (;;) {
-            JsonToken& name = match(TokenKind::String);
+            const JsonToken& name = match(TokenKind::String);
             match(TokenKind::MemberAssign);
             Element value;
             ParseValue(value);
             if (object.Find(name.text) != object.End())
-                throw ParseException(u"Duplicate object member token: " + name.text, name.begin, name.end);
-            object.append(std::move(name.text), std::move(value));
+                throw ParseException(u"Duplicate object member token: " + std::u16string(name.text), name.begin,
+                                     name.end);
+            object.append(std::u16string(name.text), std::move(value));
             if (!nextIs(TokenKind::NextElement)) break;
             match(TokenKind::NextElement);
         }
@@ -153,8 +155,12 @@ void Parser::parseObject(Object& object) {
 }
 
 void Parser::parseArray(Array& array) {
-    enter(match(TokenKind::ArrayBegin));
+    const JsonToken& begin = match(TokenKind::ArrayBegin);
+    enter(begin);
     ++depth_;
+    // Each element takes at least one token, so a hint beyond what is left
+    // is wrong and would only waste memory.
+    array.Reserve(std::min<size_t>(begin.elementHint, tokens_.size() - next_));
     if (!nextIs(TokenKind::ArrayEnd)) {
         for (;;) {
             ParseValue(array.PushBack(Element()));

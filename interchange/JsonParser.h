@@ -8,8 +8,7 @@
 
 namespace cajun::json {
 
-/// Parses tokens from the front of a list. String token texts are moved into
-/// the elements, so the list is consumed.
+/// Parses tokens from the front of a list.
 ///
 /// Every failure is a ParseException carrying the offending token's begin and
 /// end (a default Location when the list ran out). Objects and arrays nested
@@ -19,7 +18,7 @@ class NVK_EXPORT Parser {
 public:
     static constexpr int kMaxDepth = 1000;
 
-    explicit Parser(Tokens& tokens) : tokens_(tokens) {}
+    explicit Parser(const Tokens& tokens) : tokens_(tokens) {}
 
     /// Expects an ObjectBegin token first.
     void ParseObject(Object& object);
@@ -35,13 +34,13 @@ public:
     size_t Remaining() const { return tokens_.size() - next_; }
 
 private:
-    JsonToken& match(TokenKind kind);
+    const JsonToken& match(TokenKind kind);
     bool nextIs(TokenKind kind) const { return next_ < tokens_.size() && tokens_[next_].kind == kind; }
     void parseObject(Object& object);
     void parseArray(Array& array);
     void enter(const JsonToken& token);
 
-    Tokens& tokens_;
+    const Tokens& tokens_;
     size_t next_ = 0;
     int depth_ = 0;
 };

@@ -1,6 +1,7 @@
 #include "interchange/JsonScanner.h"
 
 #include <array>
+#include <utility>
 
 namespace cajun::json {
 
@@ -71,7 +72,9 @@ void Scanner::matchWord(JsonInputStream& in, std::u16string_view word) {
     }
 }
 
-void Scanner::scanString(JsonInputStream& in, std::u16string& text) {
+void Scanner::scanString(JsonInputStream& in) {
+    std::u16string& text = scratch_;
+    text.clear();
     matchWord(in, u"\"");
     for (;;) {
         // Plain characters go over in runs straight from the file's block.
@@ -131,7 +134,9 @@ void Scanner::scanString(JsonInputStream& in, std::u16string& text) {
     matchWord(in, u"\"");
 }
 
-void Scanner::scanNumber(JsonInputStream& in, std::u16string& text) {
+void Scanner::scanNumber(JsonInputStream& in) {
+    std::u16string& text = scratch_;
+    text.clear();
     const auto& table = numberCharacters();
     for (;;) {
         std::u16string_view buf = in.Buffered();
@@ -150,7 +155,116 @@ void Scanner::scanNumber(JsonInputStream& in, std::u16string& text) {
     }
 }
 
+// ---- Tokens ----------------------------------------------------------------
+
+namespace {
+
+// Token chunks and text blocks share the cache below, so they have one size.
+constexpr size_t kChunkBytes = (size_t(1) << 11) * sizeof(JsonToken);
+constexpr size_t kBlockUnits = kChunkBytes / sizeof(char16_t);
+
+// Blocks of token memory that a thread keeps for its next token lists, up to
+// a few megabytes. A fresh block costs page faults and zeroing by the kernel
+// on first touch, which took a fifth of the reading time of a record
+// (bench/json_bench.cpp); reused blocks are already mapped and often cached.
+class BlockCache {
+public:
+    ~BlockCache() {
+        for (void* p : free_) ::operator delete(p);
+    }
+    void* take() {
+        if (free_.empty()) return ::operator new(kChunkBytes);
+        void* p = free_.back();
+        free_.pop_back();
+        return p;
+    }
+    void give(void* p) {
+        if (free_.size() < kMaxBlocks)
+            free_.push_back(p);
+        else
+            ::operator delete(p);
+    }
+
+private:
+    static constexpr size_t kMaxBlocks = 64;
+    std::vector<void*> free_;
+};
+
+BlockCache& blockCache() {
+    thread_local BlockCache cache;
+    return cache;
+}
+
+}  // namespace
+
+Tokens::Tokens() = default;
+Tokens::~Tokens() { release(); }
+
+Tokens::Tokens(Tokens&& other) noexcept
+    : chunks_(std::move(other.chunks_)),
+      size_(std::exchange(other.size_, 0)),
+      blocks_(std::move(other.blocks_)),
+      longTexts_(std::move(other.longTexts_)),
+      free_(std::exchange(other.free_, nullptr)),
+      left_(std::exchange(other.left_, 0)) {
+    other.chunks_.clear();
+    other.blocks_.clear();
+}
+
+Tokens& Tokens::operator=(Tokens&& other) noexcept {
+    if (this != &other) {
+        release();
+        chunks_ = std::move(other.chunks_);
+        size_ = std::exchange(other.size_, 0);
+        blocks_ = std::move(other.blocks_);
+        longTexts_ = std::move(other.longTexts_);
+        free_ = std::exchange(other.free_, nullptr);
+        left_ = std::exchange(other.left_, 0);
+        other.chunks_.clear();
+        other.blocks_.clear();
+    }
+    return *this;
+}
+
+void Tokens::grow() { chunks_.push_back(static_cast<JsonToken*>(blockCache().take())); }
+
+std::u16string_view Tokens::Keep(std::u16string_view text) {
+    if (text.empty()) return std::u16string_view();
+    if (text.size() > left_) {
+        if (text.size() > kBlockUnits / 4) {
+            // A long text gets a block of its own; the current block stays open.
+            longTexts_.push_back(std::make_unique<char16_t[]>(text.size()));
+            std::copy(text.begin(), text.end(), longTexts_.back().get());
+            return std::u16string_view(longTexts_.back().get(), text.size());
+        }
+        blocks_.push_back(static_cast<char16_t*>(blockCache().take()));
+        free_ = blocks_.back();
+        left_ = kBlockUnits;
+    }
+    std::copy(text.begin(), text.end(), free_);
+    std::u16string_view kept(free_, text.size());
+    free_ += text.size();
+    left_ -= text.size();
+    return kept;
+}
+
+void Tokens::release() {
+    for (JsonToken* c : chunks_) blockCache().give(c);
+    for (char16_t* b : blocks_) blockCache().give(b);
+    chunks_.clear();
+    blocks_.clear();
+    longTexts_.clear();
+    size_ = 0;
+    free_ = nullptr;
+    left_ = 0;
+}
+
+void Tokens::clear() { release(); }
+
+// ---- Scanner ---------------------------------------------------------------
+
 void Scanner::Scan(JsonInputStream& in, Tokens& tokens) {
+    open_.clear();
     TokenKind opening = TokenKind::None;
     TokenKind closing = TokenKind::None;
     int depth = 0;
@@ -171,7 +285,8 @@ void Scanner::Scan(JsonInputStream& in, Tokens& tokens) {
         case u':': token.kind = TokenKind::MemberAssign; break;
         case u'"':
             token.kind = TokenKind::String;
-            scanString(in, token.text);
+            scanString(in);
+            token.text = tokens.Keep(scratch_);
             break;
         case u'-':
         case u'0':
@@ -186,7 +301,8 @@ void Scanner::Scan(JsonInputStream& in, Tokens& tokens) {
         case u'9':
         case u'I':
             token.kind = TokenKind::Number;
-            scanNumber(in, token.text);
+            scanNumber(in);
+            token.text = tokens.Keep(scratch_);
             break;
         case u't':
             token.kind = TokenKind::Boolean;
@@ -206,12 +322,36 @@ void Scanner::Scan(JsonInputStream& in, Tokens& tokens) {
         default: scanError(in, u"Unexpected character in stream: " + std::u16string(1, c));
         }
         if (int(token.kind) <= int(TokenKind::MemberAssign)) {
+            static const char16_t punctuation[] = u"{}[],:";
             in.Consume();
-            token.text.assign(1, c);
+            token.text = std::u16string_view(punctuation + int(token.kind), 1);
         }
         token.end = in.GetLocation();
         TokenKind kind = token.kind;
-        tokens.push_back(std::move(token));
+        tokens.push_back(token);
+
+        // Element counts for the parser: the commas at an array's own level,
+        // plus one for a non-empty array. Mismatched brackets only spoil
+        // the hints; the parser reports them.
+        uint32_t index = uint32_t(tokens.size() - 1);
+        switch (kind) {
+        case TokenKind::ObjectBegin: open_.push_back(index | kObjectBit); break;
+        case TokenKind::ArrayBegin: open_.push_back(index); break;
+        case TokenKind::ObjectEnd:
+            if (!open_.empty()) open_.pop_back();
+            break;
+        case TokenKind::ArrayEnd:
+            if (!open_.empty()) {
+                uint32_t top = open_.back();
+                open_.pop_back();
+                if (!(top & kObjectBit) && index > top + 1) ++tokens[top].elementHint;
+            }
+            break;
+        case TokenKind::NextElement:
+            if (!open_.empty() && !(open_.back() & kObjectBit)) ++tokens[open_.back()].elementHint;
+            break;
+        default: break;
+        }
 
         if (first) {
             first = false;

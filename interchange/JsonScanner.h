@@ -2,7 +2,11 @@
 // Tokens, and the scanner that turns the characters of one top-level JSON
 // value into them.
 #include <cstdint>
+#include <new>
+#include <type_traits>
+#include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "interchange/JsonElements.h"
@@ -28,12 +32,65 @@ enum class TokenKind : int32_t {
 
 struct JsonToken {
     TokenKind kind = TokenKind::None;
-    std::u16string text;
+    /// For an ArrayBegin token in a Tokens list: how many elements the array
+    /// seems to have (counted by the scanner from the commas at its level),
+    /// so that the parser can size the array once. Only a hint: malformed
+    /// input may make it wrong.
+    uint32_t elementHint = 0;
+    /// The token's text; for tokens in a Tokens list it lives in the list.
+    std::u16string_view text;
     Location begin;  // the counters before the token's first character
     Location end;    // and after its last
 };
 
-using Tokens = std::vector<JsonToken>;
+static_assert(std::is_trivially_destructible_v<JsonToken>);
+
+/// The tokens of one top-level value, in order, together with the storage of
+/// their texts. Tokens and texts are kept in blocks that never move: a
+/// token's view stays valid while the list grows, and growing never copies
+/// what is there. Both were the scanner's largest costs on number-heavy
+/// documents (bench/json_bench.cpp, BM_Read/canada).
+class NVK_EXPORT Tokens {
+public:
+    Tokens();
+    ~Tokens();
+    Tokens(Tokens&&) noexcept;
+    Tokens& operator=(Tokens&&) noexcept;
+    Tokens(const Tokens&) = delete;  // the copies' views would point into this list
+    Tokens& operator=(const Tokens&) = delete;
+
+    size_t size() const { return size_; }
+    bool empty() const { return size_ == 0; }
+    JsonToken& operator[](size_t i) { return chunks_[i >> kChunkShift][i & (kChunkTokens - 1)]; }
+    const JsonToken& operator[](size_t i) const { return chunks_[i >> kChunkShift][i & (kChunkTokens - 1)]; }
+    JsonToken& back() { return (*this)[size_ - 1]; }
+    void push_back(const JsonToken& token) {
+        if ((size_ & (kChunkTokens - 1)) == 0 && (size_ >> kChunkShift) == chunks_.size()) grow();
+        new (&(*this)[size_]) JsonToken(token);
+        ++size_;
+    }
+
+    /// Copies `text` into the list's storage; the view stays valid until
+    /// clear() or the list's end.
+    std::u16string_view Keep(std::u16string_view text);
+    /// Drops the tokens and their texts.
+    void clear();
+
+private:
+    static constexpr size_t kChunkShift = 11;
+    static constexpr size_t kChunkTokens = size_t(1) << kChunkShift;
+    void grow();
+    void release();
+
+    // Raw blocks from a per-thread cache (see the .cpp); tokens are
+    // trivially destructible, so dropping a block needs no destructor calls.
+    std::vector<JsonToken*> chunks_;
+    size_t size_ = 0;
+    std::vector<char16_t*> blocks_;       // texts, kBlockUnits each
+    std::vector<std::unique_ptr<char16_t[]>> longTexts_;
+    char16_t* free_ = nullptr;
+    size_t left_ = 0;
+};
 
 /// Reads exactly one top-level value. Nesting is tracked on the kind of the
 /// first token only: an object ends at the "}" that balances the "{" tokens,
@@ -49,9 +106,15 @@ public:
     void Scan(JsonInputStream& in, Tokens& tokens);
 
 private:
-    void scanString(JsonInputStream& in, std::u16string& text);
-    void scanNumber(JsonInputStream& in, std::u16string& text);
+    void scanString(JsonInputStream& in);
+    void scanNumber(JsonInputStream& in);
     void matchWord(JsonInputStream& in, std::u16string_view word);
+
+    std::u16string scratch_;          // the text of the token being scanned
+    // Open containers by token index (kObjectBit set for objects), for the
+    // arrays' element hints.
+    static constexpr uint32_t kObjectBit = 0x80000000u;
+    std::vector<uint32_t> open_;
 };
 
 }  // namespace cajun::json

@@ -261,12 +261,12 @@ TEST(JsonReader, ReadsNumbersAsAStreamWould) {
         {u"123456789012345678901234567890", 1.2345678901234568e29},
     };
     for (const auto& c : cases) {
-        JsonToken t{TokenKind::Number, c.text, {}, {}};
+        JsonToken t{TokenKind::Number, 0, c.text, {}, {}};
         double v = Parser::ParseNumber(t);
         EXPECT_EQ(v, c.value) << nvktest::utf8(c.text);
         EXPECT_EQ(std::signbit(v), std::signbit(c.value)) << nvktest::utf8(c.text);
     }
-    JsonToken bad{TokenKind::Number, u"Infinityy", {1, 2, 3}, {1, 11, 12}};
+    JsonToken bad{TokenKind::Number, 0, u"Infinityy", {1, 2, 3}, {1, 11, 12}};
     try {
         Parser::ParseNumber(bad);
         FAIL();
