@@ -1,5 +1,6 @@
 #include "interchange/CJsonReader.h"
 
+#include "interchange/CJsonConverter.h"
 #include "interchange/JsonParser.h"
 #include "interchange/JsonScanner.h"
 
@@ -130,4 +131,15 @@ bool CJsonReader::ReadNextObject(cajun::json::Object& object) {
     return true;
 }
 
+bool CJsonReader::ReadNextObject(tovan::Array<tovan::Ptr<tovan::iNode>>& nodes) {
+    cajun::json::Object object;
+    if (!ReadNextObject(object)) return false;
+    CJsonConverter converter;
+    converter.ProcessElement(object);
+    converter.GetNodeList(nodes, true);
+    return true;
+}
+
 }  // namespace nvk
+
+tovan::iJsonReader::~iJsonReader() = default;

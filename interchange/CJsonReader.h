@@ -4,6 +4,7 @@
 
 #include "interchange/JsonElements.h"
 #include "interchange/JsonInputStream.h"
+#include "interchange/iJsonReader.h"
 #include "platform/Export.h"
 #include "platform/FileInterface.h"
 #include "platform/Object.h"
@@ -22,8 +23,8 @@ namespace nvk {
 ///   vcFileInterface file(u"records.json", FileMode::Read);
 ///   CJsonReader reader(&file);
 ///   reader.ResetStream();
-///   cajun::json::Object record;
-///   while (reader.ReadNextObject(record)) ...
+///   tovan::Array<tovan::Ptr<tovan::iNode>> nodes;
+///   while (reader.ReadNextObject(nodes)) ...   // or into a cajun::json::Object
 ///
 /// Failures raise Exception (class "CJsonReader") with the texts
 /// "JSON scan error: ", "JSON parse error: " or "JSON read error: " followed by
@@ -31,7 +32,7 @@ namespace nvk {
 /// thrown error leaves the stream where scanning stopped; no state is rolled
 /// back. One thread at a time. Not copyable: copying and assigning raise
 /// "Unable to clone CJsonReader" / "Unable to assign CJsonReader".
-class NVK_EXPORT CJsonReader : public virtual tovan::CountedObject, public tovan::PooledObject {
+class NVK_EXPORT CJsonReader : public tovan::iJsonReader, public tovan::PooledObject {
 public:
     static const tovan::ClassTag Tag;  // "Norvatek.class.JsonReader"
 
@@ -52,17 +53,20 @@ public:
     /// Moves to the next "{" (not consumed). False when the stream ends first;
     /// raises "Cannot find JSON object in source" after skipping more than
     /// 1024 characters.
-    virtual bool FindNextObject();
-    /// Reads the next top-level object into `object` (replacing its members).
-    /// False, with `object` untouched, when there is none.
+    bool FindNextObject() override;
+    /// Reads the next top-level object and appends the nodes CJsonConverter
+    /// builds from it (one per object). False, with `nodes` untouched, when
+    /// there is none.
+    bool ReadNextObject(tovan::Array<tovan::Ptr<tovan::iNode>>& nodes) override;
+    /// The same, up to the element tree: `object` is replaced by the object read.
     virtual bool ReadNextObject(cajun::json::Object& object);
     /// Prepares a new pass: drops injected characters, skips white space
     /// (without counting it) and, unless the next character is "{" or "[",
     /// injects a "{" before and a "}" after the rest of the source.
-    virtual void ResetStream();
+    void ResetStream() override;
     /// Starts over on another source (not owned). Null raises "Cannot read
     /// JSON data using a null input file".
-    virtual void setFileInterface(tovan::iFileInterface* file);
+    void setFileInterface(tovan::iFileInterface* file) override;
 
     /// Where the stream is now (line and column from 0); zeros without a source.
     cajun::json::Location GetLocation() const;

@@ -4,8 +4,43 @@
 #include "interchange/JsonElements.h"
 #include "platform/Export.h"
 #include "platform/FileInterface.h"
+#include "platform/Value.h"
+#include "platform/iNode.h"
+
+namespace tovan {
+
+/// A data record: a tree of nodes under one root, or no tree yet.
+class NVK_EXPORT iDataRecord {
+public:
+    virtual ~iDataRecord();
+    /// The root node, or null.
+    virtual iNode* getRootNode() const = 0;
+};
+
+}  // namespace tovan
 
 namespace nvk::JsonUtilities {
+
+/// Writes `node` as one JSON object (the next value of the writer):
+/// its properties in order as members, then, when `withChildren`, its
+/// children: with `childrenAsList` as one member "children" holding the
+/// children's objects, otherwise one member per distinct child name (in the
+/// order of first appearance) holding the objects of the children of that
+/// name. With `newLineAfter` a line feed follows the object.
+///
+/// Values by class: booleans, numbers and null as JSON literals; strings,
+/// date-times and every other scalar class by their string form, quoted;
+/// one-dimensional arrays (typed, byte, null and value arrays) as JSON
+/// arrays of their elements by the same rules; n-dimensional arrays as
+/// nested arrays, outermost dimension first; hash tables as null.
+/// An empty property name raises "Empty JSON key string".
+NVK_EXPORT void AppendElementToArray(CJsonWriter& writer, const tovan::iNode* node, bool newLineAfter,
+                                     bool withChildren, bool childrenAsList);
+/// AppendElementToArray on the record's root; a record without one writes nothing.
+NVK_EXPORT void AppendRecordToArray(CJsonWriter& writer, const tovan::iDataRecord& record, bool newLineAfter,
+                                    bool withChildren, bool childrenAsList);
+/// Writes one property value as the next value of the writer (rules above).
+NVK_EXPORT void WriteValue(CJsonWriter& writer, const tovan::Value& value);
 
 /// A writer over `file` (not owned; null raises "Invalid null output
 /// stream"), with its own sink; release both with DestroyJsonWriter.

@@ -1,0 +1,369 @@
+#include "interchange/CJsonConverter.h"
+
+#include "data/CBaseNode.h"
+#include "data/CProperty.h"
+#include "platform/ArrayValue.h"
+#include "platform/Exception.h"
+#include "platform/NDimArrayValue.h"
+
+namespace nvk {
+
+using tovan::Array;
+using tovan::ArrayValue;
+using tovan::Ptr;
+using tovan::Value;
+using tovan::WString;
+using ValueType = CJsonDataTyper::ValueType;
+
+namespace {
+
+// The framework type code of the values a JSON element type becomes.
+int valueCodeOf(ValueType t) {
+    switch (t) {
+    case CJsonDataTyper::TypeBoolean: return tovan::VT_Boolean;
+    case CJsonDataTyper::TypeDouble: return tovan::VT_Double;
+    case CJsonDataTyper::TypeInteger: return tovan::VT_Integer;
+    case CJsonDataTyper::TypeString: return tovan::VT_String;
+    case CJsonDataTyper::TypeNull: return tovan::VT_Null;
+    default: return ArrayValue::AnyElementType;
+    }
+}
+
+bool isScalarType(ValueType t) {
+    return t == CJsonDataTyper::TypeBoolean || t == CJsonDataTyper::TypeDouble || t == CJsonDataTyper::TypeInteger ||
+           t == CJsonDataTyper::TypeString || t == CJsonDataTyper::TypeNull;
+}
+
+Ptr<Value> numberValue(double d) {
+    if (CJsonDataTyper::IsInteger(d)) return Ptr<Value>(new tovan::IntegerValue(int32_t(d)));
+    return Ptr<Value>(new tovan::DoubleValue(d));
+}
+
+[[noreturn]] void objectInArray() {
+    throw tovan::Exception("CJsonArrayConverter", "ProcessElement", u"%ls",
+                           u"A JSON object cannot be an element of an n-dimensional array");
+}
+
+// How an array element turns into a value of its own (inside a value array):
+// typed and n-dimensional arrays as CJsonDataTyper says, anything else as a
+// value array of its elements.
+Ptr<Value> arrayValueOf(const cajun::json::Array& array) {
+    CJsonDataTyper typer;
+    typer.ProcessElement(array);
+    Array<unsigned int> dims;
+    ValueType element = typer.GetArrayElementType();
+    bool regular = typer.GetArrayDimensions(dims);
+    if (!regular || element == CJsonDataTyper::TypeObject) dims.clear();
+    if (!regular && !(typer.GetTypeSequence().size() == 3 && isScalarType(element)))
+        element = CJsonDataTyper::TypeVariant;
+    CJsonArrayConverter converter(element);
+    converter.ProcessArrayElement(array, dims);
+    return Ptr<Value>::adopt(converter.DetachArrayValue());
+}
+
+}  // namespace
+
+// ---- CJsonArrayConverter --------------------------------------------------------
+
+CJsonArrayConverter::CJsonArrayConverter(ValueType elementType) : elementType_(elementType) {}
+CJsonArrayConverter::~CJsonArrayConverter() = default;
+
+void CJsonArrayConverter::ProcessArrayElement(const cajun::json::Array& array, const Array<unsigned int>& dims) {
+    if (elementType_ == CJsonDataTyper::TypeObject) objectInArray();
+    int code = valueCodeOf(elementType_);
+    if (!dims.isEmpty()) {
+        auto* nd = new tovan::NDimArrayValue(code, dims);
+        result_ = Ptr<Value>(nd);
+        target_ = &nd->flat();
+        next_ = 0;
+        fillFlat(array, 0, dims.size());
+        return;
+    }
+    result_ = Value::make(ArrayValue::arrayTypeFor(code), true);
+    target_ = result_->findAs<ArrayValue>();
+    next_ = 0;
+    for (const cajun::json::Element& e : array) e.Accept(*this);
+}
+
+void CJsonArrayConverter::fillFlat(const cajun::json::Array& array, size_t level, size_t levels) {
+    if (level + 1 == levels) {
+        for (const cajun::json::Element& e : array) e.Accept(*this);
+        return;
+    }
+    for (const cajun::json::Element& e : array) fillFlat(e.As<cajun::json::Array>(), level + 1, levels);
+}
+
+Value* CJsonArrayConverter::DetachArrayValue() {
+    target_ = nullptr;
+    return result_.detach();
+}
+
+void CJsonArrayConverter::put(const Value& v) {
+    if (next_ < target_->size())
+        target_->setElement(next_, v);
+    else
+        target_->appendElement(v);
+    ++next_;
+}
+
+void CJsonArrayConverter::Visit(const cajun::json::Array& element) {
+    Ptr<Value> nested = arrayValueOf(element);
+    if (auto* values = dynamic_cast<tovan::ValueArrayValue*>(target_)) {
+        // Stored as it is: a value array takes a reference, no copy.
+        if (next_ < values->size())
+            values->set(next_, nested.get());
+        else
+            values->append(nested.get());
+        ++next_;
+        return;
+    }
+    put(*nested);
+}
+
+void CJsonArrayConverter::Visit(const cajun::json::Object&) { objectInArray(); }
+
+void CJsonArrayConverter::Visit(const cajun::json::Number& element) {
+    double d = element.Value();
+    // Arrays of numbers are most of the numbers in large documents: straight
+    // into the typed storage, without a value per element.
+    if (auto* doubles = dynamic_cast<tovan::DoubleArrayValue*>(target_)) {
+        if (next_ < doubles->size())
+            doubles->set(next_, d);
+        else
+            doubles->append(d);
+        ++next_;
+        return;
+    }
+    if (CJsonDataTyper::IsInteger(d)) {
+        if (auto* ints = dynamic_cast<tovan::IntegerArrayValue*>(target_)) {
+            if (next_ < ints->size())
+                ints->set(next_, int32_t(d));
+            else
+                ints->append(int32_t(d));
+            ++next_;
+            return;
+        }
+    }
+    put(*numberValue(d));
+}
+
+void CJsonArrayConverter::Visit(const cajun::json::String& element) {
+    put(tovan::StringValue(WString(element.Value())));
+}
+
+void CJsonArrayConverter::Visit(const cajun::json::Boolean& element) { put(tovan::BooleanValue(element.Value())); }
+
+void CJsonArrayConverter::Visit(const cajun::json::Null&) { put(tovan::NullValue()); }
+
+// ---- CJsonConverter -------------------------------------------------------------
+
+CJsonConverter::CJsonConverter() = default;
+CJsonConverter::~CJsonConverter() = default;
+
+int CJsonConverter::popKind() {
+    if (kinds_.isEmpty()) throw tovan::Exception("CJsonConverter", "pop", u"Stack is empty");
+    return kinds_.removeLast();
+}
+
+Ptr<Value> CJsonConverter::popValue() {
+    if (values_.isEmpty()) throw tovan::Exception("CJsonConverter", "pop", u"Stack is empty");
+    return values_.removeLast();
+}
+
+WString CJsonConverter::popName() {
+    if (names_.isEmpty()) throw tovan::Exception("CJsonConverter", "pop", u"Stack is empty");
+    return names_.removeLast();
+}
+
+bool CJsonConverter::IsValueElement() const { return !kinds_.isEmpty() && kinds_.last() == KindValue; }
+bool CJsonConverter::IsArrayElement() const { return !kinds_.isEmpty() && kinds_.last() == KindArray; }
+bool CJsonConverter::IsObjectElement() const { return !kinds_.isEmpty() && kinds_.last() == KindObject; }
+
+void CJsonConverter::ProcessElement(const cajun::json::Object& element) {
+    BeginObject();
+    for (const auto& member : element) {
+        BeginValue();
+        names_.append(WString(member.name));
+        member.element.Accept(*this);
+        WString name = popName();
+        EndValue(name);
+    }
+    EndObject();
+}
+
+void CJsonConverter::ProcessElement(const cajun::json::Array& element) {
+    CJsonDataTyper typer;
+    typer.ProcessElement(element);
+    Array<unsigned int> dims;
+    ValueType type = typer.GetArrayElementType();
+    // Objects always go through the walk: they become nodes.
+    if (type != CJsonDataTyper::TypeObject) {
+        if (typer.GetArrayDimensions(dims)) {
+            ndElementType_ = type;
+            ProcessNDimensionalArrayElement(element, dims);
+            return;
+        }
+        if (typer.GetTypeSequence().size() == 3 && isScalarType(type)) {
+            ProcessTypedArray(element, type, dims);
+            return;
+        }
+    }
+    ProcessArrayElement(element);
+}
+
+void CJsonConverter::ProcessArrayElement(const cajun::json::Array& element) {
+    BeginArray();
+    for (const cajun::json::Element& e : element) e.Accept(*this);
+    EndArray();
+}
+
+void CJsonConverter::ProcessNDimensionalArrayElement(const cajun::json::Array& element,
+                                                     const Array<unsigned int>& dims) {
+    // Regular arrays of scalars (or of mixed scalars) are n-dimensional
+    // values of their common element type, so that a matrix stays a matrix.
+    ProcessTypedArray(element, ndElementType_, dims);
+}
+
+void CJsonConverter::ProcessTypedArray(const cajun::json::Array& element, ValueType elementType,
+                                       const Array<unsigned int>& dims) {
+    CJsonArrayConverter converter(elementType);
+    converter.ProcessArrayElement(element, dims);
+    deliver(Ptr<Value>::adopt(converter.DetachArrayValue()));
+}
+
+void CJsonConverter::ProcessElement(const cajun::json::Number& element) {
+    double d = element.Value();
+    if (CJsonDataTyper::IsInteger(d))
+        ProcessIntegerElement(int(d));
+    else
+        ProcessDoubleElement(d);
+}
+
+void CJsonConverter::ProcessIntegerElement(int value) { deliver(Ptr<Value>(new tovan::IntegerValue(value))); }
+void CJsonConverter::ProcessDoubleElement(double value) { deliver(Ptr<Value>(new tovan::DoubleValue(value))); }
+
+void CJsonConverter::ProcessElement(const cajun::json::String& element) {
+    deliver(Ptr<Value>(new tovan::StringValue(WString(element.Value()))));
+}
+
+void CJsonConverter::ProcessElement(const cajun::json::Boolean& element) {
+    deliver(Ptr<Value>(new tovan::BooleanValue(element.Value())));
+}
+
+void CJsonConverter::ProcessElement(const cajun::json::Null&) { deliver(Ptr<Value>(new tovan::NullValue())); }
+
+void CJsonConverter::deliver(Ptr<Value> value) {
+    if (IsArrayElement())
+        appendToTop(value);
+    else if (IsValueElement())
+        values_.last() = std::move(value);  // the member's entry, pushed by BeginValue
+    else
+        values_.append(std::move(value));  // a value outside any object: kept, never used
+}
+
+void CJsonConverter::appendToTop(const Ptr<Value>& value) {
+    Ptr<Value>& top = values_.last();
+    bool container = value->findAs<ArrayValue>() || value->findAs<tovan::NDimArrayValue>();
+    if (!top) {
+        if (container) {
+            auto* values = new tovan::ValueArrayValue();
+            top = Ptr<Value>(values);
+            values->append(value.get());
+        } else {
+            top = Value::make(ArrayValue::arrayTypeFor(value->getTypeCode()), true);
+            top->findAs<ArrayValue>()->appendElement(*value);
+        }
+        return;
+    }
+    ArrayValue* array = top->findAs<ArrayValue>();
+    if (array && array->canHold(*value)) {
+        if (auto* values = dynamic_cast<tovan::ValueArrayValue*>(array))
+            values->append(value.get());
+        else
+            array->appendElement(*value);
+        return;
+    }
+    // The element does not fit: integers widen to doubles, anything else
+    // makes the array a value array.
+    int general = (array && array->getTypeCode() == tovan::VT_IntegerArray && value->getTypeCode() == tovan::VT_Double)
+                      ? int(tovan::VT_DoubleArray)
+                      : int(tovan::VT_ValueArray);
+    Ptr<ArrayValue> converted;
+    try {
+        if (array) converted = array->convertTo(general);
+    } catch (const tovan::Exception&) {
+        converted = nullptr;
+    }
+    if (!converted)
+        throw tovan::Exception("CJsonConverter", "ProcessElement", u"%ls",
+                               u"Unable to convert array property to value array property");
+    if (auto* values = dynamic_cast<tovan::ValueArrayValue*>(converted.get()))
+        values->append(value.get());
+    else
+        converted->appendElement(*value);
+    top = Ptr<Value>(converted.get());
+}
+
+void CJsonConverter::BeginObject() {
+    Ptr<tovan::iNode> node(CBaseNode::newInstance());
+    if (!root_) {
+        root_ = node.get();
+        nodes_.append(node);
+    } else if (!current_) {
+        root_->appendChild(node.get());
+    } else {
+        current_->appendChild(node.get());
+    }
+    current_ = node.get();
+    kinds_.append(KindObject);
+}
+
+void CJsonConverter::EndObject() {
+    popKind();
+    if (current_ == root_) {
+        root_ = nullptr;
+        current_ = nullptr;
+        return;
+    }
+    if (!names_.isEmpty()) current_->setName(names_.last());
+    current_ = current_->findParent();
+}
+
+void CJsonConverter::BeginValue() {
+    kinds_.append(KindValue);
+    values_.append(nullptr);
+}
+
+void CJsonConverter::EndValue(const tovan::BaseString<tovan::wchar>& name) {
+    popKind();
+    Ptr<Value> value = popValue();
+    if (!value || !current_) return;  // the member held objects: they are child nodes already
+    tovan::iPropertyCollection& properties = current_->getProperties();
+    // By position, not find(): find() would read a name starting with "/"
+    // as a path to another node's property.
+    int index = properties.findIndex(name);
+    tovan::iProperty& property = index >= 0 ? properties.get(index) : properties.define(name);
+    if (auto* own = dynamic_cast<CProperty*>(&property))
+        own->shareValue(value.get());
+    else
+        property.setValue(*value);
+}
+
+void CJsonConverter::BeginArray() {
+    if (!IsValueElement()) values_.append(nullptr);
+    kinds_.append(KindArray);
+}
+
+void CJsonConverter::EndArray() {
+    popKind();
+    if (!IsArrayElement()) return;
+    Ptr<Value> finished = popValue();
+    if (finished) appendToTop(finished);
+}
+
+void CJsonConverter::GetNodeList(Array<Ptr<tovan::iNode>>& nodes, bool clear) {
+    for (const auto& n : nodes_) nodes.append(n);
+    if (clear) nodes_.clear();
+}
+
+}  // namespace nvk

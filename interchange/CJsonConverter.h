@@ -1,0 +1,135 @@
+#pragma once
+// Builds data nodes with typed properties from the JSON element tree.
+#include "interchange/CJsonDataTyper.h"
+#include "interchange/JsonElements.h"
+#include "platform/Array.h"
+#include "platform/Export.h"
+#include "platform/Object.h"
+#include "platform/String.h"
+#include "platform/Value.h"
+#include "platform/iNode.h"
+
+namespace tovan {
+class ArrayValue;
+}
+
+namespace nvk {
+
+/// Turns one JSON array into one array value, as its type says:
+/// with dimensions (a regular array of two or more levels) an n-dimensional
+/// array value of the element type; without, a one-dimensional array of the
+/// element type (a value array for variant elements, whose nested arrays
+/// become array values of their own).
+///
+/// Raises "A JSON object cannot be an element of an n-dimensional array"
+/// when an object turns up among the elements.
+class NVK_EXPORT CJsonArrayConverter : public cajun::json::ConstVisitor {
+public:
+    explicit CJsonArrayConverter(CJsonDataTyper::ValueType elementType);
+    ~CJsonArrayConverter() override;
+
+    void ProcessArrayElement(const cajun::json::Array& array, const tovan::Array<unsigned int>& dims);
+    /// The value built; the caller owns the one reference it carries.
+    tovan::Value* DetachArrayValue();
+
+    /// Each element kind, appended to the array being filled.
+    void ProcessElement(const cajun::json::Element& element) { element.Accept(*this); }
+    void Visit(const cajun::json::Array& element) override;
+    void Visit(const cajun::json::Object& element) override;
+    void Visit(const cajun::json::Number& element) override;
+    void Visit(const cajun::json::String& element) override;
+    void Visit(const cajun::json::Boolean& element) override;
+    void Visit(const cajun::json::Null& element) override;
+
+private:
+    void put(const tovan::Value& v);
+    void fillFlat(const cajun::json::Array& array, size_t level, size_t levels);
+
+    CJsonDataTyper::ValueType elementType_;
+    tovan::Ptr<tovan::Value> result_;
+    tovan::ArrayValue* target_ = nullptr;  // the flat array being filled (inside result_)
+    size_t next_ = 0;                      // its next position
+};
+
+/// Walks an element tree and builds nodes:
+///  - every object is a node; the value of member "m" that is an object,
+///    and every object in an array that is the value of "m", is a child node
+///    named "m" (the top-level node has no name);
+///  - scalar members and arrays of scalars are properties named after the
+///    member, in document order; a repeated name keeps the last value;
+///  - arrays become array values as CJsonDataTyper types them: regular
+///    arrays of two or more levels n-dimensional values (unless their
+///    elements are objects), arrays of one scalar type typed arrays, other
+///    arrays value arrays (arrays of arrays: value arrays of array values);
+///  - a top-level array of objects gives one top-level node per object.
+///
+/// Names are taken literally: a member "/a/b" is a property of that name,
+/// never a path to another node's property.
+class NVK_EXPORT CJsonConverter : public cajun::json::ConstVisitor {
+public:
+    CJsonConverter();
+    ~CJsonConverter() override;
+    CJsonConverter(const CJsonConverter&) = delete;
+    CJsonConverter& operator=(const CJsonConverter&) = delete;
+
+    void ProcessElement(const cajun::json::Element& element) { element.Accept(*this); }
+    void ProcessElement(const cajun::json::Object& element);
+    void ProcessElement(const cajun::json::Array& element);
+    void ProcessElement(const cajun::json::Number& element);
+    void ProcessElement(const cajun::json::String& element);
+    void ProcessElement(const cajun::json::Boolean& element);
+    void ProcessElement(const cajun::json::Null& element);
+
+    /// Appends the finished top-level nodes, each with its own reference;
+    /// with `clear` the converter forgets them.
+    void GetNodeList(tovan::Array<tovan::Ptr<tovan::iNode>>& nodes, bool clear);
+
+    void Visit(const cajun::json::Array& element) override { ProcessElement(element); }
+    void Visit(const cajun::json::Object& element) override { ProcessElement(element); }
+    void Visit(const cajun::json::Number& element) override { ProcessElement(element); }
+    void Visit(const cajun::json::String& element) override { ProcessElement(element); }
+    void Visit(const cajun::json::Boolean& element) override { ProcessElement(element); }
+    void Visit(const cajun::json::Null& element) override { ProcessElement(element); }
+
+protected:
+    enum ElementKind { KindValue = 0, KindArray = 1, KindObject = 2 };
+
+    void BeginArray();
+    void EndArray();
+    void BeginObject();
+    void EndObject();
+    void BeginValue();
+    void EndValue(const tovan::BaseString<tovan::wchar>& name);
+    bool IsArrayElement() const;
+    bool IsObjectElement() const;
+    bool IsValueElement() const;
+
+private:
+    void ProcessArrayElement(const cajun::json::Array& element);
+    void ProcessNDimensionalArrayElement(const cajun::json::Array& element, const tovan::Array<unsigned int>& dims);
+    void ProcessIntegerElement(int value);
+    void ProcessDoubleElement(double value);
+    void ProcessTypedArray(const cajun::json::Array& element, CJsonDataTyper::ValueType elementType,
+                           const tovan::Array<unsigned int>& dims);
+    /// A scalar or a finished array: the member's value, or the next element
+    /// of the array being built.
+    void deliver(tovan::Ptr<tovan::Value> value);
+    /// Appends to the array value on top of the value stack, making it more
+    /// general first when `value` does not fit.
+    void appendToTop(const tovan::Ptr<tovan::Value>& value);
+    int popKind();
+    tovan::Ptr<tovan::Value> popValue();
+    tovan::WString popName();
+
+    tovan::iNode* current_ = nullptr;  // not owned; null between top-level objects
+    tovan::Array<tovan::WString> names_;
+    tovan::Array<tovan::Ptr<tovan::iNode>> nodes_;
+    tovan::iNode* root_ = nullptr;  // not owned (nodes_ holds it)
+    tovan::Array<int> kinds_;
+    tovan::Array<tovan::Ptr<tovan::Value>> values_;
+    // The element type the typer found for the array handed to
+    // ProcessNDimensionalArrayElement.
+    CJsonDataTyper::ValueType ndElementType_ = CJsonDataTyper::TypeNone;
+};
+
+}  // namespace nvk
