@@ -76,7 +76,15 @@ void CJsonArrayConverter::ProcessArrayElement(const cajun::json::Array& array, c
         result_ = Ptr<Value>(nd);
         target_ = &nd->flat();
         next_ = 0;
+        misfit_ = false;
         fillFlat(array, 0, dims.size());
+        if (misfit_) {
+            // The typer lets a variant row keep the type of the rows before
+            // it ([[1, 2], [true, 1]] is typed integer), so an element may not
+            // fit: such an array holds elements of any class instead.
+            elementType_ = CJsonDataTyper::TypeVariant;
+            ProcessArrayElement(array, dims);
+        }
         return;
     }
     result_ = Value::make(ArrayValue::arrayTypeFor(code), true);
@@ -99,6 +107,11 @@ Value* CJsonArrayConverter::DetachArrayValue() {
 }
 
 void CJsonArrayConverter::put(const Value& v) {
+    if (!target_->canHold(v)) {
+        misfit_ = true;
+        ++next_;
+        return;
+    }
     if (next_ < target_->size())
         target_->setElement(next_, v);
     else

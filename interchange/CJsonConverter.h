@@ -49,6 +49,7 @@ private:
     tovan::Ptr<tovan::Value> result_;
     tovan::ArrayValue* target_ = nullptr;  // the flat array being filled (inside result_)
     size_t next_ = 0;                      // its next position
+    bool misfit_ = false;                  // an element did not fit the element type
 };
 
 /// Walks an element tree and builds nodes:
