@@ -107,8 +107,10 @@ bool CJsonReader::FindNextObject() {
     while (in.Peek() != u'{') {
         in.Consume();
         if (in.EOS()) return false;
-        if (++skipped > kMaxSkippedCharacters)
+        if (++skipped > kMaxSkippedCharacters) {
+            errorLocation_ = in.GetLocation();
             throw Exception("CJsonReader", "FindNextObject", u"%ls", u"Cannot find JSON object in source");
+        }
     }
     return true;
 }
@@ -122,10 +124,14 @@ bool CJsonReader::ReadNextObject(cajun::json::Object& object) {
         Parser(tokens).ParseObject(result);
         object = std::move(result);
     } catch (const ScanException& e) {
+        errorLocation_ = e.location();
         throw Exception("CJsonReader", "ReadNextObject", u"%ls", u"JSON scan error: " + e.getMessage().str());
     } catch (const ParseException& e) {
+        // A token list that ran out has no token to point at: the stream's end is the place.
+        errorLocation_ = e.begin() == Location() && e.end() == Location() ? stream_->GetLocation() : e.begin();
         throw Exception("CJsonReader", "ReadNextObject", u"%ls", u"JSON parse error: " + e.getMessage().str());
     } catch (const JsonException& e) {
+        errorLocation_ = stream_->GetLocation();
         throw Exception("CJsonReader", "ReadNextObject", u"%ls", u"JSON read error: " + e.getMessage().str());
     }
     return true;

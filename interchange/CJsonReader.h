@@ -70,9 +70,14 @@ public:
 
     /// Where the stream is now (line and column from 0); zeros without a source.
     cajun::json::Location GetLocation() const;
+    /// Where the last failed read stopped: for a scan error the stream's
+    /// location, for a parse error the start of the offending token (the
+    /// stream is then already past the object's end).
+    cajun::json::Location GetErrorLocation() const { return errorLocation_; }
 
 private:
     std::unique_ptr<cajun::json::JsonInputStream> stream_;
+    cajun::json::Location errorLocation_;
     bool pooled_ = false;   // made by newInstance: goes back to the pool
     bool counted_ = false;  // made directly over a file: counted by hand
 };

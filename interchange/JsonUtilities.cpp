@@ -172,7 +172,7 @@ void AppendElementToArray(CJsonWriter& w, const tovan::iNode* node, bool newLine
             }
             for (const auto& [name, members] : groups) {
                 w.key(std::u16string_view(name.view())).array();
-                for (int i : members) AppendElementToArray(w, node->getChildAt(i), newLineAfter, true, false);
+                for (int i : members) AppendElementToArray(w, node->getChildAt(i), false, true, false);
                 w.endArray();
             }
         }

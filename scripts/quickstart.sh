@@ -14,3 +14,8 @@ credentials=$("$nvk" credentials new --user alice --domain LAB --password secret
 "$nvk" layout examples/clean-and-score.json -o build/default/clean-and-score.laid-out.json --svg build/default/clean-and-score.svg
 "$nvk" move build/default/clean-and-score.laid-out.json --ids 6,7 --right 40 --down 20 -o build/default/clean-and-score.moved.json
 "$nvk" svg build/default/clean-and-score.moved.json -o build/default/clean-and-score.moved.svg
+"$nvk" json examples/stations.json
+"$nvk" json examples/bare-members.json
+"$nvk" json examples/stations.json --to-json build/stations-roundtrip.json
+"$nvk" json build/stations-roundtrip.json
+"$nvk" json examples/broken.json || echo "(broken.json is refused on purpose, exit status $?)"
