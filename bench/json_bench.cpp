@@ -44,23 +44,25 @@ std::string load(const char* name) {
     return s.str();
 }
 
-// Every record of the document; returns how many.
-size_t nvkRead(const std::string& bytes, std::vector<cajun::json::Object>& records) {
+using Nodes = tovan::Array<tovan::Ptr<tovan::iNode>>;
+
+// Every record of the document as data nodes; returns how many nodes.
+size_t nvkRead(const std::string& bytes, Nodes& nodes) {
     tovan::vcFileInterface file;
     file.openBytes(bytes);
     nvk::CJsonReader reader(&file);
-    records.clear();
-    cajun::json::Object record;
-    while (reader.ReadNextObject(record)) records.push_back(std::move(record));
-    return records.size();
+    nodes.clear();
+    while (reader.ReadNextObject(nodes)) {
+    }
+    return nodes.size();
 }
 
-size_t nvkWrite(const std::vector<cajun::json::Object>& records) {
+size_t nvkWrite(const Nodes& nodes) {
     tovan::vcFileInterface out;
     out.openOutput();
     nvk::CJsonWriter* writer = nvk::JsonUtilities::CreateJsonWriter(&out);
     writer->array();
-    for (const auto& r : records) nvk::JsonUtilities::WriteElement(*writer, r);
+    for (const auto& n : nodes) nvk::JsonUtilities::AppendElementToArray(*writer, n.get(), false, true, false);
     writer->endArray();
     nvk::JsonUtilities::DestroyJsonWriter(writer);
     out.flush();
@@ -95,7 +97,7 @@ void BM_Read(benchmark::State& state, const char* name) {
     }
     simdjson::padded_string padded(bytes);
     simdjson::dom::parser simdParser;
-    std::vector<cajun::json::Object> records;
+    Nodes records;
     Timer nvk, rapid, nlohmannTimer, simd;
     for (auto _ : state) {
         nvk.run([&] { benchmark::DoNotOptimize(nvkRead(bytes, records)); });
@@ -122,7 +124,7 @@ void BM_Write(benchmark::State& state, const char* name) {
         state.SkipWithError("corpus document not found");
         return;
     }
-    std::vector<cajun::json::Object> records;
+    Nodes records;
     nvkRead(bytes, records);
     rapidjson::Document doc;
     doc.Parse(bytes.data(), bytes.size());

@@ -141,16 +141,17 @@ public:
     Object& operator=(Object&&) noexcept;
     ~Object();
 
-    size_t Size() const { return members_.size(); }
-    bool Empty() const { return members_.empty(); }
-    iterator Begin() { return members_.begin(); }
-    iterator End() { return members_.end(); }
-    const_iterator Begin() const { return members_.begin(); }
-    const_iterator End() const { return members_.end(); }
-    iterator begin() { return members_.begin(); }
-    iterator end() { return members_.end(); }
-    const_iterator begin() const { return members_.begin(); }
-    const_iterator end() const { return members_.end(); }
+    // Defined below Element: the element type must be complete first.
+    size_t Size() const;
+    bool Empty() const;
+    iterator Begin();
+    iterator End();
+    const_iterator Begin() const;
+    const_iterator End() const;
+    iterator begin();
+    iterator end();
+    const_iterator begin() const;
+    const_iterator end() const;
 
     iterator Find(std::u16string_view name);
     const_iterator Find(std::u16string_view name) const;
@@ -223,6 +224,28 @@ struct Object::Member {
     Element element;
     bool operator==(const Member& other) const = default;
 };
+
+inline size_t Array::Size() const { return elements_.size(); }
+inline bool Array::Empty() const { return elements_.empty(); }
+inline Array::iterator Array::Begin() { return elements_.begin(); }
+inline Array::iterator Array::End() { return elements_.end(); }
+inline Array::const_iterator Array::Begin() const { return elements_.begin(); }
+inline Array::const_iterator Array::End() const { return elements_.end(); }
+inline Array::iterator Array::begin() { return elements_.begin(); }
+inline Array::iterator Array::end() { return elements_.end(); }
+inline Array::const_iterator Array::begin() const { return elements_.begin(); }
+inline Array::const_iterator Array::end() const { return elements_.end(); }
+
+inline size_t Object::Size() const { return members_.size(); }
+inline bool Object::Empty() const { return members_.empty(); }
+inline Object::iterator Object::Begin() { return members_.begin(); }
+inline Object::iterator Object::End() { return members_.end(); }
+inline Object::const_iterator Object::Begin() const { return members_.begin(); }
+inline Object::const_iterator Object::End() const { return members_.end(); }
+inline Object::iterator Object::begin() { return members_.begin(); }
+inline Object::iterator Object::end() { return members_.end(); }
+inline Object::const_iterator Object::begin() const { return members_.begin(); }
+inline Object::const_iterator Object::end() const { return members_.end(); }
 
 /// Double dispatch over the element kinds.
 class NVK_EXPORT ConstVisitor {
