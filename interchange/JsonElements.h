@@ -259,15 +259,4 @@ public:
     virtual void Visit(const Null& element) = 0;
 };
 
-inline size_t Array::Size() const { return elements_.size(); }
-inline bool Array::Empty() const { return elements_.empty(); }
-inline Array::iterator Array::Begin() { return elements_.begin(); }
-inline Array::iterator Array::End() { return elements_.end(); }
-inline Array::const_iterator Array::Begin() const { return elements_.begin(); }
-inline Array::const_iterator Array::End() const { return elements_.end(); }
-inline Array::iterator Array::begin() { return elements_.begin(); }
-inline Array::iterator Array::end() { return elements_.end(); }
-inline Array::const_iterator Array::begin() const { return elements_.begin(); }
-inline Array::const_iterator Array::end() const { return elements_.end(); }
-
 }  // namespace cajun::json
