@@ -249,3 +249,60 @@ TEST(ProtocolLayout, PositionNewComponent) {
     EXPECT_THROW_MSG(l.PositionNewComponent(p.get(), alone), tovan::Exception,
                      "Unexpected pipe configuration - please contact Orvenda Support");
 }
+
+TEST(ProtocolLayout, WrappingNeedsALongEnoughRow) {
+    // With W = 5 the row would be 5 - 4 + 1 = 2 stacks long: too short, nothing moves.
+    std::vector<Comp> comps;
+    std::vector<Conn> conns;
+    static const char* names[] = {"c0", "c1", "c2", "c3", "c4", "c5", "c6", "c7"};
+    for (int i = 0; i < 8; ++i) comps.push_back({i + 1, names[i], 0, 0});
+    for (int i = 1; i < 8; ++i) conns.push_back({i, i + 1});
+    auto p = makeProtocol(comps, conns);
+    CProtocolLayoutUtils l;
+    l.SetWrapLongPipelines(5);
+    layout(l, p);
+    for (int i = 0; i < 8; ++i) EXPECT_EQ(pointOf(p, i), (Point{90 + 300 * i, 95}));
+}
+
+TEST(ProtocolLayout, DanglingOutputWidensTheGapToTheNextStack) {
+    // Y has a pass port with nothing connected; Z's three children are centred about Z, so
+    // the first lands level with Y one column on, where Y's port stub would meet it.
+    auto p = makeProtocol({{1, "S", 0, 0}, {3, "Y", 0, 0}, {4, "Z", 0, 0}, {5, "W1", 0, 0}, {6, "W2", 0, 0},
+                           {7, "W3", 0, 0}},
+                          {{1, 3}, {1, 4}, {4, 5}, {4, 6}, {4, 7}});
+    CProtocolLayoutUtils l;
+    layout(l, p);
+    EXPECT_EQ(pointOf(p, 1), (Point{390, 95}));
+    EXPECT_EQ(pointOf(p, 3), (Point{765, 95}));  // 300 + the medium margin of 75
+    EXPECT_EQ(pointOf(p, 5), (Point{765, 815}));
+
+    // Without the dangling port there is nothing to widen for.
+    p->getComponent(1)->setBoolAttribute(tovan::NVK_ComponentReturnsPass, false);
+    p->getComponent(1)->setBoolAttribute(tovan::NVK_ComponentReturnsFail, false);
+    layout(l, p);
+    EXPECT_EQ(pointOf(p, 3), (Point{690, 95}));
+}
+
+TEST(ProtocolLayout, SiblingsInDifferentStacksKeepProtocolOrder) {
+    // S feeds X (index 1) and Y (index 2); Y is one step away but X three, so Y is placed
+    // first in an earlier stack and must still run after X.
+    auto p = makeProtocol({{1, "S", 0, 0}, {2, "X", 0, 0}, {3, "Y", 0, 0}, {4, "P", 0, 0}, {5, "Q", 0, 0}},
+                          {{1, 4}, {4, 5}, {5, 2}, {1, 2}, {1, 3}});
+    CProtocolLayoutUtils l;
+    layout(l, p);
+    EXPECT_LT(CProtocolUtils::getLocationMetric(pointOf(p, 1)), CProtocolUtils::getLocationMetric(pointOf(p, 2)));
+    EXPECT_EQ(pointOf(p, 1).x, 990);
+    EXPECT_EQ(pointOf(p, 2).x, 390);
+}
+
+TEST(ProtocolLayout, OffsetsComeBackAfterLayout) {
+    auto p = makeProtocol({{1, "A", 500, 500}, {2, "B", 0, 0}}, {{1, 2}});
+    CProtocolUtils::SetComponentOffset(p->getComponent(1), {10, 40});
+    CProtocolLayoutUtils l;
+    layout(l, p);
+    EXPECT_EQ(pointOf(p, 0), (Point{90, 95}));
+    EXPECT_EQ(pointOf(p, 1), (Point{400, 135}));
+    EXPECT_EQ(CProtocolUtils::GetComponentOffset(p->getComponent(1)), (Point{10, 40}));
+    layout(l, p);  // a second layout leaves it where it is
+    EXPECT_EQ(pointOf(p, 1), (Point{400, 135}));
+}
