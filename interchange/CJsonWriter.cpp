@@ -1,6 +1,11 @@
 #include "interchange/CJsonWriter.h"
 
+#include <array>
 #include <cstring>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "platform/Exception.h"
 #include "platform/Util.h"
@@ -22,6 +27,11 @@ constexpr size_t kNumberBuffer = 80;
 
 CJsonWriter::Writer::~Writer() = default;
 
+void CJsonWriter::Writer::write(std::u16string_view text) {
+    std::u16string terminated(text);
+    write(terminated.c_str());
+}
+
 CJsonWriter::CJsonWriter(Writer* sink, const wchar* variableName) : sink_(sink) {
     if (!sink) fail("CJsonWriter", u"Invalid null output stream");
     if (variableName && *variableName) {
@@ -36,19 +46,57 @@ CJsonWriter::~CJsonWriter() = default;
 
 // ---- escaping --------------------------------------------------------------
 
+namespace {
+
+// ASCII units that go out as they are; "/" is decided by what precedes it.
+constexpr std::array<bool, 128> kPlainAscii = [] {
+    std::array<bool, 128> t{};
+    for (int c = 32; c < 128; ++c) t[c] = c != '"' && c != '\\' && c != '/';
+    return t;
+}();
+
+inline bool isPlain(wchar c) { return c < 128 ? kPlainAscii[c] : (c > 159 && (c < 0x2000 || c > 0x20FF)); }
+
+// How many units from the start of `p` need no escape ("/" counts as one
+// that does). Eight units at a time where the processor has the vector
+// instructions every x86-64 has.
+size_t plainRun(const wchar* p, size_t n) {
+    size_t i = 0;
+#if defined(__SSE2__)
+    const __m128i zero = _mm_setzero_si128();
+    const __m128i quote = _mm_set1_epi16('"'), backslash = _mm_set1_epi16('\\'), slash = _mm_set1_epi16('/');
+    const __m128i top = _mm_set1_epi16(0x7F), space = _mm_set1_epi16(0x20), c1End = _mm_set1_epi16(0xA0);
+    const __m128i pageMask = _mm_set1_epi16(short(0xFF00)), page20 = _mm_set1_epi16(0x2000);
+    while (i + 8 <= n) {
+        __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+        // ASCII from the space on (saturating differences are zero inside the range)
+        __m128i ascii = _mm_cmpeq_epi16(_mm_or_si128(_mm_subs_epu16(v, top), _mm_subs_epu16(space, v)), zero);
+        __m128i marks = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi16(v, quote), _mm_cmpeq_epi16(v, backslash)),
+                                     _mm_cmpeq_epi16(v, slash));
+        ascii = _mm_andnot_si128(marks, ascii);
+        // U+00A0 on, except U+2000..U+20FF
+        __m128i high = _mm_cmpeq_epi16(_mm_subs_epu16(c1End, v), zero);
+        high = _mm_andnot_si128(_mm_cmpeq_epi16(_mm_and_si128(v, pageMask), page20), high);
+        if (_mm_movemask_epi8(_mm_or_si128(ascii, high)) != 0xFFFF) break;
+        i += 8;
+    }
+#endif
+    while (i < n && isPlain(p[i])) ++i;
+    return i;
+}
+
+}  // namespace
+
 void CJsonWriter::escape(std::u16string_view text, std::u16string& out) {
     static const char16_t hex[] = u"0123456789abcdef";
     out += u'"';
-    wchar previous = 0;
     size_t run = 0;  // start of the characters that go out unchanged
-    for (size_t i = 0; i < text.size(); ++i) {
+    const size_t size = text.size();
+    for (size_t i = 0; i < size; ++i) {
+        i += plainRun(text.data() + i, size - i);
+        if (i >= size) break;
         wchar c = text[i];
-        wchar prev = previous;
-        previous = c;
-        // Most characters need nothing; test the common case first.
-        if (c >= 32 && c != u'"' && c != u'\\' && c != u'/' && (c < 128 || (c > 159 && (c < 0x2000 || c > 0x20FF))))
-            continue;
-        if (c == u'/' && prev != u'<') continue;
+        if (c == u'/' && (i == 0 || text[i - 1] != u'<')) continue;
         out.append(text.data() + run, i - run);
         run = i + 1;
         switch (c) {
@@ -72,12 +120,6 @@ void CJsonWriter::escape(std::u16string_view text, std::u16string& out) {
     }
     out.append(text.data() + run, text.size() - run);
     out += u'"';
-}
-
-void CJsonWriter::writeQuoted(std::u16string_view text) {
-    scratch_.clear();
-    escape(text, scratch_);
-    sink_->write(scratch_.c_str());
 }
 
 // ---- numbers ---------------------------------------------------------------
@@ -104,9 +146,17 @@ void CJsonWriter::fixUpDoubles(char* text, size_t capacity, bool strict) {
     if (strict) insert(length, ".0");
 }
 
-std::u16string CJsonWriter::formatDouble(double value, bool strict) {
+void CJsonWriter::appendDouble(double value, bool strict, std::u16string& out) {
     wchar wide[kNumberBuffer];
     size_t length = tovan::util::doubleToString(value, wide, kNumberBuffer, 1);
+    // A point followed by a digit is what fixUpDoubles would leave alone,
+    // and what every finite number looks like here.
+    std::u16string_view text(wide, length);
+    size_t point = text.find(u'.');
+    if (point != text.npos && point + 1 < length && wide[point + 1] >= u'0' && wide[point + 1] <= u'9') {
+        out += text;
+        return;
+    }
     char narrow[kNumberBuffer];
     for (size_t i = 0; i <= length; ++i) {
         if (wide[i] > 255)
@@ -114,31 +164,67 @@ std::u16string CJsonWriter::formatDouble(double value, bool strict) {
         narrow[i] = char(wide[i]);
     }
     fixUpDoubles(narrow, kNumberBuffer, strict);
+    for (const char* p = narrow; *p; ++p) out += wchar((unsigned char)*p);
+}
+
+std::u16string CJsonWriter::formatDouble(double value, bool strict) {
     std::u16string text;
-    for (const char* p = narrow; *p; ++p) text += wchar((unsigned char)*p);
+    appendDouble(value, strict, text);
     return text;
 }
 
 // ---- the call chain --------------------------------------------------------
 
-void CJsonWriter::emitValue(std::u16string_view text, bool quote) {
-    if (needsSeparator_ && mode_ == ModeArray) sink_->write(u',');
+void CJsonWriter::deliver(bool force) {
+    if (scratch_.empty() || (batchDepth_ > 0 && !force && scratch_.size() < kBatchUnits)) return;
+    try {
+        sink_->write(std::u16string_view(scratch_));
+    } catch (...) {
+        scratch_.clear();  // never handed over twice
+        throw;
+    }
+    scratch_.clear();
+}
+
+CJsonWriter::Batch::Batch(CJsonWriter& writer) : writer_(writer) { ++writer_.batchDepth_; }
+
+CJsonWriter::Batch::~Batch() {
+    if (finished_) return;
+    try {
+        finish();
+    } catch (...) {
+        // Only reached when finish() was skipped, that is while an exception
+        // is already on its way: the sink's own failure cannot go anywhere.
+    }
+}
+
+void CJsonWriter::Batch::finish() {
+    if (finished_) return;
+    finished_ = true;
+    if (--writer_.batchDepth_ == 0) writer_.deliver(true);
+}
+
+void CJsonWriter::beginValue() {
+    if (needsSeparator_ && mode_ == ModeArray) scratch_ += u',';
     if (newLinePending_) {
-        sink_->write(u'\n');
+        scratch_ += u'\n';
         newLinePending_ = false;
     }
-    if (quote) {
-        writeQuoted(text);
-    } else if (!text.empty()) {
-        scratch_.assign(text);
-        sink_->write(scratch_.c_str());
-    }
-    if (newLinePending_) {
-        sink_->write(u'\n');
-        newLinePending_ = false;
-    }
+}
+
+void CJsonWriter::endValue() {
+    deliver();
     if (mode_ == ModeKey) mode_ = ModeObject;
     needsSeparator_ = true;
+}
+
+void CJsonWriter::emitValue(std::u16string_view text, bool quote) {
+    beginValue();
+    if (quote)
+        escape(text, scratch_);
+    else
+        scratch_ += text.substr(0, text.find(u'\0'));  // verbatim text ends at a zero, as a C string would
+    endValue();
 }
 
 void CJsonWriter::checkValue() {
@@ -189,9 +275,10 @@ CJsonWriter& CJsonWriter::key(std::u16string_view name) {
     if (name.empty()) fail("key", u"Empty JSON key string");
     if (mode_ != ModeObject) fail("key", u"Misplaced JSON key");
     stack_.back() = true;
-    if (needsSeparator_) sink_->write(u',');
-    writeQuoted(name);
-    sink_->write(u':');
+    if (needsSeparator_) scratch_ += u',';
+    escape(name, scratch_);
+    scratch_ += u':';
+    deliver();
     needsSeparator_ = false;
     mode_ = ModeKey;
     return *this;
@@ -208,34 +295,43 @@ CJsonWriter& CJsonWriter::value(bool b) {
 }
 
 CJsonWriter& CJsonWriter::value(double d) {
-    std::u16string text = formatDouble(d, strict_);
-    writeValue(text.c_str(), false);
+    checkValue();
+    beginValue();
+    appendDouble(d, strict_, scratch_);
+    endValue();
     return *this;
 }
 
-CJsonWriter& CJsonWriter::value(long n) {
+namespace {
+
+template <class Unsigned>
+void appendDigits(Unsigned m, std::u16string& out) {
     char16_t buf[24];
-    char16_t* p = buf + 23;
-    *p = 0;
-    unsigned long long m = n < 0 ? 0ULL - (unsigned long long)n : (unsigned long long)n;
+    char16_t* end = buf + 24;
+    char16_t* p = end;
     do {
         *--p = char16_t(u'0' + m % 10);
         m /= 10;
     } while (m);
-    if (n < 0) *--p = u'-';
-    writeValue(p, false);
+    out.append(p, size_t(end - p));
+}
+
+}  // namespace
+
+CJsonWriter& CJsonWriter::value(long n) {
+    checkValue();
+    beginValue();
+    if (n < 0) scratch_ += u'-';
+    appendDigits(n < 0 ? 0ULL - (unsigned long long)n : (unsigned long long)n, scratch_);
+    endValue();
     return *this;
 }
 
 CJsonWriter& CJsonWriter::value(unsigned int n) {
-    char16_t buf[16];
-    char16_t* p = buf + 15;
-    *p = 0;
-    do {
-        *--p = char16_t(u'0' + n % 10);
-        n /= 10;
-    } while (n);
-    writeValue(p, false);
+    checkValue();
+    beginValue();
+    appendDigits(n, scratch_);
+    endValue();
     return *this;
 }
 
@@ -265,14 +361,15 @@ void CJsonWriter::close(bool isObject) {
              required == ModeKey ? u"Misplaced JSON end object" : u"Misplaced JSON end array");
     pop(isObject);
     if (newLinePending_) {
-        sink_->write(u'\n');
+        scratch_ += u'\n';
         newLinePending_ = false;
     }
-    sink_->write(isObject ? u'}' : u']');
+    scratch_ += isObject ? u'}' : u']';
     if (mode_ == ModeDone && variableOpen_) {
-        sink_->write(u';');
+        scratch_ += u';';
         variableOpen_ = false;
     }
+    deliver();
     needsSeparator_ = true;
 }
 

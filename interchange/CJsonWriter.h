@@ -23,12 +23,16 @@ namespace nvk {
 /// as "var NAME = ...;". One thread per writer.
 class NVK_EXPORT CJsonWriter {
 public:
-    /// The sink: one character, or a null-terminated text.
+    /// The sink: one character, or a null-terminated text, or a run of
+    /// text. The writer hands over the whole output of each call as one run
+    /// (never with a zero unit in it), so a sink that can append a run in
+    /// bulk should override the third; by default it goes to the second.
     class NVK_EXPORT Writer {
     public:
         virtual ~Writer();
         virtual void write(tovan::wchar c) = 0;
         virtual void write(const tovan::wchar* text) = 0;
+        virtual void write(std::u16string_view text);
     };
 
     /// The numbers are fixed.
@@ -73,6 +77,32 @@ public:
     void setDecimalPlaceStrictness(bool strict) { strict_ = strict; }
     bool getDecimalPlaceStrictness() const { return strict_; }
 
+    /// Holds back the output of the writer's calls while it lives and hands
+    /// it to the sink in pieces of many values (one call into the sink per
+    /// value is most of the cost of writing large trees). Batches nest; the
+    /// outermost one hands over the rest when it finishes. Code that writes a
+    /// whole tree in one go uses it, so that its caller sees the complete
+    /// text in the sink when the call returns:
+    ///
+    ///   CJsonWriter::Batch batch(writer);
+    ///   ... writer calls ...
+    ///   batch.finish();   // a failing sink raises here
+    ///
+    /// Ended by an exception instead, it hands over what was written before
+    /// the failure and ignores a failure of the sink.
+    class NVK_EXPORT Batch {
+    public:
+        explicit Batch(CJsonWriter& writer);
+        ~Batch();
+        Batch(const Batch&) = delete;
+        Batch& operator=(const Batch&) = delete;
+        void finish();
+
+    private:
+        CJsonWriter& writer_;
+        bool finished_ = false;
+    };
+
     Mode getMode() const { return mode_; }
     size_t getDepth() const { return stack_.size(); }
 
@@ -90,11 +120,19 @@ public:
 private:
     void writeValue(const tovan::wchar* text, bool quote);
     void checkValue();
+    /// What goes ahead of a value (separator, pending line feed) into scratch_.
+    void beginValue();
+    /// Hands scratch_ to the sink and moves on past the value.
+    void endValue();
+    /// Hands scratch_ to the sink, unless a batch holds it back (`force`
+    /// ends a batch).
+    void deliver(bool force = false);
     void emitValue(std::u16string_view text, bool quote);
     void push(bool isObject);
     void pop(bool isObject);
     void close(bool isObject);
-    void writeQuoted(std::u16string_view text);
+    /// Appends the text of `d` as value(double) writes it.
+    static void appendDouble(double d, bool strict, std::u16string& out);
 
     bool needsSeparator_ = false;
     bool newLinePending_ = false;
@@ -103,7 +141,11 @@ private:
     std::vector<bool> stack_;  // open containers: true for an object
     Writer* sink_;
     bool strict_ = false;
-    std::u16string scratch_;  // escaped text on its way to the sink
+    // Output on its way to the sink: a call's text is built here and handed
+    // over in one piece, or with a batch open, many calls' texts.
+    std::u16string scratch_;
+    int batchDepth_ = 0;
+    static constexpr size_t kBatchUnits = 16 * 1024;
 };
 
 /// A sink that collects the text in memory.
@@ -111,6 +153,7 @@ class NVK_EXPORT JsonStringSink : public CJsonWriter::Writer {
 public:
     void write(tovan::wchar c) override { text_ += c; }
     void write(const tovan::wchar* text) override { text_ += text; }
+    void write(std::u16string_view text) override { text_ += text; }
     const std::u16string& text() const { return text_; }
     void clear() { text_.clear(); }
 

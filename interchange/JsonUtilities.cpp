@@ -1,6 +1,9 @@
 #include "interchange/JsonUtilities.h"
 
 #include <map>
+#include <cstdint>
+#include <typeinfo>
+#include <unordered_map>
 #include <vector>
 
 #include "platform/ArrayValue.h"
@@ -18,6 +21,7 @@ public:
     explicit FileSink(tovan::iFileInterface* file) : file_(file) {}
     void write(tovan::wchar c) override { file_->writeChar(c); }
     void write(const tovan::wchar* text) override { file_->writeText(text); }
+    void write(std::u16string_view text) override { file_->writeText(text); }
 
 private:
     tovan::iFileInterface* file_;
@@ -73,21 +77,28 @@ void DestroyJsonWriter(CJsonWriter*& writer) {
 }
 
 void WriteElement(CJsonWriter& writer, const Element& element) {
+    CJsonWriter::Batch batch(writer);
     ElementWriter visitor(writer);
     element.Accept(visitor);
+    batch.finish();
 }
 
 void WriteElement(CJsonWriter& writer, const Object& object) {
+    CJsonWriter::Batch batch(writer);
     ElementWriter visitor(writer);
     visitor.Visit(object);
+    batch.finish();
 }
 
 namespace {
 
+void writeValue(CJsonWriter& w, const tovan::Value& value);
+void appendNode(CJsonWriter& w, const tovan::iNode* node, bool newLineAfter, bool withChildren, bool childrenAsList);
+
 // One element of an array value, typed access first so that large arrays do
 // not make a value object per element.
-void writeArrayElement(CJsonWriter& w, const tovan::ArrayValue& array, size_t i) {
-    switch (array.getTypeCode()) {
+void writeArrayElement(CJsonWriter& w, const tovan::ArrayValue& array, int code, size_t i) {
+    switch (code) {
     case tovan::VT_DoubleArray: w.value(static_cast<const tovan::DoubleArrayValue&>(array).get(i)); return;
     case tovan::VT_IntegerArray: w.value(long(static_cast<const tovan::IntegerArrayValue&>(array).get(i))); return;
     case tovan::VT_BooleanArray: w.value(bool(static_cast<const tovan::BooleanArrayValue&>(array).get(i))); return;
@@ -96,26 +107,25 @@ void writeArrayElement(CJsonWriter& w, const tovan::ArrayValue& array, size_t i)
         w.value(std::u16string_view(static_cast<const tovan::StringArrayValue&>(array).get(i).view()), true);
         return;
     case tovan::VT_NullArray: w.value(u"null", false); return;
-    case tovan::VT_ValueArray: WriteValue(w, static_cast<const tovan::ValueArrayValue&>(array).get(i)); return;
-    default: WriteValue(w, *array.getElement(i));
+    case tovan::VT_ValueArray: writeValue(w, static_cast<const tovan::ValueArrayValue&>(array).get(i)); return;
+    default: writeValue(w, *array.getElement(i));
     }
 }
 
 void writeDimension(CJsonWriter& w, const tovan::NDimArrayValue& nd, size_t dim, size_t& flat) {
     w.array();
     unsigned n = nd.getDimensions()[dim];
-    for (unsigned k = 0; k < n; ++k) {
-        if (dim + 1 == nd.getDimensionCount())
-            writeArrayElement(w, nd.flat(), flat++);
-        else
-            writeDimension(w, nd, dim + 1, flat);
+    if (dim + 1 == nd.getDimensionCount()) {
+        const tovan::ArrayValue& elements = nd.flat();
+        const int code = elements.getTypeCode();
+        for (unsigned k = 0; k < n; ++k) writeArrayElement(w, elements, code, flat++);
+    } else {
+        for (unsigned k = 0; k < n; ++k) writeDimension(w, nd, dim + 1, flat);
     }
     w.endArray();
 }
 
-}  // namespace
-
-void WriteValue(CJsonWriter& w, const tovan::Value& value) {
+void writeValue(CJsonWriter& w, const tovan::Value& value) {
     switch (value.getTypeCode()) {
     case tovan::VT_Boolean: w.value(static_cast<const tovan::BooleanValue&>(value).get()); return;
     case tovan::VT_Double: w.value(static_cast<const tovan::DoubleValue&>(value).get()); return;
@@ -131,9 +141,16 @@ void WriteValue(CJsonWriter& w, const tovan::Value& value) {
     }
     default: break;
     }
+    // The text of a plain string value is at hand: no copy through toString().
+    if (value.getTypeCode() == tovan::VT_String && typeid(value) == typeid(tovan::StringValue)) {
+        w.value(std::u16string_view(static_cast<const tovan::StringValue&>(value).get().view()), true);
+        return;
+    }
     if (const auto* array = value.findAs<tovan::ArrayValue>()) {
         w.array();
-        for (size_t i = 0; i < array->size(); ++i) writeArrayElement(w, *array, i);
+        const int code = array->getTypeCode();
+        const size_t n = array->size();
+        for (size_t i = 0; i < n; ++i) writeArrayElement(w, *array, code, i);
         w.endArray();
         return;
     }
@@ -141,44 +158,96 @@ void WriteValue(CJsonWriter& w, const tovan::Value& value) {
     w.value(std::u16string_view(text.view()), true);
 }
 
-void AppendElementToArray(CJsonWriter& w, const tovan::iNode* node, bool newLineAfter, bool withChildren,
-                          bool childrenAsList) {
+void appendNode(CJsonWriter& w, const tovan::iNode* node, bool newLineAfter, bool withChildren, bool childrenAsList) {
     w.object();
     if (const tovan::iPropertyCollection* properties = node->getProperties()) {
-        for (int i = 0; i < properties->getSize(); ++i) {
+        const int n = properties->getSize();
+        for (int i = 0; i < n; ++i) {
             const tovan::iProperty& p = properties->get(i);
             w.key(std::u16string_view(p.getName().view()));
-            WriteValue(w, p.getValue());
+            writeValue(w, p.getValue());
         }
     }
     int count = node->getNumberOfChildren();
     if (withChildren && count > 0) {
         if (childrenAsList) {
             w.key(u"children").array();
-            for (int i = 0; i < count; ++i) AppendElementToArray(w, node->getChildAt(i), newLineAfter, true, true);
+            for (int i = 0; i < count; ++i) appendNode(w, node->getChildAt(i), newLineAfter, true, true);
             w.endArray();
         } else {
-            // One member per distinct name, in the order the names first appear.
-            std::vector<std::pair<tovan::WString, std::vector<int>>> groups;
+            // One member per distinct name, in the order the names first
+            // appear. A few names are told apart by comparing them; past
+            // that a hash finds the group (an object of records keyed by id
+            // has as many names as children). Names are read in place: a
+            // node's name lives as long as the node.
+            constexpr size_t kScanGroups = 8;
+            std::vector<const tovan::WString*> names;
+            std::vector<uint32_t> groupOf(static_cast<size_t>(count));
+            std::unordered_map<std::u16string_view, uint32_t> byName;
+            uint32_t nullGroup = UINT32_MAX;  // a null name is a name of its own, apart from the empty one
             for (int i = 0; i < count; ++i) {
                 const tovan::WString& name = node->getChildAt(i)->getName();
-                auto it = groups.begin();
-                while (it != groups.end() && !(it->first == name)) ++it;
-                if (it == groups.end()) {
-                    groups.push_back({name, {}});
-                    it = std::prev(groups.end());
+                uint32_t group = UINT32_MAX;
+                if (name.isNull()) {
+                    group = nullGroup;
+                } else if (names.size() <= kScanGroups) {
+                    for (size_t g = 0; g < names.size(); ++g)
+                        if (*names[g] == name) {
+                            group = uint32_t(g);
+                            break;
+                        }
+                } else {
+                    if (byName.empty())
+                        for (size_t g = 0; g < names.size(); ++g)
+                            if (!names[g]->isNull()) byName.emplace(names[g]->view(), uint32_t(g));
+                    auto found = byName.find(name.view());
+                    if (found != byName.end()) group = found->second;
                 }
-                it->second.push_back(i);
+                if (group == UINT32_MAX) {
+                    group = uint32_t(names.size());
+                    names.push_back(&name);
+                    if (name.isNull())
+                        nullGroup = group;
+                    else if (!byName.empty())
+                        byName.emplace(name.view(), group);
+                }
+                groupOf[size_t(i)] = group;
             }
-            for (const auto& [name, members] : groups) {
-                w.key(std::u16string_view(name.view())).array();
-                for (int i : members) AppendElementToArray(w, node->getChildAt(i), false, true, false);
+            // The children in group order, each group in document order.
+            std::vector<uint32_t> start(names.size() + 1, 0);
+            for (uint32_t g : groupOf) ++start[g + 1];
+            for (size_t g = 1; g < start.size(); ++g) start[g] += start[g - 1];
+            std::vector<int> ordered(static_cast<size_t>(count));
+            std::vector<uint32_t> next(start.begin(), start.end() - 1);
+            for (int i = 0; i < count; ++i) ordered[next[groupOf[size_t(i)]]++] = i;
+            for (size_t g = 0; g < names.size(); ++g) {
+                w.key(std::u16string_view(names[g]->view())).array();
+                for (uint32_t k = start[g]; k < start[g + 1]; ++k)
+                    appendNode(w, node->getChildAt(ordered[k]), false, true, false);
                 w.endArray();
             }
         }
     }
     w.endObject();
     if (newLineAfter) w.writeNewLine();
+}
+
+}  // namespace
+
+// The entry points batch the writer's output: a tree goes to the sink in
+// large pieces, and complete when the call returns.
+
+void WriteValue(CJsonWriter& w, const tovan::Value& value) {
+    CJsonWriter::Batch batch(w);
+    writeValue(w, value);
+    batch.finish();
+}
+
+void AppendElementToArray(CJsonWriter& w, const tovan::iNode* node, bool newLineAfter, bool withChildren,
+                          bool childrenAsList) {
+    CJsonWriter::Batch batch(w);
+    appendNode(w, node, newLineAfter, withChildren, childrenAsList);
+    batch.finish();
 }
 
 void AppendRecordToArray(CJsonWriter& w, const tovan::iDataRecord& record, bool newLineAfter, bool withChildren,

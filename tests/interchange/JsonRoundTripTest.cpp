@@ -4,6 +4,7 @@
 #include <cstring>
 #include <random>
 
+#include "data/CBaseNode.h"
 #include "interchange/CJsonReader.h"
 #include "interchange/JsonUtilities.h"
 #include "interchange/NodeTreeText.h"
@@ -232,4 +233,23 @@ TEST(JsonRoundTrip, ThroughAFileWithTheSameText) {
     EXPECT_EQ(text, "var data = [{\"s\":\"caf\xc3\xa9 \xf0\x9f\x98\x80 \\u2028\",\"n\":[1.0,2.5],"
                     "\"children\":[{\"k\":null}]}];");
     EXPECT_THROW_MSG(nvk::JsonUtilities::CreateJsonWriter(nullptr), tovan::Exception, "Invalid null output stream");
+}
+
+TEST(JsonRoundTrip, ChildrenGoUnderTheirNamesInOrderOfFirstAppearance) {
+    // More distinct names than are told apart by comparing them one by one,
+    // with repeats after the others.
+    Ptr<iNode> root(nvk::CBaseNode::newInstance());
+    const char16_t* names = u"abcdefghijaj";
+    for (int i = 0; names[i]; ++i) {
+        Ptr<iNode> child(nvk::CBaseNode::newInstance());
+        child->setName(std::u16string(1, names[i]));
+        child->getProperties().define(u"v", tovan::IntegerValue(i));
+        root->appendChild(child.get());
+    }
+    nvk::JsonStringSink sink;
+    nvk::CJsonWriter writer(&sink);
+    nvk::JsonUtilities::AppendElementToArray(writer, root.get(), false, true, false);
+    EXPECT_EQ(tovan::toNarrow(sink.text()),
+              R"({"a":[{"v":0},{"v":10}],"b":[{"v":1}],"c":[{"v":2}],"d":[{"v":3}],"e":[{"v":4}],"f":[{"v":5}],)"
+              R"("g":[{"v":6}],"h":[{"v":7}],"i":[{"v":8}],"j":[{"v":9},{"v":11}]})");
 }

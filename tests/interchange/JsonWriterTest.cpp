@@ -156,3 +156,72 @@ TEST(JsonWriter, RepairsDecimalPoints) {
     w.value(2.0).value(std::numeric_limits<double>::infinity()).endArray();
     EXPECT_EQ(text(sink), "[2.0,0.1,1.0e+21,-1.5e-300,2.0,Infinity.0]");
 }
+
+TEST(JsonWriter, EscapesEveryCharacterWhereverItStands) {
+    // Each kind of character at every place of a longer text (runs of plain
+    // ones are skipped in blocks): escaped exactly as it is alone.
+    const std::u16string kinds[] = {u"\"", u"\\", u"/", u"</", u"\x1f", u"\x7f", u"\x85", u"\xa0",
+                                    u"\u2028", u"\u20ff", u"\xd83d", u"\u00e9", u"\u3042"};
+    for (const std::u16string& kind : kinds) {
+        std::u16string alone;
+        CJsonWriter::escape(kind, alone);
+        alone = alone.substr(1, alone.size() - 2);
+        for (size_t at = 0; at < 20; ++at) {
+            std::u16string in = std::u16string(at, u'a') + kind + std::u16string(20 - at, u'b');
+            std::u16string out;
+            CJsonWriter::escape(in, out);
+            EXPECT_EQ(out, u"\"" + std::u16string(at, u'a') + alone + std::u16string(20 - at, u'b') + u"\"")
+                << tovan::toNarrow(tovan::WString(kind)) << " at " << at;
+        }
+    }
+}
+
+namespace {
+
+// Records how the writer hands text over; only the two required calls.
+class CountingSink : public CJsonWriter::Writer {
+public:
+    void write(tovan::wchar c) override { text += c; }
+    void write(const tovan::wchar* t) override {
+        text += t;
+        ++calls;
+    }
+    std::u16string text;
+    int calls = 0;
+};
+
+}  // namespace
+
+TEST(JsonWriter, HandsEachCallOverInOnePieceOrABatchAtItsEnd) {
+    CountingSink sink;
+    CJsonWriter w(&sink);
+    w.array().value(1.5).value(u"a\"b");
+    EXPECT_EQ(sink.text, u"[1.5,\"a\\\"b\"");
+    EXPECT_EQ(sink.calls, 3);
+    {
+        CJsonWriter::Batch outer(w);
+        {
+            CJsonWriter::Batch inner(w);
+            w.object().key(u"k").value(true).endObject();
+            inner.finish();
+        }
+        EXPECT_EQ(sink.calls, 3);  // held until the outermost batch finishes
+        w.value(7);
+        outer.finish();
+        outer.finish();  // once only
+    }
+    EXPECT_EQ(sink.text, u"[1.5,\"a\\\"b\",{\"k\":true},7");
+    EXPECT_EQ(sink.calls, 4);
+    // A batch left by an exception still hands over what was written.
+    try {
+        CJsonWriter::Batch batch(w);
+        w.value(8);
+        w.key(u"x");
+        FAIL() << "a key in an array was accepted";
+    } catch (const tovan::Exception& e) {
+        EXPECT_EQ(tovan::toNarrow(e.getMessage()), "Misplaced JSON key");
+    }
+    EXPECT_EQ(sink.text, u"[1.5,\"a\\\"b\",{\"k\":true},7,8");
+    w.endArray();
+    EXPECT_EQ(sink.text, u"[1.5,\"a\\\"b\",{\"k\":true},7,8]");
+}

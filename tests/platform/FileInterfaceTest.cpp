@@ -126,3 +126,30 @@ TEST(FileInterface, WritesUtf8AndJoinsSplitSurrogates) {
     EXPECT_EQ(in.getEncoding(), TextEncoding::Utf8Bom);
     EXPECT_EQ(in.readAll().str(), big + u"!");
 }
+
+TEST(FileInterface, WritingTextInRunsMatchesTheWholeConversion) {
+    // Long ASCII runs, two- and three-byte units, pairs and lone surrogates,
+    // mixed at every alignment and handed over in pieces that split runs and
+    // pairs alike: the bytes are those of one conversion of the whole text.
+    std::mt19937 rng(7);
+    std::u16string text;
+    while (text.size() < 200000) {
+        size_t run = rng() % 40;
+        switch (rng() % 5) {
+        case 0: text.append(run, char16_t(u'a' + rng() % 26)); break;
+        case 1: text.append(run % 7, u'\u00e9'); break;
+        case 2: text.append(run % 7, u'\u20ac'); break;
+        case 3: text += u"\xD83D\xDE00"; break;
+        default: text += rng() % 2 ? u'\xDC00' : u'\xD800'; break;
+        }
+    }
+    vcFileInterface out;
+    out.openOutput();
+    for (size_t at = 0; at < text.size();) {
+        size_t n = std::min(text.size() - at, size_t(rng() % 70000));
+        out.writeText(std::u16string_view(text).substr(at, n));
+        at += n;
+    }
+    out.close();
+    EXPECT_EQ(out.getOutputBytes(), utf16ToUtf8(text));
+}
