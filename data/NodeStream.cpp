@@ -58,7 +58,7 @@ private:
 }  // namespace
 
 void writeNodeFile(const tovan::WString& path, const std::vector<Ptr<iNode>>& nodes, int streamVersion) {
-    if (streamVersion < 1 || streamVersion > 3)
+    if (streamVersion < kMinNodeFileVersion || streamVersion > kMaxNodeFileVersion)
         throw tovan::BadParameterException("NodeStream", "writeNodeFile", u"Unsupported stream version %d",
                                            streamVersion);
     tovan::FileOutputStream out(path, streamVersion);
@@ -68,19 +68,45 @@ void writeNodeFile(const tovan::WString& path, const std::vector<Ptr<iNode>>& no
     out.close();
 }
 
-std::vector<Ptr<iNode>> readNodeFile(const tovan::WString& path, int* streamVersion) {
-    tovan::FileInputStream file(path);
+struct NodeFileReader::Impl {
+    explicit Impl(const tovan::WString& p) : path(p), file(p) {}
+    tovan::WString path;
+    tovan::FileInputStream file;
+    std::unique_ptr<VersionedInput> records;  // set once the header is read
+};
+
+NodeFileReader::NodeFileReader(const tovan::WString& path) : impl_(std::make_unique<Impl>(path)) {}
+
+NodeFileReader::~NodeFileReader() = default;
+
+int NodeFileReader::readHeader() {
+    if (impl_->records) return impl_->records->getVersion();
     char magic[sizeof kNodeFileMagic] = {};
-    const size_t got = file.read(magic, sizeof magic);
+    const size_t got = impl_->file.read(magic, sizeof magic);
     if (got != sizeof magic || std::memcmp(magic, kNodeFileMagic, sizeof magic) != 0)
-        throw tovan::Exception("NodeStream", "readNodeFile", u"File \"%ls\" is not a node file", path);
-    const int32_t version = readCompactInt(file);
-    if (version < 1 || version > 3)
+        throw tovan::Exception("NodeStream", "readNodeFile", u"File \"%ls\" is not a node file", impl_->path);
+    const int32_t version = readCompactInt(impl_->file);
+    if (version < kMinNodeFileVersion || version > kMaxNodeFileVersion)
         throw tovan::Exception("NodeStream", "readNodeFile", u"Unsupported stream version %d in \"%ls\"", version,
-                               path);
+                               impl_->path);
+    impl_->records = std::make_unique<VersionedInput>(impl_->file, version);
+    return version;
+}
+
+Ptr<iNode> NodeFileReader::next() {
+    readHeader();
+    return readRecord(*impl_->records);
+}
+
+uint64_t NodeFileReader::offset() const { return impl_->file.position(); }
+
+std::vector<Ptr<iNode>> readNodeFile(const tovan::WString& path, int* streamVersion) {
+    NodeFileReader file(path);
+    const int version = file.readHeader();
     if (streamVersion) *streamVersion = version;
-    VersionedInput in(file, version);
-    return readRecords(in);
+    std::vector<Ptr<iNode>> nodes;
+    while (Ptr<iNode> n = file.next()) nodes.push_back(std::move(n));
+    return nodes;
 }
 
 }  // namespace nvk

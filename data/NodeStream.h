@@ -18,6 +18,8 @@
 //   nvk::writeRecord(out, *root);
 //   tovan::MemoryInputStream in(out.takeBytes(), 2);
 //   while (tovan::Ptr<tovan::iNode> n = nvk::readRecord(in)) use(*n);
+#include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "platform/ByteStream.h"
@@ -41,6 +43,10 @@ NVK_EXPORT std::vector<tovan::Ptr<tovan::iNode>> readRecords(tovan::iByteInputSt
 /// The four bytes a node file starts with.
 inline constexpr char kNodeFileMagic[4] = {'n', 'v', 'k', 'b'};
 
+/// The stream versions a node file may carry.
+inline constexpr int kMinNodeFileVersion = 1;
+inline constexpr int kMaxNodeFileVersion = 3;
+
 /// Writes a node file with the given stream version (1, 2 or 3).
 NVK_EXPORT void writeNodeFile(const tovan::WString& path, const std::vector<tovan::Ptr<tovan::iNode>>& nodes,
                               int streamVersion);
@@ -49,5 +55,33 @@ NVK_EXPORT void writeNodeFile(const tovan::WString& path, const std::vector<tova
 /// version when it is not 1 to 3: "Unsupported stream version %d in \"%ls\"".
 /// `streamVersion`, when given, receives the file's version.
 NVK_EXPORT std::vector<tovan::Ptr<tovan::iNode>> readNodeFile(const tovan::WString& path, int* streamVersion = nullptr);
+
+/// Reads a node file one record at a time, for callers that must say where
+/// reading stopped (readNodeFile reads it whole through this class).
+///
+///   NodeFileReader file(path);            // opens it; a missing file raises here
+///   while (tovan::Ptr<tovan::iNode> n = file.next()) use(*n);
+///   // on an exception: file.offset() is the byte where reading stopped
+class NVK_EXPORT NodeFileReader {
+public:
+    explicit NodeFileReader(const tovan::WString& path);
+    ~NodeFileReader();
+    NodeFileReader(const NodeFileReader&) = delete;
+    NodeFileReader& operator=(const NodeFileReader&) = delete;
+
+    /// Checks the start of the file once and returns its stream version; the
+    /// failures are readNodeFile's.
+    int readHeader();
+    /// The next record (the header is checked first when it was not yet), or
+    /// null when the file ends cleanly between records. A file cut at a record
+    /// boundary therefore reads as a shorter file: the format has no count.
+    tovan::Ptr<tovan::iNode> next();
+    /// Bytes consumed from the start of the file, the header included.
+    uint64_t offset() const;
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
+};
 
 }  // namespace nvk

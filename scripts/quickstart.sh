@@ -18,4 +18,8 @@ credentials=$("$nvk" credentials new --user alice --domain LAB --password secret
 "$nvk" json examples/bare-members.json
 "$nvk" json examples/stations.json --to-json build/stations-roundtrip.json
 "$nvk" json build/stations-roundtrip.json
+"$nvk" json examples/stations.json --to-bin build/stations.nvkb
+"$nvk" bin build/stations.nvkb
+"$nvk" json examples/bare-members.json --to-bin build/bare-members-v1.nvkb --stream-version 1
+"$nvk" bin build/bare-members-v1.nvkb --to-json build/bare-members-from-bin.json
 "$nvk" json examples/broken.json || echo "(broken.json is refused on purpose, exit status $?)"

@@ -433,6 +433,29 @@ TEST(NodeStream, RecordsAndNodeFiles) {
         f.write("nvkx", 4);
     }
     EXPECT_THROW_MSG(nvk::readNodeFile(other), Exception, "File \"" + (dir / "other").string() + "\" is not a node file");
+
+    // Record by record, the reader knows how far it got, also when a record is cut short.
+    const std::string full = nvktest::readFile(dir / "records.nvkb");
+    {
+        tovan::FileOutputStream f(other);
+        f.write(full.data(), full.size() - 1);
+    }
+    nvk::NodeFileReader reader(other);
+    EXPECT_EQ(reader.offset(), 0u);
+    EXPECT_EQ(reader.readHeader(), 1);
+    EXPECT_EQ(reader.offset(), 5u);
+    ASSERT_TRUE(reader.next());
+    ASSERT_TRUE(reader.next());
+    const uint64_t third = reader.offset();
+    EXPECT_THROW(reader.next(), Exception);
+    EXPECT_GT(reader.offset(), third);
+    EXPECT_EQ(reader.offset(), full.size() - 1);
+    {
+        tovan::FileOutputStream f(other);
+        f.write("nvkb\x10", 5);
+    }
+    EXPECT_THROW_MSG(nvk::NodeFileReader(other).next(), Exception,
+                     "Unsupported stream version 4 in \"" + (dir / "other").string() + "\"");
 }
 
 TEST(NodeStream, DeepNestingIsRefused) {

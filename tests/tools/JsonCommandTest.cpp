@@ -79,3 +79,61 @@ TEST(JsonCommand, ReportsWhereReadingStoppedAndBadUsage) {
     EXPECT_EQ(r.status, 2);
     EXPECT_EQ(r.out.substr(0, 38), "nvk json: unknown option '--pretty'\nus");
 }
+
+// json -> node file -> bin must give back the same trees in every stream
+// version, and both commands must write the same JSON.
+TEST(BinCommand, NodeFilesPrintAndWriteLikeTheJsonTheyCameFrom) {
+    nvktest::TempDir dir;
+    for (const char* name : {"stations.json", "bare-members.json"}) {
+        const std::string printed = nvk("json " + example(name)).out;
+        const std::string json = (dir / "json.json").string(), fromBin = (dir / "bin.json").string();
+        ASSERT_EQ(nvk("json " + example(name) + " --to-json " + json).status, 0);
+        for (int version : {1, 2, 3}) {
+            SCOPED_TRACE(std::string(name) + " v" + std::to_string(version));
+            const std::string bin = (dir / "out.bin").string();
+            ToolRun r = nvk("json " + example(name) + " --to-bin " + bin + " --stream-version " +
+                            std::to_string(version));
+            EXPECT_EQ(r.status, 0);
+            EXPECT_EQ(r.out.substr(r.out.find(" (")), " (stream version " + std::to_string(version) + ")\n");
+            EXPECT_EQ(nvktest::readFile(bin).substr(0, 5), "nvkb" + std::string(1, char(version * 4)));
+            EXPECT_EQ(nvk("bin " + bin).out, printed);
+            EXPECT_EQ(nvk("bin " + bin + " --to-json " + fromBin).status, 0);
+            EXPECT_EQ(nvktest::readFile(fromBin), nvktest::readFile(json));
+        }
+    }
+}
+
+TEST(BinCommand, ReportsTheByteWhereReadingStoppedAndBadUsage) {
+    nvktest::TempDir dir;
+    const std::string bin = (dir / "s.bin").string(), cut = (dir / "cut.bin").string();
+    ASSERT_EQ(nvk("json " + example("stations.json") + " --to-bin " + bin).status, 0);
+    std::ofstream(cut, std::ios::binary) << nvktest::readFile(bin).substr(0, 30);
+    ToolRun r = nvk("bin " + cut);
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.out, "nvk bin: " + cut + ": byte 30: EOF reading int as short\n");
+    r = nvk("bin " + example("stations.json"));
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.out, "nvk bin: " + example("stations.json") + ": byte 4: File \"" + example("stations.json") +
+                         "\" is not a node file\n");
+    r = nvk("bin /nonexistent/x.bin");
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.out, "nvk bin: Cannot open file \"/nonexistent/x.bin\" for reading: No such file or directory\n");
+
+    auto firstLine = [](const ToolRun& run) { return run.out.substr(0, run.out.find('\n') + 1); };
+    const std::pair<std::string, std::string> usage[] = {
+        {"bin", "nvk bin: no input file\n"},
+        {"bin " + bin + " --to-bin x", "nvk bin: unknown option '--to-bin'\n"},
+        {"bin " + bin + " --to-json", "nvk bin: --to-json needs an output file\n"},
+        {"json a.json --to-bin", "nvk json: --to-bin needs an output file\n"},
+        {"json a.json --to-bin x --stream-version", "nvk json: --stream-version needs a number\n"},
+        {"json a.json --stream-version 2", "nvk json: --stream-version applies only to --to-bin\n"},
+        {"json a.json --to-bin x --stream-version 0", "nvk json: unsupported stream version '0' (supported: 1 to 3)\n"},
+        {"json a.json --to-bin x --stream-version 2x", "nvk json: unsupported stream version '2x' (supported: 1 to 3)\n"},
+    };
+    for (const auto& [args, message] : usage) {
+        r = nvk(args);
+        EXPECT_EQ(r.status, 2) << args;
+        EXPECT_EQ(firstLine(r), message);
+    }
+    EXPECT_NE(nvk("help").out.find("\n  bin           read a node file's records"), std::string::npos);
+}

@@ -1,0 +1,32 @@
+// nvk bin FILE [--to-json OUT]: reads a node file (as `nvk json --to-bin`
+// writes it) and prints its records or writes them as JSON.
+#include "tools/nvk/Command.h"
+#include "tools/nvk/RecordIO.h"
+
+namespace nvk {
+namespace {
+
+int runBin(const std::vector<std::string>& args);
+
+const CommandRegistration binCommand{
+    {"bin", "read a node file's records; print them or write them as JSON",
+     "nvk bin FILE [--to-json OUT]\n\n"
+     "Reads every record of the node file FILE (\"nvkb\", the stream version, then one root node\n"
+     "per record), whatever its stream version. Without options each record is printed as an\n"
+     "indented tree, exactly as 'nvk json' prints the JSON it was written from; --to-json OUT\n"
+     "writes the records to OUT as one JSON array of objects, one per line.\n"
+     "A file that cannot be read is reported as FILE: byte OFFSET: MESSAGE, OFFSET being the\n"
+     "number of bytes read when reading stopped, exit 1.",
+     &runBin}};
+
+int runBin(const std::vector<std::string>& args) {
+    const Command& self = *findCommand("bin");
+    RecordArgs parsed;
+    if (int status = parseRecordArgs(self, args, AllowToJson, parsed); status >= 0) return status;
+    NodeList records;
+    if (!readNodeRecords(self, parsed.input, records)) return ExitBadInput;
+    return finishRecords(records, parsed);
+}
+
+}  // namespace
+}  // namespace nvk
