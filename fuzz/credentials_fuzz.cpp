@@ -3,7 +3,10 @@
 // the path: even, the rest is taken as the string itself (outer Base64,
 // length and checksum); odd, the rest is a clear body sealed properly under a
 // known secret with format version (first byte / 2) % 8, so the field reader
-// sees every shape of body. A body that reads back must write and read again.
+// sees every shape of body. A body that reads back must write and read again,
+// unless one of its strings is longer than 255 bytes once written as UTF-8
+// (invalid bytes read as U+FFFD, three bytes each): the format keeps only the
+// low byte of such a length, so that body cannot come back by design.
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -52,6 +55,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (!c.Deserialize(text, error)) return 0;
     if (c.DecryptBody(false) != tovan::DecryptSuccess) return 0;
     if (c.IsSessionKey()) return 0;
+    for (const tovan::WString& s :
+         {c.GetUsername(), c.GetPassword(), c.GetClientDescription(), c.GetClientMachineName(), c.GetClientVersion(),
+          c.GetDomain(), c.GetXMLDBEndPoint(), c.GetLogEndPoint(), c.GetLocatorEndPoint(), c.GetAccessToken(),
+          c.GetRefreshToken()})
+        if (tovan::utf16ToUtf8(s.view()).size() > 255) return 0;
     tovan::WString again;
     try {
         c.GenerateCredentialsString(again);

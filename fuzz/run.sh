@@ -2,7 +2,9 @@
 # Builds the libFuzzer targets with clang under AddressSanitizer and
 # UndefinedBehaviorSanitizer and runs each one for a bounded time, starting
 # from its committed seed corpus. New inputs it finds go to a scratch folder,
-# not into the repository. Usage: fuzz/run.sh [SECONDS_PER_TARGET] [TARGET...]
+# not into the repository. The seed is fixed (NVK_FUZZ_SEED, 1 unless told)
+# so that a run on the same code explores the same way and a failure can be
+# repeated. Usage: fuzz/run.sh [SECONDS_PER_TARGET] [TARGET...]
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds="${1:-60}"
@@ -27,7 +29,12 @@ for t in "${targets[@]}"; do
   [ -d "$seeds" ] || seeds=""
   echo "fuzz: $t for ${seconds}s"
   mkdir -p build/fuzz/artifacts
-  "build/fuzz/fuzz/$t" -max_total_time="$seconds" -rss_limit_mb=4096 -print_final_stats=1 \
-    -artifact_prefix=build/fuzz/artifacts/ \
-    "$scratch/$t" $seeds 2>&1 | tail -n 12
+  log="build/fuzz/$t.log"
+  if ! "build/fuzz/fuzz/$t" -seed="${NVK_FUZZ_SEED:-1}" -max_total_time="$seconds" -rss_limit_mb=4096 \
+    -print_final_stats=1 -artifact_prefix=build/fuzz/artifacts/ "$scratch/$t" $seeds >"$log" 2>&1; then
+    tail -n 60 "$log"
+    echo "fuzz: $t failed; repeat with: build/fuzz/fuzz/$t build/fuzz/artifacts/<the input above>"
+    exit 1
+  fi
+  tail -n 6 "$log"
 done
