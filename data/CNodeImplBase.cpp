@@ -46,6 +46,11 @@ tovan::iPropertyCollection& CNodeImplBase::EnsurePropCollectionExists() {
     return *properties_;
 }
 
+CPropertyCollection& CNodeImplBase::EnsureOwnPropCollection() {
+    EnsurePropCollectionExists();
+    return *properties_;
+}
+
 tovan::iPropertyCollection* CNodeImplBase::FindPropCollection() const { return properties_; }
 
 void CNodeImplBase::DeletePropCollection() {

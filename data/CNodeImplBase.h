@@ -62,6 +62,8 @@ protected:
 
     // ---- sub-objects ---------------------------------------------------------------
     tovan::iPropertyCollection& EnsurePropCollectionExists();
+    /// The same collection as its own class, for library code that fills it in bulk.
+    CPropertyCollection& EnsureOwnPropCollection();
     tovan::iPropertyCollection* FindPropCollection() const;
     void DeletePropCollection();
     tovan::iMetaData& EnsureMetaDataExists();

@@ -27,6 +27,9 @@ public:
     bool hasNullValue() const override { return HasNullValue(); }
     tovan::iPropertyCollection& getProperties() override { return EnsurePropCollectionExists(); }
     const tovan::iPropertyCollection* getProperties() const override { return FindPropCollection(); }
+    /// getProperties() as the library's own collection class, whose storage
+    /// library code may fill directly (the JSON converter does).
+    CPropertyCollection& getPropertyCollection() { return EnsureOwnPropCollection(); }
     bool hasProperties() const override {
         const tovan::iPropertyCollection* p = FindPropCollection();
         return p && p->getSize() > 0;

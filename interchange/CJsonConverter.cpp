@@ -2,6 +2,7 @@
 
 #include "data/CBaseNode.h"
 #include "data/CProperty.h"
+#include "data/CPropertyCollection.h"
 #include "platform/ArrayValue.h"
 #include "platform/Exception.h"
 #include "platform/NDimArrayValue.h"
@@ -192,14 +193,30 @@ bool CJsonConverter::IsValueElement() const { return !kinds_.isEmpty() && kinds_
 bool CJsonConverter::IsArrayElement() const { return !kinds_.isEmpty() && kinds_.last() == KindArray; }
 bool CJsonConverter::IsObjectElement() const { return !kinds_.isEmpty() && kinds_.last() == KindObject; }
 
+WString CJsonConverter::take(const std::u16string& text) const {
+    // Only reached through ConsumeElement, whose tree is not const.
+    if (consume_) return WString(std::move(const_cast<std::u16string&>(text)));
+    return WString(text);
+}
+
+void CJsonConverter::ConsumeElement(cajun::json::Object& element) {
+    struct Consuming {
+        bool& flag;
+        bool before;
+        ~Consuming() { flag = before; }
+    } consuming{consume_, consume_};
+    consume_ = true;
+    ProcessElement(static_cast<const cajun::json::Object&>(element));
+}
+
 void CJsonConverter::ProcessElement(const cajun::json::Object& element) {
     BeginObject();
     for (const auto& member : element) {
         BeginValue();
-        names_.append(WString(member.name));
+        names_.append(take(member.name));
         member.element.Accept(*this);
         WString name = popName();
-        EndValue(name);
+        endMember(name);
     }
     EndObject();
 }
@@ -256,7 +273,7 @@ void CJsonConverter::ProcessIntegerElement(int value) { deliver(Ptr<Value>(new t
 void CJsonConverter::ProcessDoubleElement(double value) { deliver(Ptr<Value>(new tovan::DoubleValue(value))); }
 
 void CJsonConverter::ProcessElement(const cajun::json::String& element) {
-    deliver(Ptr<Value>(new tovan::StringValue(WString(element.Value()))));
+    deliver(Ptr<Value>(new tovan::StringValue(take(element.Value()))));
 }
 
 void CJsonConverter::ProcessElement(const cajun::json::Boolean& element) {
@@ -318,7 +335,7 @@ void CJsonConverter::appendToTop(const Ptr<Value>& value) {
 }
 
 void CJsonConverter::BeginObject() {
-    Ptr<tovan::iNode> node(CBaseNode::newInstance());
+    Ptr<CBaseNode> node(CBaseNode::newInstance());
     if (!root_) {
         root_ = node.get();
         nodes_.append(node);
@@ -339,7 +356,8 @@ void CJsonConverter::EndObject() {
         return;
     }
     if (!names_.isEmpty()) current_->setName(names_.last());
-    current_ = current_->findParent();
+    // Every node of the walk is made in BeginObject, its parent too.
+    current_ = static_cast<CBaseNode*>(current_->findParent());
 }
 
 void CJsonConverter::BeginValue() {
@@ -360,6 +378,23 @@ void CJsonConverter::EndValue(const tovan::BaseString<tovan::wchar>& name) {
         own->shareValue(value.get());
     else
         property.setValue(*value);
+}
+
+void CJsonConverter::endMember(const WString& name) {
+    popKind();
+    Ptr<Value> value = popValue();
+    if (!value || !current_) return;  // the member held objects: they are child nodes already
+    // What EndValue does through the interfaces: by slot, not find() (which
+    // would read a name starting with "/" as a path), a repeated name taking
+    // the last value, the value itself stored rather than a copy.
+    CPropertyCollectionData& storage = current_->getPropertyCollection().data();
+    if (CProperty* own = storage.GetProperty(name)) {
+        own->shareValue(value.get());
+        return;
+    }
+    Ptr<CProperty> property = storage.MakeNewPropertyWithCopiedValue(name, nullptr);
+    property->shareValue(value.get());
+    storage.AddProperty(property.get());
 }
 
 void CJsonConverter::BeginArray() {

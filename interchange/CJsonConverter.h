@@ -15,6 +15,8 @@ class ArrayValue;
 
 namespace nvk {
 
+class CBaseNode;
+
 /// Turns one JSON array into one array value, as its type says:
 /// with dimensions (a regular array of two or more levels) an n-dimensional
 /// array value of the element type; without, a one-dimensional array of the
@@ -75,6 +77,10 @@ public:
 
     void ProcessElement(const cajun::json::Element& element) { element.Accept(*this); }
     void ProcessElement(const cajun::json::Object& element);
+    /// ProcessElement for a tree that is thrown away afterwards: member
+    /// names and string texts are moved out of it instead of copied, so
+    /// `element` is left with those texts unspecified.
+    void ConsumeElement(cajun::json::Object& element);
     void ProcessElement(const cajun::json::Array& element);
     void ProcessElement(const cajun::json::Number& element);
     void ProcessElement(const cajun::json::String& element);
@@ -121,8 +127,13 @@ private:
     int popKind();
     tovan::Ptr<tovan::Value> popValue();
     tovan::WString popName();
+    /// EndValue for a member met in the walk: the property goes straight into
+    /// the node's storage, looked up once.
+    void endMember(const tovan::WString& name);
+    /// A text of the tree: moved out when consuming, else copied.
+    tovan::WString take(const std::u16string& text) const;
 
-    tovan::iNode* current_ = nullptr;  // not owned; null between top-level objects
+    CBaseNode* current_ = nullptr;  // not owned; null between top-level objects
     tovan::Array<tovan::WString> names_;
     tovan::Array<tovan::Ptr<tovan::iNode>> nodes_;
     tovan::iNode* root_ = nullptr;  // not owned (nodes_ holds it)
@@ -131,6 +142,7 @@ private:
     // The element type the typer found for the array handed to
     // ProcessNDimensionalArrayElement.
     CJsonDataTyper::ValueType ndElementType_ = CJsonDataTyper::TypeNone;
+    bool consume_ = false;  // inside ConsumeElement
 };
 
 }  // namespace nvk

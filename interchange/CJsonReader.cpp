@@ -141,7 +141,7 @@ bool CJsonReader::ReadNextObject(tovan::Array<tovan::Ptr<tovan::iNode>>& nodes) 
     cajun::json::Object object;
     if (!ReadNextObject(object)) return false;
     CJsonConverter converter;
-    converter.ProcessElement(object);
+    converter.ConsumeElement(object);  // the tree goes away here: its texts can move
     converter.GetNodeList(nodes, true);
     return true;
 }

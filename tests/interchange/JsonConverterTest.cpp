@@ -136,3 +136,27 @@ TEST(JsonConverter, ConvertsATopLevelArrayOfObjectsAndGuardsItsStacks) {
     EXPECT_NO_THROW(hooks.EndArray());
     EXPECT_THROW_MSG(hooks.EndArray(), tovan::Exception, "Stack is empty");
 }
+
+TEST(JsonConverter, ConsumingATreeBuildsTheSameNodes) {
+    // Long texts (past any in-place storage of short strings), names that
+    // fold to one another, objects of one name and string arrays.
+    std::u16string json = uR"({"a long member name": "a long string value here", "Key": 1, "key": "second",
+                              "Sub": {"inner name that is long": ["one long text", "two long texts"]},
+                              "sub": {"x": "y"}})";
+    tovan::vcFileInterface file;
+    file.openText(json);
+    nvk::CJsonReader reader(&file);
+    cajun::json::Object tree;
+    ASSERT_TRUE(reader.ReadNextObject(tree));
+    cajun::json::Object copy = tree;
+    CJsonConverter processing, consuming;
+    processing.ProcessElement(tree);
+    consuming.ConsumeElement(copy);
+    Array<Ptr<iNode>> a, b;
+    processing.GetNodeList(a, true);
+    consuming.GetNodeList(b, true);
+    ASSERT_EQ(a.size(), 1u);
+    ASSERT_EQ(b.size(), 1u);
+    EXPECT_EQ(nvk::DescribeNodeTree(*b[0]), nvk::DescribeNodeTree(*a[0]));
+    EXPECT_EQ(nvk::DescribeNodeTree(*a[0]), treesOf(json));
+}

@@ -58,7 +58,8 @@ TEST(FileInterface, DetectsEveryEncodingAndDropsTheMark) {
 // the file were converted in one piece.
 TEST(FileInterface, BlocksDecodeLikeOneConversion) {
     const std::string pieces[] = {"x", "\xc3\xa9", "\xe2\x82\xac", "\xf0\x9f\x98\x80", "\xe0\x80", "\xf4\x90",
-                                  "\xff", "\xc3", "\xed\xa0\x80", "\xf0\x9f\x98"};
+                                  "\xff", "\xc3", "\xed\xa0\x80", "\xf0\x9f\x98",
+                                  "a run of plain ASCII longer than sixteen bytes"};
     std::mt19937 rng(7);
     std::string bytes;
     while (bytes.size() < 300000) bytes += pieces[rng() % std::size(pieces)];
@@ -74,6 +75,11 @@ TEST(FileInterface, BlocksDecodeLikeOneConversion) {
     wchar buffer[997];
     for (size_t n; (n = chunks.readText(buffer, std::size(buffer))) > 0;) got.append(buffer, n);
     EXPECT_EQ(got, expected);
+
+    // Bytes held in memory are decoded a block at a time as well.
+    vcFileInterface memory;
+    memory.openBytes(bytes);
+    EXPECT_EQ(memory.readAll().str(), expected);
 }
 
 TEST(FileInterface, FailuresNameTheFile) {
