@@ -147,24 +147,16 @@ void CJsonWriter::fixUpDoubles(char* text, size_t capacity, bool strict) {
 }
 
 void CJsonWriter::appendDouble(double value, bool strict, std::u16string& out) {
-    wchar wide[kNumberBuffer];
-    size_t length = tovan::util::doubleToString(value, wide, kNumberBuffer, 1);
+    char text[kNumberBuffer];
+    size_t length = tovan::util::doubleToString(value, text, kNumberBuffer, 1);
     // A point followed by a digit is what fixUpDoubles would leave alone,
     // and what every finite number looks like here.
-    std::u16string_view text(wide, length);
-    size_t point = text.find(u'.');
-    if (point != text.npos && point + 1 < length && wide[point + 1] >= u'0' && wide[point + 1] <= u'9') {
-        out += text;
-        return;
-    }
-    char narrow[kNumberBuffer];
-    for (size_t i = 0; i <= length; ++i) {
-        if (wide[i] > 255)
-            throw Exception("CJsonWriter", "value(double)", u"Unable to convert character 0x%x", unsigned(wide[i]));
-        narrow[i] = char(wide[i]);
-    }
-    fixUpDoubles(narrow, kNumberBuffer, strict);
-    for (const char* p = narrow; *p; ++p) out += wchar((unsigned char)*p);
+    const char* point = static_cast<const char*>(std::memchr(text, '.', length));
+    if (!point || !(point[1] >= '0' && point[1] <= '9')) fixUpDoubles(text, kNumberBuffer, strict);
+    wchar wide[kNumberBuffer];
+    size_t n = 0;
+    for (; text[n]; ++n) wide[n] = wchar((unsigned char)text[n]);
+    out.append(wide, n);
 }
 
 std::u16string CJsonWriter::formatDouble(double value, bool strict) {

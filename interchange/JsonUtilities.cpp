@@ -125,6 +125,27 @@ void writeDimension(CJsonWriter& w, const tovan::NDimArrayValue& nd, size_t dim,
     w.endArray();
 }
 
+// The array classes by their codes, without a dynamic_cast for each value
+// (a test of the exact class is a pointer comparison); anything else the
+// slow way.
+template <class A>
+const tovan::ArrayValue* exactly(const tovan::Value& value) {
+    return typeid(value) == typeid(A) ? static_cast<const A*>(&value) : value.findAs<tovan::ArrayValue>();
+}
+
+const tovan::ArrayValue* asArray(const tovan::Value& value) {
+    switch (value.getTypeCode()) {
+    case tovan::VT_StringArray: return exactly<tovan::StringArrayValue>(value);
+    case tovan::VT_IntegerArray: return exactly<tovan::IntegerArrayValue>(value);
+    case tovan::VT_DoubleArray: return exactly<tovan::DoubleArrayValue>(value);
+    case tovan::VT_BooleanArray: return exactly<tovan::BooleanArrayValue>(value);
+    case tovan::VT_ByteArray: return exactly<tovan::ByteArrayValue>(value);
+    case tovan::VT_NullArray: return exactly<tovan::NullArrayValue>(value);
+    case tovan::VT_ValueArray: return exactly<tovan::ValueArrayValue>(value);
+    default: return value.findAs<tovan::ArrayValue>();
+    }
+}
+
 void writeValue(CJsonWriter& w, const tovan::Value& value) {
     switch (value.getTypeCode()) {
     case tovan::VT_Boolean: w.value(static_cast<const tovan::BooleanValue&>(value).get()); return;
@@ -146,7 +167,7 @@ void writeValue(CJsonWriter& w, const tovan::Value& value) {
         w.value(std::u16string_view(static_cast<const tovan::StringValue&>(value).get().view()), true);
         return;
     }
-    if (const auto* array = value.findAs<tovan::ArrayValue>()) {
+    if (const auto* array = asArray(value)) {
         w.array();
         const int code = array->getTypeCode();
         const size_t n = array->size();

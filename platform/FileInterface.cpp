@@ -385,31 +385,33 @@ void vcFileInterface::writeText(std::u16string_view text) {
     while (i < text.size()) {
         wchar c = text[i];
         if (c < 0x80 && !pendingHigh_) {
-            // At most up to the block size, so a long text is flushed in blocks too.
+            // The run's length first, at most up to the block size (so a long
+            // text is flushed in blocks too), then the units narrowed.
             size_t old = out_.size();
             size_t room = std::min(text.size() - i, std::max<size_t>(kBlockBytes - std::min(old, kBlockBytes), 1));
-            out_.resize(old + room);
-            char* dest = out_.data() + old;
             const wchar* src = text.data() + i;
             size_t n = 0;
 #if defined(__SSE2__)
-            // Sixteen units at a time while all are ASCII: vector instructions
-            // every x86-64 has; elsewhere unit by unit.
+            // Eight units at a time: vector instructions every x86-64 has.
             const __m128i top = _mm_set1_epi16(0x7F), zero = _mm_setzero_si128();
-            while (n + 16 <= room) {
-                __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + n));
-                __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + n + 8));
-                __m128i over = _mm_or_si128(_mm_subs_epu16(a, top), _mm_subs_epu16(b, top));
-                if (_mm_movemask_epi8(_mm_cmpeq_epi16(over, zero)) != 0xFFFF) break;
-                _mm_storeu_si128(reinterpret_cast<__m128i*>(dest + n), _mm_packus_epi16(a, b));
-                n += 16;
+            while (n + 8 <= room) {
+                __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + n));
+                if (_mm_movemask_epi8(_mm_cmpeq_epi16(_mm_subs_epu16(v, top), zero)) != 0xFFFF) break;
+                n += 8;
             }
 #endif
-            while (n < room && src[n] < 0x80) {
-                dest[n] = char(src[n]);
-                ++n;
-            }
+            while (n < room && src[n] < 0x80) ++n;
             out_.resize(old + n);
+            char* dest = out_.data() + old;
+            size_t k = 0;
+#if defined(__SSE2__)
+            for (; k + 16 <= n; k += 16) {
+                __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + k));
+                __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + k + 8));
+                _mm_storeu_si128(reinterpret_cast<__m128i*>(dest + k), _mm_packus_epi16(a, b));
+            }
+#endif
+            for (; k < n; ++k) dest[k] = char(src[k]);
             i += n;
         } else if (pendingHigh_ || (c >= 0xD800 && c <= 0xDFFF)) {
             writeChar(c);

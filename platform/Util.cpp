@@ -56,6 +56,16 @@ size_t doubleToString(double value, wchar* buffer, size_t capacity, int option) 
     return length;
 }
 
+size_t doubleToString(double value, char* buffer, size_t capacity, int option) {
+    char text[32];
+    size_t length = formatDouble(value, option, text);
+    if (capacity < length + 1)
+        throw BadParameterException("util", "doubleToString", u"Buffer of %d characters is too small for %hs",
+                                    capacity, text);
+    std::memcpy(buffer, text, length + 1);
+    return length;
+}
+
 WString urlEncodeComponent(const WString& text) {
     if (text.isNull()) return WString();
     static constexpr char hex[] = "0123456789ABCDEF";

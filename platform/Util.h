@@ -29,6 +29,9 @@ NVK_EXPORT WString doubleToString(double value, int option = 0);
 /// "Buffer of %d characters is too small for %hs" and is left as it was.
 /// 32 characters are always enough.
 NVK_EXPORT size_t doubleToString(double value, wchar* buffer, size_t capacity, int option = 0);
+/// The same in bytes (the text is ASCII), for writers of UTF-8 or of
+/// their own buffers.
+NVK_EXPORT size_t doubleToString(double value, char* buffer, size_t capacity, int option = 0);
 
 /// Percent-encodes text for one component of a URL query (a name or a value):
 /// the text's UTF-8 bytes, with A-Z a-z 0-9 "-" "_" "." "~" kept and every
