@@ -1,7 +1,12 @@
 #include "interchange/JsonScanner.h"
 
 #include <array>
+#include <cstdint>
 #include <utility>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace cajun::json {
 
@@ -38,18 +43,41 @@ inline bool isNumberChar(const std::array<bool, 128>& table, wchar c) { return c
     throw ScanException(message, in.GetLocation());
 }
 
-// Consumes white space, counting it, in bulk where the buffer allows.
+// Consumes white space, counting it, in bulk where the buffer allows: the
+// counters move once per run (a line feed starts a line, anything else is a
+// column), and indentation goes eight blanks at a time where SSE2 is there.
 void skipSpace(JsonInputStream& in) {
     for (;;) {
         std::u16string_view buf = in.Buffered();
         if (!buf.empty()) {
+            const wchar* p = buf.data();
+            const size_t n = buf.size();
             size_t i = 0;
-            while (i < buf.size() && isSpace(buf[i])) {
-                in.Count(buf[i]);
+            size_t lineStart = SIZE_MAX;  // just past the run's last line feed
+            int lines = 0;
+            while (i < n && isSpace(p[i])) {
+                if (p[i] == u'\n') {
+                    ++lines;
+                    lineStart = i + 1;
+                }
                 ++i;
+#if defined(__SSE2__)
+                const __m128i blank = _mm_set1_epi16(' ');
+                while (i + 8 <= n &&
+                       _mm_movemask_epi8(_mm_cmpeq_epi16(
+                           _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i)), blank)) == 0xFFFF)
+                    i += 8;
+#endif
+            }
+            in.position += int(i);
+            if (lines) {
+                in.line += lines;
+                in.column = int(i - lineStart);
+            } else {
+                in.column += int(i);
             }
             in.Skip(i);
-            if (i < buf.size()) return;
+            if (i < n) return;
             continue;  // the block was all white space: look at the next one
         }
         if (in.EOS() || !isSpace(in.Peek())) return;

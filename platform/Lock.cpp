@@ -6,20 +6,28 @@
 
 namespace tovan {
 
-bool CriticalSection::tryLockFor(int timeoutMs) {
-    // An uncontended lock is taken without reading the clock: the per-class
-    // pools take one on every allocation and release (bench/tree_bench).
-    if (mutex_.try_lock()) return true;
-    return mutex_.try_lock_for(std::chrono::milliseconds(timeoutMs < 0 ? 0 : timeoutMs));
+bool CriticalSection::waitFor(std::thread::id me, int timeoutMs) {
+    using Clock = std::chrono::steady_clock;
+    const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(timeoutMs < 0 ? 0 : timeoutMs);
+    for (int round = 0;; ++round) {
+        std::thread::id none;
+        if (owner_.load(std::memory_order_relaxed) == none &&
+            owner_.compare_exchange_strong(none, me, std::memory_order_acquire, std::memory_order_relaxed)) {
+            depth_ = 1;
+            return true;
+        }
+        if (Clock::now() >= deadline) return false;
+        // Short holds are the rule: give the holder the processor first,
+        // then poll at a pace that costs little while a long hold lasts.
+        if (round < 100)
+            std::this_thread::yield();
+        else
+            std::this_thread::sleep_for(std::chrono::microseconds(round < 1000 ? 50 : 500));
+    }
 }
 
-void CriticalSection::unlock() { mutex_.unlock(); }
-
-AutoCriticalSection::AutoCriticalSection(CriticalSection& cs, int timeoutMs) : cs_(cs) {
-    if (!cs_.tryLockFor(timeoutMs))
-        throw Exception("AutoCriticalSection", "acquire", u"Timed out after %d ms waiting for a lock", timeoutMs);
+void AutoCriticalSection::timedOut(int timeoutMs) {
+    throw Exception("AutoCriticalSection", "acquire", u"Timed out after %d ms waiting for a lock", timeoutMs);
 }
-
-AutoCriticalSection::~AutoCriticalSection() { cs_.unlock(); }
 
 }  // namespace tovan

@@ -206,6 +206,40 @@ TEST(JsonReader, CountsLinesAndColumnsFromZero) {
     EXPECT_EQ(tokens[6].begin, (Location{2, 0, 12}));
     EXPECT_EQ(tokens[6].end, (Location{3, 2, 17}));  // a line feed inside a string counts too
     EXPECT_EQ(tokens[8].end, (Location{3, 4, 19}));
+
+    // Runs of white space of every length and kind (indentation is skipped in
+    // blocks): each token where counting one character at a time puts it.
+    std::u16string text = u"[";
+    std::vector<Location> expected;
+    Location at{0, 1, 1};
+    const std::u16string gaps[] = {u" ", u"\n", u"\t", u"\r\n", u"\v\f"};
+    for (int k = 0; k < 40; ++k) {
+        for (int j = 0; j <= k; ++j) {
+            const std::u16string& gap = j % 7 == 3 ? gaps[k % 5] : gaps[0];
+            for (char16_t c : gap) {
+                ++at.position;
+                if (c == u'\n') {
+                    ++at.line;
+                    at.column = 0;
+                } else {
+                    ++at.column;
+                }
+            }
+            text += gap;
+        }
+        expected.push_back(at);
+        text += u"1,";
+        at.position += 2;
+        at.column += 2;
+    }
+    text += u"2]";
+    vcFileInterface spaced;
+    spaced.openText(text);
+    JsonInputStream spacedIn(&spaced);
+    Tokens spacedTokens;
+    Scanner().Scan(spacedIn, spacedTokens);
+    ASSERT_EQ(spacedTokens.size(), 83u);
+    for (size_t k = 0; k < expected.size(); ++k) EXPECT_EQ(spacedTokens[1 + 2 * k].begin, expected[k]) << k;
 }
 
 TEST(JsonReader, ScansOneTopLevelValueByItsFirstToken) {

@@ -221,3 +221,25 @@ TEST(Lock, TimesOutWithAnException) {
     AutoCriticalSection again(cs, 20);  // free now
     AutoCriticalSection nested(cs, 0);  // and re-entrant
 }
+
+TEST(Lock, ExcludesOtherThreadsAndWaitsForThem) {
+    // Threads that take the lock, take it again inside, and update shared
+    // state that only exclusion keeps consistent; every wait ends in a turn.
+    CriticalSection cs;
+    long counter = 0, shadow = 0;
+    auto work = [&] {
+        for (int i = 0; i < 20000; ++i) {
+            AutoCriticalSection outer(cs);
+            AutoCriticalSection inner(cs, 0);
+            long seen = counter;
+            shadow = seen + 1;
+            counter = shadow;
+        }
+    };
+    std::thread a(work), b(work), c(work);
+    a.join();
+    b.join();
+    c.join();
+    EXPECT_EQ(counter, 60000);
+    AutoCriticalSection free(cs, 0);
+}
