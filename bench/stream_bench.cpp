@@ -179,7 +179,7 @@ void BM_NodeWrite(benchmark::State& state, const char* name) {
 void BM_NodeRead(benchmark::State& state, const char* name) {
     NEED_DOCUMENT(d, name);
     for (auto _ : state) {
-        tovan::MemoryInputStream in(d->record.data(), d->record.size(), 2);
+        tovan::MemoryViewInputStream in(d->record.data(), d->record.size(), 2);
         Ptr<tovan::iNode> n = nvk::readRecord(in);
         benchmark::DoNotOptimize(n.get());
     }

@@ -47,8 +47,10 @@ namespace {
 class VersionedInput : public iByteInputStream {
 public:
     VersionedInput(iByteInputStream& inner, int version) : inner_(inner), version_(version) {}
-    size_t read(void* data, size_t count) override { return inner_.read(data, count); }
     int getVersion() const override { return version_; }
+
+protected:
+    size_t readSome(void* data, size_t count) override { return inner_.read(data, count); }
 
 private:
     iByteInputStream& inner_;

@@ -57,7 +57,7 @@ void readUtf16Units(iByteInputStream& in, char16_t* dest, int from, int to, int 
 /// One unit of a version-2 string; `pos` is its one-based position.
 char16_t readUtf8Unit(iByteInputStream& in, int pos, int len) {
     uint8_t h;
-    if (in.read(&h, 1) != 1)
+    if (!in.readByte(h))
         throw Exception(kClass, "readWideString", u"EOF reading byte %d in string of length %d", pos, len);
     if (h < 0x80) return char16_t(h);
     int extra;

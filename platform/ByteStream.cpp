@@ -31,14 +31,32 @@ void MemoryOutputStream::write(const void* data, size_t count) {
     bytes_.insert(bytes_.end(), p, p + count);
 }
 
-MemoryInputStream::MemoryInputStream(const void* data, size_t count, int version)
-    : bytes_(static_cast<const uint8_t*>(data), static_cast<const uint8_t*>(data) + count), version_(version) {}
+size_t iByteInputStream::readPastWindow(void* data, size_t count) {
+    auto* p = static_cast<uint8_t*>(data);
+    const size_t held = windowRemaining();
+    if (held) std::memcpy(p, next_, held);
+    next_ = windowEnd_;
+    return held + readSome(p + held, count - held);
+}
 
-size_t MemoryInputStream::read(void* data, size_t count) {
-    size_t n = std::min(count, bytes_.size() - pos_);
-    if (n) std::memcpy(data, bytes_.data() + pos_, n);
-    pos_ += n;
-    return n;
+MemoryViewInputStream::MemoryViewInputStream(const void* data, size_t count, int version) : version_(version) {
+    view(static_cast<const uint8_t*>(data), count);
+}
+
+void MemoryViewInputStream::view(const uint8_t* data, size_t count) {
+    begin_ = data;
+    setWindow(data, data + count);
+}
+
+MemoryInputStream::MemoryInputStream(std::vector<uint8_t> bytes, int version)
+    : MemoryViewInputStream(nullptr, 0, version), bytes_(std::move(bytes)) {
+    view(bytes_.data(), bytes_.size());
+}
+
+MemoryInputStream::MemoryInputStream(const void* data, size_t count, int version)
+    : MemoryViewInputStream(nullptr, 0, version),
+      bytes_(static_cast<const uint8_t*>(data), static_cast<const uint8_t*>(data) + count) {
+    view(bytes_.data(), bytes_.size());
 }
 
 namespace {

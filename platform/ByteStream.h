@@ -7,6 +7,7 @@
 // layouts), so both ends of a transfer must agree on it.
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <vector>
 
 #include "platform/Export.h"
@@ -25,14 +26,51 @@ class NVK_EXPORT iByteInputStream {
 public:
     virtual ~iByteInputStream();
     /// Reads up to `count` bytes and returns how many it got; fewer than asked
-    /// means the stream has ended.
-    virtual size_t read(void* data, size_t count) = 0;
+    /// means the stream has ended. Bytes already in the source's window are
+    /// copied here without a virtual call, which is what keeps the record
+    /// readers' many small reads (a byte, a compact integer) cheap.
+    size_t read(void* data, size_t count) {
+        if (count <= size_t(windowEnd_ - next_)) {
+            if (count) std::memcpy(data, next_, count);
+            next_ += count;
+            return count;
+        }
+        return readPastWindow(data, count);
+    }
+    /// One byte, or false at the end of the stream.
+    bool readByte(uint8_t& byte) {
+        if (next_ != windowEnd_) {
+            byte = *next_++;
+            return true;
+        }
+        return readPastWindow(&byte, 1) == 1;
+    }
     virtual int getVersion() const = 0;
 
     /// Reads exactly `count` bytes. A short read raises Exception(className,
     /// "read", "Unexpected end of stream: needed %d bytes, got %d"); the bytes
     /// that did arrive are consumed.
     void readExactly(void* data, size_t count, const char* className = "iByteInputStream");
+
+protected:
+    /// Delivers bytes from the source itself; called only once the window is
+    /// empty. Returns fewer than `count` only at the end, or when the source
+    /// gives less per call (readExactly asks again until it gets nothing).
+    virtual size_t readSome(void* data, size_t count) = 0;
+    /// Lends the stream a block of bytes to serve reads from until it is used
+    /// up; the source keeps the block alive and unchanged meanwhile.
+    void setWindow(const uint8_t* begin, const uint8_t* end) {
+        next_ = begin;
+        windowEnd_ = end;
+    }
+    size_t windowRemaining() const { return size_t(windowEnd_ - next_); }
+    const uint8_t* windowNext() const { return next_; }
+
+private:
+    size_t readPastWindow(void* data, size_t count);
+
+    const uint8_t* next_ = nullptr;
+    const uint8_t* windowEnd_ = nullptr;
 };
 
 /// The version a stream gets when its creator does not choose one.
@@ -56,22 +94,36 @@ private:
     int version_;
 };
 
-/// Reads a byte buffer it owns (a copy of what it was given).
-class NVK_EXPORT MemoryInputStream : public iByteInputStream {
+/// Reads bytes it does not own: the caller keeps them alive and unchanged
+/// while the stream is read. Every read is served from the window.
+class NVK_EXPORT MemoryViewInputStream : public iByteInputStream {
 public:
-    explicit MemoryInputStream(std::vector<uint8_t> bytes, int version = DefaultStreamVersion)
-        : bytes_(std::move(bytes)), version_(version) {}
-    MemoryInputStream(const void* data, size_t count, int version = DefaultStreamVersion);
-    size_t read(void* data, size_t count) override;
+    MemoryViewInputStream(const void* data, size_t count, int version = DefaultStreamVersion);
+    MemoryViewInputStream(const MemoryViewInputStream&) = delete;
+    MemoryViewInputStream& operator=(const MemoryViewInputStream&) = delete;
     int getVersion() const override { return version_; }
 
-    size_t position() const { return pos_; }
-    size_t remaining() const { return bytes_.size() - pos_; }
+    size_t position() const { return size_t(windowNext() - begin_); }
+    size_t remaining() const { return windowRemaining(); }
+
+protected:
+    size_t readSome(void*, size_t) override { return 0; }
+    void view(const uint8_t* data, size_t count);
+
+private:
+    const uint8_t* begin_ = nullptr;
+    int version_;
+};
+
+/// Reads a byte buffer it owns (a copy of what it was given, or the vector
+/// handed over).
+class NVK_EXPORT MemoryInputStream : public MemoryViewInputStream {
+public:
+    explicit MemoryInputStream(std::vector<uint8_t> bytes, int version = DefaultStreamVersion);
+    MemoryInputStream(const void* data, size_t count, int version = DefaultStreamVersion);
 
 private:
     std::vector<uint8_t> bytes_;
-    size_t pos_ = 0;
-    int version_;
 };
 
 // ---- little-endian fixed-width fields ------------------------------------

@@ -95,34 +95,41 @@ FileInputStream::~FileInputStream() { close(); }
 void FileInputStream::close() {
     if (file_) std::fclose(file_);
     file_ = nullptr;
+    setWindow(nullptr, nullptr);
 }
 
 bool FileInputStream::refill() {
     if (atEnd_) return false;
-    start_ = 0;
-    end_ = std::fread(buffer_.data(), 1, buffer_.size(), file_);
-    if (end_ < buffer_.size()) {
+    size_t got = std::fread(buffer_.data(), 1, buffer_.size(), file_);
+    if (got < buffer_.size()) {
         if (std::ferror(file_))
             throw Exception("FileInputStream", "read", u"Error reading file \"%ls\": %hs", path_,
                             std::strerror(errno));
         atEnd_ = true;
     }
-    return end_ > 0;
+    fetched_ += got;
+    setWindow(buffer_.data(), buffer_.data() + got);
+    return got > 0;
 }
 
-size_t FileInputStream::read(void* data, size_t count) {
+size_t FileInputStream::readSome(void* data, size_t count) {
     if (!file_) throw Exception("FileInputStream", "read", u"File \"%ls\" is not open", path_);
-    auto* p = static_cast<uint8_t*>(data);
-    size_t got = 0;
-    while (got < count) {
-        if (start_ == end_ && !refill()) break;
-        size_t n = std::min(count - got, end_ - start_);
-        std::memcpy(p + got, buffer_.data() + start_, n);
-        start_ += n;
-        got += n;
+    if (count >= buffer_.size()) {
+        size_t got = 0;
+        if (!atEnd_) {
+            got = std::fread(data, 1, count, file_);
+            if (got < count) {
+                if (std::ferror(file_))
+                    throw Exception("FileInputStream", "read", u"Error reading file \"%ls\": %hs", path_,
+                                    std::strerror(errno));
+                atEnd_ = true;
+            }
+        }
+        fetched_ += got;
+        return got;
     }
-    position_ += got;
-    return got;
+    if (!refill()) return 0;
+    return read(data, count);
 }
 
 }  // namespace tovan

@@ -57,14 +57,18 @@ public:
     FileInputStream(const FileInputStream&) = delete;
     FileInputStream& operator=(const FileInputStream&) = delete;
 
-    size_t read(void* data, size_t count) override;
     int getVersion() const override { return version_; }
     void close();
 
     const WString& getPath() const { return path_; }
     bool isOpen() const { return file_ != nullptr; }
     /// Bytes consumed so far.
-    uint64_t position() const { return position_; }
+    uint64_t position() const { return fetched_ - windowRemaining(); }
+
+protected:
+    /// Refills the buffer, which then serves reads as the stream's window; a
+    /// request of a whole buffer or more goes to the file directly.
+    size_t readSome(void* data, size_t count) override;
 
 private:
     bool refill();
@@ -72,9 +76,8 @@ private:
     WString path_;
     std::FILE* file_ = nullptr;
     std::vector<uint8_t> buffer_;
-    size_t start_ = 0, end_ = 0;
     bool atEnd_ = false;
-    uint64_t position_ = 0;
+    uint64_t fetched_ = 0;  // bytes taken from the file, into the buffer or directly
     int version_;
 };
 

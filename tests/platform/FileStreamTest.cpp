@@ -27,14 +27,30 @@ TEST(FileStream, WritesAndReadsTheSameBytesAsMemory) {
     }  // closed by the destructor
     EXPECT_EQ(nvktest::readFile(dir / "record.bin"), std::string(memory.bytes().begin(), memory.bytes().end()));
 
+    // Read back in the pieces written: small reads come from the buffer,
+    // larger ones straddle a refill or bypass the buffer.
     FileInputStream in(path, 3);
     EXPECT_EQ(in.getVersion(), 3);
     EXPECT_EQ(readInt32LE(in), -5);
-    std::vector<uint8_t> back(memory.size() - 4);
-    in.readExactly(back.data(), back.size());
-    EXPECT_TRUE(std::equal(back.begin(), back.end(), memory.bytes().begin() + 4));
+    std::vector<uint8_t> back(block.size());
+    in.readExactly(back.data(), 70000);
+    EXPECT_EQ(in.position(), 70004u);
+    EXPECT_EQ(readDoubleLE(in), 0.1);
+    for (int i = 0; i < 40000; ++i) {
+        uint8_t b = 0;
+        ASSERT_TRUE(in.readByte(b));
+        ASSERT_EQ(b, uint8_t(i)) << "byte " << i;
+    }
+    in.readExactly(back.data() + 70000, back.size() - 70000);
+    EXPECT_EQ(back, block);
     EXPECT_EQ(in.position(), memory.size());
     EXPECT_THROW_MSG(readInt32LE(in, "FileInputStream"), Exception, "Unexpected end of stream: needed 4 bytes, got 0");
+
+    FileInputStream again(path, 3);
+    uint8_t first[2];
+    again.readExactly(first, 2);
+    again.close();
+    EXPECT_THROW_MSG(again.read(first, 1), Exception, "File \"" + utf16ToUtf8(path.view()) + "\" is not open");
 }
 
 TEST(FileStream, FailuresNameTheFile) {

@@ -67,8 +67,10 @@ namespace {
 class TrickleStream : public iByteInputStream {
 public:
     explicit TrickleStream(Bytes bytes) : inner_(std::move(bytes), 3) {}
-    size_t read(void* data, size_t count) override { return inner_.read(data, count ? 1 : 0); }
     int getVersion() const override { return inner_.getVersion(); }
+
+protected:
+    size_t readSome(void* data, size_t count) override { return inner_.read(data, count ? 1 : 0); }
 
 private:
     MemoryInputStream inner_;
