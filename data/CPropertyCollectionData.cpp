@@ -250,6 +250,9 @@ void CPropertyCollectionData::Clear() {
             p->collection_ = nullptr;
             p->release();
         }
+    // The emptied array goes back for reuse (pooled storage fills again).
+    doomed.clear();
+    if (properties_.empty()) properties_.swap(doomed);
 }
 
 }  // namespace nvk

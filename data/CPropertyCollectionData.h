@@ -85,6 +85,9 @@ public:
     /// Appends `property` and takes a reference on it. The caller has checked
     /// that the name is free.
     void AddProperty(CProperty* property);
+    /// Room for `count` slots in all, so that filling a collection whose
+    /// size is known does not grow the array step by step.
+    void Reserve(size_t count) { properties_.reserve(count); }
     /// Creates a property of the collection's property class with a copy of
     /// `value` (none when null); not added. One reference for the caller.
     tovan::Ptr<CProperty> MakeNewPropertyWithCopiedValue(const tovan::WString& name, const tovan::Value* value) const;

@@ -216,12 +216,19 @@ void CJsonConverter::ProcessElement(const cajun::json::Object& element) {
         names_.append(take(member.name));
         member.element.Accept(*this);
         WString name = popName();
-        endMember(name);
+        endMember(name, element.Size());
     }
     EndObject();
 }
 
 void CJsonConverter::ProcessElement(const cajun::json::Array& element) {
+    // An object among the elements types the array as objects or as a mix,
+    // which goes through the walk whatever else is in it: no typing needed.
+    for (const cajun::json::Element& e : element)
+        if (e.Is<cajun::json::Object>()) {
+            ProcessArrayElement(element);
+            return;
+        }
     CJsonDataTyper typer;
     typer.ProcessElement(element);
     Array<unsigned int> dims;
@@ -380,7 +387,7 @@ void CJsonConverter::EndValue(const tovan::BaseString<tovan::wchar>& name) {
         property.setValue(*value);
 }
 
-void CJsonConverter::endMember(const WString& name) {
+void CJsonConverter::endMember(const WString& name, size_t members) {
     popKind();
     Ptr<Value> value = popValue();
     if (!value || !current_) return;  // the member held objects: they are child nodes already
@@ -388,6 +395,9 @@ void CJsonConverter::endMember(const WString& name) {
     // would read a name starting with "/" as a path), a repeated name taking
     // the last value, the value itself stored rather than a copy.
     CPropertyCollectionData& storage = current_->getPropertyCollection().data();
+    // Room for every member with the first (members that hold objects take
+    // none, so this is at most a little too much).
+    if (storage.GetSlotCount() == 0) storage.Reserve(members);
     if (CProperty* own = storage.GetProperty(name)) {
         own->shareValue(value.get());
         return;

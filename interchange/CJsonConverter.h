@@ -127,9 +127,9 @@ private:
     int popKind();
     tovan::Ptr<tovan::Value> popValue();
     tovan::WString popName();
-    /// EndValue for a member met in the walk: the property goes straight into
-    /// the node's storage, looked up once.
-    void endMember(const tovan::WString& name);
+    /// EndValue for a member (of an object of `members` members) met in the
+    /// walk: the property goes straight into the node's storage, looked up once.
+    void endMember(const tovan::WString& name, size_t members);
     /// A text of the tree: moved out when consuming, else copied.
     tovan::WString take(const std::u16string& text) const;
 

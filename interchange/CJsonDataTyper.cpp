@@ -66,6 +66,16 @@ public:
             sequence.append(CJsonDataTyper::TypeNull);
             return;
         }
+        // Elements that are all scalars (objects count as such) merge without
+        // any sequence: most arrays are of that kind.
+        bool scalars = true;
+        for (const Entry& e : elements_) scalars = scalars && !e.data;
+        if (scalars) {
+            ValueType merged = elements_[0].scalar;
+            for (size_t i = 1; i < elements_.size(); ++i) merged = mergeScalars(merged, elements_[i].scalar);
+            sequence.append(merged);
+            return;
+        }
         Array<ValueType> acc, next;
         elements_[0].append(acc);
         for (size_t i = 1; i < elements_.size(); ++i) {
