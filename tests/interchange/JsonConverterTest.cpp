@@ -160,3 +160,24 @@ TEST(JsonConverter, ConsumingATreeBuildsTheSameNodes) {
     EXPECT_EQ(nvk::DescribeNodeTree(*b[0]), nvk::DescribeNodeTree(*a[0]));
     EXPECT_EQ(nvk::DescribeNodeTree(*a[0]), treesOf(json));
 }
+
+TEST(JsonConverter, ArraysWithObjectsAmongTheirElements) {
+    // Objects beside scalars or arrays: the objects are child nodes, the
+    // rest a value array; a node whose members are all objects gets no
+    // property collection at all.
+    EXPECT_EQ(treesOf(uR"({"m": [{"a": 1}, 2, "x", [3, 4]], "only": [{"b": true}]})"),
+              "(unnamed)\n"
+              "  m: ValueArray = [2,\"x\",[3,4]]\n"
+              "  m\n"
+              "    a: Integer = 1\n"
+              "  only\n"
+              "    b: Boolean = true\n");
+    tovan::vcFileInterface file;
+    file.openText(u"{\"o\": {\"p\": {}}, \"q\": [{}]}");
+    nvk::CJsonReader reader(&file);
+    Array<Ptr<iNode>> nodes;
+    ASSERT_TRUE(reader.ReadNextObject(nodes));
+    const iNode& root = *nodes[0];
+    EXPECT_EQ(root.getProperties(), nullptr);
+    EXPECT_EQ(static_cast<const iNode&>(*root.getChildAt(0)).getProperties(), nullptr);
+}
