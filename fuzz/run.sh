@@ -23,18 +23,38 @@ scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 export ASAN_OPTIONS="detect_leaks=1:allocator_may_return_null=1"
 export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
-for t in "${targets[@]}"; do
+mkdir -p build/fuzz/artifacts
+
+# One target per core at a time (NVK_FUZZ_JOBS, 2 unless told); each writes
+# its own log, shown in target order once all have run.
+fuzz_one() {
+  local t=$1 seeds="fuzz/corpus/$1"
   mkdir -p "$scratch/$t"
-  seeds="fuzz/corpus/$t"
   [ -d "$seeds" ] || seeds=""
+  "build/fuzz/fuzz/$t" -seed="${NVK_FUZZ_SEED:-1}" -max_total_time="$seconds" -rss_limit_mb=4096 \
+    -print_final_stats=1 -artifact_prefix=build/fuzz/artifacts/ "$scratch/$t" $seeds \
+    >"build/fuzz/$t.log" 2>&1
+  echo $? >"$scratch/$t.status"
+}
+jobs_max="${NVK_FUZZ_JOBS:-2}"
+for t in "${targets[@]}"; do
+  while (($(jobs -rp | wc -l) >= jobs_max)); do wait -n || true; done
   echo "fuzz: $t for ${seconds}s"
-  mkdir -p build/fuzz/artifacts
+  fuzz_one "$t" &
+done
+wait
+
+failed=0
+for t in "${targets[@]}"; do
   log="build/fuzz/$t.log"
-  if ! "build/fuzz/fuzz/$t" -seed="${NVK_FUZZ_SEED:-1}" -max_total_time="$seconds" -rss_limit_mb=4096 \
-    -print_final_stats=1 -artifact_prefix=build/fuzz/artifacts/ "$scratch/$t" $seeds >"$log" 2>&1; then
+  if [ "$(cat "$scratch/$t.status" 2>/dev/null)" != 0 ]; then
+    echo "== $t FAILED"
     tail -n 60 "$log"
     echo "fuzz: $t failed; repeat with: build/fuzz/fuzz/$t build/fuzz/artifacts/<the input above>"
-    exit 1
+    failed=1
+  else
+    echo "== $t"
+    tail -n 6 "$log"
   fi
-  tail -n 6 "$log"
 done
+exit "$failed"
