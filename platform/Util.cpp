@@ -46,24 +46,28 @@ WString doubleToString(double value, int option) {
     return WString(std::u16string(text, text + length));
 }
 
-size_t doubleToString(double value, wchar* buffer, size_t capacity, int option) {
+namespace {
+
+/// Copies the text and its terminator into a caller's buffer of narrow or wide units.
+template <class Unit>
+size_t formatDoubleInto(double value, Unit* buffer, size_t capacity, int option) {
     char text[32];
     size_t length = formatDouble(value, option, text);
     if (capacity < length + 1)
         throw BadParameterException("util", "doubleToString", u"Buffer of %d characters is too small for %hs",
                                     capacity, text);
-    for (size_t i = 0; i <= length; ++i) buffer[i] = wchar(static_cast<unsigned char>(text[i]));
+    for (size_t i = 0; i <= length; ++i) buffer[i] = Unit(static_cast<unsigned char>(text[i]));
     return length;
 }
 
+}  // namespace
+
+size_t doubleToString(double value, wchar* buffer, size_t capacity, int option) {
+    return formatDoubleInto(value, buffer, capacity, option);
+}
+
 size_t doubleToString(double value, char* buffer, size_t capacity, int option) {
-    char text[32];
-    size_t length = formatDouble(value, option, text);
-    if (capacity < length + 1)
-        throw BadParameterException("util", "doubleToString", u"Buffer of %d characters is too small for %hs",
-                                    capacity, text);
-    std::memcpy(buffer, text, length + 1);
-    return length;
+    return formatDoubleInto(value, buffer, capacity, option);
 }
 
 WString urlEncodeComponent(const WString& text) {
