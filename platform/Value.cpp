@@ -1,5 +1,7 @@
 #include "platform/Value.h"
 
+#include "platform/Util.h"
+
 #include <charconv>
 #include <cmath>
 #include <cstring>
@@ -184,12 +186,9 @@ bool DoubleValue::equals(const Value& other) const {
     if (!o) return false;
     return o->value_ == value_ || (std::isnan(o->value_) && std::isnan(value_));
 }
-WString DoubleValue::toString() const {
-    if (std::isnan(value_)) return WString(u"nan");
-    char buf[64];
-    auto r = std::to_chars(buf, buf + sizeof buf, value_);
-    return narrowToWide(std::string_view(buf, size_t(r.ptr - buf)));
-}
+// The same text the JSON writer and the path evaluator give, so a value reads the same
+// whichever way it is shown ("NaN" and "Infinity" included).
+WString DoubleValue::toString() const { return util::doubleToString(value_); }
 void DoubleValue::assign(const Value& other) {
     const auto* o = asSame<DoubleValue>(*this, other);
     if (!o) failAssign(other);

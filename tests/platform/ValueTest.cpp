@@ -307,6 +307,9 @@ TEST(Value, EqualityCloneAndAssign) {
     EXPECT_EQ(s.get(), WString(u"b"));
 
     EXPECT_EQ(DoubleValue(0.1).toString(), WString(u"0.1"));
+    EXPECT_EQ(DoubleValue(1e21).toString(), WString(u"1e+21"));
+    EXPECT_EQ(DoubleValue(std::nan("")).toString(), WString(u"NaN"));
+    EXPECT_EQ(DoubleValue(-HUGE_VAL).toString(), WString(u"-Infinity"));
     EXPECT_EQ(IntegerValue(-7).toString(), WString(u"-7"));
     EXPECT_EQ(ByteValue(200).toString(), WString(u"200"));
     EXPECT_EQ(BooleanValue(true).toString(), WString(u"true"));
