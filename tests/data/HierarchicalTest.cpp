@@ -42,6 +42,9 @@ TEST(HierarchicalNames, DefineAndFindThroughPaths) {
     EXPECT_EQ(fromB.find(u"/c/x"), nullptr);
     EXPECT_EQ(fromB.find(u"/nowhere/x"), nullptr);
     EXPECT_THROW_MSG(fromB.get(u"/c/x"), Exception, "Property '/c/x' not found");
+    // A path that does not parse is an error, not an absent property.
+    EXPECT_THROW_MSG(fromB.find(u"/a[/x"), BadParameterException,
+                     "XPath syntax error at offset 3 in \"/a[\": unexpected end of expression");
 
     EXPECT_THROW_MSG(fromB.define(u"/nowhere/y", DefineHierarchical), Exception,
                      "Failed to find hierarchical location \"/nowhere\"\n");
