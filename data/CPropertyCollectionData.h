@@ -78,6 +78,9 @@ public:
     /// Slot of the name, or -1 (holes stay).
     int GetInternalIndex(const tovan::WString& name) const;
     size_t GetSlotCount() const { return properties_.size(); }
+    /// The slots in order, null for a hole: for writers that walk every
+    /// property without a public index (which would squeeze holes first).
+    const std::vector<CProperty*>& GetSlots() const { return properties_; }
     uint32_t GetHoleCount() const { return holeCount_; }
     bool IsIndexBuilt() const { return indexBuilt_; }
 

@@ -148,15 +148,23 @@ void CJsonWriter::fixUpDoubles(char* text, size_t capacity, bool strict) {
 
 void CJsonWriter::appendDouble(double value, bool strict, std::u16string& out) {
     char text[kNumberBuffer];
-    size_t length = tovan::util::doubleToString(value, text, kNumberBuffer, 1);
-    // A point followed by a digit is what fixUpDoubles would leave alone,
-    // and what every finite number looks like here.
-    const char* point = static_cast<const char*>(std::memchr(text, '.', length));
-    if (!point || !(point[1] >= '0' && point[1] <= '9')) fixUpDoubles(text, kNumberBuffer, strict);
-    wchar wide[kNumberBuffer];
-    size_t n = 0;
-    for (; text[n]; ++n) wide[n] = wchar((unsigned char)text[n]);
-    out.append(wide, n);
+    const size_t length = tovan::util::doubleToString(value, text, kNumberBuffer, 1);
+    // Widened straight into `out`, finding the first point on the way: a
+    // point followed by a digit (what every finite number has here) is all
+    // fixUpDoubles would look for, and then it would change nothing. Numbers
+    // are most of some documents, so no second pass and no copy.
+    const size_t at = out.size();
+    out.resize(at + length);
+    char16_t* dest = out.data() + at;
+    size_t point = length;
+    for (size_t i = 0; i < length; ++i) {
+        dest[i] = char16_t(static_cast<unsigned char>(text[i]));
+        if (text[i] == '.' && point == length) point = i;
+    }
+    if (point + 1 < length && text[point + 1] >= '0' && text[point + 1] <= '9') return;
+    out.resize(at);
+    fixUpDoubles(text, kNumberBuffer, strict);
+    for (size_t i = 0; text[i]; ++i) out += char16_t(static_cast<unsigned char>(text[i]));
 }
 
 std::u16string CJsonWriter::formatDouble(double value, bool strict) {
@@ -167,8 +175,7 @@ std::u16string CJsonWriter::formatDouble(double value, bool strict) {
 
 // ---- the call chain --------------------------------------------------------
 
-void CJsonWriter::deliver(bool force) {
-    if (scratch_.empty() || (batchDepth_ > 0 && !force && scratch_.size() < kBatchUnits)) return;
+void CJsonWriter::handOver() {
     try {
         sink_->write(std::u16string_view(scratch_));
     } catch (...) {
@@ -194,20 +201,6 @@ void CJsonWriter::Batch::finish() {
     if (finished_) return;
     finished_ = true;
     if (--writer_.batchDepth_ == 0) writer_.deliver(true);
-}
-
-void CJsonWriter::beginValue() {
-    if (needsSeparator_ && mode_ == ModeArray) scratch_ += u',';
-    if (newLinePending_) {
-        scratch_ += u'\n';
-        newLinePending_ = false;
-    }
-}
-
-void CJsonWriter::endValue() {
-    deliver();
-    if (mode_ == ModeKey) mode_ = ModeObject;
-    needsSeparator_ = true;
 }
 
 void CJsonWriter::emitValue(std::u16string_view text, bool quote) {

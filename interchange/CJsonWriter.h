@@ -120,13 +120,30 @@ public:
 private:
     void writeValue(const tovan::wchar* text, bool quote);
     void checkValue();
+    // The steps every value takes are inline: a tree writer makes several
+    // calls per property, and a call across the library's exported
+    // interface costs as much as the step itself.
     /// What goes ahead of a value (separator, pending line feed) into scratch_.
-    void beginValue();
+    void beginValue() {
+        if (needsSeparator_ && mode_ == ModeArray) scratch_ += u',';
+        if (newLinePending_) {
+            scratch_ += u'\n';
+            newLinePending_ = false;
+        }
+    }
     /// Hands scratch_ to the sink and moves on past the value.
-    void endValue();
+    void endValue() {
+        deliver();
+        if (mode_ == ModeKey) mode_ = ModeObject;
+        needsSeparator_ = true;
+    }
     /// Hands scratch_ to the sink, unless a batch holds it back (`force`
     /// ends a batch).
-    void deliver(bool force = false);
+    void deliver(bool force = false) {
+        if (scratch_.empty() || (batchDepth_ > 0 && !force && scratch_.size() < kBatchUnits)) return;
+        handOver();
+    }
+    void handOver();
     void emitValue(std::u16string_view text, bool quote);
     void push(bool isObject);
     void pop(bool isObject);

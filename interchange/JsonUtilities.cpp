@@ -6,6 +6,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "data/CBaseNode.h"
+#include "data/CPropertyCollection.h"
 #include "platform/ArrayValue.h"
 #include "platform/Exception.h"
 #include "platform/NDimArrayValue.h"
@@ -13,6 +15,10 @@
 namespace nvk::JsonUtilities {
 
 using namespace cajun::json;
+using nvk::CBaseNode;
+using nvk::CProperty;
+using nvk::CPropertyCollection;
+using nvk::CPropertyCollectionData;
 
 namespace {
 
@@ -179,17 +185,44 @@ void writeValue(CJsonWriter& w, const tovan::Value& value) {
     w.value(std::u16string_view(text.view()), true);
 }
 
-void appendNode(CJsonWriter& w, const tovan::iNode* node, bool newLineAfter, bool withChildren, bool childrenAsList) {
-    w.object();
-    if (const tovan::iPropertyCollection* properties = node->getProperties()) {
+// The library's own collection and property classes (exactly those: a
+// subclass may override what is read) are read from their storage: no
+// virtual call and no public index per property (an index squeezes out
+// holes first and checks its range). Anything else goes through the
+// interfaces; both give the same text.
+void writeProperties(CJsonWriter& w, const tovan::iPropertyCollection* properties) {
+    if (!properties) return;
+    if (typeid(*properties) != typeid(CPropertyCollection)) {
         const int n = properties->getSize();
         for (int i = 0; i < n; ++i) {
             const tovan::iProperty& p = properties->get(i);
             w.key(std::u16string_view(p.getName().view()));
             writeValue(w, p.getValue());
         }
+        return;
     }
-    int count = node->getNumberOfChildren();
+    const CPropertyCollectionData* data = static_cast<const CPropertyCollection*>(properties)->findData();
+    if (!data) return;
+    for (const CProperty* p : data->GetSlots()) {
+        if (!p) continue;  // a hole left by a removal
+        if (typeid(*p) != typeid(CProperty)) {
+            w.key(std::u16string_view(p->getName().view()));
+            writeValue(w, p->getValue());
+            continue;
+        }
+        w.key(std::u16string_view(p->CProperty::getName().view()));
+        if (const tovan::Value* value = p->findValue())
+            writeValue(w, *value);
+        else
+            w.value(u"null", false);  // a property without a value reads as the null value
+    }
+}
+
+void appendNode(CJsonWriter& w, const tovan::iNode* node, bool newLineAfter, bool withChildren, bool childrenAsList) {
+    w.object();
+    const bool own = typeid(*node) == typeid(CBaseNode);
+    writeProperties(w, own ? static_cast<const CBaseNode*>(node)->CBaseNode::getProperties() : node->getProperties());
+    int count = own ? static_cast<const CBaseNode*>(node)->CBaseNode::getNumberOfChildren() : node->getNumberOfChildren();
     if (withChildren && count > 0) {
         if (childrenAsList) {
             w.key(u"children").array();
