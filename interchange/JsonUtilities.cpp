@@ -218,6 +218,37 @@ void writeProperties(CJsonWriter& w, const tovan::iPropertyCollection* propertie
     }
 }
 
+bool sameName(const tovan::WString& a, const tovan::WString& b) {
+    return a.isNull() ? b.isNull() : !b.isNull() && a == b;  // a null name is apart from the empty one
+}
+
+// The usual shape, children whose names come in a few runs that never
+// return to an earlier name (one run per member of the document read), is
+// already in group order: written as it stands, without building the
+// grouping. False, with nothing written, for any other shape.
+bool writeChildRuns(CJsonWriter& w, const tovan::iNode* node, int count) {
+    constexpr int kMaxRuns = 8;
+    int runStart[kMaxRuns + 1];
+    const tovan::WString* runName[kMaxRuns];
+    int runs = 0;
+    for (int i = 0; i < count; ++i) {
+        const tovan::WString& name = node->getChildAt(i)->getName();
+        if (runs > 0 && sameName(*runName[runs - 1], name)) continue;
+        if (runs == kMaxRuns) return false;
+        for (int r = 0; r + 1 < runs; ++r)
+            if (sameName(*runName[r], name)) return false;
+        runStart[runs] = i;
+        runName[runs++] = &name;
+    }
+    runStart[runs] = count;
+    for (int r = 0; r < runs; ++r) {
+        w.key(std::u16string_view(runName[r]->view())).array();
+        for (int i = runStart[r]; i < runStart[r + 1]; ++i) appendNode(w, node->getChildAt(i), false, true, false);
+        w.endArray();
+    }
+    return true;
+}
+
 void appendNode(CJsonWriter& w, const tovan::iNode* node, bool newLineAfter, bool withChildren, bool childrenAsList) {
     w.object();
     const bool own = typeid(*node) == typeid(CBaseNode);
@@ -228,7 +259,7 @@ void appendNode(CJsonWriter& w, const tovan::iNode* node, bool newLineAfter, boo
             w.key(u"children").array();
             for (int i = 0; i < count; ++i) appendNode(w, node->getChildAt(i), newLineAfter, true, true);
             w.endArray();
-        } else {
+        } else if (!writeChildRuns(w, node, count)) {
             // One member per distinct name, in the order the names first
             // appear. A few names are told apart by comparing them; past
             // that a hash finds the group (an object of records keyed by id

@@ -418,8 +418,14 @@ void vcFileInterface::writeText(std::u16string_view text) {
             ++i;
         } else {
             // A run of other units below U+10000: two or three bytes each.
+            // The run is measured first so that the output grows by what it
+            // needs, not by three bytes for every unit of the rest of the
+            // text (a writer hands over many short runs in one text).
             size_t old = out_.size();
             size_t room = std::min(text.size() - i, std::max<size_t>((kBlockBytes - std::min(old, kBlockBytes)) / 3, 1));
+            size_t run = 0;
+            while (run < room && text[i + run] >= 0x80 && (text[i + run] < 0xD800 || text[i + run] > 0xDFFF)) ++run;
+            room = run;
             out_.resize(old + 3 * room);
             char* dest = out_.data() + old;
             const wchar* src = text.data() + i;

@@ -308,3 +308,27 @@ TEST(JsonRoundTrip, RemovedPropertiesLeaveNoTrace) {
     nvk::JsonUtilities::AppendElementToArray(again, asTransportTree(*node).get(), false, true, false);
     EXPECT_EQ(tovan::toNarrow(sink.text()), R"({"a":1,"c":1,"n":null,"e":2.5})");
 }
+
+TEST(JsonRoundTrip, ChildrenInRunsOrReturningNamesGroupAlike) {
+    // Runs in order are written as they stand; a name that comes back after
+    // another (even among few names) still joins its first group, and an
+    // empty name is refused where its group would start.
+    auto textOf = [](const char16_t* names) {
+        Ptr<iNode> root(nvk::CBaseNode::newInstance());
+        for (int i = 0; names[i]; ++i) {
+            Ptr<iNode> child(nvk::CBaseNode::newInstance());
+            if (names[i] != u'_') child->setName(std::u16string(1, names[i]));
+            child->getProperties().define(u"v", tovan::IntegerValue(i));
+            root->appendChild(child.get());
+        }
+        nvk::JsonStringSink sink;
+        nvk::CJsonWriter writer(&sink);
+        nvk::JsonUtilities::AppendElementToArray(writer, root.get(), false, true, false);
+        return tovan::toNarrow(sink.text());
+    };
+    EXPECT_EQ(textOf(u"aabc"), R"({"a":[{"v":0},{"v":1}],"b":[{"v":2}],"c":[{"v":3}]})");
+    EXPECT_EQ(textOf(u"aba"), R"({"a":[{"v":0},{"v":2}],"b":[{"v":1}]})");
+    EXPECT_EQ(textOf(u"abcdefgh"), R"({"a":[{"v":0}],"b":[{"v":1}],"c":[{"v":2}],"d":[{"v":3}],"e":[{"v":4}],)"
+                                   R"("f":[{"v":5}],"g":[{"v":6}],"h":[{"v":7}]})");
+    EXPECT_THROW_MSG(textOf(u"a_"), tovan::Exception, "Empty JSON key string");
+}
