@@ -251,6 +251,16 @@ CJsonWriter& CJsonWriter::array() {
     return *this;
 }
 
+CJsonWriter& CJsonWriter::array(const double* numbers, size_t count) {
+    array();
+    for (size_t i = 0; i < count; ++i) {
+        if (needsSeparator_) scratch_ += u',';
+        appendDouble(numbers[i], strict_, scratch_);
+        needsSeparator_ = true;
+    }
+    return endArray();
+}
+
 CJsonWriter& CJsonWriter::key(const wchar* name) {
     if (!name) fail("key", u"Empty JSON key string");
     return key(std::u16string_view(name));

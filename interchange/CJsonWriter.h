@@ -67,6 +67,10 @@ public:
     /// The same for texts that may hold a zero character.
     CJsonWriter& key(std::u16string_view name);
     CJsonWriter& value(std::u16string_view text, bool quote = true);
+    /// A whole array of numbers: the text and the state of array(),
+    /// value(d) for each and endArray(), in one call (large numeric arrays
+    /// are most of some documents).
+    CJsonWriter& array(const double* numbers, size_t count);
     CJsonWriter& endArray();
     CJsonWriter& endObject();
     /// Asks for a line feed with the next value (after its separator, before

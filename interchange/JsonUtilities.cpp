@@ -119,13 +119,23 @@ void writeArrayElement(CJsonWriter& w, const tovan::ArrayValue& array, int code,
 }
 
 void writeDimension(CJsonWriter& w, const tovan::NDimArrayValue& nd, size_t dim, size_t& flat) {
-    w.array();
     unsigned n = nd.getDimensions()[dim];
     if (dim + 1 == nd.getDimensionCount()) {
         const tovan::ArrayValue& elements = nd.flat();
         const int code = elements.getTypeCode();
+        if (code == tovan::VT_DoubleArray && typeid(elements) == typeid(tovan::DoubleArrayValue)) {
+            const auto& numbers = static_cast<const tovan::DoubleArrayValue&>(elements).items();
+            // A short store goes element by element, to fail where an element is missing.
+            if (flat + n <= numbers.size()) {
+                w.array(numbers.data() + flat, n);
+                flat += n;
+                return;
+            }
+        }
+        w.array();
         for (unsigned k = 0; k < n; ++k) writeArrayElement(w, elements, code, flat++);
     } else {
+        w.array();
         for (unsigned k = 0; k < n; ++k) writeDimension(w, nd, dim + 1, flat);
     }
     w.endArray();
@@ -174,6 +184,11 @@ void writeValue(CJsonWriter& w, const tovan::Value& value) {
         return;
     }
     if (const auto* array = asArray(value)) {
+        if (typeid(*array) == typeid(tovan::DoubleArrayValue)) {
+            const auto& numbers = static_cast<const tovan::DoubleArrayValue*>(array)->items();
+            w.array(numbers.data(), numbers.size());
+            return;
+        }
         w.array();
         const int code = array->getTypeCode();
         const size_t n = array->size();

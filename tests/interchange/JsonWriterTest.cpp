@@ -225,3 +225,36 @@ TEST(JsonWriter, HandsEachCallOverInOnePieceOrABatchAtItsEnd) {
     w.endArray();
     EXPECT_EQ(sink.text, u"[1.5,\"a\\\"b\",{\"k\":true},7,8]");
 }
+
+TEST(JsonWriter, ANumberArrayInOneCallWritesWhatTheCallsWould) {
+    const double numbers[] = {1, -2.5, 1e300, std::numeric_limits<double>::quiet_NaN(), 0.1};
+    for (bool strict : {false, true})
+        for (size_t count : {size_t(0), size_t(1), std::size(numbers)}) {
+            auto write = [&](bool inOneCall) {
+                JsonStringSink sink;
+                CJsonWriter w(&sink, u"v");
+                w.setDecimalPlaceStrictness(strict);
+                w.array().value(7).writeNewLine();
+                if (inOneCall) {
+                    w.array(numbers, count);
+                } else {
+                    w.array();
+                    for (size_t i = 0; i < count; ++i) w.value(numbers[i]);
+                    w.endArray();
+                }
+                w.array(numbers, count);  // a second one after a container
+                EXPECT_EQ(w.getMode(), CJsonWriter::ModeArray);
+                EXPECT_EQ(w.getDepth(), 1u);
+                w.endArray();
+                return text(sink);
+            };
+            EXPECT_EQ(write(true), write(false)) << strict << " " << count;
+        }
+    JsonStringSink sink;
+    CJsonWriter w(&sink);
+    w.object();
+    EXPECT_THROW_MSG(w.array(numbers, 2), tovan::Exception, "Misplaced JSON array");
+    EXPECT_EQ(text(sink), "{");
+    w.key(u"n").array(numbers, 2).endObject();
+    EXPECT_EQ(text(sink), R"({"n":[1.0,-2.5]})");
+}
