@@ -147,24 +147,25 @@ void CJsonWriter::fixUpDoubles(char* text, size_t capacity, bool strict) {
 }
 
 void CJsonWriter::appendDouble(double value, bool strict, std::u16string& out) {
-    char text[kNumberBuffer];
-    const size_t length = tovan::util::doubleToString(value, text, kNumberBuffer, 1);
-    // Widened straight into `out`, finding the first point on the way: a
-    // point followed by a digit (what every finite number has here) is all
-    // fixUpDoubles would look for, and then it would change nothing. Numbers
-    // are most of some documents, so no second pass and no copy.
+    // Formatted straight into `out`. A point followed by a digit (what every
+    // finite number has here) is all fixUpDoubles would look for, and then it
+    // would change nothing. Numbers are most of some documents, so no copy
+    // on the way.
+    constexpr size_t kRoom = 32;  // always enough for the formatter
     const size_t at = out.size();
-    out.resize(at + length);
-    char16_t* dest = out.data() + at;
-    size_t point = length;
-    for (size_t i = 0; i < length; ++i) {
-        dest[i] = char16_t(static_cast<unsigned char>(text[i]));
-        if (text[i] == '.' && point == length) point = i;
+    out.resize(at + kRoom);
+    const char16_t* text = out.data() + at;
+    const size_t length = tovan::util::doubleToString(value, out.data() + at, kRoom, 1);
+    const char16_t* point = std::char_traits<char16_t>::find(text, length, u'.');
+    if (point && point + 1 < text + length && point[1] >= u'0' && point[1] <= u'9') {
+        out.resize(at + length);
+        return;
     }
-    if (point + 1 < length && text[point + 1] >= '0' && text[point + 1] <= '9') return;
     out.resize(at);
-    fixUpDoubles(text, kNumberBuffer, strict);
-    for (size_t i = 0; text[i]; ++i) out += char16_t(static_cast<unsigned char>(text[i]));
+    char narrow[kNumberBuffer];
+    tovan::util::doubleToString(value, narrow, kNumberBuffer, 1);
+    fixUpDoubles(narrow, kNumberBuffer, strict);
+    for (size_t i = 0; narrow[i]; ++i) out += char16_t(static_cast<unsigned char>(narrow[i]));
 }
 
 std::u16string CJsonWriter::formatDouble(double value, bool strict) {
