@@ -80,6 +80,18 @@ TEST(FileInterface, BlocksDecodeLikeOneConversion) {
     vcFileInterface memory;
     memory.openBytes(bytes);
     EXPECT_EQ(memory.readAll().str(), expected);
+
+    // UTF-16 in both byte orders, its surrogate pairs falling across blocks.
+    for (bool bigEndian : {false, true}) {
+        std::string utf16 = bigEndian ? "\xfe\xff" : "\xff\xfe";
+        for (char16_t unit : expected) {
+            char hi = char(unit >> 8), lo = char(unit & 0xff);
+            utf16 += bigEndian ? std::string{hi, lo} : std::string{lo, hi};
+        }
+        vcFileInterface wide;
+        wide.openBytes(utf16);
+        EXPECT_EQ(wide.readAll().str(), expected) << (bigEndian ? "big-endian" : "little-endian");
+    }
 }
 
 TEST(FileInterface, FailuresNameTheFile) {
