@@ -1,5 +1,6 @@
 // Perception and layout of generated protocols of 100, 1,000 and 10,000 components:
-// layered graphs with fan-in and fan-out, skip connections, fail branches, a few rings and
+// layered graphs with fan-in and fan-out, skip connections, fail branches, a few rings of two
+// or three components and
 // some unconnected components. The distance walk is also timed against its named peer,
 // the walk as written (explicit stack, a path copy per entry), on the same graphs; counter
 // `speedup_vs_walk_as_written` is peer time / our time from the same run.
@@ -36,9 +37,10 @@ tovan::Ptr<CProtocolInfo> generate(int n, unsigned seed = 1) {
     const int layers = (connected + width - 1) / width;
     // Every component after the first layer is fed from the layer before, so the start
     // nodes are the first layer (and the unconnected components), as in real workflows.
+    std::vector<int> feeder(size_t(connected), -1);
     for (int i = width; i < connected; ++i) {
-        int from = (layerOf(i) - 1) * width + int(rng() % unsigned(width));
-        p->addConnection({from + 1, i + 1, tovan::PortPass});
+        feeder[size_t(i)] = (layerOf(i) - 1) * width + int(rng() % unsigned(width));
+        p->addConnection({feeder[size_t(i)] + 1, i + 1, tovan::PortPass});
     }
     for (int i = 0; i < connected; ++i) {
         int layer = layerOf(i);
@@ -52,10 +54,12 @@ tovan::Ptr<CProtocolInfo> generate(int n, unsigned seed = 1) {
             p->addConnection({i + 1, target + 1, port});
         }
     }
-    // A few rings: a connection back to the layer before.
+    // A few rings: a connection back to the component that feeds this one, or to the one
+    // feeding that, so every ring is a real loop of two or three components.
     for (int r = 0; r < std::min(8, std::max(1, n / 500)); ++r) {
-        int from = width + int(rng() % unsigned(connected - width));
-        int to = (layerOf(from) - 1) * width + int(rng() % unsigned(width));
+        int from = 2 * width + int(rng() % unsigned(connected - 2 * width));
+        int to = feeder[size_t(from)];
+        if (r % 2 == 1) to = feeder[size_t(to)];
         p->addConnection({from + 1, to + 1, tovan::PortPass});
     }
     return p;

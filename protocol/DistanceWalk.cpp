@@ -1,6 +1,7 @@
 #include "protocol/DistanceWalk.h"
 
 #include <algorithm>
+#include <limits>
 
 #include "platform/Exception.h"
 
@@ -80,187 +81,277 @@ void DistanceWalkAsWritten(const DistanceWalkGraph& g, const BitsetValue& set, b
     }
 }
 
-void DistanceWalk(const DistanceWalkGraph& g, const BitsetValue& set, bool wantFurthest, std::vector<int>& distances,
-                  BitsetValue& loops, bool& hasLoops) {
-    const int n = g.size();
-    distances.resize(size_t(n), -1);
-    std::vector<int> members;
-    std::vector<char> inSet(size_t(n), 0);
-    set.forEachSetBit([&](size_t i) {
-        if (int(i) < n) {
-            members.push_back(int(i));
-            inSet[i] = 1;
-            distances[i] = -1;
-        }
-    });
-    if (members.empty()) return;
-    const auto& down = *g.downstream;
-    const auto& up = *g.upstream;
+namespace {
 
-    // Strongly connected parts of the set (iterative Tarjan). Parts come out sinks first,
-    // so `part` numbers decrease along every connection between two parts.
-    std::vector<int> index(size_t(n), -1), low(size_t(n), 0), part(size_t(n), -1);
-    std::vector<char> onStack(size_t(n), 0);
-    std::vector<int> tarjanStack, partSize;
-    std::vector<char> partCycles;  // a part of two or more, or one that feeds itself
-    struct Frame {
-        int v;
-        size_t next;
-    };
-    std::vector<Frame> frames;
-    int counter = 0;
-    for (int root : members) {
-        if (index[size_t(root)] != -1) continue;
-        frames.push_back({root, 0});
-        index[size_t(root)] = low[size_t(root)] = counter++;
-        tarjanStack.push_back(root);
-        onStack[size_t(root)] = 1;
-        while (!frames.empty()) {
-            Frame& f = frames.back();
-            const auto& outs = down[size_t(f.v)];
-            if (f.next < outs.size()) {
-                int w = outs[f.next++];
-                if (!inSet[size_t(w)]) continue;
-                if (index[size_t(w)] == -1) {
-                    index[size_t(w)] = low[size_t(w)] = counter++;
-                    tarjanStack.push_back(w);
-                    onStack[size_t(w)] = 1;
-                    frames.push_back({w, 0});
-                } else if (onStack[size_t(w)]) {
-                    low[size_t(f.v)] = std::min(low[size_t(f.v)], index[size_t(w)]);
-                }
-                continue;
+constexpr int kUnbounded = std::numeric_limits<int>::max() / 4;
+constexpr int kMaxGroups = 16;
+
+/// The fast walk's state for one call. See the header for what it does and why that is exact.
+class FastWalk {
+public:
+    FastWalk(const DistanceWalkGraph& g, const BitsetValue& set, bool wantFurthest, BitsetValue& loops, bool& hasLoops)
+        : g_(g), down_(*g.downstream), up_(*g.upstream), n_(g.size()), wantFurthest_(wantFurthest), loops_(loops),
+          hasLoops_(hasLoops), inSet_(size_t(n_), 0) {
+        set.forEachSetBit([&](size_t i) {
+            if (int(i) < n_) {
+                members_.push_back(int(i));
+                inSet_[i] = 1;
             }
-            int v = f.v;
-            frames.pop_back();
-            if (!frames.empty()) low[size_t(frames.back().v)] = std::min(low[size_t(frames.back().v)], low[size_t(v)]);
-            if (low[size_t(v)] == index[size_t(v)]) {
-                int id = int(partSize.size());
-                int size = 0;
-                bool selfLoop = false;
+        });
+    }
+
+    void run(const BitsetValue& set, std::vector<int>& distances) {
+        for (int v : members_) distances[size_t(v)] = -1;
+        if (members_.empty()) return;
+        findParts();
+        std::vector<char> isStart(size_t(n_), 0);
+        scratch_.assign(size_t(n_), -1);
+        onPath_.assign(size_t(n_), 0);
+        findEntries();
+        unreached_.assign(size_t(numGroups_), 0);
+        stale_.assign(size_t(numGroups_), 1);
+        least_.assign(size_t(numGroups_), 0);
+        for (int s : localStartNodes(g_, set, n_)) {
+            isStart[size_t(s)] = 1;
+            if (reachesLoop_[size_t(s)]) walkFrom(s, distances);
+        }
+        // Everything off the loops, once for all start nodes, sources first.
+        for (auto it = finished_.rbegin(); it != finished_.rend(); ++it) {
+            int v = *it;
+            if (cyclic_[size_t(v)]) continue;
+            int value = isStart[size_t(v)] ? 0 : -1;
+            for (int u : up_[size_t(v)])
+                if (inSet_[size_t(u)] && distances[size_t(u)] != -1 && better(distances[size_t(u)] + 1, value, wantFurthest_))
+                    value = distances[size_t(u)] + 1;
+            distances[size_t(v)] = value;
+        }
+    }
+
+private:
+    /// Strongly connected parts of the set (iterative Tarjan). `finished_` lists the members
+    /// as their parts complete, so every connection between two parts points backwards in it.
+    void findParts() {
+        std::vector<int> index(size_t(n_), -1), low(size_t(n_), 0);
+        std::vector<size_t> partStart{0};
+        partOf_.assign(size_t(n_), -1);
+        std::vector<char> onStack(size_t(n_), 0);
+        std::vector<int> stack;
+        struct Frame {
+            int v;
+            size_t next;
+        };
+        std::vector<Frame> frames;
+        cyclic_.assign(size_t(n_), 0);
+        int counter = 0;
+        for (int root : members_) {
+            if (index[size_t(root)] != -1) continue;
+            frames.push_back({root, 0});
+            index[size_t(root)] = low[size_t(root)] = counter++;
+            stack.push_back(root);
+            onStack[size_t(root)] = 1;
+            while (!frames.empty()) {
+                Frame& f = frames.back();
+                const auto& outs = down_[size_t(f.v)];
+                if (f.next < outs.size()) {
+                    int w = outs[f.next++];
+                    if (!inSet_[size_t(w)]) continue;
+                    if (index[size_t(w)] == -1) {
+                        index[size_t(w)] = low[size_t(w)] = counter++;
+                        stack.push_back(w);
+                        onStack[size_t(w)] = 1;
+                        frames.push_back({w, 0});
+                    } else if (onStack[size_t(w)]) {
+                        low[size_t(f.v)] = std::min(low[size_t(f.v)], index[size_t(w)]);
+                    }
+                    continue;
+                }
+                int v = f.v;
+                frames.pop_back();
+                if (!frames.empty())
+                    low[size_t(frames.back().v)] = std::min(low[size_t(frames.back().v)], low[size_t(v)]);
+                if (low[size_t(v)] != index[size_t(v)]) continue;
+                size_t first = finished_.size();
                 int w;
                 do {
-                    w = tarjanStack.back();
-                    tarjanStack.pop_back();
+                    w = stack.back();
+                    stack.pop_back();
                     onStack[size_t(w)] = 0;
-                    part[size_t(w)] = id;
-                    ++size;
-                    for (int x : down[size_t(w)])
-                        if (x == w) selfLoop = true;
+                    partOf_[size_t(w)] = int(partStart.size());
+                    finished_.push_back(w);
                 } while (w != v);
-                partSize.push_back(size);
-                partCycles.push_back(size > 1 || selfLoop);
+                bool cycle = finished_.size() - first > 1;
+                for (int x : down_[size_t(v)])
+                    if (x == v) cycle = true;
+                for (size_t k = first; k < finished_.size(); ++k) cyclic_[size_t(finished_[k])] = cycle;
+                partStart.push_back(finished_.size());
+            }
+        }
+        // Whether a loop can be reached: every part's successors finished before it.
+        reachesLoop_.assign(size_t(n_), 0);
+        for (size_t p = 0; p + 1 < partStart.size(); ++p) {
+            bool r = cyclic_[size_t(finished_[partStart[p]])];
+            for (size_t k = partStart[p]; !r && k < partStart[p + 1]; ++k)
+                for (int x : down_[size_t(finished_[k])])
+                    if (inSet_[size_t(x)] && reachesLoop_[size_t(x)]) r = true;
+            for (size_t k = partStart[p]; r && k < partStart[p + 1]; ++k) reachesLoop_[size_t(finished_[k])] = 1;
+        }
+    }
+
+    int key(int d) const { return wantFurthest_ ? d : -d; }
+
+    /// Components on loops entered from off-loop ones, in at most kMaxGroups groups (one
+    /// per part while there are few), and for every off-loop component that reaches a loop
+    /// its best offset per group: the least `key(entry) - key(d)` over off-loop paths from
+    /// it to an entry of the group, i.e. minus the longest path (wantFurthest) or plus the
+    /// shortest one.
+    void findEntries() {
+        groupOf_.assign(size_t(n_), -1);
+        int lastPart = -1, partsSeen = 0;
+        for (int v : finished_) {
+            if (!cyclic_[size_t(v)]) continue;
+            bool entry = false;
+            for (int u : up_[size_t(v)])
+                if (inSet_[size_t(u)] && !cyclic_[size_t(u)]) entry = true;
+            if (!entry) continue;
+            if (partOf_[size_t(v)] != lastPart) {
+                lastPart = partOf_[size_t(v)];
+                ++partsSeen;
+            }
+            groupOf_[size_t(v)] = std::min(partsSeen, kMaxGroups) - 1;
+            if (int(groups_.size()) <= groupOf_[size_t(v)]) groups_.emplace_back();
+            groups_[size_t(groupOf_[size_t(v)])].push_back(v);
+        }
+        numGroups_ = int(groups_.size());
+        const int step = wantFurthest_ ? -1 : 1;
+        offset_.assign(size_t(n_) * size_t(numGroups_), kUnbounded);
+        for (int v : finished_) {
+            if (cyclic_[size_t(v)] || !reachesLoop_[size_t(v)]) continue;
+            int* mine = &offset_[size_t(v) * size_t(numGroups_)];
+            for (int x : down_[size_t(v)]) {
+                if (!inSet_[size_t(x)] || !reachesLoop_[size_t(x)]) continue;
+                if (cyclic_[size_t(x)]) {
+                    int& o = mine[groupOf_[size_t(x)]];
+                    o = std::min(o, step);
+                    continue;
+                }
+                const int* theirs = &offset_[size_t(x) * size_t(numGroups_)];
+                for (int G = 0; G < numGroups_; ++G)
+                    if (theirs[G] != kUnbounded) mine[G] = std::min(mine[G], theirs[G] + step);
             }
         }
     }
-    // Whether a loop can be reached from each part; sinks come first, so every part's
-    // successors are settled before it.
-    const int numParts = int(partSize.size());
-    std::vector<std::vector<int>> partMembers(static_cast<size_t>(numParts));
-    for (int v : members) partMembers[size_t(part[size_t(v)])].push_back(v);
-    std::vector<char> reachesLoop(size_t(numParts), 0);
-    for (int p = 0; p < numParts; ++p) {
-        bool r = partCycles[size_t(p)];
-        for (size_t k = 0; !r && k < partMembers[size_t(p)].size(); ++k)
-            for (int x : down[size_t(partMembers[size_t(p)][k])])
-                if (inSet[size_t(x)] && part[size_t(x)] != p && reachesLoop[size_t(part[size_t(x)])]) {
-                    r = true;
-                    break;
-                }
-        reachesLoop[size_t(p)] = r;
-    }
-    auto isTail = [&](int v) { return !reachesLoop[size_t(part[size_t(v)])]; };
 
-    std::vector<int> scratch(size_t(n), -1), seed(size_t(n), -1);
-    std::vector<int> touched, seeded;
-    std::vector<char> onPath(size_t(n), 0), inTail(size_t(n), 0);
-    auto addSeed = [&](int v, int d) {
-        if (seed[size_t(v)] == -1) seeded.push_back(v);
-        if (better(d, seed[size_t(v)], wantFurthest)) seed[size_t(v)] = d;
-    };
+    void setScratch(int v, int d) {
+        int& old = scratch_[size_t(v)];
+        const int G = groupOf_[size_t(v)];
+        if (old == -1) touched_.push_back(v);
+        if (G >= 0) {
+            // Keys only grow, so a group's least key moves only when its holder does.
+            if (old == -1) --unreached_[size_t(G)];
+            if (old == -1 || key(old) == least_[size_t(G)]) stale_[size_t(G)] = 1;
+        }
+        old = d;
+    }
+
+    /// The least key among a group's entries, or -kUnbounded while one has no distance yet.
+    int leastKey(int G) {
+        if (unreached_[size_t(G)] > 0) return -kUnbounded;
+        if (stale_[size_t(G)]) {
+            int least = kUnbounded;
+            for (int e : groups_[size_t(G)]) least = std::min(least, key(scratch_[size_t(e)]));
+            least_[size_t(G)] = least;
+            stale_[size_t(G)] = 0;
+        }
+        return least_[size_t(G)];
+    }
+
+    /// Whether a visit of off-loop `c` at `d` cannot improve any component on a loop, by
+    /// no path at all: then nothing it would do is kept but its own distance.
+    bool cannotMatter(int c, int d) {
+        const int* mine = &offset_[size_t(c) * size_t(numGroups_)];
+        for (int G = 0; G < numGroups_; ++G) {
+            if (mine[G] == kUnbounded) continue;
+            int least = leastKey(G);
+            if (least == -kUnbounded || key(d) > least + mine[G]) return false;
+        }
+        return true;
+    }
+
+    /// One start's walk, visit for visit where it can matter: a visit schedules the
+    /// children it would push, and they are visited last-scheduled first, as a stack pops.
+    void walkFrom(int s, std::vector<int>& distances) {
+        for (int G = 0; G < numGroups_; ++G) unreached_[size_t(G)] = int(groups_[size_t(G)].size());
+        auto enter = [&](int c, int d) {
+            onPath_[size_t(c)] = 1;
+            bool improved = better(d, scratch_[size_t(c)], wantFurthest_);
+            if (improved) setScratch(c, d);
+            size_t begin = scheduled_.size();
+            for (int next : down_[size_t(c)]) {
+                if (!inSet_[size_t(next)]) continue;
+                if (onPath_[size_t(next)]) recordLoop(g_, c, next, loops_, hasLoops_);
+                else if (improved && reachesLoop_[size_t(next)]) scheduled_.push_back(next);
+            }
+            visits_.push_back({c, d, begin, scheduled_.size()});
+        };
+        enter(s, 0);
+        while (!visits_.empty()) {
+            Visit& v = visits_.back();
+            if (v.pos > v.begin) {
+                int next = scheduled_[--v.pos];
+                int d = v.d + 1;
+                if (!cyclic_[size_t(next)]) {
+                    if (!better(d, scratch_[size_t(next)], wantFurthest_)) continue;
+                    if (cannotMatter(next, d)) {
+                        setScratch(next, d);
+                        continue;
+                    }
+                }
+                enter(next, d);
+                continue;
+            }
+            onPath_[size_t(v.c)] = 0;
+            scheduled_.resize(v.begin);
+            visits_.pop_back();
+        }
+        for (int v : touched_) {
+            if (cyclic_[size_t(v)] && better(scratch_[size_t(v)], distances[size_t(v)], wantFurthest_))
+                distances[size_t(v)] = scratch_[size_t(v)];
+            scratch_[size_t(v)] = -1;
+        }
+        touched_.clear();
+    }
+
     struct Visit {
         int c;
         int d;
         size_t begin;
         size_t pos;
     };
-    std::vector<Visit> visits;
-    std::vector<int> scheduled, tailOrder, work;
 
-    for (int s : localStartNodes(g, set, n)) {
-        if (isTail(s)) {
-            addSeed(s, 0);
-        } else {
-            // The exact walk: a visit schedules the children it would push, and they are
-            // visited last-scheduled first, as a stack would pop them.
-            auto enter = [&](int c, int d) {
-                onPath[size_t(c)] = 1;
-                bool improved = better(d, scratch[size_t(c)], wantFurthest);
-                if (improved) {
-                    if (scratch[size_t(c)] == -1) touched.push_back(c);
-                    scratch[size_t(c)] = d;
-                }
-                size_t begin = scheduled.size();
-                for (int next : down[size_t(c)]) {
-                    if (!inSet[size_t(next)]) continue;
-                    if (onPath[size_t(next)]) recordLoop(g, c, next, loops, hasLoops);
-                    else if (improved) scheduled.push_back(next);
-                }
-                visits.push_back({c, d, begin, scheduled.size()});
-            };
-            enter(s, 0);
-            while (!visits.empty()) {
-                Visit& v = visits.back();
-                if (v.pos > v.begin) {
-                    int next = scheduled[--v.pos];
-                    int d = v.d + 1;
-                    if (isTail(next)) addSeed(next, d);
-                    else enter(next, d);
-                    continue;
-                }
-                onPath[size_t(v.c)] = 0;
-                scheduled.resize(v.begin);
-                visits.pop_back();
-            }
-        }
-        for (int v : touched) {
-            if (scratch[size_t(v)] != -1 && better(scratch[size_t(v)], distances[size_t(v)], wantFurthest))
-                distances[size_t(v)] = scratch[size_t(v)];
-            scratch[size_t(v)] = -1;
-        }
-        touched.clear();
-    }
-    // The loop-free part, once for all start nodes. A start's values there are the best of
-    // its seeds carried along the best paths, and the best of those over the starts is the
-    // same as carrying the best seed of every start at once. Visited in topological order
-    // (higher part numbers first), each takes the best of its seed and its upstream's values.
-    tailOrder.clear();
-    for (int v : seeded) {
-        if (inTail[size_t(v)]) continue;
-        inTail[size_t(v)] = 1;
-        work.push_back(v);
-        while (!work.empty()) {
-            int x = work.back();
-            work.pop_back();
-            tailOrder.push_back(x);
-            for (int y : down[size_t(x)])
-                if (inSet[size_t(y)] && !inTail[size_t(y)]) {
-                    inTail[size_t(y)] = 1;
-                    work.push_back(y);
-                }
-        }
-    }
-    std::sort(tailOrder.begin(), tailOrder.end(), [&](int a, int b) { return part[size_t(a)] > part[size_t(b)]; });
-    for (int u : tailOrder) {
-        int value = seed[size_t(u)];
-        for (int p : up[size_t(u)])
-            if (inSet[size_t(p)] && inTail[size_t(p)] && scratch[size_t(p)] != -1 &&
-                better(scratch[size_t(p)] + 1, value, wantFurthest))
-                value = scratch[size_t(p)] + 1;
-        scratch[size_t(u)] = value;
-    }
-    for (int u : tailOrder)
-        if (better(scratch[size_t(u)], distances[size_t(u)], wantFurthest)) distances[size_t(u)] = scratch[size_t(u)];
+    const DistanceWalkGraph& g_;
+    const std::vector<std::vector<int>>& down_;
+    const std::vector<std::vector<int>>& up_;
+    const int n_;
+    const bool wantFurthest_;
+    BitsetValue& loops_;
+    bool& hasLoops_;
+    std::vector<int> members_, finished_;
+    std::vector<char> inSet_, cyclic_, reachesLoop_, onPath_;
+    std::vector<int> partOf_, groupOf_, offset_;
+    std::vector<std::vector<int>> groups_;
+    int numGroups_ = 0;
+    std::vector<int> unreached_, least_;
+    std::vector<char> stale_;
+    std::vector<int> scratch_, touched_, scheduled_;
+    std::vector<Visit> visits_;
+};
+
+}  // namespace
+
+void DistanceWalk(const DistanceWalkGraph& g, const BitsetValue& set, bool wantFurthest, std::vector<int>& distances,
+                  BitsetValue& loops, bool& hasLoops) {
+    distances.resize(size_t(g.size()), -1);
+    FastWalk(g, set, wantFurthest, loops, hasLoops).run(set, distances);
 }
 
 }  // namespace nvk

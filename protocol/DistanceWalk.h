@@ -6,11 +6,24 @@
 //   their own copy of the path. Every stack entry costs a copy of an N-bit set, and a
 //   component is walked again each time a longer (or shorter) path to it is found, so on
 //   graphs with many paths it does N bits of work for each of very many entries.
-// - DistanceWalk: the same walk, visit for visit, wherever the order of the visits can
-//   matter, i.e. on components from which a loop can be reached. There it keeps one shared
-//   on-path mark instead of path copies. Components from which no loop can be reached are
-//   not walked at all: what the walk would leave in them is the best distance over all
-//   paths into that loop-free part, which one pass in topological order gives exactly.
+// - DistanceWalk: gives the same results with far fewer visits, in three steps.
+//   1. It finds the strongly connected parts of the set. Only visits of components on loops
+//      (parts of two or more, or a component feeding itself) can find loop connections, and
+//      only there can the order of the visits change a distance.
+//   2. Everywhere else the walk's final distance of a component is simply the best over its
+//      upstream of (their distance + 1), 0 for a start node: its best visit comes from its
+//      upstream's best one, and no path can block it. One pass in topological order gives
+//      that for all start nodes at once.
+//   3. For start nodes from which a loop can be reached, the walk is repeated in the written
+//      order, with one on-path mark instead of path copies, but a visit of an off-loop
+//      component is cut short when no path from it (through off-loop components) could
+//      bring a better distance than the one already there into any loop component it
+//      reaches: the longest (shortest) such paths are known per group of loop entries, and
+//      loop distances only ever get better during a walk, so what is cut would not have
+//      changed any loop component, nor which visits happen there or in what order. Parts
+//      that reach no loop are not walked at all.
+//   Tests run both walks on thousands of random graphs and compare every distance and loop
+//   connection.
 //
 // The walk is kept as a separate module so that tests and benchmarks can run both.
 #include <vector>

@@ -107,3 +107,57 @@ TEST(DistanceWalk, LayeredGraphsWithRingsMatchToo) {
         }
     }
 }
+
+TEST(DistanceWalk, RingsReachedFromManyStartsMatchToo) {
+    // Many start nodes reaching the same rings, rings inside rings, rings of one (a
+    // component feeding itself), parallel pass and fail connections, and at times more
+    // rings than the fast walk keeps apart, on the whole set and on parts of it.
+    std::mt19937 rng(31);
+    int withLoops = 0;
+    for (int round = 0; round < 2000; ++round) {
+        const int width = 2 + int(rng() % 6), layers = 4 + int(rng() % 9), n = layers * width;
+        RandomGraph g;
+        g.down.resize(size_t(n));
+        g.up.resize(size_t(n));
+        g.out.resize(size_t(n));
+        for (int i = 0; i < n; ++i) g.x.push_back(int(rng() % 3));
+        int k = 0;
+        auto connect = [&](int a, int b) {
+            insertSorted(g.down[size_t(a)], b);
+            insertSorted(g.up[size_t(b)], a);
+            g.out[size_t(a)].emplace_back(b, k++);
+        };
+        std::vector<int> feeder(size_t(n), -1);
+        for (int i = width; i < n; ++i) {
+            feeder[size_t(i)] = i - width - i % width + int(rng() % unsigned(width));
+            connect(feeder[size_t(i)], i);
+        }
+        for (int i = 0; i + width < n; ++i)
+            for (int f = int(rng() % 3); f > 0; --f) {
+                int target = std::min(n - 1, i + width * (1 + int(rng() % 3 == 0)) + int(rng() % unsigned(width)));
+                connect(i, target);
+                if (rng() % 6 == 0) connect(i, target);  // a fail branch beside the pass one
+            }
+        const int rings = int(rng() % (round % 5 == 0 ? 24 : 6));
+        for (int r = 0; r < rings; ++r) {
+            int from = int(rng() % unsigned(n)), to = from;
+            for (int up = int(rng() % 4); up > 0 && feeder[size_t(to)] >= 0; --up) to = feeder[size_t(to)];
+            connect(from, to);
+        }
+        BitsetValue set{size_t(n)};
+        for (int i = 0; i < n; ++i)
+            if (round % 4 != 0 || rng() % 5 != 0) set.set(size_t(i));
+        for (bool furthest : {true, false}) {
+            std::vector<int> slow, fast;
+            BitsetValue slowLoops, fastLoops;
+            bool slowHas = false, fastHas = false;
+            DistanceWalkAsWritten(g.view(), set, furthest, slow, slowLoops, slowHas);
+            DistanceWalk(g.view(), set, furthest, fast, fastLoops, fastHas);
+            ASSERT_EQ(slow, fast) << "round " << round << " furthest " << furthest;
+            ASSERT_EQ(slowLoops, fastLoops) << "round " << round << " furthest " << furthest;
+            ASSERT_EQ(slowHas, fastHas);
+            withLoops += slowHas;
+        }
+    }
+    EXPECT_GT(withLoops, 2000);
+}
