@@ -12,31 +12,50 @@ using tovan::BitsetValue;
 
 namespace {
 
-struct RandomGraph {
-    std::vector<std::vector<int>> down, up;
-    std::vector<int> x;
-    std::vector<std::vector<std::pair<int, int>>> out;
-    DistanceWalkGraph view() const { return {&down, &up, &x, &out}; }
-};
-
 void insertSorted(std::vector<int>& v, int value) {
     auto it = std::lower_bound(v.begin(), v.end(), value);
     if (it == v.end() || *it != value) v.insert(it, value);
 }
 
+struct RandomGraph {
+    std::vector<std::vector<int>> down, up;
+    std::vector<int> x;
+    std::vector<std::vector<std::pair<int, int>>> out;
+    int connections = 0;
+
+    explicit RandomGraph(int n) : down(size_t(n)), up(size_t(n)), out(size_t(n)) {}
+    void connect(int a, int b) {
+        insertSorted(down[size_t(a)], b);
+        insertSorted(up[size_t(b)], a);
+        out[size_t(a)].emplace_back(b, connections++);
+    }
+    DistanceWalkGraph view() const { return {&down, &up, &x, &out}; }
+};
+
+/// Runs both walks in both directions and requires the same distances (entries outside
+/// `set` start at 7 and must stay so) and the same loop connections. Adds to `withLoops`
+/// the runs that found a loop.
+void expectSameWalks(const RandomGraph& g, const BitsetValue& set, int round, int& withLoops) {
+    for (bool furthest : {true, false}) {
+        std::vector<int> slow(g.down.size(), 7), fast(g.down.size(), 7);
+        BitsetValue slowLoops, fastLoops;
+        bool slowHas = false, fastHas = false;
+        DistanceWalkAsWritten(g.view(), set, furthest, slow, slowLoops, slowHas);
+        DistanceWalk(g.view(), set, furthest, fast, fastLoops, fastHas);
+        ASSERT_EQ(slow, fast) << "round " << round << " furthest " << furthest;
+        ASSERT_EQ(slowLoops, fastLoops) << "round " << round << " furthest " << furthest;
+        ASSERT_EQ(slowHas, fastHas) << "round " << round << " furthest " << furthest;
+        withLoops += slowHas;
+    }
+}
+
 RandomGraph makeGraph(std::mt19937& rng, int n, int edges, bool forwardOnly) {
-    RandomGraph g;
-    g.down.resize(size_t(n));
-    g.up.resize(size_t(n));
-    g.out.resize(size_t(n));
+    RandomGraph g(n);
     for (int i = 0; i < n; ++i) g.x.push_back(int(rng() % 5));  // ties on purpose
-    int k = 0;
     for (int e = 0; e < edges; ++e) {
         int a = int(rng() % unsigned(n)), b = int(rng() % unsigned(n));
         if (forwardOnly && a >= b) continue;
-        insertSorted(g.down[size_t(a)], b);
-        insertSorted(g.up[size_t(b)], a);
-        g.out[size_t(a)].emplace_back(b, k++);
+        g.connect(a, b);
     }
     return g;
 }
@@ -53,18 +72,9 @@ TEST(DistanceWalk, MatchesTheWalkAsWrittenOnRandomGraphs) {
         BitsetValue set{size_t(n)};
         for (int i = 0; i < n; ++i)
             if (round % 3 != 0 || rng() % 4 != 0) set.set(size_t(i));
-        for (bool furthest : {true, false}) {
-            std::vector<int> slow(size_t(n), 7), fast(size_t(n), 7);
-            BitsetValue slowLoops, fastLoops;
-            bool slowHas = false, fastHas = false;
-            DistanceWalkAsWritten(g.view(), set, furthest, slow, slowLoops, slowHas);
-            DistanceWalk(g.view(), set, furthest, fast, fastLoops, fastHas);
-            ASSERT_EQ(slow, fast) << "round " << round << " furthest " << furthest;
-            ASSERT_EQ(slowLoops, fastLoops) << "round " << round << " furthest " << furthest;
-            ASSERT_EQ(slowHas, fastHas);
-            withLoops += slowHas;
-            ++compared;
-        }
+        expectSameWalks(g, set, round, withLoops);
+        if (HasFatalFailure()) return;
+        compared += 2;
     }
     // The comparison means something only if both kinds of graph came up often.
     EXPECT_GT(withLoops, compared / 5);
@@ -76,35 +86,20 @@ TEST(DistanceWalk, LayeredGraphsWithRingsMatchToo) {
     std::mt19937 rng(7);
     for (int round = 0; round < 60; ++round) {
         const int layers = 6 + int(rng() % 6), width = 2 + int(rng() % 5), n = layers * width;
-        RandomGraph g;
-        g.down.resize(size_t(n));
-        g.up.resize(size_t(n));
-        g.out.resize(size_t(n));
+        RandomGraph g(n);
         for (int i = 0; i < n; ++i) g.x.push_back(i % width);
-        int k = 0;
-        auto connect = [&](int a, int b) {
-            insertSorted(g.down[size_t(a)], b);
-            insertSorted(g.up[size_t(b)], a);
-            g.out[size_t(a)].emplace_back(b, k++);
-        };
         for (int l = 0; l + 1 < layers; ++l)
             for (int w = 0; w < width; ++w)
-                for (int f = 0; f < 2; ++f) connect(l * width + w, (l + 1 + int(rng() % 2 * (l + 2 < layers))) * width + int(rng() % unsigned(width)));
+                for (int f = 0; f < 2; ++f) g.connect(l * width + w, (l + 1 + int(rng() % 2 * (l + 2 < layers))) * width + int(rng() % unsigned(width)));
         for (int r = 0; r < 2; ++r) {
             int b = width + int(rng() % unsigned(n - width)), a = b - width;
-            connect(b, a);
+            g.connect(b, a);
         }
         BitsetValue set{size_t(n)};
         set.setAll();
-        for (bool furthest : {true, false}) {
-            std::vector<int> slow, fast;
-            BitsetValue slowLoops, fastLoops;
-            bool slowHas = false, fastHas = false;
-            DistanceWalkAsWritten(g.view(), set, furthest, slow, slowLoops, slowHas);
-            DistanceWalk(g.view(), set, furthest, fast, fastLoops, fastHas);
-            ASSERT_EQ(slow, fast) << "round " << round;
-            ASSERT_EQ(slowLoops, fastLoops) << "round " << round;
-        }
+        int withLoops = 0;
+        expectSameWalks(g, set, round, withLoops);
+        if (HasFatalFailure()) return;
     }
 }
 
@@ -116,48 +111,30 @@ TEST(DistanceWalk, RingsReachedFromManyStartsMatchToo) {
     int withLoops = 0;
     for (int round = 0; round < 2000; ++round) {
         const int width = 2 + int(rng() % 6), layers = 4 + int(rng() % 9), n = layers * width;
-        RandomGraph g;
-        g.down.resize(size_t(n));
-        g.up.resize(size_t(n));
-        g.out.resize(size_t(n));
+        RandomGraph g(n);
         for (int i = 0; i < n; ++i) g.x.push_back(int(rng() % 3));
-        int k = 0;
-        auto connect = [&](int a, int b) {
-            insertSorted(g.down[size_t(a)], b);
-            insertSorted(g.up[size_t(b)], a);
-            g.out[size_t(a)].emplace_back(b, k++);
-        };
         std::vector<int> feeder(size_t(n), -1);
         for (int i = width; i < n; ++i) {
             feeder[size_t(i)] = i - width - i % width + int(rng() % unsigned(width));
-            connect(feeder[size_t(i)], i);
+            g.connect(feeder[size_t(i)], i);
         }
         for (int i = 0; i + width < n; ++i)
             for (int f = int(rng() % 3); f > 0; --f) {
                 int target = std::min(n - 1, i + width * (1 + int(rng() % 3 == 0)) + int(rng() % unsigned(width)));
-                connect(i, target);
-                if (rng() % 6 == 0) connect(i, target);  // a fail branch beside the pass one
+                g.connect(i, target);
+                if (rng() % 6 == 0) g.connect(i, target);  // a fail branch beside the pass one
             }
         const int rings = int(rng() % (round % 5 == 0 ? 24 : 6));
         for (int r = 0; r < rings; ++r) {
             int from = int(rng() % unsigned(n)), to = from;
             for (int up = int(rng() % 4); up > 0 && feeder[size_t(to)] >= 0; --up) to = feeder[size_t(to)];
-            connect(from, to);
+            g.connect(from, to);
         }
         BitsetValue set{size_t(n)};
         for (int i = 0; i < n; ++i)
             if (round % 4 != 0 || rng() % 5 != 0) set.set(size_t(i));
-        for (bool furthest : {true, false}) {
-            std::vector<int> slow, fast;
-            BitsetValue slowLoops, fastLoops;
-            bool slowHas = false, fastHas = false;
-            DistanceWalkAsWritten(g.view(), set, furthest, slow, slowLoops, slowHas);
-            DistanceWalk(g.view(), set, furthest, fast, fastLoops, fastHas);
-            ASSERT_EQ(slow, fast) << "round " << round << " furthest " << furthest;
-            ASSERT_EQ(slowLoops, fastLoops) << "round " << round << " furthest " << furthest;
-            ASSERT_EQ(slowHas, fastHas);
-            withLoops += slowHas;
-        }
+        expectSameWalks(g, set, round, withLoops);
+        if (HasFatalFailure()) return;
     }
     EXPECT_GT(withLoops, 2000);
 }
