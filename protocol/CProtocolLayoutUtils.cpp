@@ -4,6 +4,7 @@
 #include <climits>
 #include <cmath>
 #include <deque>
+#include <functional>
 
 #include "platform/Exception.h"
 
@@ -185,29 +186,28 @@ void CProtocolLayoutUtils::LoadNetworks() {
             if (!net.components.test(size_t(s))) debug(t, u"LoadNetworks: did not find start node in set");
         // Members no start node reaches (a ring feeding the rest, say) take distances from
         // their own local start, as a separate walk over what is still unplaced.
-        std::vector<int> dist(n, -1);
-        for (int c : net.members) dist[size_t(c)] = distance_[size_t(c)];
-        while (true) {
+        // dist[i] is the distance of net.members[i].
+        std::vector<int> dist(net.members.size());
+        for (size_t i = 0; i < dist.size(); ++i) dist[i] = distance_[size_t(net.members[i])];
+        while (std::find_if(dist.begin(), dist.end(), [](int d) { return d < 0; }) != dist.end()) {
             BitsetValue unplaced(n);
-            for (int c : net.members)
-                if (dist[size_t(c)] < 0) unplaced.set(size_t(c));
-            if (unplaced.none()) break;
-            std::vector<int> local(n, -1);
+            for (size_t i = 0; i < dist.size(); ++i)
+                if (dist[i] < 0) unplaced.set(size_t(net.members[i]));
+            std::vector<int>& local = walkScratch_;
             PerceiveDistanceFromStartNodeForSet(unplaced, wantFurthest_, local);
             bool any = false;
-            unplaced.forEachSetBit([&](size_t c) {
-                if (local[c] >= 0) {
-                    dist[c] = local[c];
+            for (size_t i = 0; i < dist.size(); ++i)
+                if (dist[i] < 0 && local[size_t(net.members[i])] >= 0) {
+                    dist[i] = local[size_t(net.members[i])];
                     any = true;
                 }
-            });
             if (!any) break;  // cannot happen: every non-empty set has a local start
         }
         int maxDistance = 0;
-        for (int c : net.members) maxDistance = std::max(maxDistance, std::max(dist[size_t(c)], 0));
+        for (int d : dist) maxDistance = std::max(maxDistance, std::max(d, 0));
         net.stacks.assign(size_t(maxDistance + 1), {});
-        for (int c : net.members) {
-            int d = std::max(dist[size_t(c)], 0);
+        for (size_t i = 0; i < dist.size(); ++i) {
+            int c = net.members[i], d = std::max(dist[i], 0);
             net.stacks[size_t(d)].push_back(c);
             stackOf_[size_t(c)] = d;
         }
@@ -373,19 +373,19 @@ void CProtocolLayoutUtils::ProcessStack(int n, int k) {
     static DebugTarget t("LayoutProcessStack");
     static DebugTarget tUp("LayoutMoveComponentsUpY");
     Network& net = networks_[size_t(n)];
-    std::vector<char> placed(components_.size(), 0);
-    for (int m : net.members)
-        if (stackOf_[size_t(m)] <= k) placed[size_t(m)] = 1;
+    // Placed: members of this network in stacks up to k (stack numbers are per network).
+    auto placed = [&](int c) { return networkOf_[size_t(c)] == n && stackOf_[size_t(c)] <= k; };
     const std::vector<int>& next = net.stacks[size_t(k + 1)];
     // Each member lines up with its highest placed upstream component; the members that
     // share that anchor are spread over rows below it (or about it, with AlignCenter).
     std::vector<int> anchor(next.size(), -1);
-    std::unordered_map<int, std::vector<size_t>> byAnchor;
+    std::vector<int> rowInGroup(next.size(), 0);
+    std::unordered_map<int, int> byAnchor;  // members sharing each anchor
     for (size_t i = 0; i < next.size(); ++i) {
         int c = next[i];
         for (int u : adjacency_[AdjInput][size_t(c)])
-            if (placed[size_t(u)] && (anchor[i] < 0 || point_[size_t(u)].y < point_[size_t(anchor[i])].y)) anchor[i] = u;
-        if (anchor[i] >= 0) byAnchor[anchor[i]].push_back(i);
+            if (placed(u) && (anchor[i] < 0 || point_[size_t(u)].y < point_[size_t(anchor[i])].y)) anchor[i] = u;
+        if (anchor[i] >= 0) rowInGroup[i] = byAnchor[anchor[i]]++;
     }
     std::vector<int64_t> desired(next.size());
     for (size_t i = 0; i < next.size(); ++i) {
@@ -394,8 +394,7 @@ void CProtocolLayoutUtils::ProcessStack(int n, int k) {
             desired[i] = point_[size_t(c)].y;
             continue;
         }
-        const auto& group = byAnchor[anchor[i]];
-        int j = int(std::find(group.begin(), group.end(), i) - group.begin()), count = int(group.size());
+        int j = rowInGroup[i], count = byAnchor[anchor[i]];
         int64_t y = int64_t(point_[size_t(anchor[i])].y) + int64_t(j) * rowHeight_;
         if (alignCenter_) y -= int64_t(count - 1) * rowHeight_ / 2;
         if (adjacency_[AdjInputFromPass][size_t(c)].empty() && !adjacency_[AdjInputFromFail][size_t(c)].empty())
@@ -411,17 +410,22 @@ void CProtocolLayoutUtils::ProcessStack(int n, int k) {
         for (int a : mustBeBelow_[size_t(next[i])])
             if (slot.count(a)) ++pending[i];
     std::vector<size_t> order;
-    std::vector<char> done(next.size(), 0);
-    while (order.size() < next.size()) {
-        size_t pick = next.size();
-        for (size_t i = 0; i < next.size(); ++i)
-            if (!done[i] && pending[i] == 0 && (pick == next.size() || desired[i] < desired[pick])) pick = i;
-        if (pick == next.size()) break;  // cannot happen: the constraints have no cycle
-        done[pick] = 1;
+    using Ready = std::pair<int64_t, size_t>;  // the lowest desired row first, then the first member
+    std::vector<Ready> ready;
+    for (size_t i = 0; i < next.size(); ++i)
+        if (pending[i] == 0) ready.emplace_back(desired[i], i);
+    std::make_heap(ready.begin(), ready.end(), std::greater<>());
+    while (!ready.empty()) {
+        std::pop_heap(ready.begin(), ready.end(), std::greater<>());
+        size_t pick = ready.back().second;
+        ready.pop_back();
         order.push_back(pick);
         for (int b : mustBeAbove_[size_t(next[pick])]) {
             auto it = slot.find(b);
-            if (it != slot.end()) --pending[it->second];
+            if (it != slot.end() && --pending[it->second] == 0) {
+                ready.emplace_back(desired[it->second], it->second);
+                std::push_heap(ready.begin(), ready.end(), std::greater<>());
+            }
         }
     }
     bool havePrev = false;
@@ -432,7 +436,7 @@ void CProtocolLayoutUtils::ProcessStack(int n, int k) {
         if (!fixed_[size_t(c)]) {
             if (havePrev) y = std::max(y, prevY + rowHeight_);
             for (int a : mustBeBelow_[size_t(c)])
-                if (placed[size_t(a)] && stackOf_[size_t(a)] <= k)
+                if (placed(a))
                     y = std::max(y, int64_t(point_[size_t(a)].y) + minVerticalSeparation_);
             y = std::clamp<int64_t>(y, INT32_MIN / 4, INT32_MAX / 4);
             if (y < point_[size_t(c)].y)
@@ -456,14 +460,42 @@ void CProtocolLayoutUtils::EnforceMustBeAbove(int n) {
     // index to a higher one, so they have no cycle and the sweeps settle.
     static DebugTarget t("LayoutMustBeAbove");
     Network& net = networks_[size_t(n)];
-    std::vector<int> position(components_.size(), -1), pending(components_.size(), 0);
+    // Scratch kept between networks: a network's members are reset before it returns, so
+    // the cost follows the network's size, not the protocol's.
+    std::vector<int>& position = position_;
+    std::vector<int>& pending = pending_;
+    std::vector<int>& rank = rank_;
+    position.resize(components_.size(), -1);
+    pending.resize(components_.size(), 0);
+    rank.resize(components_.size(), 0);
+    // A stable sort by place from the stack's own order is a sort by (place, rank in the
+    // stack), a total order, so each stack can keep last sweep's order and re-sort it: few
+    // members move between sweeps.
+    std::vector<std::vector<int>> orders(net.stacks);
+    for (const std::vector<int>& stack : net.stacks)
+        for (size_t i = 0; i < stack.size(); ++i) rank[size_t(stack[i])] = int(i);
+    auto earlier = [&](int a, int b) {
+        int64_t ma = getLocationMetric(point_[size_t(a)]), mb = getLocationMetric(point_[size_t(b)]);
+        return ma < mb || (ma == mb && rank[size_t(a)] < rank[size_t(b)]);
+    };
+    // A sweep of a stack reads only its members' places and those of the members of other
+    // stacks they must lie below, so a stack whose last sweep moved nothing and none of
+    // whose inputs moved since would move nothing again; such stacks are skipped.
+    std::vector<char> dirty(orders.size(), 1);
+    auto movedDown = [&](int c) {
+        dirty[size_t(stackOf_[size_t(c)])] = 1;
+        for (int b : mustBeAbove_[size_t(c)])
+            if (networkOf_[size_t(b)] == n && stackOf_[size_t(b)] != stackOf_[size_t(c)]) dirty[size_t(stackOf_[size_t(b)])] = 1;
+    };
+    std::vector<size_t> ready;
+    std::vector<int> sequence;
     for (int pass = 0; pass < 64; ++pass) {
         bool moved = false;
-        for (const std::vector<int>& stack : net.stacks) {
-            std::vector<int> order(stack);
-            std::stable_sort(order.begin(), order.end(), [&](int a, int b) {
-                return getLocationMetric(point_[size_t(a)]) < getLocationMetric(point_[size_t(b)]);
-            });
+        for (size_t k = 0; k < orders.size(); ++k) {
+            if (!dirty[k]) continue;
+            dirty[k] = 0;
+            std::vector<int>& order = orders[k];
+            if (!std::is_sorted(order.begin(), order.end(), earlier)) std::sort(order.begin(), order.end(), earlier);
             for (size_t i = 0; i < order.size(); ++i) position[size_t(order[i])] = int(i);
             for (int c : order) {
                 pending[size_t(c)] = 0;
@@ -472,22 +504,22 @@ void CProtocolLayoutUtils::EnforceMustBeAbove(int n) {
                         ++pending[size_t(c)];
             }
             // Kahn's order, always taking the ready member that is highest now.
-            std::vector<int> sequence;
-            std::vector<char> done(order.size(), 0);
-            while (sequence.size() < order.size()) {
-                size_t pick = order.size();
-                for (size_t i = 0; i < order.size(); ++i)
-                    if (!done[i] && pending[size_t(order[i])] == 0) {
-                        pick = i;
-                        break;
-                    }
-                if (pick == order.size()) break;  // cannot happen: the constraints have no cycle
-                done[pick] = 1;
-                int c = order[pick];
+            sequence.clear();
+            ready.clear();
+            for (size_t i = 0; i < order.size(); ++i)
+                if (pending[size_t(order[i])] == 0) ready.push_back(i);
+            std::make_heap(ready.begin(), ready.end(), std::greater<>());
+            while (!ready.empty()) {
+                std::pop_heap(ready.begin(), ready.end(), std::greater<>());
+                int c = order[ready.back()];
+                ready.pop_back();
                 sequence.push_back(c);
                 for (int b : mustBeAbove_[size_t(c)])
-                    if (position[size_t(b)] >= 0 && stackOf_[size_t(b)] == stackOf_[size_t(c)] && networkOf_[size_t(b)] == n)
-                        --pending[size_t(b)];
+                    if (position[size_t(b)] >= 0 && stackOf_[size_t(b)] == stackOf_[size_t(c)] && networkOf_[size_t(b)] == n &&
+                        --pending[size_t(b)] == 0) {
+                        ready.push_back(size_t(position[size_t(b)]));
+                        std::push_heap(ready.begin(), ready.end(), std::greater<>());
+                    }
             }
             bool havePrev = false;
             int64_t prevY = 0;
@@ -503,6 +535,7 @@ void CProtocolLayoutUtils::EnforceMustBeAbove(int n) {
                               format(u"\"%ls\" by %d", displayName_[size_t(c)], dy));
                     point_[size_t(c)].y += dy;
                     moved = true;
+                    movedDown(c);
                 }
                 havePrev = true;
                 prevY = point_[size_t(c)].y;

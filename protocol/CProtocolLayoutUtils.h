@@ -144,6 +144,9 @@ private:
     std::vector<int> dragged_;  // components with a moved-from mark, increasing index
     std::vector<Point> movedFrom_, movedTo_;
     std::vector<Point> finalOffset_;
+    // Per-component scratch of EnforceMustBeAbove (position_ is -1 outside a call).
+    std::vector<int> position_, pending_, rank_;
+    std::vector<int> walkScratch_;  // distances of the walks over a network's unplaced members
 };
 
 }  // namespace nvk

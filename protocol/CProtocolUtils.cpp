@@ -105,6 +105,8 @@ void CProtocolUtils::ClearProtocolState() {
     chainRingConnections_ = BitsetValue();
     assemblies_.clear();
     distance_.clear();
+    walkInitialX_.clear();
+    walkOutgoing_.clear();
     levels_.clear();
     loopConnections_ = BitsetValue();
     hasLoops_ = false;
@@ -254,40 +256,50 @@ void CProtocolUtils::PerceiveRings() {
         else candidates.push_back(int(c));
     }
     // A component with at most one neighbour left outside the chain set hangs off the
-    // rest like a chain link; peeling those until nothing changes leaves the rings.
-    bool changed = true;
-    std::vector<int> found;
-    while (changed) {
-        changed = false;
-        std::vector<int> remaining;
-        for (int c : candidates) {
-            int count = 0, neighbour = -1;
+    // rest like a chain link; peeling those until nothing changes leaves the rings. Peeling
+    // never makes another component unpeelable, so the result does not depend on the order,
+    // and each connection with an end in the chain set is marked when its first end peels
+    // (the other is then the only neighbour left). Only the neighbours of a peeled
+    // component can become peelable, so only they are looked at again.
+    std::vector<int> outside(n, 0);  // neighbours not yet in the chain set
+    std::vector<char> queued(n, 0);
+    std::deque<int> work;
+    for (int c : candidates) {
+        outside[size_t(c)] = int(adjacency_[AdjAll][size_t(c)].size());
+        queued[size_t(c)] = 1;
+        work.push_back(c);
+    }
+    std::vector<int> forward, backward;
+    while (!work.empty()) {
+        int c = work.front();
+        work.pop_front();
+        queued[size_t(c)] = 0;
+        if (chainComponents_.test(size_t(c)) || outside[size_t(c)] > 1) continue;
+        bool peel = outside[size_t(c)] == 0;
+        if (!peel) {
+            int neighbour = -1;
             for (int a : adjacency_[AdjAll][size_t(c)])
-                if (!chainComponents_.test(size_t(a))) {
-                    ++count;
-                    neighbour = a;
-                }
-            bool peel = count == 0;
-            if (count == 1) {
-                std::vector<int> forward, backward;
-                FindConnections(c, neighbour, forward);
-                FindConnections(neighbour, c, backward);
-                peel = forward.empty() || backward.empty();
-                if (peel) {
-                    for (int k : forward) chainConnections_.set(size_t(k));
-                    for (int k : backward) chainConnections_.set(size_t(k));
-                }
-            }
+                if (!chainComponents_.test(size_t(a))) neighbour = a;
+            FindConnections(c, neighbour, forward);
+            FindConnections(neighbour, c, backward);
+            peel = forward.empty() || backward.empty();
             if (peel) {
-                chainComponents_.set(size_t(c));
-                changed = true;
-                debug(t, u"Chain component \"%ls\"", displayName_[size_t(c)]);
-            } else {
-                remaining.push_back(c);
+                for (int k : forward) chainConnections_.set(size_t(k));
+                for (int k : backward) chainConnections_.set(size_t(k));
             }
         }
-        candidates.swap(remaining);
+        if (!peel) continue;
+        chainComponents_.set(size_t(c));
+        debug(t, u"Chain component \"%ls\"", displayName_[size_t(c)]);
+        for (int a : adjacency_[AdjAll][size_t(c)]) {
+            --outside[size_t(a)];
+            if (!chainComponents_.test(size_t(a)) && !queued[size_t(a)] && outside[size_t(a)] <= 1) {
+                queued[size_t(a)] = 1;
+                work.push_back(a);
+            }
+        }
     }
+    std::erase_if(candidates, [&](int c) { return chainComponents_.test(size_t(c)); });
     ringComponents_ = BitsetValue(n);
     for (int c : candidates) ringComponents_.set(size_t(c));
     ringConnections_ = BitsetValue(m);
@@ -342,8 +354,8 @@ void CProtocolUtils::PerceiveAssemblies() {
         }
     });
     auto group = [&](BitsetValue remaining, bool isChain) {
-        while (!remaining.none()) {
-            size_t first = remaining.firstSetBit();
+        // Bits are only ever cleared, so the next lowest one is never before the last.
+        for (size_t first = remaining.firstSetBit(); first != BitsetValue::npos; first = remaining.nextSetBit(first)) {
             if (isChain) debug(t, u"Creating CHAIN assembly");
             else debug(t, u"Creating RING assembly");
             Assembly& a = newAssembly(isChain);
@@ -434,7 +446,8 @@ void CProtocolUtils::SetUndefinedRelativePositions(Assembly& a) {
     // Members the walk did not reach (an assembly is connected, so only when its set was
     // edited by hand) go below everything in column 0.
     int row = 0;
-    std::vector<char> placed(components_.size(), 0);
+    std::vector<char>& placed = placedScratch_;  // all 0 between calls: assemblies can be many
+    placed.resize(components_.size(), 0);
     for (const auto& [c, p] : a.relativePositions) {
         if (p.x == 0) row = std::max(row, p.y + 1);
         if (c >= 0 && size_t(c) < placed.size()) placed[size_t(c)] = 1;
@@ -442,6 +455,8 @@ void CProtocolUtils::SetUndefinedRelativePositions(Assembly& a) {
     a.components.forEachSetBit([&](size_t c) {
         if (c < placed.size() && !placed[c]) SetComponentRelativePosition(a, int(c), {0, row++});
     });
+    for (const auto& rp : a.relativePositions)
+        if (rp.first >= 0 && size_t(rp.first) < placed.size()) placed[size_t(rp.first)] = 0;
 }
 
 void CProtocolUtils::RepositionAssemblyGroup(Assembly& a) {
@@ -472,15 +487,18 @@ void CProtocolUtils::PerceiveDistanceFromStartNode() {
 
 void CProtocolUtils::PerceiveDistanceFromStartNodeForSet(const BitsetValue& set, bool wantFurthest,
                                                          std::vector<int>& distances) {
-    std::vector<int> initialX(components_.size());
-    std::vector<std::vector<std::pair<int, int>>> outgoing(components_.size());
-    for (size_t c = 0; c < components_.size(); ++c) initialX[c] = initialPoint_[c].x;
-    for (size_t k = 0; k < connFrom_.size(); ++k) outgoing[size_t(connFrom_[k])].emplace_back(connTo_[k], int(k));
+    // Built once per protocol: layout walks each network's unplaced members separately.
+    if (walkInitialX_.size() != components_.size()) {
+        walkInitialX_.resize(components_.size());
+        walkOutgoing_.assign(components_.size(), {});
+        for (size_t c = 0; c < components_.size(); ++c) walkInitialX_[c] = initialPoint_[c].x;
+        for (size_t k = 0; k < connFrom_.size(); ++k) walkOutgoing_[size_t(connFrom_[k])].emplace_back(connTo_[k], int(k));
+    }
     DistanceWalkGraph g;
     g.downstream = &adjacency_[AdjPassOrFail];
     g.upstream = &adjacency_[AdjInput];
-    g.initialX = &initialX;
-    g.outgoing = &outgoing;
+    g.initialX = &walkInitialX_;
+    g.outgoing = &walkOutgoing_;
     if (loopConnections_.size() < connFrom_.size()) loopConnections_.resize(connFrom_.size());
     DistanceWalk(g, set, wantFurthest, distances, loopConnections_, hasLoops_);
 }

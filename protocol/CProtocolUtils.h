@@ -319,6 +319,9 @@ protected:
     BitsetValue chainConnections_, ringConnections_, chainChainConnections_, chainRingConnections_;
     std::vector<Assembly> assemblies_;
     std::vector<int> distance_;
+    std::vector<char> placedScratch_;
+    std::vector<int> walkInitialX_;  // what the distance walk reads, built on its first use
+    std::vector<std::vector<std::pair<int, int>>> walkOutgoing_;
     std::vector<std::vector<int>> levels_;
     BitsetValue loopConnections_;
     bool hasLoops_ = false;
