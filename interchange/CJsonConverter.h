@@ -99,6 +99,8 @@ public:
     void Visit(const cajun::json::Null& element) override { ProcessElement(element); }
 
 protected:
+    friend class JsonNodeBuilder;  // drives the steps below as the text is read
+
     enum ElementKind { KindValue = 0, KindArray = 1, KindObject = 2 };
 
     void BeginArray();

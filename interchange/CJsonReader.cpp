@@ -1,6 +1,7 @@
 #include "interchange/CJsonReader.h"
 
 #include "interchange/CJsonConverter.h"
+#include "interchange/JsonNodeBuilder.h"
 #include "interchange/JsonParser.h"
 #include "interchange/JsonScanner.h"
 
@@ -138,10 +139,22 @@ bool CJsonReader::ReadNextObject(cajun::json::Object& object) {
 }
 
 bool CJsonReader::ReadNextObject(tovan::Array<tovan::Ptr<tovan::iNode>>& nodes) {
-    cajun::json::Object object;
-    if (!ReadNextObject(object)) return false;
+    if (!FindNextObject()) return false;
     CJsonConverter converter;
-    converter.ConsumeElement(object);  // the tree goes away here: its texts can move
+    // Straight to nodes: the same outcome as reading the element tree above
+    // and converting it, without building the token list and the tree.
+    JsonNodeBuilder builder(*stream_, converter);
+    try {
+        builder.ReadObject();
+    } catch (const ScanException& e) {
+        errorLocation_ = e.location();
+        throw Exception("CJsonReader", "ReadNextObject", u"%ls", u"JSON scan error: " + e.getMessage().str());
+    } catch (const ParseException& e) {
+        errorLocation_ = e.begin() == Location() && e.end() == Location() ? stream_->GetLocation() : e.begin();
+        throw Exception("CJsonReader", "ReadNextObject", u"%ls", u"JSON parse error: " + e.getMessage().str());
+    }
+    // The converter's own failures pass as they are, as they do after the tree.
+    builder.RaiseConversionFailure();
     converter.GetNodeList(nodes, true);
     return true;
 }

@@ -20,6 +20,10 @@
 #include "platform/Exception.h"
 #include "platform/Export.h"
 
+namespace nvk {
+class JsonNodeBuilder;
+}
+
 namespace cajun::json {
 
 /// Where a token starts or ends: line and column from 0, and the number of
@@ -169,7 +173,9 @@ public:
     bool operator==(const Object& other) const;
 
 private:
-    friend class Parser;  // checks for duplicates itself, with its own message
+    // Both check for duplicates themselves, with their own message.
+    friend class Parser;
+    friend class nvk::JsonNodeBuilder;
     void append(std::u16string name, Element element);
 
     std::list<Member> members_;

@@ -291,78 +291,106 @@ void Tokens::clear() { release(); }
 
 // ---- Scanner ---------------------------------------------------------------
 
+void Scanner::Begin() {
+    opening_ = TokenKind::None;
+    closing_ = TokenKind::None;
+    depth_ = 0;
+    first_ = true;
+    done_ = false;
+}
+
+bool Scanner::Next(JsonInputStream& in, JsonToken& token) {
+    if (done_) return false;
+    skipSpace(in);
+    if (in.EOS()) {
+        done_ = true;
+        return false;
+    }
+    token.elementHint = 0;
+    token.begin = in.GetLocation();
+    wchar c = in.Peek();
+    switch (c) {
+    case u'{': token.kind = TokenKind::ObjectBegin; break;
+    case u'}': token.kind = TokenKind::ObjectEnd; break;
+    case u'[': token.kind = TokenKind::ArrayBegin; break;
+    case u']': token.kind = TokenKind::ArrayEnd; break;
+    case u',': token.kind = TokenKind::NextElement; break;
+    case u':': token.kind = TokenKind::MemberAssign; break;
+    case u'"':
+        token.kind = TokenKind::String;
+        scanString(in);
+        token.text = scratch_;
+        break;
+    case u'-':
+    case u'0':
+    case u'1':
+    case u'2':
+    case u'3':
+    case u'4':
+    case u'5':
+    case u'6':
+    case u'7':
+    case u'8':
+    case u'9':
+    case u'I':
+        token.kind = TokenKind::Number;
+        scanNumber(in);
+        token.text = scratch_;
+        break;
+    case u't':
+        token.kind = TokenKind::Boolean;
+        matchWord(in, u"true");
+        token.text = u"true";
+        break;
+    case u'f':
+        token.kind = TokenKind::Boolean;
+        matchWord(in, u"false");
+        token.text = u"false";
+        break;
+    case u'n':
+        token.kind = TokenKind::Null;
+        matchWord(in, u"null");
+        token.text = u"null";
+        break;
+    default: scanError(in, u"Unexpected character in stream: " + std::u16string(1, c));
+    }
+    if (int(token.kind) <= int(TokenKind::MemberAssign)) {
+        static const char16_t punctuation[] = u"{}[],:";
+        in.Consume();
+        token.text = std::u16string_view(punctuation + int(token.kind), 1);
+    }
+    token.end = in.GetLocation();
+
+    const TokenKind kind = token.kind;
+    if (first_) {
+        first_ = false;
+        opening_ = kind;
+        closing_ = kind == TokenKind::ObjectBegin  ? TokenKind::ObjectEnd
+                   : kind == TokenKind::ArrayBegin ? TokenKind::ArrayEnd
+                   : kind == TokenKind::String     ? TokenKind::String
+                                                   : TokenKind::None;
+        depth_ = 1;
+    } else if (kind == closing_) {
+        if (--depth_ == 0) done_ = true;  // this token is still handed out
+    } else if (kind == opening_) {
+        ++depth_;
+    }
+    return true;
+}
+
 void Scanner::Scan(JsonInputStream& in, Tokens& tokens) {
     open_.clear();
-    TokenKind opening = TokenKind::None;
-    TokenKind closing = TokenKind::None;
-    int depth = 0;
-    bool first = true;
-    for (;;) {
-        skipSpace(in);
-        if (in.EOS()) return;
-
-        JsonToken token;
-        token.begin = in.GetLocation();
-        wchar c = in.Peek();
-        switch (c) {
-        case u'{': token.kind = TokenKind::ObjectBegin; break;
-        case u'}': token.kind = TokenKind::ObjectEnd; break;
-        case u'[': token.kind = TokenKind::ArrayBegin; break;
-        case u']': token.kind = TokenKind::ArrayEnd; break;
-        case u',': token.kind = TokenKind::NextElement; break;
-        case u':': token.kind = TokenKind::MemberAssign; break;
-        case u'"':
-            token.kind = TokenKind::String;
-            scanString(in);
-            token.text = tokens.Keep(scratch_);
-            break;
-        case u'-':
-        case u'0':
-        case u'1':
-        case u'2':
-        case u'3':
-        case u'4':
-        case u'5':
-        case u'6':
-        case u'7':
-        case u'8':
-        case u'9':
-        case u'I':
-            token.kind = TokenKind::Number;
-            scanNumber(in);
-            token.text = tokens.Keep(scratch_);
-            break;
-        case u't':
-            token.kind = TokenKind::Boolean;
-            matchWord(in, u"true");
-            token.text = u"true";
-            break;
-        case u'f':
-            token.kind = TokenKind::Boolean;
-            matchWord(in, u"false");
-            token.text = u"false";
-            break;
-        case u'n':
-            token.kind = TokenKind::Null;
-            matchWord(in, u"null");
-            token.text = u"null";
-            break;
-        default: scanError(in, u"Unexpected character in stream: " + std::u16string(1, c));
-        }
-        if (int(token.kind) <= int(TokenKind::MemberAssign)) {
-            static const char16_t punctuation[] = u"{}[],:";
-            in.Consume();
-            token.text = std::u16string_view(punctuation + int(token.kind), 1);
-        }
-        token.end = in.GetLocation();
-        TokenKind kind = token.kind;
+    Begin();
+    JsonToken token;
+    while (Next(in, token)) {
+        if (token.kind == TokenKind::String || token.kind == TokenKind::Number) token.text = tokens.Keep(token.text);
         tokens.push_back(token);
 
         // Element counts for the parser: the commas at an array's own level,
         // plus one for a non-empty array. Mismatched brackets only spoil
         // the hints; the parser reports them.
         uint32_t index = uint32_t(tokens.size() - 1);
-        switch (kind) {
+        switch (token.kind) {
         case TokenKind::ObjectBegin: open_.push_back(index | kObjectBit); break;
         case TokenKind::ArrayBegin: open_.push_back(index); break;
         case TokenKind::ObjectEnd:
@@ -379,20 +407,6 @@ void Scanner::Scan(JsonInputStream& in, Tokens& tokens) {
             if (!open_.empty() && !(open_.back() & kObjectBit)) ++tokens[open_.back()].elementHint;
             break;
         default: break;
-        }
-
-        if (first) {
-            first = false;
-            opening = kind;
-            closing = kind == TokenKind::ObjectBegin  ? TokenKind::ObjectEnd
-                      : kind == TokenKind::ArrayBegin ? TokenKind::ArrayEnd
-                      : kind == TokenKind::String     ? TokenKind::String
-                                                      : TokenKind::None;
-            depth = 1;
-        } else if (kind == closing) {
-            if (--depth == 0) return;
-        } else if (kind == opening) {
-            ++depth;
         }
     }
 }

@@ -105,6 +105,14 @@ public:
     /// where scanning stopped; the stream stays there.
     void Scan(JsonInputStream& in, Tokens& tokens);
 
+    /// The same scan one token at a time, for readers that use each token as
+    /// it comes: Begin() starts a value, then each Next() gives the next token
+    /// until it returns false (the value is complete, or the stream ended).
+    /// A string's or number's text lives in the scanner and is valid until
+    /// the next call; element hints are not counted (always 0).
+    void Begin();
+    bool Next(JsonInputStream& in, JsonToken& token);
+
 private:
     void scanString(JsonInputStream& in);
     void scanNumber(JsonInputStream& in);
@@ -115,6 +123,13 @@ private:
     // arrays' element hints.
     static constexpr uint32_t kObjectBit = 0x80000000u;
     std::vector<uint32_t> open_;
+    // The nesting of the value being scanned: the first token's kind, the
+    // kind that closes it, and how many are open.
+    TokenKind opening_ = TokenKind::None;
+    TokenKind closing_ = TokenKind::None;
+    int depth_ = 0;
+    bool first_ = true;
+    bool done_ = false;
 };
 
 }  // namespace cajun::json

@@ -1,0 +1,282 @@
+#include "interchange/JsonNodeBuilder.h"
+
+#include "interchange/JsonParser.h"
+#include "platform/Value.h"
+
+namespace nvk {
+
+using cajun::json::JsonToken;
+using cajun::json::Location;
+using cajun::json::ParseException;
+using cajun::json::TokenKind;
+
+namespace {
+
+[[noreturn]] void unexpected(const JsonToken& token) {
+    throw ParseException(u"Unexpected token: " + std::u16string(token.text), token.begin, token.end);
+}
+
+}  // namespace
+
+struct JsonNodeBuilder::Workspace {
+    cajun::json::Scanner scanner;
+    std::vector<tovan::WString> names;
+    bool busy = false;
+    bool owned = false;  // made for one builder, because the thread's own was busy
+};
+
+JsonNodeBuilder::Workspace* JsonNodeBuilder::takeWorkspace() {
+    thread_local Workspace mine;
+    if (!mine.busy) {
+        mine.busy = true;
+        return &mine;
+    }
+    auto* extra = new Workspace;
+    extra->owned = true;
+    return extra;
+}
+
+JsonNodeBuilder::JsonNodeBuilder(cajun::json::JsonInputStream& in, CJsonConverter& converter)
+    : in_(in),
+      converter_(converter),
+      consumeBefore_(converter.consume_),
+      workspace_(takeWorkspace()),
+      scanner_(workspace_->scanner),
+      names_(workspace_->names) {
+    // Held elements belong to this builder alone: their texts can move.
+    converter_.consume_ = true;
+}
+
+JsonNodeBuilder::~JsonNodeBuilder() {
+    converter_.consume_ = consumeBefore_;
+    if (workspace_->owned)
+        delete workspace_;
+    else
+        workspace_->busy = false;
+}
+
+bool JsonNodeBuilder::peek() {
+    if (!loaded_ && !scanned_) {
+        loaded_ = scanner_.Next(in_, token_);
+        scanned_ = !loaded_;
+    }
+    return loaded_;
+}
+
+const JsonToken& JsonNodeBuilder::match(TokenKind kind) {
+    // The parser's two texts for running out differ in the case of one letter.
+    if (!peek()) throw ParseException(u"Unexpected End of token stream", Location(), Location());
+    if (token_.kind != kind) unexpected(token_);
+    loaded_ = false;
+    return token_;
+}
+
+void JsonNodeBuilder::enter(const JsonToken& token) {
+    if (depth_ >= cajun::json::Parser::kMaxDepth)
+        throw ParseException(
+            u"Nesting deeper than " + tovan::format(u"%d", cajun::json::Parser::kMaxDepth).str() + u" levels",
+            token.begin, token.end);
+    ++depth_;
+}
+
+void JsonNodeBuilder::drain() {
+    JsonToken rest;
+    while (!scanned_ && scanner_.Next(in_, rest)) {
+    }
+    scanned_ = true;
+}
+
+void JsonNodeBuilder::ReadObject() {
+    scanner_.Begin();
+    try {
+        enter(match(TokenKind::ObjectBegin));
+        convert([&] { converter_.BeginObject(); });
+        objectMembers();
+    } catch (const ParseException&) {
+        drain();  // a scan error further on is raised instead
+        throw;
+    }
+}
+
+void JsonNodeBuilder::RaiseConversionFailure() const {
+    if (failure_) std::rethrow_exception(failure_);
+}
+
+void JsonNodeBuilder::objectMembers() {
+    const size_t first = namesUsed_;
+    if (!nextIs(TokenKind::ObjectEnd)) {
+        for (;;) {
+            const JsonToken& name = match(TokenKind::String);
+            const Location begin = name.begin, end = name.end;
+            // The name's text is the scanner's until the next token: kept here.
+            const size_t slot = namesUsed_++;
+            if (slot == names_.size())
+                names_.emplace_back(name.text);
+            else
+                names_[slot].assign(name.text);
+            match(TokenKind::MemberAssign);
+            // Only objects (and arrays, which may hold objects) need the name
+            // on the converter's stack: it names the child nodes.
+            const bool nodes = nextIs(TokenKind::ObjectBegin) || nextIs(TokenKind::ArrayBegin);
+            convert([&] {
+                converter_.BeginValue();
+                if (nodes) converter_.names_.append(names_[slot]);
+            });
+            value();
+            namesUsed_ = slot + 1;  // the value's own objects are done with theirs
+            const tovan::WString& text = names_[slot];
+            for (size_t i = first; i < slot; ++i)
+                if (names_[i].str() == text.str())
+                    throw ParseException(u"Duplicate object member token: " + text.str(), begin, end);
+            convert([&] {
+                if (nodes) converter_.popName();
+                converter_.endMember(text, 0);
+            });
+            if (!nextIs(TokenKind::NextElement)) break;
+            match(TokenKind::NextElement);
+        }
+    }
+    match(TokenKind::ObjectEnd);
+    --depth_;
+    namesUsed_ = first;
+    convert([&] { converter_.EndObject(); });
+}
+
+void JsonNodeBuilder::value() {
+    if (!peek()) throw ParseException(u"Unexpected end of token stream", Location(), Location());
+    switch (token_.kind) {
+    case TokenKind::ObjectBegin:
+        enter(match(TokenKind::ObjectBegin));
+        convert([&] { converter_.BeginObject(); });
+        objectMembers();
+        return;
+    case TokenKind::ArrayBegin:
+        enter(match(TokenKind::ArrayBegin));
+        arrayElements();
+        return;
+    case TokenKind::String:
+        loaded_ = false;
+        convert([&] {
+            converter_.deliver(tovan::Ptr<tovan::Value>(new tovan::StringValue(tovan::WString(token_.text))));
+        });
+        return;
+    case TokenKind::Number: {
+        loaded_ = false;
+        const double d = cajun::json::Parser::ParseNumber(token_);
+        convert([&] {
+            if (CJsonDataTyper::IsInteger(d))
+                converter_.ProcessIntegerElement(int(d));
+            else
+                converter_.ProcessDoubleElement(d);
+        });
+        return;
+    }
+    case TokenKind::Boolean: {
+        loaded_ = false;
+        const bool b = token_.text == u"true";
+        convert([&] { converter_.deliver(tovan::Ptr<tovan::Value>(new tovan::BooleanValue(b))); });
+        return;
+    }
+    case TokenKind::Null:
+        loaded_ = false;
+        convert([&] { converter_.deliver(tovan::Ptr<tovan::Value>(new tovan::NullValue())); });
+        return;
+    default: unexpected(token_);
+    }
+}
+
+void JsonNodeBuilder::arrayElements() {
+    cajun::json::Array held;
+    bool walking = false;
+    if (!nextIs(TokenKind::ArrayEnd)) {
+        for (;;) {
+            if (!walking && nextIs(TokenKind::ObjectBegin)) {
+                // The converter walks an array with an object in it element by
+                // element: the elements held so far first, the rest as they come.
+                walking = true;
+                convert([&] {
+                    converter_.BeginArray();
+                    for (const cajun::json::Element& e : held) e.Accept(converter_);
+                });
+                held.Clear();
+            }
+            if (walking)
+                value();
+            else
+                element(held.PushBack(cajun::json::Element()));
+            if (!nextIs(TokenKind::NextElement)) break;
+            match(TokenKind::NextElement);
+        }
+    }
+    match(TokenKind::ArrayEnd);
+    --depth_;
+    if (walking)
+        convert([&] { converter_.EndArray(); });
+    else
+        convert([&] { converter_.ProcessElement(held); });
+}
+
+void JsonNodeBuilder::element(cajun::json::Element& out) {
+    if (!peek()) throw ParseException(u"Unexpected end of token stream", Location(), Location());
+    switch (token_.kind) {
+    case TokenKind::ObjectBegin:
+        enter(match(TokenKind::ObjectBegin));
+        elementObject(out.variant().emplace<cajun::json::Object>());
+        return;
+    case TokenKind::ArrayBegin:
+        enter(match(TokenKind::ArrayBegin));
+        elementArray(out.variant().emplace<cajun::json::Array>());
+        return;
+    case TokenKind::String:
+        loaded_ = false;
+        out.variant().emplace<cajun::json::String>(std::u16string(token_.text));
+        return;
+    case TokenKind::Number:
+        loaded_ = false;
+        out.variant().emplace<cajun::json::Number>(cajun::json::Parser::ParseNumber(token_));
+        return;
+    case TokenKind::Boolean:
+        loaded_ = false;
+        out.variant().emplace<cajun::json::Boolean>(token_.text == u"true");
+        return;
+    case TokenKind::Null:
+        loaded_ = false;
+        out.variant().emplace<cajun::json::Null>();
+        return;
+    default: unexpected(token_);
+    }
+}
+
+void JsonNodeBuilder::elementObject(cajun::json::Object& out) {
+    if (!nextIs(TokenKind::ObjectEnd)) {
+        for (;;) {
+            const JsonToken& name = match(TokenKind::String);
+            const Location begin = name.begin, end = name.end;
+            std::u16string text(name.text);
+            match(TokenKind::MemberAssign);
+            cajun::json::Element member;
+            element(member);
+            if (out.Find(text) != out.End())
+                throw ParseException(u"Duplicate object member token: " + text, begin, end);
+            out.append(std::move(text), std::move(member));
+            if (!nextIs(TokenKind::NextElement)) break;
+            match(TokenKind::NextElement);
+        }
+    }
+    match(TokenKind::ObjectEnd);
+    --depth_;
+}
+
+void JsonNodeBuilder::elementArray(cajun::json::Array& out) {
+    if (!nextIs(TokenKind::ArrayEnd)) {
+        for (;;) {
+            element(out.PushBack(cajun::json::Element()));
+            if (!nextIs(TokenKind::NextElement)) break;
+            match(TokenKind::NextElement);
+        }
+    }
+    match(TokenKind::ArrayEnd);
+    --depth_;
+}
+
+}  // namespace nvk

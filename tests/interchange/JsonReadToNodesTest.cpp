@@ -1,0 +1,216 @@
+// Reading records straight into nodes must give what reading the element tree
+// and converting it gives: the same trees, the same failure (class, message,
+// where the stream stopped), the same records before it. Compared on the
+// public parsing suite, the corpus documents and thousands of generated and
+// damaged documents.
+#include <filesystem>
+#include <random>
+#include <typeinfo>
+
+#include "interchange/CJsonConverter.h"
+#include "interchange/CJsonReader.h"
+#include "interchange/NodeTreeText.h"
+#include "tests/support/TestSupport.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using Nodes = tovan::Array<tovan::Ptr<tovan::iNode>>;
+
+std::string describe(const Nodes& nodes) {
+    std::string out;
+    for (const auto& n : nodes) out += nvk::DescribeNodeTree(*n) + "--\n";
+    return out;
+}
+
+// Everything a caller can observe of reading a source to its end.
+struct Outcome {
+    std::string records;
+    std::string failure;  // class and message
+    cajun::json::Location errorAt, streamAt;
+    bool operator==(const Outcome&) const = default;
+};
+
+std::ostream& operator<<(std::ostream& os, const Outcome& o) {
+    return os << o.records << "failure: " << o.failure << " at " << o.errorAt.position << ", stream at "
+              << o.streamAt.line << ':' << o.streamAt.column << ':' << o.streamAt.position;
+}
+
+template <class ReadOne>
+Outcome readAll(tovan::vcFileInterface& file, bool reset, ReadOne readOne) {
+    nvk::CJsonReader reader(&file);
+    if (reset) reader.ResetStream();
+    Outcome o;
+    try {
+        Nodes nodes;
+        while (readOne(reader, nodes)) {
+            o.records += describe(nodes);
+            nodes.clear();
+        }
+    } catch (const tovan::Exception& e) {
+        o.failure = std::string(typeid(e).name()) + ": " + e.what();
+        o.errorAt = reader.GetErrorLocation();
+    }
+    o.streamAt = reader.GetLocation();
+    return o;
+}
+
+bool throughTheTree(nvk::CJsonReader& reader, Nodes& nodes) {
+    cajun::json::Object object;
+    if (!reader.ReadNextObject(object)) return false;
+    nvk::CJsonConverter converter;
+    converter.ProcessElement(object);
+    converter.GetNodeList(nodes, true);
+    return true;
+}
+
+bool straight(nvk::CJsonReader& reader, Nodes& nodes) { return reader.ReadNextObject(nodes); }
+
+void expectSame(const std::u16string& text, bool reset, const std::string& label) {
+    tovan::vcFileInterface a, b;
+    a.openText(text);
+    b.openText(text);
+    Outcome expected = readAll(a, reset, throughTheTree);
+    Outcome actual = readAll(b, reset, straight);
+    EXPECT_EQ(actual, expected) << label;
+}
+
+// Documents that lean on what the straight path does differently: arrays whose
+// first object comes after scalars or nested arrays, arrays of arrays of
+// objects, names repeated exactly or in another case, deep nesting.
+class Generator {
+public:
+    explicit Generator(unsigned seed) : rng_(seed) {}
+
+    std::u16string document() {
+        std::u16string out;
+        object(out, 0);
+        return out;
+    }
+
+private:
+    int pick(int n) { return int(rng_() % unsigned(n)); }
+
+    void name(std::u16string& out) {
+        static const char16_t* names[] = {u"a", u"A", u"b", u"item", u"Item", u"/p", u"long_member_name", u""};
+        out += u'"';
+        out += names[pick(8)];
+        out += u"\":";
+    }
+
+    void scalar(std::u16string& out) {
+        static const char16_t* scalars[] = {u"1", u"-2", u"2.5", u"1e3", u"3000000000", u"true", u"false",
+                                            u"null", u"\"s\"", u"\"\"", u"Infinity", u"\"a\\u0041\\n\""};
+        out += scalars[pick(12)];
+    }
+
+    void value(std::u16string& out, int depth) {
+        int what = pick(depth < 5 ? 10 : 6);
+        if (what < 6)
+            scalar(out);
+        else if (what < 8)
+            array(out, depth + 1);
+        else
+            object(out, depth + 1);
+    }
+
+    void array(std::u16string& out, int depth) {
+        out += u'[';
+        int n = pick(6);
+        int style = pick(4);  // 0: anything, 1: one scalar kind, 2: rows, 3: objects late
+        for (int i = 0; i < n; ++i) {
+            if (i) out += u',';
+            if (style == 1)
+                out += u"7";
+            else if (style == 2 && depth < 5)
+                out += pick(5) ? u"[1,2]" : u"[1,{\"r\":1}]";
+            else if (style == 3 && i >= n / 2 && depth < 5)
+                object(out, depth + 1);
+            else
+                value(out, depth);
+        }
+        out += u']';
+    }
+
+    void object(std::u16string& out, int depth) {
+        out += u'{';
+        int n = pick(depth == 0 ? 7 : 5);
+        for (int i = 0; i < n; ++i) {
+            if (i) out += u',';
+            name(out);
+            value(out, depth);
+        }
+        out += u'}';
+    }
+
+    std::mt19937 rng_;
+};
+
+// Damage that reaches every kind of failure: a character dropped, doubled or
+// replaced by one that matters to the scanner or the parser.
+std::u16string damaged(std::u16string text, std::mt19937& rng) {
+    static const char16_t marks[] = u"{}[],:\"\\@x-1 ";
+    size_t at = rng() % (text.size() + 1);
+    switch (rng() % 3) {
+    case 0:
+        if (at < text.size()) text.erase(at, 1);
+        break;
+    case 1: text.insert(at, 1, marks[rng() % (sizeof marks / sizeof *marks - 1)]); break;
+    default:
+        if (at < text.size()) text[at] = marks[rng() % (sizeof marks / sizeof *marks - 1)];
+    }
+    return text;
+}
+
+}  // namespace
+
+TEST(JsonReadToNodes, GeneratedAndDamagedDocumentsReadAsThroughTheTree) {
+    Generator gen(20261125);
+    std::mt19937 rng(7);
+    for (int i = 0; i < 1500; ++i) {
+        std::u16string doc = gen.document();
+        // Two records with text between them, then the same damaged.
+        std::u16string source = doc + u" ,] " + gen.document();
+        expectSame(source, false, "document " + std::to_string(i));
+        expectSame(damaged(source, rng), false, "damaged document " + std::to_string(i));
+        expectSame(damaged(damaged(doc, rng), rng), true, "twice damaged document " + std::to_string(i));
+        if (HasFailure()) break;
+    }
+}
+
+TEST(JsonReadToNodes, FailuresInTheirOrder) {
+    // A scan error after a parse error, a parse error after a conversion
+    // error, a conversion error alone, a duplicate after a deeper error.
+    const char16_t* texts[] = {
+        u"{\"a\" 1, @}",
+        u"{\"a\":[[1,2],[3]], \"b\":[1,[2,\"x\"],{\"c\":1}], \"d\" 1}",
+        u"{\"a\":[[1,2],[true,{\"o\":1}]]}",
+        u"{\"a\":1,\"a\":{\"b\" 1}}",
+        u"{\"a\":1,\"a\":2}",
+        u"{\"a\":{\"b\":[1,2,{\"c\":[{}]}]}",
+        u"{\"a\":[",
+        u"{\"a\":1e}",
+    };
+    for (const char16_t* t : texts) expectSame(t, false, tovan::toNarrow(tovan::WString(t)));
+}
+
+TEST(JsonReadToNodes, SuiteAndCorpusDocumentsReadAsThroughTheTree) {
+    fs::path suite = nvktest::corpusPath("json/suite");
+    fs::path bench = nvktest::corpusPath("json/bench");
+    SKIP_WITHOUT_CORPUS(suite);
+    SKIP_WITHOUT_CORPUS(bench);
+    int files = 0;
+    for (const fs::path& dir : {suite, bench})
+        for (const auto& entry : fs::directory_iterator(dir)) {
+            if (entry.path().extension() != ".json") continue;
+            std::string bytes = nvktest::readFile(entry.path());
+            tovan::vcFileInterface a, b;
+            a.openBytes(bytes);
+            b.openBytes(bytes);
+            Outcome expected = readAll(a, true, throughTheTree);
+            Outcome actual = readAll(b, true, straight);
+            EXPECT_EQ(actual, expected) << entry.path().filename();
+            ++files;
+        }
+    EXPECT_GT(files, 300);
+}
