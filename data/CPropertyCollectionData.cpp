@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "data/Growth_internal.h"
+#include "data/SlotIndex_internal.h"
 
 namespace nvk {
 
@@ -107,25 +108,24 @@ int CPropertyCollectionData::GetInternalIndex(const WString& name) const {
         return -1;
     }
     if (!indexBuilt_) BuildIndex();
-    const int* slot = index_->find(name);
-    return slot ? *slot : -1;
+    return index_->find(name, tovan::hashNoCase(name.view()), properties_);
 }
 
 void CPropertyCollectionData::BuildIndex() const {
-    if (!index_) index_ = std::make_unique<NameIndex>(kInitialBuckets);
+    if (!index_) index_ = std::make_unique<SlotIndex>(kInitialBuckets);
     index_->clear();
     if (properties_.size() > index_->bucketCount()) index_->grow(properties_.size());
     for (size_t i = 0; i < properties_.size(); ++i)
-        if (CProperty* p = properties_[i]) index_->put(p->name_, int(i));
+        if (properties_[i]) index_->put(int(i), properties_);
     indexBuilt_ = true;
 }
 
 void CPropertyCollectionData::AddProperty(CProperty* property) {
     reserveOneMore(properties_);
-    if (indexBuilt_) index_->put(property->name_, int(properties_.size()));
     property->addRef();
     property->collection_ = this;
     properties_.push_back(property);
+    if (indexBuilt_) index_->put(int(properties_.size() - 1), properties_);
 }
 
 Ptr<CProperty> CPropertyCollectionData::MakeNewPropertyWithCopiedValue(const WString& name,
@@ -154,8 +154,8 @@ void CPropertyCollectionData::RemovePropertyUsingInternalIndex(int slot) {
                                     (long long)properties_.size() - 1);
     CProperty* p = properties_[size_t(slot)];
     if (!p) return;
+    if (indexBuilt_) index_->remove(p->name_, p->nameHash_, properties_);
     properties_[size_t(slot)] = nullptr;
-    if (indexBuilt_) index_->remove(p->name_);
     p->collection_ = nullptr;
     if (++holeCount_ == 1 || uint32_t(slot) < firstHole_) firstHole_ = uint32_t(slot);
     p->release();
@@ -168,21 +168,18 @@ void CPropertyCollectionData::CompactPropertiesArray() const {
         CProperty* p = properties_[from];
         if (!p) continue;
         properties_[to] = p;
-        if (indexBuilt_) index_->put(p->name_, int(to));
         ++to;
     }
     properties_.resize(properties_.size() - holeCount_);
     holeCount_ = 0;
     firstHole_ = 0;
+    if (indexBuilt_) BuildIndex();  // every slot from the first hole on has moved
 }
 
 void CPropertyCollectionData::swapSlots(size_t a, size_t b) {
     if (a == b) return;
+    if (indexBuilt_) index_->swapSlots(a, b, properties_);
     std::swap(properties_[a], properties_[b]);
-    if (indexBuilt_) {
-        index_->put(properties_[a]->name_, int(a));
-        index_->put(properties_[b]->name_, int(b));
-    }
 }
 
 void CPropertyCollectionData::ReorderProperty(int from, int to) {
@@ -196,8 +193,7 @@ void CPropertyCollectionData::ReorderProperty(int from, int to) {
         std::rotate(first + from, first + from + 1, first + to + 1);
     else
         std::rotate(first + to, first + from, first + from + 1);
-    if (indexBuilt_)
-        for (int i = std::min(from, to); i <= std::max(from, to); ++i) index_->put(properties_[size_t(i)]->name_, i);
+    if (indexBuilt_) BuildIndex();
 }
 
 void CPropertyCollectionData::ReorderProperties(const std::vector<WString>& names, bool createMissing,
@@ -230,9 +226,9 @@ void CPropertyCollectionData::renameProperty(CProperty& property, const WString&
                                property.name_, name);
     if (indexBuilt_) {
         int slot = other >= 0 ? other : GetInternalIndex(property.name_);
-        index_->remove(property.name_);
+        index_->remove(property.name_, property.nameHash_, properties_);
         property.setNameUnchecked(name);
-        index_->put(property.name_, slot);
+        index_->put(slot, properties_);
     } else {
         property.setNameUnchecked(name);
     }

@@ -6,12 +6,12 @@
 
 #include "data/CProperty.h"
 #include "platform/Export.h"
-#include "platform/HashMap.h"
 #include "platform/Pool.h"
 
 namespace nvk {
 
 class CPropertyCollection;
+class SlotIndex;
 
 /// Properties in order, each held by one reference. Class tag
 /// "Norvatek.data.PropertyCollectionData"; pooled.
@@ -125,7 +125,6 @@ public:
     CPropertyCollection* findFront() const { return front_; }
 
 private:
-    using NameIndex = tovan::HashMap<tovan::WString, int, tovan::NameHashFoldAZ, tovan::NameEqualFoldAZ>;
 
     void BuildIndex() const;
     void swapSlots(size_t a, size_t b);
@@ -134,7 +133,7 @@ private:
     mutable std::vector<CProperty*> properties_;  // one reference per live slot; null for a hole
     mutable uint32_t holeCount_ = 0;
     mutable uint32_t firstHole_ = 0;              // valid while holeCount_ != 0
-    mutable std::unique_ptr<NameIndex> index_;    // name -> slot
+    mutable std::unique_ptr<SlotIndex> index_;    // name -> slot; kept (emptied) while pooled
     mutable bool indexBuilt_ = false;
     const tovan::ClassTag* propertyClass_ = nullptr;
     CPropertyCollection* front_ = nullptr;        // weak
