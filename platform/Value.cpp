@@ -8,6 +8,8 @@
 #include <map>
 #include <mutex>
 
+#include <new>
+
 namespace tovan {
 
 const ClassTag Value::Tag("Norvatek.Value");
@@ -30,6 +32,96 @@ TypeRegistry& typeRegistry() {
 }
 
 }  // namespace
+
+// ---- value memory ------------------------------------------------------------
+
+namespace {
+
+// Freed blocks of the small sizes values have, one list per multiple of 16
+// bytes, kept by each thread for its next values. A block freed on another
+// thread than the one that made it simply joins that thread's lists: all
+// blocks come from the global operator new. The lists are bounded, so a
+// thread that once held millions of values does not keep their memory.
+// Under AddressSanitizer every block goes back at once, so that a value used
+// after its release is still caught.
+class ValueBlocks {
+public:
+    static constexpr size_t kGranule = 16;
+    static constexpr size_t kClasses = 8;  // blocks up to 128 bytes
+    static constexpr size_t kMaxPerClass = size_t(1) << 15;
+
+    ~ValueBlocks() {
+        alive_ = false;
+        for (auto& list : free_)
+            while (list.head) {
+                Node* next = list.head->next;
+                ::operator delete(list.head);
+                list.head = next;
+            }
+    }
+
+    static void* take(size_t size) {
+        size_t c = classOf(size);
+        if (c < kClasses && alive_) {
+            List& list = mine().free_[c];
+            if (Node* n = list.head) {
+                list.head = n->next;
+                --list.count;
+                return n;
+            }
+            return ::operator new((c + 1) * kGranule);
+        }
+        return ::operator new(size);
+    }
+
+    static void give(void* block, size_t size) noexcept {
+        size_t c = classOf(size);
+        if (c < kClasses && alive_) {
+            List& list = mine().free_[c];
+            if (list.count < kMaxPerClass) {
+                list.head = new (block) Node{list.head};
+                ++list.count;
+                return;
+            }
+        }
+        ::operator delete(block);
+    }
+
+private:
+    struct Node {
+        Node* next;
+    };
+    struct List {
+        Node* head = nullptr;
+        size_t count = 0;
+    };
+
+    static size_t classOf(size_t size) {
+#if defined(__SANITIZE_ADDRESS__)
+        (void)size;
+        return kClasses;
+#else
+        return (size - 1) / kGranule;
+#endif
+    }
+    static ValueBlocks& mine() {
+        thread_local ValueBlocks blocks;
+        return blocks;
+    }
+
+    List free_[kClasses];
+    // False once this thread's lists are gone (values released by other
+    // thread-local objects' destructors at thread exit): plain new/delete then.
+    static thread_local bool alive_;
+};
+
+thread_local bool ValueBlocks::alive_ = true;
+
+}  // namespace
+
+void* Value::operator new(size_t size) { return ValueBlocks::take(size); }
+
+void Value::operator delete(void* block, size_t size) noexcept { ValueBlocks::give(block, size); }
 
 void Value::registerType(int typeCode, const char* classTag, Creator creator) {
     TypeRegistry& r = typeRegistry();

@@ -69,6 +69,12 @@ public:
     void serialize(iByteOutputStream& out) const override = 0;
     void deserialize(iByteInputStream& in) override = 0;
 
+    /// Values are made and dropped by the thousand for every record read, so
+    /// their memory comes from per-thread lists of freed blocks of their
+    /// sizes rather than from the C library each time (see Value.cpp).
+    static void* operator new(size_t size);
+    static void operator delete(void* block, size_t size) noexcept;
+
     bool isStrictReading() const { return strict_; }
     void setStrictReading(bool strict) { strict_ = strict; }
 
