@@ -76,6 +76,9 @@ void CJsonArrayConverter::ProcessArrayElement(const cajun::json::Array& array, c
         auto* nd = new tovan::NDimArrayValue(code, dims);
         result_ = Ptr<Value>(nd);
         target_ = &nd->flat();
+        doubles_ = dynamic_cast<tovan::DoubleArrayValue*>(target_);
+        integers_ = dynamic_cast<tovan::IntegerArrayValue*>(target_);
+        values_ = dynamic_cast<tovan::ValueArrayValue*>(target_);
         next_ = 0;
         misfit_ = false;
         fillFlat(array, 0, dims.size());
@@ -90,6 +93,9 @@ void CJsonArrayConverter::ProcessArrayElement(const cajun::json::Array& array, c
     }
     result_ = Value::make(ArrayValue::arrayTypeFor(code), true);
     target_ = result_->findAs<ArrayValue>();
+    doubles_ = dynamic_cast<tovan::DoubleArrayValue*>(target_);
+    integers_ = dynamic_cast<tovan::IntegerArrayValue*>(target_);
+    values_ = dynamic_cast<tovan::ValueArrayValue*>(target_);
     next_ = 0;
     for (const cajun::json::Element& e : array) e.Accept(*this);
 }
@@ -104,6 +110,9 @@ void CJsonArrayConverter::fillFlat(const cajun::json::Array& array, size_t level
 
 Value* CJsonArrayConverter::DetachArrayValue() {
     target_ = nullptr;
+    doubles_ = nullptr;
+    integers_ = nullptr;
+    values_ = nullptr;
     return result_.detach();
 }
 
@@ -122,7 +131,7 @@ void CJsonArrayConverter::put(const Value& v) {
 
 void CJsonArrayConverter::Visit(const cajun::json::Array& element) {
     Ptr<Value> nested = arrayValueOf(element);
-    if (auto* values = dynamic_cast<tovan::ValueArrayValue*>(target_)) {
+    if (auto* values = values_) {
         // Stored as it is: a value array takes a reference, no copy.
         if (next_ < values->size())
             values->set(next_, nested.get());
@@ -140,7 +149,7 @@ void CJsonArrayConverter::Visit(const cajun::json::Number& element) {
     double d = element.Value();
     // Arrays of numbers are most of the numbers in large documents: straight
     // into the typed storage, without a value per element.
-    if (auto* doubles = dynamic_cast<tovan::DoubleArrayValue*>(target_)) {
+    if (auto* doubles = doubles_) {
         if (next_ < doubles->size())
             doubles->set(next_, d);
         else
@@ -149,7 +158,7 @@ void CJsonArrayConverter::Visit(const cajun::json::Number& element) {
         return;
     }
     if (CJsonDataTyper::IsInteger(d)) {
-        if (auto* ints = dynamic_cast<tovan::IntegerArrayValue*>(target_)) {
+        if (auto* ints = integers_) {
             if (next_ < ints->size())
                 ints->set(next_, int32_t(d));
             else
@@ -244,6 +253,18 @@ void CJsonConverter::ProcessElement(const cajun::json::Array& element) {
             ProcessTypedArray(element, type, dims);
             return;
         }
+    }
+    ProcessArrayElement(element);
+}
+
+void CJsonConverter::ProcessScalarArray(const cajun::json::Array& element, ValueType merged) {
+    // The typer's sequence for such an array is TypeArray, its size and the
+    // merged type (TypeNull when empty): a typed array when that is a scalar
+    // type, the walk otherwise.
+    if (element.Empty()) merged = CJsonDataTyper::TypeNull;
+    if (isScalarType(merged)) {
+        ProcessTypedArray(element, merged, Array<unsigned int>());
+        return;
     }
     ProcessArrayElement(element);
 }

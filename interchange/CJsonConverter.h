@@ -11,6 +11,9 @@
 
 namespace tovan {
 class ArrayValue;
+class DoubleArrayValue;
+class IntegerArrayValue;
+class ValueArrayValue;
 }
 
 namespace nvk {
@@ -50,6 +53,10 @@ private:
     CJsonDataTyper::ValueType elementType_;
     tovan::Ptr<tovan::Value> result_;
     tovan::ArrayValue* target_ = nullptr;  // the flat array being filled (inside result_)
+    // target_ as the kinds that take elements without a value each, when it is one.
+    tovan::DoubleArrayValue* doubles_ = nullptr;
+    tovan::IntegerArrayValue* integers_ = nullptr;
+    tovan::ValueArrayValue* values_ = nullptr;
     size_t next_ = 0;                      // its next position
     bool misfit_ = false;                  // an element did not fit the element type
 };
@@ -114,6 +121,10 @@ protected:
     bool IsValueElement() const;
 
 private:
+    /// ProcessElement for an array of scalars only (no arrays, no objects)
+    /// whose elements' types merge to `merged`, the way the typer merges
+    /// them: what the typer would decide, without typing the array again.
+    void ProcessScalarArray(const cajun::json::Array& element, CJsonDataTyper::ValueType merged);
     void ProcessArrayElement(const cajun::json::Array& element);
     void ProcessNDimensionalArrayElement(const cajun::json::Array& element, const tovan::Array<unsigned int>& dims);
     void ProcessIntegerElement(int value);

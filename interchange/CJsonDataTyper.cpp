@@ -125,6 +125,8 @@ CJsonDataTyper::TypeData::~TypeData() = default;
 CJsonDataTyper::CJsonDataTyper() = default;
 CJsonDataTyper::~CJsonDataTyper() = default;
 
+ValueType CJsonDataTyper::MergeScalars(ValueType a, ValueType b) { return mergeScalars(a, b); }
+
 bool CJsonDataTyper::IsInteger(double value) {
     // The range test first: converting a double outside it to int is undefined.
     if (!(value >= -2147483648.0 && value <= 2147483647.0)) return false;

@@ -89,6 +89,8 @@ public:
 
     /// True for a number that is an integer by the rule above.
     static bool IsInteger(double value);
+    /// The merge of two scalar types by the rule above.
+    static ValueType MergeScalars(ValueType a, ValueType b);
 
     void Visit(const cajun::json::Array& element) override { ProcessElement(element); }
     void Visit(const cajun::json::Object& element) override { ProcessElement(element); }

@@ -185,9 +185,30 @@ void JsonNodeBuilder::value() {
     }
 }
 
+namespace {
+
+// The typer's type of a scalar element; TypeNone for an array.
+CJsonDataTyper::ValueType scalarType(const cajun::json::Element& e) {
+    switch (e.variant().index()) {
+    case 0: return CJsonDataTyper::TypeNull;
+    case 3:
+        return CJsonDataTyper::IsInteger(e.As<cajun::json::Number>().Value()) ? CJsonDataTyper::TypeInteger
+                                                                             : CJsonDataTyper::TypeDouble;
+    case 4: return CJsonDataTyper::TypeBoolean;
+    case 5: return CJsonDataTyper::TypeString;
+    default: return CJsonDataTyper::TypeNone;
+    }
+}
+
+}  // namespace
+
 void JsonNodeBuilder::arrayElements() {
     cajun::json::Array held;
     bool walking = false;
+    // While the held elements are all scalars, their types merged as the
+    // typer merges them, so that such an array needs no typing afterwards.
+    bool scalars = true;
+    CJsonDataTyper::ValueType merged = CJsonDataTyper::TypeNone;
     if (!nextIs(TokenKind::ArrayEnd)) {
         for (;;) {
             if (!walking && nextIs(TokenKind::ObjectBegin)) {
@@ -202,8 +223,17 @@ void JsonNodeBuilder::arrayElements() {
             }
             if (walking)
                 value();
-            else
-                element(held.PushBack(cajun::json::Element()));
+            else {
+                cajun::json::Element& e = held.PushBack(cajun::json::Element());
+                element(e);
+                if (scalars) {
+                    CJsonDataTyper::ValueType t = scalarType(e);
+                    if (t == CJsonDataTyper::TypeNone)
+                        scalars = false;
+                    else
+                        merged = held.Size() == 1 ? t : CJsonDataTyper::MergeScalars(merged, t);
+                }
+            }
             if (!nextIs(TokenKind::NextElement)) break;
             match(TokenKind::NextElement);
         }
@@ -213,7 +243,12 @@ void JsonNodeBuilder::arrayElements() {
     if (walking)
         convert([&] { converter_.EndArray(); });
     else
-        convert([&] { converter_.ProcessElement(held); });
+        convert([&] {
+            if (scalars)
+                converter_.ProcessScalarArray(held, merged);
+            else
+                converter_.ProcessElement(held);
+        });
 }
 
 void JsonNodeBuilder::element(cajun::json::Element& out) {
