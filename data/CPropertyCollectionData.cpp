@@ -241,11 +241,17 @@ void CPropertyCollectionData::Clear() {
     firstHole_ = 0;
     indexBuilt_ = false;
     if (index_) index_->clear();
-    for (CProperty* p : doomed)
-        if (p) {
+    const size_t n = doomed.size();
+    for (size_t i = 0; i < n; ++i) {
+        // A released tree is cold: fetch the properties a little ahead, and
+        // the values of those fetched before.
+        if (i + 4 < n && doomed[i + 4]) __builtin_prefetch(doomed[i + 4], 1);
+        if (i + 2 < n && doomed[i + 2]) __builtin_prefetch(doomed[i + 2]->value_, 1);
+        if (CProperty* p = doomed[i]) {
             p->collection_ = nullptr;
             p->release();
         }
+    }
     // The emptied array goes back for reuse (pooled storage fills again).
     doomed.clear();
     if (properties_.empty()) properties_.swap(doomed);

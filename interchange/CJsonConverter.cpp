@@ -91,11 +91,20 @@ void CJsonArrayConverter::ProcessArrayElement(const cajun::json::Array& array, c
         }
         return;
     }
-    result_ = Value::make(ArrayValue::arrayTypeFor(code), true);
-    target_ = result_->findAs<ArrayValue>();
-    doubles_ = dynamic_cast<tovan::DoubleArrayValue*>(target_);
-    integers_ = dynamic_cast<tovan::IntegerArrayValue*>(target_);
-    values_ = dynamic_cast<tovan::ValueArrayValue*>(target_);
+    // Made here rather than through the factory, so that the kind of the
+    // target is known without a cast: arrays are made by the thousand.
+    doubles_ = nullptr;
+    integers_ = nullptr;
+    values_ = nullptr;
+    switch (code) {
+    case tovan::VT_Double: target_ = doubles_ = new tovan::DoubleArrayValue(); break;
+    case tovan::VT_Integer: target_ = integers_ = new tovan::IntegerArrayValue(); break;
+    case tovan::VT_String: target_ = new tovan::StringArrayValue(); break;
+    case tovan::VT_Boolean: target_ = new tovan::BooleanArrayValue(); break;
+    case tovan::VT_Null: target_ = new tovan::NullArrayValue(); break;
+    default: target_ = values_ = new tovan::ValueArrayValue(); break;
+    }
+    result_ = Ptr<Value>(target_);
     next_ = 0;
     for (const cajun::json::Element& e : array) e.Accept(*this);
 }

@@ -67,6 +67,8 @@ public:
             if (Node* n = list.head) {
                 list.head = n->next;
                 --list.count;
+                // Freed blocks are cold when they come back: fetch the next now.
+                if (list.head) __builtin_prefetch(list.head, 1);
                 return n;
             }
             return ::operator new((c + 1) * kGranule);
