@@ -329,8 +329,7 @@ tovan::iXPathParser& CNodeImplBase::EnsureXPathParser() {
 }
 
 void CNodeImplBase::CleanOutNodeData(bool resetParent) {
-    RemoveAllChildren();
-    children_.reset();
+    RemoveAllChildren();  // keeps the emptied array: a pooled node fills it again
     DeletePropCollection();
     DropXPathParser();
     if (resetParent) parent_ = nullptr;

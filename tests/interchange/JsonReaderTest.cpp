@@ -284,6 +284,8 @@ TEST(JsonReader, ReadsNumbersAsAStreamWould) {
         {u"-12.5e-1", -1.25},
         {u"1E+2", 100},
         {u"0123", 123},  // leading zeros are read, not refused
+        {u"-999999999", -999999999},
+        {u"2147483648", 2147483648.0},
         {u"1.", 1},
         {u"2.e3", 2000},
         {u"-", 0},   // consumed to its end but no number: zero
