@@ -142,11 +142,18 @@ void CNodeImplBase::AppendChild(iNode* child) {
     CheckNewChild(child, "appendChild");
     if (!children_) children_ = std::make_unique<std::vector<iNode*>>();
     reserveOneMore(*children_);
-    Ptr<iNode> hold(child);
-    DetachFromParent(child);
+    if (child->findParent()) {
+        // The old parent may hold the only reference.
+        Ptr<iNode> hold(child);
+        DetachFromParent(child);
+        children_->push_back(child);
+        child->setParent(GetINode());
+        child->addRef();  // the array's reference; `hold` drops the temporary one
+        return;
+    }
     children_->push_back(child);
     child->setParent(GetINode());
-    child->addRef();  // the array's reference; `hold` drops the temporary one
+    child->addRef();
 }
 
 void CNodeImplBase::InsertChildBefore(iNode* newChild, iNode* refChild) {

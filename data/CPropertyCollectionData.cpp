@@ -128,6 +128,30 @@ void CPropertyCollectionData::AddProperty(CProperty* property) {
     if (indexBuilt_) index_->put(int(properties_.size() - 1), properties_);
 }
 
+CProperty* CPropertyCollectionData::AppendNewProperty(const WString& name, Value* value) {
+    Ptr<CProperty> made;
+    try {
+        reserveOneMore(properties_);
+        if (propertyClass_) {
+            made = MakeNewPropertyWithCopiedValue(name, nullptr);
+        } else {
+            made = Ptr<CProperty>::adopt(CProperty::allocate());
+            made->setNameUnchecked(name);
+        }
+    } catch (...) {
+        if (value) value->release();
+        throw;
+    }
+    // Nothing can fail from here on: the array's reference is the one the
+    // property was made with, the value's the caller's.
+    CProperty* p = made.detach();
+    if (Value* old = std::exchange(p->value_, value)) old->release();
+    p->collection_ = this;
+    properties_.push_back(p);
+    if (indexBuilt_) index_->put(int(properties_.size() - 1), properties_);
+    return p;
+}
+
 Ptr<CProperty> CPropertyCollectionData::MakeNewPropertyWithCopiedValue(const WString& name,
                                                                        const Value* value) const {
     Ptr<CProperty> p;
@@ -245,8 +269,8 @@ void CPropertyCollectionData::Clear() {
     for (size_t i = 0; i < n; ++i) {
         // A released tree is cold: fetch the properties a little ahead, and
         // the values of those fetched before.
-        if (i + 4 < n && doomed[i + 4]) __builtin_prefetch(doomed[i + 4], 1);
-        if (i + 2 < n && doomed[i + 2]) __builtin_prefetch(doomed[i + 2]->value_, 1);
+        if (i + 8 < n && doomed[i + 8]) __builtin_prefetch(doomed[i + 8], 1);
+        if (i + 4 < n && doomed[i + 4]) __builtin_prefetch(doomed[i + 4]->value_, 1);
         if (CProperty* p = doomed[i]) {
             p->collection_ = nullptr;
             p->release();

@@ -382,11 +382,13 @@ void CJsonConverter::BeginObject() {
         current_->appendChild(node.get());
     }
     current_ = node.get();
+    storage_ = nullptr;
     kinds_.append(KindObject);
 }
 
 void CJsonConverter::EndObject() {
     popKind();
+    storage_ = nullptr;
     if (current_ == root_) {
         root_ = nullptr;
         current_ = nullptr;
@@ -424,7 +426,8 @@ void CJsonConverter::endMember(const WString& name, size_t members) {
     // What EndValue does through the interfaces: by slot, not find() (which
     // would read a name starting with "/" as a path), a repeated name taking
     // the last value, the value itself stored rather than a copy.
-    CPropertyCollectionData& storage = current_->getPropertyCollection().data();
+    if (!storage_) storage_ = &current_->getPropertyCollection().data();
+    CPropertyCollectionData& storage = *storage_;
     // Room for every member with the first (members that hold objects take
     // none, so this is at most a little too much).
     if (storage.GetSlotCount() == 0) storage.Reserve(members);
@@ -432,9 +435,7 @@ void CJsonConverter::endMember(const WString& name, size_t members) {
         own->shareValue(value.get());
         return;
     }
-    Ptr<CProperty> property = storage.MakeNewPropertyWithCopiedValue(name, nullptr);
-    property->shareValue(value.get());
-    storage.AddProperty(property.get());
+    storage.AppendNewProperty(name, value.detach());
 }
 
 void CJsonConverter::BeginArray() {

@@ -19,6 +19,7 @@ class ValueArrayValue;
 namespace nvk {
 
 class CBaseNode;
+class CPropertyCollectionData;
 
 /// Turns one JSON array into one array value, as its type says:
 /// with dimensions (a regular array of two or more levels) an n-dimensional
@@ -147,6 +148,7 @@ private:
     tovan::WString take(const std::u16string& text) const;
 
     CBaseNode* current_ = nullptr;  // not owned; null between top-level objects
+    CPropertyCollectionData* storage_ = nullptr;  // current_'s, once asked for
     tovan::Array<tovan::WString> names_;
     tovan::Array<tovan::Ptr<tovan::iNode>> nodes_;
     tovan::iNode* root_ = nullptr;  // not owned (nodes_ holds it)

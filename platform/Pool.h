@@ -22,7 +22,14 @@ public:
 
     void AddToLeakDetector() { live_.fetch_add(1, std::memory_order_relaxed); }
     void RemoveFromLeakDetector() { live_.fetch_sub(1, std::memory_order_relaxed); }
-    long live() const { return live_.load(std::memory_order_relaxed); }
+    /// The objects counted here, plus those of the pool that reports to it.
+    long live() const {
+        return live_.load(std::memory_order_relaxed) + (pooled_ ? pooled_->load(std::memory_order_relaxed) : 0);
+    }
+    /// A pool's own count of the objects it handed out, kept under the pool's
+    /// lock: counting them here as well would cost an atomic operation per
+    /// object made and dropped.
+    void reportPoolCount(const std::atomic<int>* count) { pooled_ = count; }
     const char* className() const { return className_; }
 
     struct Entry {
@@ -36,6 +43,7 @@ public:
 private:
     const char* className_;
     std::atomic<long> live_{0};
+    const std::atomic<int>* pooled_ = nullptr;
 };
 
 /// Base of pooled classes: the hooks the pool calls when an object is reused
@@ -58,7 +66,9 @@ public:
 template <class T>
 class ObjectPool {
 public:
-    explicit ObjectPool(const char* className) : className_(className), detector_(className) {}
+    explicit ObjectPool(const char* className) : className_(className), detector_(className) {
+        detector_.reportPoolCount(&outstanding_);
+    }
     ~ObjectPool() { purge(); }
     ObjectPool(const ObjectPool&) = delete;
     ObjectPool& operator=(const ObjectPool&) = delete;
@@ -78,7 +88,7 @@ public:
                     __builtin_prefetch(next + 64, 1);
                 }
             }
-            ++outstanding_;
+            count(+1);
         }
         if (obj) {
             obj->onActivate();
@@ -87,11 +97,10 @@ public:
                 obj = new T();
             } catch (...) {
                 AutoCriticalSection lock(lock_);
-                --outstanding_;
+                count(-1);
                 throw;
             }
         }
-        detector_.AddToLeakDetector();
         return obj;
     }
 
@@ -117,16 +126,15 @@ public:
             keep = enabled_ && (capacity_ < 0 || free_.size() < size_t(capacity_));
             if (keep) {
                 obj->onDeactivate();
-                if (outstanding_ <= 0)
+                if (outstanding_.load(std::memory_order_relaxed) <= 0)
                     throw Exception(className_, "deleteInstance",
                                     u"Object leak, object being returned to pool when none were outstanding...");
-                --outstanding_;
+                count(-1);
                 free_.push_back(obj);
             } else {
-                --outstanding_;
+                count(-1);
             }
         }
-        detector_.RemoveFromLeakDetector();
         if (!keep) delete obj;
     }
 
@@ -145,7 +153,7 @@ public:
         capacity_ = capacity;
     }
     int getCapacity() const { return capacity_; }
-    int getOutstanding() const { return outstanding_; }
+    int getOutstanding() const { return outstanding_.load(std::memory_order_relaxed); }
     size_t getFreeCount() {
         AutoCriticalSection lock(lock_);
         return free_.size();
@@ -168,7 +176,12 @@ private:
     std::vector<T*> free_;
     int capacity_ = -1;
     bool enabled_ = true;
-    int outstanding_ = 0;
+    // Changed only under lock_ (so a plain load and store will do), read
+    // without it by the leak detector.
+    std::atomic<int> outstanding_{0};
+    void count(int delta) {
+        outstanding_.store(outstanding_.load(std::memory_order_relaxed) + delta, std::memory_order_relaxed);
+    }
     LeakDetector detector_;
 };
 
