@@ -46,7 +46,9 @@ inline bool isNumberChar(const std::array<bool, 128>& table, wchar c) { return c
 // Consumes white space, counting it, in bulk where the buffer allows: the
 // counters move once per run (a line feed starts a line, anything else is a
 // column), and indentation goes eight blanks at a time where SSE2 is there.
-void skipSpace(JsonInputStream& in) {
+// Returns the location after it, from the values just computed: reading the
+// counters back at once would make the processor wait for the stores.
+Location skipSpace(JsonInputStream& in) {
     for (;;) {
         std::u16string_view buf = in.Buffered();
         if (!buf.empty()) {
@@ -69,18 +71,16 @@ void skipSpace(JsonInputStream& in) {
                     i += 8;
 #endif
             }
-            in.position += int(i);
-            if (lines) {
-                in.line += lines;
-                in.column = int(i - lineStart);
-            } else {
-                in.column += int(i);
-            }
+            const Location after{in.line + lines, lines ? int(i - lineStart) : in.column + int(i),
+                                 in.position + int(i)};
+            in.line = after.line;
+            in.column = after.column;
+            in.position = after.position;
             in.Skip(i);
-            if (i < n) return;
+            if (i < n) return after;
             continue;  // the block was all white space: look at the next one
         }
-        if (in.EOS() || !isSpace(in.Peek())) return;
+        if (in.EOS() || !isSpace(in.Peek())) return in.GetLocation();
         in.Consume();
     }
 }
@@ -301,13 +301,12 @@ void Scanner::Begin() {
 
 bool Scanner::Next(JsonInputStream& in, JsonToken& token) {
     if (done_) return false;
-    skipSpace(in);
+    token.begin = skipSpace(in);
     if (in.EOS()) {
         done_ = true;
         return false;
     }
     token.elementHint = 0;
-    token.begin = in.GetLocation();
     wchar c = in.Peek();
     switch (c) {
     case u'{': token.kind = TokenKind::ObjectBegin; break;
@@ -356,10 +355,16 @@ bool Scanner::Next(JsonInputStream& in, JsonToken& token) {
     }
     if (int(token.kind) <= int(TokenKind::MemberAssign)) {
         static const char16_t punctuation[] = u"{}[],:";
-        in.Consume();
+        in.Get();
+        // One character, never a line feed: counted from the begin, which is
+        // in registers, rather than read back from the stream.
+        token.end = Location{token.begin.line, token.begin.column + 1, token.begin.position + 1};
+        in.column = token.end.column;
+        in.position = token.end.position;
         token.text = std::u16string_view(punctuation + int(token.kind), 1);
+    } else {
+        token.end = in.GetLocation();
     }
-    token.end = in.GetLocation();
 
     const TokenKind kind = token.kind;
     if (first_) {
