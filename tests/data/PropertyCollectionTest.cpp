@@ -115,7 +115,11 @@ TEST(PropertyCollection, IndexStaysConsistentThroughRandomChanges) {
         auto it = std::find_if(model.begin(), model.end(), [&](const std::u16string& m) { return equalsNoCase(m, n); });
         if (op <= 1) {
             if (it == model.end()) {
-                c->define(n.c_str());
+                // Both ways of adding a property must keep the index.
+                if (op == 0)
+                    c->define(n.c_str());
+                else
+                    c->data().AppendNewProperty(WString(n), new IntegerValue(k));
                 model.push_back(n);
             }
         } else if (op == 2) {
