@@ -12,6 +12,13 @@ using cajun::json::TokenKind;
 
 namespace {
 
+// A token's location, read field by field: the scanner has just stored
+// them, and one wide load over narrow stores would wait for them to retire.
+Location copyOf(const Location& l) {
+    return Location{__atomic_load_n(&l.line, __ATOMIC_RELAXED), __atomic_load_n(&l.column, __ATOMIC_RELAXED),
+                    __atomic_load_n(&l.position, __ATOMIC_RELAXED)};
+}
+
 [[noreturn]] void unexpected(const JsonToken& token) {
     throw ParseException(u"Unexpected token: " + std::u16string(token.text), token.begin, token.end);
 }
@@ -107,7 +114,7 @@ void JsonNodeBuilder::objectMembers() {
     if (!nextIs(TokenKind::ObjectEnd)) {
         for (;;) {
             const JsonToken& name = match(TokenKind::String);
-            const Location begin = name.begin, end = name.end;
+            const Location begin = copyOf(name.begin), end = copyOf(name.end);
             // The name's text is the scanner's until the next token: kept here.
             const size_t slot = namesUsed_++;
             if (slot == names_.size())
@@ -286,7 +293,7 @@ void JsonNodeBuilder::elementObject(cajun::json::Object& out) {
     if (!nextIs(TokenKind::ObjectEnd)) {
         for (;;) {
             const JsonToken& name = match(TokenKind::String);
-            const Location begin = name.begin, end = name.end;
+            const Location begin = copyOf(name.begin), end = copyOf(name.end);
             std::u16string text(name.text);
             match(TokenKind::MemberAssign);
             cajun::json::Element member;
