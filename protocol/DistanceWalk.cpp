@@ -84,7 +84,7 @@ void DistanceWalkAsWritten(const DistanceWalkGraph& g, const BitsetValue& set, b
 namespace {
 
 constexpr int kUnbounded = std::numeric_limits<int>::max() / 4;
-constexpr int kMaxGroups = 16;
+constexpr int kMaxGroups = 32;
 
 /// The fast walk's state for one call. See the header for what it does and why that is exact.
 class FastWalk {
@@ -199,21 +199,28 @@ private:
 
     int key(int d) const { return wantFurthest_ ? d : -d; }
 
-    /// Components on loops entered from off-loop ones, in at most kMaxGroups groups (one
-    /// per part while there are few), and for every off-loop component that reaches a loop
-    /// its best offset per group: the least `key(entry) - key(d)` over off-loop paths from
-    /// it to an entry of the group, i.e. minus the longest path (wantFurthest) or plus the
-    /// shortest one.
+    /// Components on loops entered from off-loop ones, in at most kMaxGroups groups, and for
+    /// every off-loop component that reaches a loop its best offset per group: the least
+    /// `key(entry) - key(d)` over off-loop paths from it to an entry of the group, i.e.
+    /// minus the longest path (wantFurthest) or plus the shortest one.
     void findEntries() {
         groupOf_.assign(size_t(n_), -1);
-        int lastPart = -1, partsSeen = 0;
+        std::vector<int> entries;
         for (int v : finished_) {
             if (!cyclic_[size_t(v)]) continue;
-            bool entry = false;
             for (int u : up_[size_t(v)])
-                if (inSet_[size_t(u)] && !cyclic_[size_t(u)]) entry = true;
-            if (!entry) continue;
-            if (partOf_[size_t(v)] != lastPart) {
+                if (inSet_[size_t(u)] && !cyclic_[size_t(u)]) {
+                    entries.push_back(v);
+                    break;
+                }
+        }
+        // A group's bound is its least distance against the longest (shortest) way to any
+        // of its entries, so the finer the groups the more visits it cuts: one entry per
+        // group while they are few, else one part per group and the last group the rest.
+        const bool onePerEntry = entries.size() <= size_t(kMaxGroups);
+        int lastPart = -1, partsSeen = 0;
+        for (int v : entries) {
+            if (onePerEntry || partOf_[size_t(v)] != lastPart) {
                 lastPart = partOf_[size_t(v)];
                 ++partsSeen;
             }
@@ -239,6 +246,19 @@ private:
                     if (theirs[G] != kUnbounded) mine[G] = std::min(mine[G], theirs[G] + step);
             }
         }
+        // The walk asks only about the groups a component reaches; far down the graph those
+        // are few, so each component keeps just those.
+        reachBegin_.assign(size_t(n_) + 1, 0);
+        reached_.clear();
+        for (int v = 0; v < n_; ++v) {
+            reachBegin_[size_t(v)] = reached_.size();
+            if (!inSet_[size_t(v)] || cyclic_[size_t(v)] || !reachesLoop_[size_t(v)]) continue;
+            const int* mine = &offset_[size_t(v) * size_t(numGroups_)];
+            for (int G = 0; G < numGroups_; ++G)
+                if (mine[G] != kUnbounded) reached_.push_back({G, mine[G]});
+        }
+        reachBegin_[size_t(n_)] = reached_.size();
+        hint_.assign(reachBegin_.begin(), reachBegin_.end() - 1);
     }
 
     void setScratch(int v, int d) {
@@ -268,11 +288,18 @@ private:
     /// Whether a visit of off-loop `c` at `d` cannot improve any component on a loop, by
     /// no path at all: then nothing it would do is kept but its own distance.
     bool cannotMatter(int c, int d) {
-        const int* mine = &offset_[size_t(c) * size_t(numGroups_)];
-        for (int G = 0; G < numGroups_; ++G) {
-            if (mine[G] == kUnbounded) continue;
+        // Which group can still gain is an existence question, so the one that could last
+        // time is asked first: it mostly still can.
+        const size_t begin = reachBegin_[size_t(c)], end = reachBegin_[size_t(c) + 1];
+        if (begin == end) return true;
+        size_t& hint = hint_[size_t(c)];
+        for (size_t i = 0, k = hint; i < end - begin; ++i, k = k + 1 == end ? begin : k + 1) {
+            const auto [G, offset] = reached_[k];
             int least = leastKey(G);
-            if (least == -kUnbounded || key(d) > least + mine[G]) return false;
+            if (least == -kUnbounded || key(d) > least + offset) {
+                hint = k;
+                return false;
+            }
         }
         return true;
     }
@@ -338,6 +365,8 @@ private:
     std::vector<int> members_, finished_;
     std::vector<char> inSet_, cyclic_, reachesLoop_, onPath_;
     std::vector<int> partOf_, groupOf_, offset_;
+    std::vector<size_t> reachBegin_, hint_;
+    std::vector<std::pair<int, int>> reached_;  // (group, offset) per component, as reachBegin_ says
     std::vector<std::vector<int>> groups_;
     int numGroups_ = 0;
     std::vector<int> unreached_, least_;
