@@ -128,24 +128,19 @@ void CPropertyCollectionData::AddProperty(CProperty* property) {
     if (indexBuilt_) index_->put(int(properties_.size() - 1), properties_);
 }
 
-CProperty* CPropertyCollectionData::AppendNewProperty(const WString& name, Value* value) {
+CProperty* CPropertyCollectionData::AppendNewProperty(const WString& name, Ptr<Value> value) {
     Ptr<CProperty> made;
-    try {
-        reserveOneMore(properties_);
-        if (propertyClass_) {
-            made = MakeNewPropertyWithCopiedValue(name, nullptr);
-        } else {
-            made = Ptr<CProperty>::adopt(CProperty::allocate());
-            made->setNameUnchecked(name);
-        }
-    } catch (...) {
-        if (value) value->release();
-        throw;
+    reserveOneMore(properties_);
+    if (propertyClass_) {
+        made = MakeNewPropertyWithCopiedValue(name, nullptr);
+    } else {
+        made = Ptr<CProperty>::adopt(CProperty::allocate());
+        made->setNameUnchecked(name);
     }
     // Nothing can fail from here on: the array's reference is the one the
-    // property was made with, the value's the caller's.
+    // property was made with, the value's the one handed over.
     CProperty* p = made.detach();
-    if (Value* old = std::exchange(p->value_, value)) old->release();
+    if (Value* old = std::exchange(p->value_, value.detach())) old->release();
     p->collection_ = this;
     properties_.push_back(p);
     if (indexBuilt_) index_->put(int(properties_.size() - 1), properties_);

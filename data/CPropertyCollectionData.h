@@ -89,10 +89,10 @@ public:
     /// that the name is free.
     void AddProperty(CProperty* property);
     /// Appends a new property (of the property class, if one is set) named
-    /// `name` and holding `value`, whose reference it takes over (null for
-    /// none). For builders that have checked that the name is not there;
+    /// `name` and holding `value` (null for none), whose reference it takes
+    /// over. For builders that have checked that the name is not there;
     /// spares the reference counting that making and adding take apart.
-    CProperty* AppendNewProperty(const tovan::WString& name, tovan::Value* value);
+    CProperty* AppendNewProperty(const tovan::WString& name, tovan::Ptr<tovan::Value> value);
     /// Room for `count` slots in all, so that filling a collection whose
     /// size is known does not grow the array step by step.
     void Reserve(size_t count) { properties_.reserve(count); }

@@ -435,7 +435,7 @@ void CJsonConverter::endMember(const WString& name, size_t members) {
         own->shareValue(value.get());
         return;
     }
-    storage.AppendNewProperty(name, value.detach());
+    storage.AppendNewProperty(name, std::move(value));
 }
 
 void CJsonConverter::BeginArray() {

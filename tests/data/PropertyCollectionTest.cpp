@@ -119,7 +119,7 @@ TEST(PropertyCollection, IndexStaysConsistentThroughRandomChanges) {
                 if (op == 0)
                     c->define(n.c_str());
                 else
-                    c->data().AppendNewProperty(WString(n), new IntegerValue(k));
+                    c->data().AppendNewProperty(WString(n), Ptr<Value>(new IntegerValue(k)));
                 model.push_back(n);
             }
         } else if (op == 2) {
