@@ -35,6 +35,15 @@ TypeRegistry& typeRegistry() {
 
 // ---- value memory ------------------------------------------------------------
 
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define NVK_HAS_ADDRESS_SANITIZER 1
+#endif
+#endif
+#ifndef NVK_HAS_ADDRESS_SANITIZER
+#define NVK_HAS_ADDRESS_SANITIZER 0
+#endif
+
 namespace {
 
 // Freed blocks of the small sizes values have, one list per multiple of 16
@@ -99,7 +108,7 @@ private:
     };
 
     static size_t classOf(size_t size) {
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(__SANITIZE_ADDRESS__) || NVK_HAS_ADDRESS_SANITIZER
         (void)size;
         return kClasses;
 #else
