@@ -681,9 +681,12 @@ bool CProtocolLayoutUtils::FixedNetworkAndNetworkOverlap(int fixedNetwork, int n
     GetNetworkExtent(n, ne);
     ne.top += moveUp;
     ne.bottom += moveUp;
-    for (int f = 0; f <= fixedNetwork; ++f) {
+    // Whether any overlaps does not depend on the order; the nearest network is the likeliest.
+    for (int f = fixedNetwork; f >= 0; --f) {
         Extent fe;
-        if (!GetNetworkExtent(f, fe) || !boxesOverlap(fe, ne)) continue;
+        if (f < int(placedExtents_.size())) fe = placedExtents_[size_t(f)];
+        else if (!GetNetworkExtent(f, fe)) continue;
+        if (!boxesOverlap(fe, ne)) continue;
         for (int c : networks_[size_t(n)].members) {
             Extent ce = ComponentExtent(c);
             ce.top += moveUp;
@@ -701,10 +704,19 @@ void CProtocolLayoutUtils::TuckNetworkUpIntoFixedNetwork(int fixedNetwork, int n
     int limit = fixedExtent.top - extent.top;
     // Start nodes run in protocol order across networks too: no start node of this network
     // may rise to or above an earlier network's start node with a lower index.
-    for (int s : networks_[size_t(n)].startNodes)
-        for (int f = 0; f <= fixedNetwork; ++f)
-            for (int e : networks_[size_t(f)].startNodes)
-                if (e < s) limit = std::max(limit, point_[size_t(e)].y - point_[size_t(s)].y + 1);
+    if (fixedNetwork + 1 == int(placedExtents_.size())) {
+        // The lowest-lying (largest Y) start node of a lower index among the placed networks.
+        for (int s : networks_[size_t(n)].startNodes) {
+            int lowest = INT_MIN;
+            for (int i = s; i > 0; i -= i & -i) lowest = std::max(lowest, placedStartY_[size_t(i - 1)]);
+            if (lowest != INT_MIN) limit = std::max(limit, lowest - point_[size_t(s)].y + 1);
+        }
+    } else {
+        for (int s : networks_[size_t(n)].startNodes)
+            for (int f = 0; f <= fixedNetwork; ++f)
+                for (int e : networks_[size_t(f)].startNodes)
+                    if (e < s) limit = std::max(limit, point_[size_t(e)].y - point_[size_t(s)].y + 1);
+    }
     int kept = 0, bound = limit;
     for (int move = -1;; move *= 2) {
         if (move <= limit) {
@@ -764,9 +776,18 @@ void CProtocolLayoutUtils::LayoutNetworks() {
     Extent e0;
     GetNetworkExtent(0, e0);
     if (considerStickyNotes_) AvoidProtocolStickyNotes(0, e0);
+    // Networks before i no longer move while i is placed, so their extents and start
+    // nodes are kept: the largest start-node Y below each index (a prefix-maximum
+    // tree over component indices), for the tuck's limits.
+    placedExtents_.clear();
+    placedStartY_.assign(components_.size(), INT_MIN);
     for (int i = 1; i < count; ++i) {
         Extent P, C;
         GetNetworkExtent(i - 1, P);
+        placedExtents_.push_back(P);
+        for (int e : networks_[size_t(i - 1)].startNodes)
+            for (size_t k = size_t(e) + 1; k <= placedStartY_.size(); k += k & (~k + 1))
+                placedStartY_[k - 1] = std::max(placedStartY_[k - 1], point_[size_t(e)].y);
         GetNetworkExtent(i, C);
         if (singleComponentLinearLayout_ && singlePortless(i - 1) && singlePortless(i)) {
             int prev = networks_[size_t(i - 1)].members[0], c = networks_[size_t(i)].members[0];
@@ -783,6 +804,8 @@ void CProtocolLayoutUtils::LayoutNetworks() {
         GetNetworkExtent(i, C);
         if (considerStickyNotes_) AvoidProtocolStickyNotes(i, C);
     }
+    placedExtents_.clear();
+    placedStartY_.clear();
     dump(true);
 }
 

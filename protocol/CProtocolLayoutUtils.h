@@ -146,7 +146,11 @@ private:
     std::vector<Point> finalOffset_;
     // Per-component scratch of EnforceMustBeAbove (position_ is -1 outside a call).
     std::vector<int> position_, pending_, rank_;
-    std::vector<int> walkScratch_;  // distances of the walks over a network's unplaced members
+    std::vector<int> walkScratch_;
+    // While LayoutNetworks runs: the extents of the networks already placed, and a
+    // prefix-maximum tree of their start nodes' Y over component indices.
+    std::vector<Extent> placedExtents_;
+    std::vector<int> placedStartY_;  // distances of the walks over a network's unplaced members
 };
 
 }  // namespace nvk
