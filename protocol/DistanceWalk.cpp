@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <span>
 
 #include "platform/Exception.h"
 
@@ -86,23 +87,48 @@ namespace {
 constexpr int kUnbounded = std::numeric_limits<int>::max() / 4;
 constexpr int kMaxGroups = 32;
 
+/// Lists per component, stored end to end.
+struct Lists {
+    std::vector<size_t> begin{0};
+    std::vector<int> items;
+    std::span<const int> operator[](size_t v) const { return {items.data() + begin[v], items.data() + begin[v + 1]}; }
+};
+
+/// Each component's place among the members of the set, -1 outside it. Kept filled with
+/// -1 between calls, so that a call costs what its set holds, not what the protocol holds:
+/// layout walks each network's unplaced members on their own.
+thread_local std::vector<int> placeInSet;
+
 /// The fast walk's state for one call. See the header for what it does and why that is exact.
+/// It works on the members of the set alone, numbered in index order, so orders by index
+/// are kept; components are named by index only where loops are recorded and results given.
 class FastWalk {
 public:
     FastWalk(const DistanceWalkGraph& g, const BitsetValue& set, bool wantFurthest, BitsetValue& loops, bool& hasLoops)
-        : g_(g), down_(*g.downstream), up_(*g.upstream), n_(g.size()), wantFurthest_(wantFurthest), loops_(loops),
-          hasLoops_(hasLoops), inSet_(size_t(n_), 0) {
+        : g_(g), wantFurthest_(wantFurthest), loops_(loops), hasLoops_(hasLoops) {
+        const int n = g.size();
         set.forEachSetBit([&](size_t i) {
-            if (int(i) < n_) {
-                members_.push_back(int(i));
-                inSet_[i] = 1;
-            }
+            if (int(i) < n) members_.push_back(int(i));
         });
+        n_ = int(members_.size());
+        if (placeInSet.size() < size_t(n)) placeInSet.resize(size_t(n), -1);
+        for (int k = 0; k < n_; ++k) placeInSet[size_t(members_[size_t(k)])] = k;
+        for (int v : members_) {
+            for (int w : (*g.downstream)[size_t(v)])
+                if (placeInSet[size_t(w)] >= 0) down_.items.push_back(placeInSet[size_t(w)]);
+            down_.begin.push_back(down_.items.size());
+            for (int u : (*g.upstream)[size_t(v)])
+                if (placeInSet[size_t(u)] >= 0) up_.items.push_back(placeInSet[size_t(u)]);
+            up_.begin.push_back(up_.items.size());
+        }
+        for (int v : members_) placeInSet[size_t(v)] = -1;
+        inSet_.assign(size_t(n_), 1);
     }
 
-    void run(const BitsetValue& set, std::vector<int>& distances) {
-        for (int v : members_) distances[size_t(v)] = -1;
+    void run(std::vector<int>& result) {
+        for (int v : members_) result[size_t(v)] = -1;
         if (members_.empty()) return;
+        std::vector<int> distances(size_t(n_), -1);
         findParts();
         std::vector<char> isStart(size_t(n_), 0);
         scratch_.assign(size_t(n_), -1);
@@ -111,7 +137,7 @@ public:
         unreached_.assign(size_t(numGroups_), 0);
         stale_.assign(size_t(numGroups_), 1);
         least_.assign(size_t(numGroups_), 0);
-        for (int s : localStartNodes(g_, set, n_)) {
+        for (int s : localStartNodes()) {
             isStart[size_t(s)] = 1;
             if (reachesLoop_[size_t(s)]) walkFrom(s, distances);
         }
@@ -125,6 +151,7 @@ public:
                     value = distances[size_t(u)] + 1;
             distances[size_t(v)] = value;
         }
+        for (int k = 0; k < n_; ++k) result[size_t(members_[size_t(k)])] = distances[size_t(k)];
     }
 
 private:
@@ -143,7 +170,7 @@ private:
         std::vector<Frame> frames;
         cyclic_.assign(size_t(n_), 0);
         int counter = 0;
-        for (int root : members_) {
+        for (int root = 0; root < n_; ++root) {
             if (index[size_t(root)] != -1) continue;
             frames.push_back({root, 0});
             index[size_t(root)] = low[size_t(root)] = counter++;
@@ -315,7 +342,7 @@ private:
             size_t begin = scheduled_.size();
             for (int next : down_[size_t(c)]) {
                 if (!inSet_[size_t(next)]) continue;
-                if (onPath_[size_t(next)]) recordLoop(g_, c, next, loops_, hasLoops_);
+                if (onPath_[size_t(next)]) recordLoop(g_, members_[size_t(c)], members_[size_t(next)], loops_, hasLoops_);
                 else if (improved && reachesLoop_[size_t(next)]) scheduled_.push_back(next);
             }
             visits_.push_back({c, d, begin, scheduled_.size()});
@@ -355,10 +382,23 @@ private:
         size_t pos;
     };
 
+    /// Members with no upstream inside the set; when there is none (the set is all ring),
+    /// the member with the smallest initial X, the lower index winning a tie.
+    std::vector<int> localStartNodes() const {
+        std::vector<int> starts;
+        int leftmost = -1;
+        for (int k = 0; k < n_; ++k) {
+            if (up_[size_t(k)].empty()) starts.push_back(k);
+            const auto& x = *g_.initialX;
+            if (leftmost < 0 || x[size_t(members_[size_t(k)])] < x[size_t(members_[size_t(leftmost)])]) leftmost = k;
+        }
+        if (starts.empty() && leftmost >= 0) starts.push_back(leftmost);
+        return starts;
+    }
+
     const DistanceWalkGraph& g_;
-    const std::vector<std::vector<int>>& down_;
-    const std::vector<std::vector<int>>& up_;
-    const int n_;
+    Lists down_, up_;
+    int n_ = 0;
     const bool wantFurthest_;
     BitsetValue& loops_;
     bool& hasLoops_;
@@ -380,7 +420,7 @@ private:
 void DistanceWalk(const DistanceWalkGraph& g, const BitsetValue& set, bool wantFurthest, std::vector<int>& distances,
                   BitsetValue& loops, bool& hasLoops) {
     distances.resize(size_t(g.size()), -1);
-    FastWalk(g, set, wantFurthest, loops, hasLoops).run(set, distances);
+    FastWalk(g, set, wantFurthest, loops, hasLoops).run(distances);
 }
 
 }  // namespace nvk
