@@ -681,12 +681,7 @@ bool CProtocolLayoutUtils::FixedNetworkAndNetworkOverlap(int fixedNetwork, int n
     GetNetworkExtent(n, ne);
     ne.top += moveUp;
     ne.bottom += moveUp;
-    // Whether any overlaps does not depend on the order; the nearest network is the likeliest.
-    for (int f = fixedNetwork; f >= 0; --f) {
-        Extent fe;
-        if (f < int(placedExtents_.size())) fe = placedExtents_[size_t(f)];
-        else if (!GetNetworkExtent(f, fe)) continue;
-        if (!boxesOverlap(fe, ne)) continue;
+    auto membersOverlap = [&](int f, const Extent& fe) {
         for (int c : networks_[size_t(n)].members) {
             Extent ce = ComponentExtent(c);
             ce.top += moveUp;
@@ -695,6 +690,29 @@ bool CProtocolLayoutUtils::FixedNetworkAndNetworkOverlap(int fixedNetwork, int n
             for (int d : networks_[size_t(f)].members)
                 if (boxesOverlap(ce, ComponentExtent(d))) return true;
         }
+        return false;
+    };
+    if (fixedNetwork + 1 != placedCount_) {
+        for (int f = 0; f <= fixedNetwork; ++f) {
+            Extent fe;
+            if (GetNetworkExtent(f, fe) && boxesOverlap(fe, ne) && membersOverlap(f, fe)) return true;
+        }
+        return false;
+    }
+    // Whether any overlaps does not depend on the order: the tree of placed extents gives
+    // only the networks whose box meets this one, the nearest (latest placed) first.
+    std::vector<size_t> pending{1};
+    while (!pending.empty()) {
+        size_t node = pending.back();
+        pending.pop_back();
+        if (!boxesOverlap(placedTree_[node], ne)) continue;
+        if (node >= placedLeaves_) {
+            int f = int(node - placedLeaves_);
+            if (membersOverlap(f, placedTree_[node])) return true;
+            continue;
+        }
+        pending.push_back(2 * node);
+        pending.push_back(2 * node + 1);
     }
     return false;
 }
@@ -704,7 +722,7 @@ void CProtocolLayoutUtils::TuckNetworkUpIntoFixedNetwork(int fixedNetwork, int n
     int limit = fixedExtent.top - extent.top;
     // Start nodes run in protocol order across networks too: no start node of this network
     // may rise to or above an earlier network's start node with a lower index.
-    if (fixedNetwork + 1 == int(placedExtents_.size())) {
+    if (fixedNetwork + 1 == placedCount_) {
         // The lowest-lying (largest Y) start node of a lower index among the placed networks.
         for (int s : networks_[size_t(n)].startNodes) {
             int lowest = INT_MIN;
@@ -779,12 +797,23 @@ void CProtocolLayoutUtils::LayoutNetworks() {
     // Networks before i no longer move while i is placed, so their extents and start
     // nodes are kept: the largest start-node Y below each index (a prefix-maximum
     // tree over component indices), for the tuck's limits.
-    placedExtents_.clear();
+    // An empty box meets nothing.
+    const Extent none{INT_MAX, INT_MIN, INT_MAX, INT_MIN};
+    placedLeaves_ = 1;
+    while (placedLeaves_ < size_t(count)) placedLeaves_ *= 2;
+    placedTree_.assign(2 * placedLeaves_, none);
+    placedCount_ = 0;
     placedStartY_.assign(components_.size(), INT_MIN);
     for (int i = 1; i < count; ++i) {
         Extent P, C;
         GetNetworkExtent(i - 1, P);
-        placedExtents_.push_back(P);
+        // Each node of the tree holds the box around the extents of its networks.
+        for (size_t k = placedLeaves_ + size_t(i - 1); k >= 1; k /= 2) {
+            Extent& box = placedTree_[k];
+            box = {std::min(box.top, P.top), std::max(box.bottom, P.bottom), std::min(box.left, P.left),
+                   std::max(box.right, P.right)};
+        }
+        ++placedCount_;
         for (int e : networks_[size_t(i - 1)].startNodes)
             for (size_t k = size_t(e) + 1; k <= placedStartY_.size(); k += k & (~k + 1))
                 placedStartY_[k - 1] = std::max(placedStartY_[k - 1], point_[size_t(e)].y);
@@ -804,7 +833,8 @@ void CProtocolLayoutUtils::LayoutNetworks() {
         GetNetworkExtent(i, C);
         if (considerStickyNotes_) AvoidProtocolStickyNotes(i, C);
     }
-    placedExtents_.clear();
+    placedTree_.clear();
+    placedCount_ = 0;
     placedStartY_.clear();
     dump(true);
 }

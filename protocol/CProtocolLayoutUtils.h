@@ -147,9 +147,12 @@ private:
     // Per-component scratch of EnforceMustBeAbove (position_ is -1 outside a call).
     std::vector<int> position_, pending_, rank_;
     std::vector<int> walkScratch_;
-    // While LayoutNetworks runs: the extents of the networks already placed, and a
+    // While LayoutNetworks runs: how many networks are placed, a tree of their extents
+    // (leaf placedLeaves_ + f is network f, every node the box around its leaves), and a
     // prefix-maximum tree of their start nodes' Y over component indices.
-    std::vector<Extent> placedExtents_;
+    int placedCount_ = 0;
+    size_t placedLeaves_ = 1;
+    std::vector<Extent> placedTree_;
     std::vector<int> placedStartY_;  // distances of the walks over a network's unplaced members
 };
 
