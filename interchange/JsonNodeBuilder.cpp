@@ -1,5 +1,9 @@
 #include "interchange/JsonNodeBuilder.h"
 
+#include <memory>
+#include <string_view>
+#include <unordered_set>
+
 #include "interchange/JsonParser.h"
 #include "platform/Value.h"
 
@@ -111,6 +115,7 @@ void JsonNodeBuilder::RaiseConversionFailure() const {
 
 void JsonNodeBuilder::objectMembers() {
     const size_t first = namesUsed_;
+    std::unique_ptr<std::unordered_set<std::u16string>> many;
     if (!nextIs(TokenKind::ObjectEnd)) {
         for (;;) {
             const JsonToken& name = match(TokenKind::String);
@@ -132,9 +137,18 @@ void JsonNodeBuilder::objectMembers() {
             value();
             namesUsed_ = slot + 1;  // the value's own objects are done with theirs
             const tovan::WString& text = names_[slot];
-            for (size_t i = first; i < slot; ++i)
-                if (names_[i].str() == text.str())
-                    throw ParseException(u"Duplicate object member token: " + text.str(), begin, end);
+            bool duplicate = false;
+            if (slot - first < cajun::json::Parser::kLinearMembers) {
+                for (size_t i = first; i < slot && !duplicate; ++i) duplicate = names_[i].str() == text.str();
+            } else {
+                // Many members: a set of copies (the stack's strings move as it grows).
+                if (!many) {
+                    many = std::make_unique<std::unordered_set<std::u16string>>();
+                    for (size_t i = first; i < slot; ++i) many->insert(names_[i].str());
+                }
+                duplicate = !many->insert(text.str()).second;
+            }
+            if (duplicate) throw ParseException(u"Duplicate object member token: " + text.str(), begin, end);
             convert([&] {
                 if (nodes) converter_.popName();
                 converter_.endMember(text, 0);
@@ -290,6 +304,7 @@ void JsonNodeBuilder::element(cajun::json::Element& out) {
 }
 
 void JsonNodeBuilder::elementObject(cajun::json::Object& out) {
+    std::unordered_set<std::u16string_view> names;  // as in the parser
     if (!nextIs(TokenKind::ObjectEnd)) {
         for (;;) {
             const JsonToken& name = match(TokenKind::String);
@@ -298,9 +313,17 @@ void JsonNodeBuilder::elementObject(cajun::json::Object& out) {
             match(TokenKind::MemberAssign);
             cajun::json::Element member;
             element(member);
-            if (out.Find(text) != out.End())
-                throw ParseException(u"Duplicate object member token: " + text, begin, end);
+            bool duplicate;
+            if (out.Size() < cajun::json::Parser::kLinearMembers) {
+                duplicate = out.Find(text) != out.End();
+            } else {
+                if (names.empty())
+                    for (const auto& m : out) names.insert(m.name);
+                duplicate = names.count(text) != 0;
+            }
+            if (duplicate) throw ParseException(u"Duplicate object member token: " + text, begin, end);
             out.append(std::move(text), std::move(member));
+            if (!names.empty()) names.insert(std::prev(out.End())->name);
             if (!nextIs(TokenKind::NextElement)) break;
             match(TokenKind::NextElement);
         }

@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <limits>
 #include <string>
+#include <string_view>
+#include <unordered_set>
 
 namespace cajun::json {
 
@@ -153,16 +155,29 @@ void Parser::ParseValue(Element& element) {
 void Parser::parseObject(Object& object) {
     enter(match(TokenKind::ObjectBegin));
     ++depth_;
+    // Past a few members the duplicate check goes through a set of the
+    // names, so that an object of many members is not quadratic. The names
+    // live in the object's list nodes, which never move.
+    std::unordered_set<std::u16string_view> names;
     if (!nextIs(TokenKind::ObjectEnd)) {
         for (;;) {
             const JsonToken& name = match(TokenKind::String);
             match(TokenKind::MemberAssign);
             Element value;
             ParseValue(value);
-            if (object.Find(name.text) != object.End())
+            bool duplicate;
+            if (object.Size() < kLinearMembers) {
+                duplicate = object.Find(name.text) != object.End();
+            } else {
+                if (names.empty())
+                    for (const auto& m : object) names.insert(m.name);
+                duplicate = names.count(name.text) != 0;
+            }
+            if (duplicate)
                 throw ParseException(u"Duplicate object member token: " + std::u16string(name.text), name.begin,
                                      name.end);
             object.append(std::u16string(name.text), std::move(value));
+            if (!names.empty()) names.insert(std::prev(object.End())->name);
             if (!nextIs(TokenKind::NextElement)) break;
             match(TokenKind::NextElement);
         }

@@ -17,6 +17,8 @@ namespace cajun::json {
 class NVK_EXPORT Parser {
 public:
     static constexpr int kMaxDepth = 1000;
+    /// Objects up to this many members are checked for duplicates by a scan.
+    static constexpr size_t kLinearMembers = 16;
 
     explicit Parser(const Tokens& tokens) : tokens_(tokens) {}
 

@@ -66,6 +66,13 @@ bool throughTheTree(nvk::CJsonReader& reader, Nodes& nodes) {
 
 bool straight(nvk::CJsonReader& reader, Nodes& nodes) { return reader.ReadNextObject(nodes); }
 
+std::string readFailure(const std::u16string& text) {
+    tovan::vcFileInterface file;
+    file.openText(text);
+    std::string failure = readAll(file, false, straight).failure;
+    return failure.substr(failure.find(": ") + 2);
+}
+
 void expectSame(const std::u16string& text, bool reset, const std::string& label) {
     tovan::vcFileInterface a, b;
     a.openText(text);
@@ -192,6 +199,23 @@ TEST(JsonReadToNodes, FailuresInTheirOrder) {
         u"{\"a\":1e}",
     };
     for (const char16_t* t : texts) expectSame(t, false, tovan::toNarrow(tovan::WString(t)));
+
+    // Large objects are checked for duplicates through a set: a repeat far
+    // back, one in another case (not a duplicate for the parser), none.
+    auto large = [](const std::u16string& last, bool nested) {
+        std::u16string text = u"{";
+        for (int i = 0; i < 40; ++i) text += u"\"m" + tovan::toWide(std::to_string(i)).str() + u"\":1,";
+        text += u"\"" + last + u"\":" + (nested ? u"{\"x\":[1,{}]}" : u"2") + u"}";
+        return text;
+    };
+    for (bool nested : {false, true})
+        for (const char16_t* last : {u"m3", u"M3", u"m40"}) {
+            std::u16string object = large(last, nested);
+            expectSame(object, false, "large object ending in " + tovan::toNarrow(tovan::WString(last)));
+            // The same object as an element of an array held whole.
+            expectSame(u"{\"a\":[[" + object + u"]]}", false, "held large object");
+        }
+    EXPECT_EQ(readFailure(large(u"m3", false)), "JSON parse error: Duplicate object member token: m3");
 }
 
 TEST(JsonReadToNodes, SuiteAndCorpusDocumentsReadAsThroughTheTree) {
