@@ -207,20 +207,27 @@ void CProtocolUtils::PerceiveAdjacency() {
         connTo_.push_back(d);
         connPort_.push_back(info.port == PortFail ? PortFail : PortPass);
         auto& adj = adjacency_;
-        insertSorted(adj[AdjAll][size_t(f)], d);
-        insertSorted(adj[AdjAll][size_t(d)], f);
-        insertSorted(adj[AdjPassOrFail][size_t(f)], d);
-        insertSorted(adj[AdjInput][size_t(d)], f);
+        adj[AdjAll][size_t(f)].push_back(d);
+        adj[AdjAll][size_t(d)].push_back(f);
+        adj[AdjPassOrFail][size_t(f)].push_back(d);
+        adj[AdjInput][size_t(d)].push_back(f);
         if (info.port == PortFail) {
-            insertSorted(adj[AdjFail][size_t(f)], d);
-            insertSorted(adj[AdjInputFromFail][size_t(d)], f);
+            adj[AdjFail][size_t(f)].push_back(d);
+            adj[AdjInputFromFail][size_t(d)].push_back(f);
         } else {
-            insertSorted(adj[AdjPass][size_t(f)], d);
-            insertSorted(adj[AdjInputFromPass][size_t(d)], f);
+            adj[AdjPass][size_t(f)].push_back(d);
+            adj[AdjInputFromPass][size_t(d)].push_back(f);
         }
         connectionsOf_[size_t(f)].push_back(k);
         if (d != f) connectionsOf_[size_t(d)].push_back(k);
     }
+    // Sorted once at the end: kept sorted on every insertion, a component with thousands of
+    // connections cost the square of that.
+    for (auto& kind : adjacency_)
+        for (auto& list : kind) {
+            std::sort(list.begin(), list.end());
+            list.erase(std::unique(list.begin(), list.end()), list.end());
+        }
     // Siblings fed by one component run in protocol order, so each must lie above the next.
     for (int c = 0; c < GetNumComponents(); ++c) {
         const auto& down = adjacency_[AdjPassOrFail][size_t(c)];
@@ -280,8 +287,13 @@ void CProtocolUtils::PerceiveRings() {
             int neighbour = -1;
             for (int a : adjacency_[AdjAll][size_t(c)])
                 if (!chainComponents_.test(size_t(a))) neighbour = a;
-            FindConnections(c, neighbour, forward);
-            FindConnections(neighbour, c, backward);
+            // Both ways from c's own list: the neighbour may be a hub of thousands.
+            forward.clear();
+            backward.clear();
+            for (int k : connectionsOf_[size_t(c)]) {
+                if (connFrom_[size_t(k)] == c && connTo_[size_t(k)] == neighbour) forward.push_back(k);
+                if (connFrom_[size_t(k)] == neighbour && connTo_[size_t(k)] == c) backward.push_back(k);
+            }
             peel = forward.empty() || backward.empty();
             if (peel) {
                 for (int k : forward) chainConnections_.set(size_t(k));
@@ -353,7 +365,12 @@ void CProtocolUtils::PerceiveAssemblies() {
             if (other >= 0) handled.set(size_t(other));
         }
     });
+    // A component's connections of the kind being grouped are all taken into its assembly
+    // the first time it is reached, so its list need not be read again in that grouping.
+    std::vector<int> scanned(n, 0);
+    int grouping = 0;
     auto group = [&](BitsetValue remaining, bool isChain) {
+        ++grouping;
         // Bits are only ever cleared, so the next lowest one is never before the last.
         for (size_t first = remaining.firstSetBit(); first != BitsetValue::npos; first = remaining.nextSetBit(first)) {
             if (isChain) debug(t, u"Creating CHAIN assembly");
@@ -367,12 +384,15 @@ void CProtocolUtils::PerceiveAssemblies() {
                 a.connections.set(k);
                 a.components.set(size_t(connFrom_[k]));
                 a.components.set(size_t(connTo_[k]));
-                for (int end : {connFrom_[k], connTo_[k]})
+                for (int end : {connFrom_[k], connTo_[k]}) {
+                    if (scanned[size_t(end)] == grouping) continue;
+                    scanned[size_t(end)] = grouping;
                     for (int other : connectionsOf_[size_t(end)])
                         if (remaining.test(size_t(other))) {
                             remaining.clear(size_t(other));
                             queue.push_back(size_t(other));
                         }
+                }
             }
         }
     };
