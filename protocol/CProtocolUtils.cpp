@@ -332,15 +332,18 @@ void CProtocolUtils::PerceiveRings() {
 void CProtocolUtils::PerceiveAssemblies() {
     static DebugTarget t("PerceiveAssemblies");
     const size_t n = components_.size(), m = connFrom_.size();
+    // Built where they do not move, then moved once into place: an assembly holds sets as
+    // large as the protocol, and there can be one per component.
+    std::deque<Assembly> built;
     auto newAssembly = [&](bool isChain) -> Assembly& {
         Assembly a;
-        a.index = int(assemblies_.size());
+        a.index = int(built.size());
         a.components = BitsetValue(n);
         a.connections = BitsetValue(m);
         a.chainRingConnections = BitsetValue(m);
         a.isChain = isChain;
-        assemblies_.push_back(std::move(a));
-        return assemblies_.back();
+        built.push_back(std::move(a));
+        return built.back();
     };
     unconnected_.forEachSetBit([&](size_t c) {
         debug(t, u"Creating assembly from unconnected component: \"%ls\"", displayName_[c]);
@@ -398,6 +401,9 @@ void CProtocolUtils::PerceiveAssemblies() {
     };
     group(chainChainConnections_, true);
     group(ringConnections_, false);
+    assemblies_.reserve(built.size());
+    for (Assembly& a : built) assemblies_.push_back(std::move(a));
+    built.clear();
     for (Assembly& a : assemblies_) {
         a.components.forEachSetBit([&](size_t c) {
             for (int k : connectionsOf_[c])
@@ -871,17 +877,25 @@ bool CProtocolUtils::IsConnected(const BitsetValue& set) const {
     return reached == set.count();
 }
 
+const std::vector<int>& CProtocolUtils::ShorterConnectionList(int from, int to) const {
+    // Both ends list every connection between them, in connection order.
+    const auto& a = connectionsOf_[size_t(from)];
+    if (to < 0 || to >= GetNumComponents()) return a;
+    const auto& b = connectionsOf_[size_t(to)];
+    return b.size() < a.size() ? b : a;
+}
+
 bool CProtocolUtils::FindConnections(int from, int to, std::vector<int>& out) const {
     out.clear();
     if (from < 0 || from >= GetNumComponents()) return false;
-    for (int k : connectionsOf_[size_t(from)])
+    for (int k : ShorterConnectionList(from, to))
         if (connFrom_[size_t(k)] == from && connTo_[size_t(k)] == to) out.push_back(k);
     return !out.empty();
 }
 
 int CProtocolUtils::FindConnection(int from, int to, Port port) const {
     if (from < 0 || from >= GetNumComponents()) return -1;
-    for (int k : connectionsOf_[size_t(from)])
+    for (int k : ShorterConnectionList(from, to))
         if (connFrom_[size_t(k)] == from && connTo_[size_t(k)] == to && connPort_[size_t(k)] == port) return k;
     return -1;
 }

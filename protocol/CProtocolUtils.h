@@ -287,6 +287,8 @@ protected:
     void SetUndefinedRelativePositions(Assembly& a);
 
     void CheckIndex(int index, const char* operation) const;
+    /// The connection list of `from` or of `to`, whichever is shorter.
+    const std::vector<int>& ShorterConnectionList(int from, int to) const;
 
     tovan::Ptr<tovan::iProtocolInfo> protocol_;
     tovan::Object* context_ = nullptr;
