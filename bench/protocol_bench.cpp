@@ -1,9 +1,10 @@
 // Perception and layout of generated protocols of 100, 1,000 and 10,000 components:
 // layered graphs with fan-in and fan-out, skip connections, fail branches, a few rings of two
-// or three components and
-// some unconnected components. The distance walk is also timed against its named peer,
-// the walk as written (explicit stack, a path copy per entry), on the same graphs; counter
-// `speedup_vs_walk_as_written` is peer time / our time from the same run.
+// or three components and some unconnected components; perception of one component feeding
+// all the others; layout of many small networks.
+// The distance walk is also timed against its named peer, the walk as written (explicit
+// stack, a path copy per entry), on the same graphs; counter `speedup_vs_walk_as_written`
+// is peer time / our time from the same run.
 #include <benchmark/benchmark.h>
 
 #include <chrono>
@@ -65,6 +66,44 @@ tovan::Ptr<CProtocolInfo> generate(int n, unsigned seed = 1) {
     return p;
 }
 
+/// Many small networks (one to six components with ports, chained, some fail branches and
+/// back connections): layout places each network below the ones before and tucks it up.
+tovan::Ptr<CProtocolInfo> smallNetworks(int n, unsigned seed = 1) {
+    std::mt19937 rng(seed);
+    tovan::Ptr<CProtocolInfo> p(new CProtocolInfo(u"small networks"));
+    for (int i = 0; i < n; ++i) {
+        tovan::iComponentInfo* c = p->addComponent(i + 1, tovan::format(u"step %d", i + 1));
+        c->setBoolAttribute(tovan::NVK_ComponentTakesInput, true);
+        c->setBoolAttribute(tovan::NVK_ComponentReturnsPass, rng() % 4 != 0);
+        c->setBoolAttribute(tovan::NVK_ComponentReturnsFail, rng() % 2 == 0);
+        c->setPointAttribute(tovan::NVK_ComponentPoint, {int32_t(rng() % 5000), int32_t(rng() % 50000)});
+    }
+    for (int first = 0; first < n;) {
+        const int end = std::min(n, first + 1 + int(rng() % 6));
+        for (int i = first; i < end; ++i) {
+            if (i + 1 < end) p->addConnection({i + 1, i + 2, tovan::PortPass});
+            if (i + 2 < end && rng() % 3 == 0) p->addConnection({i + 1, i + 3, tovan::PortFail});
+            if (i > first && rng() % 9 == 0) p->addConnection({i + 1, first + 1, tovan::PortPass});
+        }
+        first = end;
+    }
+    return p;
+}
+
+/// One component feeding all the others, some of which feed back into it.
+tovan::Ptr<CProtocolInfo> hub(int n) {
+    tovan::Ptr<CProtocolInfo> p(new CProtocolInfo(u"hub"));
+    for (int i = 0; i < n; ++i) {
+        tovan::iComponentInfo* c = p->addComponent(i + 1, tovan::format(u"step %d", i + 1));
+        c->setPointAttribute(tovan::NVK_ComponentPoint, {i % 97 * 300, i / 97 * 360});
+    }
+    for (int i = 1; i < n; ++i) {
+        p->addConnection({1, i + 1, tovan::PortPass});
+        if (i % 50 == 0) p->addConnection({i + 1, 1, tovan::PortFail});
+    }
+    return p;
+}
+
 void perceive(benchmark::State& state) {
     auto p = generate(int(state.range(0)));
     for (auto _ : state) {
@@ -76,8 +115,30 @@ void perceive(benchmark::State& state) {
     state.counters["connections"] = p->getNumConnections();
 }
 
+void perceiveHub(benchmark::State& state) {
+    auto p = hub(int(state.range(0)));
+    for (auto _ : state) {
+        CProtocolUtils u;
+        u.LoadProtocolComponents(p.get());
+        benchmark::DoNotOptimize(u.GetDistances().data());
+    }
+    state.SetComplexityN(state.range(0));
+}
+
 void layout(benchmark::State& state) {
     auto p = generate(int(state.range(0)));
+    CProtocolLayoutUtils l;
+    BitsetValue changed;
+    bool notes = false;
+    for (auto _ : state) {
+        l.LayoutProtocol(p.get(), u"", changed, notes);
+        benchmark::DoNotOptimize(changed.count());
+    }
+    state.SetComplexityN(state.range(0));
+}
+
+void layoutSmallNetworks(benchmark::State& state) {
+    auto p = smallNetworks(int(state.range(0)));
     CProtocolLayoutUtils l;
     BitsetValue changed;
     bool notes = false;
@@ -161,7 +222,9 @@ void distanceWalkAsWritten(benchmark::State& state) {
 }  // namespace
 
 BENCHMARK(perceive)->Arg(100)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond)->Complexity();
+BENCHMARK(perceiveHub)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond)->Complexity();
 BENCHMARK(layout)->Arg(100)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond)->Complexity();
+BENCHMARK(layoutSmallNetworks)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond)->Complexity();
 BENCHMARK(distanceWalk)->Arg(100)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond)->Complexity();
 BENCHMARK(distanceWalkAsWritten)->Arg(100)->Arg(1000)->Unit(benchmark::kMillisecond)->Complexity();
 
