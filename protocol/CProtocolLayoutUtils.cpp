@@ -503,20 +503,28 @@ void CProtocolLayoutUtils::EnforceMustBeAbove(int n) {
                     if (position[size_t(a)] >= 0 && stackOf_[size_t(a)] == stackOf_[size_t(c)] && networkOf_[size_t(a)] == n)
                         ++pending[size_t(c)];
             }
-            // Kahn's order, always taking the ready member that is highest now.
+            // Kahn's order, always taking the ready member that is highest now. Most members
+            // are ready from the start, so a cursor walks the order and only members freed
+            // after the cursor passed them wait in a heap.
             sequence.clear();
             ready.clear();
-            for (size_t i = 0; i < order.size(); ++i)
-                if (pending[size_t(order[i])] == 0) ready.push_back(i);
-            std::make_heap(ready.begin(), ready.end(), std::greater<>());
-            while (!ready.empty()) {
-                std::pop_heap(ready.begin(), ready.end(), std::greater<>());
-                int c = order[ready.back()];
-                ready.pop_back();
+            for (size_t next = 0;;) {
+                while (next < order.size() && pending[size_t(order[next])] != 0) ++next;
+                size_t pick;
+                if (!ready.empty() && (next == order.size() || ready.front() < next)) {
+                    std::pop_heap(ready.begin(), ready.end(), std::greater<>());
+                    pick = ready.back();
+                    ready.pop_back();
+                } else if (next < order.size()) {
+                    pick = next++;
+                } else {
+                    break;  // all placed (the constraints have no cycle)
+                }
+                int c = order[pick];
                 sequence.push_back(c);
                 for (int b : mustBeAbove_[size_t(c)])
                     if (position[size_t(b)] >= 0 && stackOf_[size_t(b)] == stackOf_[size_t(c)] && networkOf_[size_t(b)] == n &&
-                        --pending[size_t(b)] == 0) {
+                        --pending[size_t(b)] == 0 && size_t(position[size_t(b)]) < next) {
                         ready.push_back(size_t(position[size_t(b)]));
                         std::push_heap(ready.begin(), ready.end(), std::greater<>());
                     }
