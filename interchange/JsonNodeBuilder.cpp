@@ -60,10 +60,16 @@ JsonNodeBuilder::JsonNodeBuilder(cajun::json::JsonInputStream& in, CJsonConverte
 
 JsonNodeBuilder::~JsonNodeBuilder() {
     converter_.consume_ = consumeBefore_;
-    if (workspace_->owned)
+    if (workspace_->owned) {
         delete workspace_;
-    else
-        workspace_->busy = false;
+        return;
+    }
+    // What is kept for the next read stays small, whatever this one held.
+    constexpr size_t kKeptBytes = size_t(1) << 16;
+    scanner_.TrimScratch(kKeptBytes);
+    for (tovan::WString& name : names_)
+        if (name.str().capacity() * sizeof(char16_t) > kKeptBytes) name = tovan::WString();
+    workspace_->busy = false;
 }
 
 bool JsonNodeBuilder::peek() {

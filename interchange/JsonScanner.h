@@ -112,6 +112,11 @@ public:
     /// the next call; element hints are not counted (always 0).
     void Begin();
     bool Next(JsonInputStream& in, JsonToken& token);
+    /// Frees the scanner's text buffer when it has grown past `bytes`, for
+    /// scanners kept from one read to the next.
+    void TrimScratch(size_t bytes) {
+        if (scratch_.capacity() * sizeof(char16_t) > bytes) std::u16string().swap(scratch_);
+    }
 
 private:
     void scanString(JsonInputStream& in);
