@@ -184,7 +184,8 @@ void writeValue(CJsonWriter& w, const tovan::Value& value) {
         return;
     }
     if (const auto* array = asArray(value)) {
-        if (typeid(*array) == typeid(tovan::DoubleArrayValue)) {
+        // The code first: comparing type identities that differ compares their names.
+        if (array->getTypeCode() == tovan::VT_DoubleArray && typeid(*array) == typeid(tovan::DoubleArrayValue)) {
             const auto& numbers = static_cast<const tovan::DoubleArrayValue*>(array)->items();
             w.array(numbers.data(), numbers.size());
             return;
