@@ -116,25 +116,40 @@ bool CJsonReader::FindNextObject() {
     return true;
 }
 
-bool CJsonReader::ReadNextObject(cajun::json::Object& object) {
-    if (!FindNextObject()) return false;
+namespace {
+
+// Runs a read, turning the reader's layers' failures into the framework
+// exception with their category prefix, and noting where reading stopped.
+template <class Read>
+void reporting(Read read, JsonInputStream& in, Location& errorLocation) {
     try {
-        Tokens tokens;
-        Scanner().Scan(*stream_, tokens);
-        cajun::json::Object result;
-        Parser(tokens).ParseObject(result);
-        object = std::move(result);
+        read();
     } catch (const ScanException& e) {
-        errorLocation_ = e.location();
+        errorLocation = e.location();
         throw Exception("CJsonReader", "ReadNextObject", u"%ls", u"JSON scan error: " + e.getMessage().str());
     } catch (const ParseException& e) {
         // A token list that ran out has no token to point at: the stream's end is the place.
-        errorLocation_ = e.begin() == Location() && e.end() == Location() ? stream_->GetLocation() : e.begin();
+        errorLocation = e.begin() == Location() && e.end() == Location() ? in.GetLocation() : e.begin();
         throw Exception("CJsonReader", "ReadNextObject", u"%ls", u"JSON parse error: " + e.getMessage().str());
     } catch (const JsonException& e) {
-        errorLocation_ = stream_->GetLocation();
+        errorLocation = in.GetLocation();
         throw Exception("CJsonReader", "ReadNextObject", u"%ls", u"JSON read error: " + e.getMessage().str());
     }
+}
+
+}  // namespace
+
+bool CJsonReader::ReadNextObject(cajun::json::Object& object) {
+    if (!FindNextObject()) return false;
+    reporting(
+        [&] {
+            Tokens tokens;
+            Scanner().Scan(*stream_, tokens);
+            cajun::json::Object result;
+            Parser(tokens).ParseObject(result);
+            object = std::move(result);
+        },
+        *stream_, errorLocation_);
     return true;
 }
 
@@ -144,15 +159,7 @@ bool CJsonReader::ReadNextObject(tovan::Array<tovan::Ptr<tovan::iNode>>& nodes) 
     // Straight to nodes: the same outcome as reading the element tree above
     // and converting it, without building the token list and the tree.
     JsonNodeBuilder builder(*stream_, converter);
-    try {
-        builder.ReadObject();
-    } catch (const ScanException& e) {
-        errorLocation_ = e.location();
-        throw Exception("CJsonReader", "ReadNextObject", u"%ls", u"JSON scan error: " + e.getMessage().str());
-    } catch (const ParseException& e) {
-        errorLocation_ = e.begin() == Location() && e.end() == Location() ? stream_->GetLocation() : e.begin();
-        throw Exception("CJsonReader", "ReadNextObject", u"%ls", u"JSON parse error: " + e.getMessage().str());
-    }
+    reporting([&] { builder.ReadObject(); }, *stream_, errorLocation_);
     // The converter's own failures pass as they are, as they do after the tree.
     builder.RaiseConversionFailure();
     converter.GetNodeList(nodes, true);
