@@ -224,12 +224,12 @@ void CJsonWriter::writeValue(const wchar* text, bool quote) {
 }
 
 void CJsonWriter::push(bool isObject) {
-    stack_.push_back(isObject);
+    stack_.push_back(isObject ? 1 : 0);
     mode_ = isObject ? ModeObject : ModeArray;
 }
 
 void CJsonWriter::pop(bool isObject) {
-    if (stack_.empty() || stack_.back() != isObject) fail(isObject ? "endObject" : "endArray", u"JSON nesting error");
+    if (stack_.empty() || (stack_.back() != 0) != isObject) fail(isObject ? "endObject" : "endArray", u"JSON nesting error");
     stack_.pop_back();
     mode_ = stack_.empty() ? ModeDone : (stack_.back() ? ModeObject : ModeArray);
 }
@@ -270,7 +270,7 @@ CJsonWriter& CJsonWriter::key(const wchar* name) {
 CJsonWriter& CJsonWriter::key(std::u16string_view name) {
     if (name.empty()) fail("key", u"Empty JSON key string");
     if (mode_ != ModeObject) fail("key", u"Misplaced JSON key");
-    stack_.back() = true;
+    stack_.back() = 1;
     if (needsSeparator_) scratch_ += u',';
     escape(name, scratch_);
     scratch_ += u':';

@@ -159,7 +159,9 @@ private:
     bool newLinePending_ = false;
     Mode mode_ = ModeInit;
     bool variableOpen_ = false;
-    std::vector<bool> stack_;  // open containers: true for an object
+    // Open containers: 1 for an object. Bytes rather than packed bits: every
+    // container pushes and pops once.
+    std::vector<unsigned char> stack_;
     Writer* sink_;
     bool strict_ = false;
     // Output on its way to the sink: a call's text is built here and handed
