@@ -213,6 +213,28 @@ void CJsonWriter::emitValue(std::u16string_view text, bool quote) {
     endValue();
 }
 
+std::u16string& CJsonWriter::spareText() {
+    thread_local std::u16string text;
+    return text;
+}
+
+void CJsonWriter::releaseSpareText() {
+    std::u16string& text = spareText();
+    if (text.capacity() > (size_t(1) << 20)) std::u16string().swap(text);
+}
+
+void CJsonWriter::putValue(std::u16string_view text) {
+    beginValue();
+    if (scratch_.size() + text.size() <= kBatchUnits) {
+        scratch_ += text;
+    } else {
+        // A large text goes to the sink as it is, after what is held back.
+        deliver(true);
+        sink_->write(text);
+    }
+    endValue();
+}
+
 void CJsonWriter::checkValue() {
     if (mode_ != ModeArray && mode_ != ModeKey) fail("value", u"JSON value out of sequence");
 }

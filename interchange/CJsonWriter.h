@@ -107,6 +107,23 @@ public:
         bool finished_ = false;
     };
 
+    /// For writers of whole trees: `build(out)` appends the complete text of
+    /// one value (escaped as this writer escapes, with no zero unit) to
+    /// `out`, and the writer takes it as a value, with the separator and any
+    /// pending line feed ahead of it. When `build` returns false the writer
+    /// and its buffered text are left as they were, and so is the result.
+    /// Raises what value() raises where no value may go.
+    template <class Build>
+    bool tryValue(Build&& build) {
+        checkValue();
+        std::u16string& text = spareText();
+        text.clear();
+        const bool built = build(text);
+        if (built) putValue(text);
+        releaseSpareText();
+        return built;
+    }
+
     Mode getMode() const { return mode_; }
     size_t getDepth() const { return stack_.size(); }
 
@@ -120,8 +137,14 @@ public:
     static void fixUpDoubles(char* text, size_t capacity, bool strict);
     /// Appends `text` quoted and escaped as the writer writes strings.
     static void escape(std::u16string_view text, std::u16string& out);
+    /// Appends the text of `value` as value(double) writes it.
+    static void AppendDouble(double value, bool strict, std::u16string& out) { appendDouble(value, strict, out); }
 
 private:
+    // tryValue's text: kept per thread between calls, unless it grew large.
+    static std::u16string& spareText();
+    static void releaseSpareText();
+    void putValue(std::u16string_view text);
     void writeValue(const tovan::wchar* text, bool quote);
     void checkValue();
     // The steps every value takes are inline: a tree writer makes several

@@ -259,40 +259,52 @@ namespace {
 // The writer's rules through the node interfaces alone, one call per item:
 // what the tree writer, which reads the library's own classes from their
 // storage, must match byte for byte.
-void writePlainly(nvk::CJsonWriter& w, const iNode& node) {
+void writePlainly(nvk::CJsonWriter& w, const iNode& node, bool newLineAfter, bool asList) {
     w.object();
     if (const auto* properties = node.getProperties())
         for (int i = 0; i < properties->getSize(); ++i) {
             w.key(std::u16string_view(properties->get(i).getName().view()));
             nvk::JsonUtilities::WriteValue(w, properties->get(i).getValue());
         }
-    std::vector<bool> done(size_t(node.getNumberOfChildren()));
-    for (int i = 0; i < node.getNumberOfChildren(); ++i) {
-        if (done[size_t(i)]) continue;
-        const tovan::WString& name = node.getChildAt(i)->getName();
+    if (asList && node.getNumberOfChildren() > 0) {
+        w.key(u"children").array();
+        for (int i = 0; i < node.getNumberOfChildren(); ++i) writePlainly(w, *node.getChildAt(i), newLineAfter, true);
+        w.endArray();
+    }
+    std::vector<bool> done(size_t(asList ? 0 : node.getNumberOfChildren()));
+    for (size_t i = 0; i < done.size(); ++i) {
+        if (done[i]) continue;
+        const tovan::WString& name = node.getChildAt(int(i))->getName();
         w.key(std::u16string_view(name.view())).array();
-        for (int k = i; k < node.getNumberOfChildren(); ++k)
-            if (!done[size_t(k)] && node.getChildAt(k)->getName() == name) {
-                done[size_t(k)] = true;
-                writePlainly(w, *node.getChildAt(k));
+        for (size_t k = i; k < done.size(); ++k)
+            if (!done[k] && node.getChildAt(int(k))->getName() == name) {
+                done[k] = true;
+                writePlainly(w, *node.getChildAt(int(k)), false, false);
             }
         w.endArray();
     }
     w.endObject();
+    if (newLineAfter) w.writeNewLine();
 }
 
+// Every way of writing children, with and without line feeds after records.
 void expectPlainText(const Array<Ptr<iNode>>& nodes, const std::string& what) {
-    nvk::JsonStringSink sink;
-    nvk::CJsonWriter w(&sink);
-    w.array();
-    for (const auto& n : nodes) nvk::JsonUtilities::AppendElementToArray(w, n.get(), false, true, false);
-    w.endArray();
-    nvk::JsonStringSink plainSink;
-    nvk::CJsonWriter plain(&plainSink);
-    plain.array();
-    for (const auto& n : nodes) writePlainly(plain, *n);
-    plain.endArray();
-    EXPECT_EQ(sink.text(), plainSink.text()) << what;
+    for (bool newLineAfter : {false, true})
+        for (bool asList : {false, true}) {
+            nvk::JsonStringSink sink;
+            nvk::CJsonWriter w(&sink);
+            w.array();
+            for (const auto& n : nodes)
+                nvk::JsonUtilities::AppendElementToArray(w, n.get(), newLineAfter, true, asList);
+            w.endArray();
+            nvk::JsonStringSink plainSink;
+            nvk::CJsonWriter plain(&plainSink);
+            plain.array();
+            for (const auto& n : nodes) writePlainly(plain, *n, newLineAfter, asList);
+            plain.endArray();
+            EXPECT_EQ(sink.text(), plainSink.text())
+                << what << (newLineAfter ? ", line feeds" : "") << (asList ? ", children as a list" : "");
+        }
 }
 
 }  // namespace
@@ -335,18 +347,24 @@ TEST(JsonRoundTrip, ChildrenInRunsOrReturningNamesGroupAlike) {
         Ptr<iNode> root(nvk::CBaseNode::newInstance());
         for (int i = 0; names[i]; ++i) {
             Ptr<iNode> child(nvk::CBaseNode::newInstance());
-            if (names[i] != u'_') child->setName(std::u16string(1, names[i]));
+            if (names[i] == u'-')
+                child->setName(u"");  // empty, not null
+            else if (names[i] != u'_')
+                child->setName(std::u16string(1, names[i]));
             child->getProperties().define(u"v", tovan::IntegerValue(i));
             root->appendChild(child.get());
         }
         nvk::JsonStringSink sink;
         nvk::CJsonWriter writer(&sink);
+        writer.array();
         nvk::JsonUtilities::AppendElementToArray(writer, root.get(), false, true, false);
-        return tovan::toNarrow(sink.text());
+        return tovan::toNarrow(sink.text()).substr(1);  // without the array's bracket
     };
     EXPECT_EQ(textOf(u"aabc"), R"({"a":[{"v":0},{"v":1}],"b":[{"v":2}],"c":[{"v":3}]})");
     EXPECT_EQ(textOf(u"aba"), R"({"a":[{"v":0},{"v":2}],"b":[{"v":1}]})");
     EXPECT_EQ(textOf(u"abcdefgh"), R"({"a":[{"v":0}],"b":[{"v":1}],"c":[{"v":2}],"d":[{"v":3}],"e":[{"v":4}],)"
                                    R"("f":[{"v":5}],"g":[{"v":6}],"h":[{"v":7}]})");
     EXPECT_THROW_MSG(textOf(u"a_"), tovan::Exception, "Empty JSON key string");
+    EXPECT_THROW_MSG(textOf(u"a-"), tovan::Exception, "Empty JSON key string");
+    EXPECT_THROW_MSG(textOf(u"abcdefghi-"), tovan::Exception, "Empty JSON key string");
 }
