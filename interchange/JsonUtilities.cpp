@@ -484,16 +484,30 @@ private:
         return true;
     }
 
+    // The writer's digits, two at a time: integers are most of the values
+    // of many records.
     void digits(long n) {
+        static constexpr char kPairs[] =
+            "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+            "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+            "8081828384858687888990919293949596979899";
         char16_t buf[24];
-        char16_t* end = buf + 24;
+        char16_t* const end = buf + 24;
         char16_t* p = end;
         unsigned long long m = n < 0 ? 0ULL - (unsigned long long)n : (unsigned long long)n;
-        do {
-            *--p = char16_t(u'0' + m % 10);
-            m /= 10;
-        } while (m);
-        if (n < 0) out_ += u'-';
+        while (m >= 100) {
+            const unsigned pair = unsigned(m % 100) * 2;
+            m /= 100;
+            *--p = char16_t(kPairs[pair + 1]);
+            *--p = char16_t(kPairs[pair]);
+        }
+        if (m >= 10) {
+            *--p = char16_t(kPairs[m * 2 + 1]);
+            *--p = char16_t(kPairs[m * 2]);
+        } else {
+            *--p = char16_t(u'0' + m);
+        }
+        if (n < 0) *--p = u'-';
         out_.append(p, size_t(end - p));
     }
 
