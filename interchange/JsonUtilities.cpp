@@ -540,6 +540,12 @@ private:
         case tovan::VT_StringArray:
             return elements<tovan::StringArrayValue>(
                 v, [&](const tovan::WString& t) { CJsonWriter::escape(t.view(), out_); });
+        case tovan::VT_NDimArray: {
+            if (typeid(v) != typeid(tovan::NDimArrayValue)) return false;
+            const auto& nd = static_cast<const tovan::NDimArrayValue&>(v);
+            size_t flat = 0;
+            return dimension(nd, 0, flat);
+        }
         case tovan::VT_NullArray: {
             if (typeid(v) != typeid(tovan::NullArrayValue)) return false;
             const size_t n = static_cast<const tovan::NullArrayValue&>(v).size();
@@ -550,6 +556,39 @@ private:
         }
         default: return false;
         }
+    }
+
+    // As writeDimension, for flat stores of doubles and integers that hold
+    // every element (a short store makes the calls fail where it ends).
+    bool dimension(const tovan::NDimArrayValue& nd, size_t dim, size_t& flat) {
+        const unsigned n = nd.getDimensions()[dim];
+        out_ += u'[';
+        if (dim + 1 < nd.getDimensionCount()) {
+            for (unsigned k = 0; k < n; ++k) {
+                if (k) out_ += u',';
+                if (!dimension(nd, dim + 1, flat)) return false;
+            }
+        } else {
+            const tovan::ArrayValue& elements = nd.flat();
+            if (flat + n > elements.size()) return false;
+            if (typeid(elements) == typeid(tovan::DoubleArrayValue)) {
+                const auto& numbers = static_cast<const tovan::DoubleArrayValue&>(elements).items();
+                for (unsigned k = 0; k < n; ++k) {
+                    if (k) out_ += u',';
+                    CJsonWriter::AppendDouble(numbers[flat++], strict_, out_);
+                }
+            } else if (typeid(elements) == typeid(tovan::IntegerArrayValue)) {
+                const auto& integers = static_cast<const tovan::IntegerArrayValue&>(elements);
+                for (unsigned k = 0; k < n; ++k) {
+                    if (k) out_ += u',';
+                    digits(long(integers.get(flat++)));
+                }
+            } else {
+                return false;
+            }
+        }
+        out_ += u']';
+        return true;
     }
 
     template <class A, class Write>
