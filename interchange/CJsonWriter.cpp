@@ -220,7 +220,7 @@ std::u16string& CJsonWriter::spareText() {
 
 void CJsonWriter::releaseSpareText() {
     std::u16string& text = spareText();
-    if (text.capacity() > (size_t(1) << 20)) std::u16string().swap(text);
+    if (text.capacity() > (size_t(1) << 22)) std::u16string().swap(text);  // 8 MB
 }
 
 void CJsonWriter::putValue(std::u16string_view text) {

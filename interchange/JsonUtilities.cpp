@@ -1,5 +1,7 @@
 #include "interchange/JsonUtilities.h"
 
+#include <charconv>
+#include <cmath>
 #include <map>
 #include <cstdint>
 #include <typeinfo>
@@ -484,6 +486,28 @@ private:
         return true;
     }
 
+    // A double as value(double) writes it. When the shortest text already has
+    // a point followed by a digit, the writer's repairs change nothing and it
+    // goes straight in; anything else takes the writer's way.
+    void number(double d) {
+        if (std::isfinite(d)) {
+            char text[32];
+            const auto result = std::to_chars(text, text + sizeof text, d);
+            if (result.ec == std::errc()) {
+                const size_t n = size_t(result.ptr - text);
+                size_t point = 0;
+                while (point < n && text[point] != '.') ++point;
+                if (point + 1 < n && text[point + 1] >= '0' && text[point + 1] <= '9') {
+                    char16_t wide[32];
+                    for (size_t i = 0; i < n; ++i) wide[i] = char16_t(text[i]);
+                    out_.append(wide, n);
+                    return;
+                }
+            }
+        }
+        CJsonWriter::AppendDouble(d, strict_, out_);
+    }
+
     // The writer's digits, two at a time: integers are most of the values
     // of many records.
     void digits(long n) {
@@ -515,7 +539,7 @@ private:
     bool value(const tovan::Value& v) {
         switch (v.getTypeCode()) {
         case tovan::VT_Boolean: out_ += static_cast<const tovan::BooleanValue&>(v).get() ? u"true" : u"false"; return true;
-        case tovan::VT_Double: CJsonWriter::AppendDouble(static_cast<const tovan::DoubleValue&>(v).get(), strict_, out_); return true;
+        case tovan::VT_Double: number(static_cast<const tovan::DoubleValue&>(v).get()); return true;
         case tovan::VT_Integer: digits(long(static_cast<const tovan::IntegerValue&>(v).get())); return true;
         case tovan::VT_Null:
         case tovan::VT_HashTable: out_ += u"null"; return true;
@@ -529,7 +553,7 @@ private:
             out_ += u'[';
             for (size_t i = 0; i < numbers.size(); ++i) {
                 if (i) out_ += u',';
-                CJsonWriter::AppendDouble(numbers[i], strict_, out_);
+                number(numbers[i]);
             }
             out_ += u']';
             return true;
@@ -540,6 +564,17 @@ private:
         case tovan::VT_StringArray:
             return elements<tovan::StringArrayValue>(
                 v, [&](const tovan::WString& t) { CJsonWriter::escape(t.view(), out_); });
+        case tovan::VT_ValueArray: {
+            if (typeid(v) != typeid(tovan::ValueArrayValue)) return false;
+            const auto& values = static_cast<const tovan::ValueArrayValue&>(v);
+            out_ += u'[';
+            for (size_t i = 0; i < values.size(); ++i) {
+                if (i) out_ += u',';
+                if (!value(values.get(i))) return false;
+            }
+            out_ += u']';
+            return true;
+        }
         case tovan::VT_NDimArray: {
             if (typeid(v) != typeid(tovan::NDimArrayValue)) return false;
             const auto& nd = static_cast<const tovan::NDimArrayValue&>(v);
@@ -575,7 +610,7 @@ private:
                 const auto& numbers = static_cast<const tovan::DoubleArrayValue&>(elements).items();
                 for (unsigned k = 0; k < n; ++k) {
                     if (k) out_ += u',';
-                    CJsonWriter::AppendDouble(numbers[flat++], strict_, out_);
+                    number(numbers[flat++]);
                 }
             } else if (typeid(elements) == typeid(tovan::IntegerArrayValue)) {
                 const auto& integers = static_cast<const tovan::IntegerArrayValue&>(elements);
