@@ -48,7 +48,8 @@ private:
 
 /// Base of pooled classes: the hooks the pool calls when an object is reused
 /// (onActivate, before it is handed out again) and when it is returned
-/// (onDeactivate, before it goes on the free list).
+/// (onDeactivate, before it goes on the free list, or before it is deleted
+/// when the pool does not keep it). Neither runs under the pool's lock.
 class NVK_EXPORT PooledObject {
 public:
     virtual ~PooledObject();
@@ -120,20 +121,25 @@ public:
         if (obj->getRefCount() != 0)
             throw Exception(className_, "deleteInstance",
                             u"Tried to deleteInstance() an object with nonzero ref count: %d\n", obj->getRefCount());
+        // The hook releases what the object holds, often objects of other
+        // pooled classes whose hooks release more. It runs without this
+        // pool's lock: held, it would order the pools' locks one way in one
+        // thread (a collection's storage, then its properties) and the other
+        // way in another (a property, then its metadata's storage), and keep
+        // every other thread out of this pool for a whole tree's teardown.
+        // An object the pool does not keep is deleted cleaned out.
+        obj->onDeactivate();
         bool keep;
         {
             AutoCriticalSection lock(lock_);
             keep = enabled_ && (capacity_ < 0 || free_.size() < size_t(capacity_));
             if (keep) {
-                obj->onDeactivate();
                 if (outstanding_.load(std::memory_order_relaxed) <= 0)
                     throw Exception(className_, "deleteInstance",
                                     u"Object leak, object being returned to pool when none were outstanding...");
-                count(-1);
                 free_.push_back(obj);
-            } else {
-                count(-1);
             }
+            count(-1);
         }
         if (!keep) delete obj;
     }

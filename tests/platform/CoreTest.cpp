@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <thread>
+#include <utility>
 
 #include "platform/Exception.h"
 #include "platform/Lock.h"
@@ -113,8 +115,12 @@ struct Widget : CountedObject, PooledObject {
     const ClassTag& getClass() const override { return Tag; }
     void deleteInstance() override { pool().deleteInstance(this); }
     void onActivate() override { ++activations; value = 0; }
-    void onDeactivate() override { ++deactivations; }
+    void onDeactivate() override {
+        ++deactivations;
+        if (auto hook = std::exchange(whileDeactivating, nullptr)) hook();
+    }
     int value = 0, activations = 0, deactivations = 0;
+    static inline void (*whileDeactivating)() = nullptr;  // runs once, from the next onDeactivate
 };
 const ClassTag Widget::Tag("Test.Widget");
 const ClassRegistration widgetRegistration(Widget::Tag.name(), &Widget::create);
@@ -186,6 +192,40 @@ TEST(Pool, CapacityAndSwitch) {
     ObjectPool<Widget>::deallocate(pool.allocate());
     EXPECT_EQ(pool.getFreeCount(), 0u);
     pool.setEnabled(true);
+}
+
+TEST(Pool, HooksRunWithoutThePoolsLock) {
+    // Returning a node releases its collection, the collection its storage, the storage its
+    // properties: with each pool's lock held through its hook, two threads tearing down trees
+    // took the locks in different orders. Another thread must be able to use the pool while
+    // an object returned to it is being cleaned out.
+    static std::atomic<bool> otherFinished;
+    otherFinished = false;
+    Widget::whileDeactivating = [] {
+        std::thread other([] {
+            try {
+                ObjectPool<Widget>::deallocate(Widget::pool().allocate());
+                otherFinished = true;
+            } catch (const Exception&) {
+            }
+        });
+        for (int i = 0; i < 5000 && !otherFinished; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        other.join();
+    };
+    ObjectPool<Widget>::deallocate(Widget::pool().allocate());
+    EXPECT_TRUE(otherFinished);
+    EXPECT_EQ(Widget::pool().getOutstanding(), 0);
+
+    // Not kept (pooling off): cleaned out all the same, then deleted.
+    auto& pool = Widget::pool();
+    pool.setEnabled(false);
+    static int deactivatedBeforeDelete;
+    deactivatedBeforeDelete = 0;
+    Widget::whileDeactivating = [] { ++deactivatedBeforeDelete; };
+    ObjectPool<Widget>::deallocate(pool.allocate());
+    pool.setEnabled(true);
+    EXPECT_EQ(deactivatedBeforeDelete, 1);
+    EXPECT_EQ(pool.getOutstanding(), 0);
 }
 
 TEST(Pool, RefusesBrokenBookkeeping) {
