@@ -453,102 +453,81 @@ void CProtocolLayoutUtils::ProcessStack(int n, int k) {
 
 void CProtocolLayoutUtils::EnforceMustBeAbove(int n) {
     // ProcessStack settles each constraint when its second component is placed, but a later
-    // block move can carry a component past one it only indirectly had to stay above. Each
-    // sweep puts every stack in an order that honours the constraints inside it (keeping
-    // the present order where it may) and moves members down only as far as the spacing
-    // and the constraints from other stacks need. The constraints always point from a lower
-    // index to a higher one, so they have no cycle and the sweeps settle.
+    // block move can carry a component past one it only indirectly had to stay above. A
+    // sweep takes the network's members in one order that honours every constraint, in a
+    // stack or across stacks, and otherwise goes from the highest member down; each member
+    // moves down only as far as the member before it in its stack (by the row height) and
+    // the members it must lie below (by the separation) need. Ordering each stack on its own
+    // could put a member above one that it must, through members of other stacks, lie
+    // below: the sweeps then pushed such a ring of members down without end. With one order
+    // every requirement points forwards, so one sweep meets them all; a second one finds
+    // the same order and nothing to move. The constraints always point from a lower index
+    // to a higher one, so the order exists.
     static DebugTarget t("LayoutMustBeAbove");
     Network& net = networks_[size_t(n)];
     // Scratch kept between networks: a network's members are reset before it returns, so
     // the cost follows the network's size, not the protocol's.
-    std::vector<int>& position = position_;
     std::vector<int>& pending = pending_;
     std::vector<int>& rank = rank_;
-    position.resize(components_.size(), -1);
     pending.resize(components_.size(), 0);
     rank.resize(components_.size(), 0);
-    // A stable sort by place from the stack's own order is a sort by (place, rank in the
-    // stack), a total order, so each stack can keep last sweep's order and re-sort it: few
-    // members move between sweeps.
-    std::vector<std::vector<int>> orders(net.stacks);
+    std::vector<int> members;
     for (const std::vector<int>& stack : net.stacks)
-        for (size_t i = 0; i < stack.size(); ++i) rank[size_t(stack[i])] = int(i);
-    auto earlier = [&](int a, int b) {
+        for (size_t i = 0; i < stack.size(); ++i) {
+            rank[size_t(stack[i])] = int(i);
+            members.push_back(stack[i]);
+        }
+    auto inNetwork = [&](int c) { return networkOf_[size_t(c)] == n; };
+    // Highest first; ties by stack, then by place in the stack, so the order is total.
+    auto after = [&](int a, int b) {
         int64_t ma = getLocationMetric(point_[size_t(a)]), mb = getLocationMetric(point_[size_t(b)]);
-        return ma < mb || (ma == mb && rank[size_t(a)] < rank[size_t(b)]);
+        if (ma != mb) return ma > mb;
+        if (stackOf_[size_t(a)] != stackOf_[size_t(b)]) return stackOf_[size_t(a)] > stackOf_[size_t(b)];
+        return rank[size_t(a)] > rank[size_t(b)];
     };
-    // A sweep of a stack reads only its members' places and those of the members of other
-    // stacks they must lie below, so a stack whose last sweep moved nothing and none of
-    // whose inputs moved since would move nothing again; such stacks are skipped.
-    std::vector<char> dirty(orders.size(), 1);
-    auto movedDown = [&](int c) {
-        dirty[size_t(stackOf_[size_t(c)])] = 1;
-        for (int b : mustBeAbove_[size_t(c)])
-            if (networkOf_[size_t(b)] == n && stackOf_[size_t(b)] != stackOf_[size_t(c)]) dirty[size_t(stackOf_[size_t(b)])] = 1;
-    };
-    std::vector<size_t> ready;
-    std::vector<int> sequence;
+    std::vector<int> ready, sequence;
+    std::vector<char> stackStarted(net.stacks.size(), 0);
+    std::vector<int64_t> stackLastY(net.stacks.size(), 0);
     for (int pass = 0; pass < 64; ++pass) {
+        for (int c : members) {
+            pending[size_t(c)] = 0;
+            for (int a : mustBeBelow_[size_t(c)])
+                if (inNetwork(a)) ++pending[size_t(c)];
+        }
+        ready.clear();
+        for (int c : members)
+            if (pending[size_t(c)] == 0) ready.push_back(c);
+        std::make_heap(ready.begin(), ready.end(), after);
+        sequence.clear();
+        while (!ready.empty()) {
+            std::pop_heap(ready.begin(), ready.end(), after);
+            const int c = ready.back();
+            ready.pop_back();
+            sequence.push_back(c);
+            for (int b : mustBeAbove_[size_t(c)])
+                if (inNetwork(b) && --pending[size_t(b)] == 0) {
+                    ready.push_back(b);
+                    std::push_heap(ready.begin(), ready.end(), after);
+                }
+        }
+        std::fill(stackStarted.begin(), stackStarted.end(), 0);
         bool moved = false;
-        for (size_t k = 0; k < orders.size(); ++k) {
-            if (!dirty[k]) continue;
-            dirty[k] = 0;
-            std::vector<int>& order = orders[k];
-            if (!std::is_sorted(order.begin(), order.end(), earlier)) std::sort(order.begin(), order.end(), earlier);
-            for (size_t i = 0; i < order.size(); ++i) position[size_t(order[i])] = int(i);
-            for (int c : order) {
-                pending[size_t(c)] = 0;
-                for (int a : mustBeBelow_[size_t(c)])
-                    if (position[size_t(a)] >= 0 && stackOf_[size_t(a)] == stackOf_[size_t(c)] && networkOf_[size_t(a)] == n)
-                        ++pending[size_t(c)];
+        for (int c : sequence) {
+            const size_t k = size_t(stackOf_[size_t(c)]);
+            int64_t required = stackStarted[k] ? stackLastY[k] + rowHeight_ : INT64_MIN;
+            for (int a : mustBeBelow_[size_t(c)])
+                if (inNetwork(a) && size_t(stackOf_[size_t(a)]) != k)
+                    required = std::max(required, int64_t(point_[size_t(a)].y) + minVerticalSeparation_);
+            if (!fixed_[size_t(c)] && point_[size_t(c)].y < required) {
+                const int dy = int(std::min<int64_t>(required - point_[size_t(c)].y, INT32_MAX / 4));
+                if (t)
+                    debug(t, u"CONSTRAINT: moving down %d components %ls", 1,
+                          format(u"\"%ls\" by %d", displayName_[size_t(c)], dy));
+                point_[size_t(c)].y += dy;
+                moved = true;
             }
-            // Kahn's order, always taking the ready member that is highest now. Most members
-            // are ready from the start, so a cursor walks the order and only members freed
-            // after the cursor passed them wait in a heap.
-            sequence.clear();
-            ready.clear();
-            for (size_t next = 0;;) {
-                while (next < order.size() && pending[size_t(order[next])] != 0) ++next;
-                size_t pick;
-                if (!ready.empty() && (next == order.size() || ready.front() < next)) {
-                    std::pop_heap(ready.begin(), ready.end(), std::greater<>());
-                    pick = ready.back();
-                    ready.pop_back();
-                } else if (next < order.size()) {
-                    pick = next++;
-                } else {
-                    break;  // all placed (the constraints have no cycle)
-                }
-                int c = order[pick];
-                sequence.push_back(c);
-                for (int b : mustBeAbove_[size_t(c)])
-                    if (position[size_t(b)] >= 0 && stackOf_[size_t(b)] == stackOf_[size_t(c)] && networkOf_[size_t(b)] == n &&
-                        --pending[size_t(b)] == 0 && size_t(position[size_t(b)]) < next) {
-                        ready.push_back(size_t(position[size_t(b)]));
-                        std::push_heap(ready.begin(), ready.end(), std::greater<>());
-                    }
-            }
-            bool havePrev = false;
-            int64_t prevY = 0;
-            for (int c : sequence) {
-                int64_t required = havePrev ? prevY + rowHeight_ : INT64_MIN;
-                for (int a : mustBeBelow_[size_t(c)])
-                    if (networkOf_[size_t(a)] == n && stackOf_[size_t(a)] != stackOf_[size_t(c)])
-                        required = std::max(required, int64_t(point_[size_t(a)].y) + minVerticalSeparation_);
-                if (!fixed_[size_t(c)] && point_[size_t(c)].y < required) {
-                    int dy = int(required - point_[size_t(c)].y);
-                    if (t)
-                        debug(t, u"CONSTRAINT: moving down %d components %ls", 1,
-                              format(u"\"%ls\" by %d", displayName_[size_t(c)], dy));
-                    point_[size_t(c)].y += dy;
-                    moved = true;
-                    movedDown(c);
-                }
-                havePrev = true;
-                prevY = point_[size_t(c)].y;
-            }
-            for (int c : order) position[size_t(c)] = -1;
+            stackStarted[k] = 1;
+            stackLastY[k] = point_[size_t(c)].y;
         }
         if (!moved) break;
     }

@@ -144,8 +144,8 @@ private:
     std::vector<int> dragged_;  // components with a moved-from mark, increasing index
     std::vector<Point> movedFrom_, movedTo_;
     std::vector<Point> finalOffset_;
-    // Per-component scratch of EnforceMustBeAbove (position_ is -1 outside a call).
-    std::vector<int> position_, pending_, rank_;
+    // Per-component scratch of EnforceMustBeAbove.
+    std::vector<int> pending_, rank_;
     std::vector<int> walkScratch_;
     // While LayoutNetworks runs: how many networks are placed, a tree of their extents
     // (leaf placedLeaves_ + f is network f, every node the box around its leaves), and a

@@ -2,6 +2,10 @@
 // stacked, wrapping, sticky notes, drags, moving and placing components.
 #include <gtest/gtest.h>
 
+#include <map>
+#include <random>
+#include <string>
+
 #include "platform/Exception.h"
 #include "protocol/CProtocolLayoutUtils.h"
 #include "tests/protocol/ProtocolTestSupport.h"
@@ -305,4 +309,59 @@ TEST(ProtocolLayout, OffsetsComeBackAfterLayout) {
     EXPECT_EQ(CProtocolUtils::GetComponentOffset(p->getComponent(1)), (Point{10, 40}));
     layout(l, p);  // a second layout leaves it where it is
     EXPECT_EQ(pointOf(p, 1), (Point{400, 135}));
+}
+
+TEST(ProtocolLayout, MustBeAboveSettlesInOneSweep) {
+    // Layered protocols where each component feeds a few of the next layers, with fail
+    // branches and two rings: siblings must keep protocol order top to bottom, in their own
+    // stack and across stacks. Ordering each
+    // stack by the present places alone could ask for a member above one that it must lie
+    // below through members of other stacks, and every sweep then pushed such a ring of
+    // components further down (64 times over). One order for the whole network moves each
+    // component at most once.
+    for (unsigned seed = 1; seed <= 4; ++seed) {
+        SCOPED_TRACE(seed);
+        std::mt19937 rng(seed);
+        const int n = 1000, width = 16;
+        tovan::Ptr<CProtocolInfo> p(new CProtocolInfo(u"layered"));
+        for (int i = 0; i < n; ++i) {
+            tovan::iComponentInfo* c = p->addComponent(i + 1, tovan::format(u"c%d", i + 1));
+            c->setBoolAttribute(tovan::NVK_ComponentTakesInput, i >= width);
+            c->setBoolAttribute(tovan::NVK_ComponentReturnsPass, true);
+            c->setBoolAttribute(tovan::NVK_ComponentReturnsFail, true);
+            c->setPointAttribute(tovan::NVK_ComponentPoint, {int32_t(rng() % 20000), int32_t(rng() % 20000)});
+        }
+        std::vector<int> feeder(size_t(n), -1);
+        for (int i = width; i < n; ++i) {
+            feeder[size_t(i)] = (i / width - 1) * width + int(rng() % width);
+            p->addConnection({feeder[size_t(i)] + 1, i + 1, tovan::PortPass});
+        }
+        for (int i = 0; i < n; ++i)
+            for (int f = int(rng() % 3); f > 0; --f) {
+                const int target = (i / width + (rng() % 6 == 0 ? 2 : 1)) * width + int(rng() % width);
+                if (target < n) p->addConnection({i + 1, target + 1, f == 1 && rng() % 5 == 0 ? tovan::PortFail : tovan::PortPass});
+            }
+        // Two rings: connections back to the feeder's feeder.
+        for (int from : {n / 3, 2 * n / 3}) p->addConnection({from + 1, feeder[size_t(feeder[size_t(from)])] + 1, tovan::PortPass});
+
+        DebugScope scope("LayoutMustBeAbove");
+        CProtocolLayoutUtils l;
+        layout(l, p);
+        std::map<std::string, int> moves;
+        for (const std::string& line : scope.capture.debugLines())
+            if (line.rfind("LayoutMustBeAbove: CONSTRAINT:", 0) == 0) ++moves[line.substr(0, line.rfind(" by "))];
+        for (const auto& [line, count] : moves) EXPECT_EQ(count, 1) << line;
+
+        CProtocolUtils after;
+        after.LoadProtocolComponents(p.get());
+        std::vector<int> networkOf(static_cast<size_t>(n), 0);
+        for (int k = 0; k < l.GetNumNetworks(); ++k)
+            for (int c : l.GetNetwork(k).members) networkOf[size_t(c)] = k;
+        for (int c = 0; c < n; ++c)
+            for (int below : after.GetMustBeAboveList(c)) {
+                if (networkOf[size_t(c)] != networkOf[size_t(below)]) continue;
+                EXPECT_LT(CProtocolUtils::getLocationMetric(after.GetStoredPoint(c)),
+                          CProtocolUtils::getLocationMetric(after.GetStoredPoint(below)));
+            }
+    }
 }

@@ -2,6 +2,7 @@
 // Building small protocols for the protocol tests from their JSON form.
 #include <string>
 
+#include "platform/Exception.h"
 #include "platform/Object.h"
 #include "protocol/CProtocolFile.h"
 #include "protocol/CProtocolInfo.h"
@@ -39,6 +40,13 @@ inline std::string protocolJson(const std::vector<Comp>& comps, const std::vecto
              std::to_string(conns[k].to) + ",\"port\":\"" + conns[k].port + "\"}";
     return s + "]}";
 }
+
+/// Debug targets switched on, and the debug lines captured, for a test's scope.
+struct DebugScope {
+    explicit DebugScope(const char* targets) { tovan::setDebugTargets(targets); }
+    ~DebugScope() { tovan::setDebugTargets(""); }
+    tovan::DiagnosticCapture capture;
+};
 
 inline tovan::Ptr<nvk::CProtocolInfo> makeProtocol(const std::vector<Comp>& comps, const std::vector<Conn>& conns,
                                                    const std::string& extra = "") {

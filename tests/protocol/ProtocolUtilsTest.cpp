@@ -19,12 +19,6 @@ std::vector<int> members(const BitsetValue& set) {
     return out;
 }
 
-struct DebugScope {
-    explicit DebugScope(const char* targets) { tovan::setDebugTargets(targets); }
-    ~DebugScope() { tovan::setDebugTargets(""); }
-    tovan::DiagnosticCapture capture;
-};
-
 }  // namespace
 
 TEST(ProtocolPerception, SingleUnconnectedComponent) {
