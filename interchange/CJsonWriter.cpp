@@ -161,9 +161,12 @@ void CJsonWriter::appendDouble(double value, bool strict, std::u16string& out) {
         out.resize(at + length);
         return;
     }
-    out.resize(at);
+    // No point, or one at the end (integral values, "Infinity", "NaN"): repair
+    // the text already made rather than format it again.
     char narrow[kNumberBuffer];
-    tovan::util::doubleToString(value, narrow, kNumberBuffer, 1);
+    for (size_t i = 0; i < length; ++i) narrow[i] = char(text[i]);
+    narrow[length] = 0;
+    out.resize(at);
     fixUpDoubles(narrow, kNumberBuffer, strict);
     for (size_t i = 0; narrow[i]; ++i) out += char16_t(static_cast<unsigned char>(narrow[i]));
 }

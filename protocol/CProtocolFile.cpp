@@ -206,6 +206,7 @@ public:
     explicit StreamSink(std::u16string& out) : out_(out) {}
     void write(wchar c) override { out_ += c; }
     void write(const wchar* text) override { out_ += text; }
+    void write(std::u16string_view text) override { out_.append(text); }
 
 private:
     std::u16string& out_;
