@@ -8,6 +8,12 @@
 // (column width, row height): its icon, its lines of text and the gap to its neighbours.
 // Overlap tests and network extents use these cells, so networks stacked or tucked
 // against each other keep the same spacing as rows and stacks inside one network.
+//
+// Order: the components one component feeds, and the start nodes, run in protocol order,
+// so each lies above the next, in one column or across columns. Once the stacks are
+// aligned, one pass over the network in an order that honours all of these constraints
+// moves each component down only as far as the one above it in its stack and those it
+// must lie below ask; nothing is pushed down twice.
 #include <vector>
 
 #include "protocol/CProtocolUtils.h"
