@@ -125,8 +125,7 @@ void perceiveHub(benchmark::State& state) {
     state.SetComplexityN(state.range(0));
 }
 
-void layout(benchmark::State& state) {
-    auto p = generate(int(state.range(0)));
+void layoutOf(benchmark::State& state, const tovan::Ptr<CProtocolInfo>& p) {
     CProtocolLayoutUtils l;
     BitsetValue changed;
     bool notes = false;
@@ -137,17 +136,9 @@ void layout(benchmark::State& state) {
     state.SetComplexityN(state.range(0));
 }
 
-void layoutSmallNetworks(benchmark::State& state) {
-    auto p = smallNetworks(int(state.range(0)));
-    CProtocolLayoutUtils l;
-    BitsetValue changed;
-    bool notes = false;
-    for (auto _ : state) {
-        l.LayoutProtocol(p.get(), u"", changed, notes);
-        benchmark::DoNotOptimize(changed.count());
-    }
-    state.SetComplexityN(state.range(0));
-}
+void layout(benchmark::State& state) { layoutOf(state, generate(int(state.range(0)))); }
+
+void layoutSmallNetworks(benchmark::State& state) { layoutOf(state, smallNetworks(int(state.range(0)))); }
 
 /// The graph the walk reads, built the way perception builds it.
 struct WalkInput {

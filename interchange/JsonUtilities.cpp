@@ -244,6 +244,19 @@ void writeProperties(CJsonWriter& w, const tovan::iPropertyCollection* propertie
     }
 }
 
+/// Children in group order, each group in document order: `start[g]` ..
+/// `start[g + 1]` index `ordered` for group g (a counting sort on `groupOf`).
+struct GroupOrder {
+    std::vector<uint32_t> start;
+    std::vector<int> ordered;
+    GroupOrder(const std::vector<uint32_t>& groupOf, size_t groups) : start(groups + 1, 0), ordered(groupOf.size()) {
+        for (uint32_t g : groupOf) ++start[g + 1];
+        for (size_t g = 1; g < start.size(); ++g) start[g] += start[g - 1];
+        std::vector<uint32_t> next(start.begin(), start.end() - 1);
+        for (size_t i = 0; i < groupOf.size(); ++i) ordered[next[groupOf[i]]++] = int(i);
+    }
+};
+
 bool sameName(const tovan::WString& a, const tovan::WString& b) {
     return a.isNull() ? b.isNull() : !b.isNull() && a == b;  // a null name is apart from the empty one
 }
@@ -324,17 +337,11 @@ void appendNode(CJsonWriter& w, const tovan::iNode* node, bool newLineAfter, boo
                 }
                 groupOf[size_t(i)] = group;
             }
-            // The children in group order, each group in document order.
-            std::vector<uint32_t> start(names.size() + 1, 0);
-            for (uint32_t g : groupOf) ++start[g + 1];
-            for (size_t g = 1; g < start.size(); ++g) start[g] += start[g - 1];
-            std::vector<int> ordered(static_cast<size_t>(count));
-            std::vector<uint32_t> next(start.begin(), start.end() - 1);
-            for (int i = 0; i < count; ++i) ordered[next[groupOf[size_t(i)]]++] = i;
+            const GroupOrder order(groupOf, names.size());
             for (size_t g = 0; g < names.size(); ++g) {
                 w.key(std::u16string_view(names[g]->view())).array();
-                for (uint32_t k = start[g]; k < start[g + 1]; ++k)
-                    appendNode(w, node->getChildAt(ordered[k]), false, true, false);
+                for (uint32_t k = order.start[g]; k < order.start[g + 1]; ++k)
+                    appendNode(w, node->getChildAt(order.ordered[k]), false, true, false);
                 w.endArray();
             }
         }
@@ -468,18 +475,13 @@ private:
             if (fresh) names.push_back(&name);
             groupOf[size_t(i)] = at->second;
         }
-        std::vector<uint32_t> start(names.size() + 1, 0);
-        for (uint32_t g : groupOf) ++start[g + 1];
-        for (size_t g = 1; g < start.size(); ++g) start[g] += start[g - 1];
-        std::vector<int> ordered(static_cast<size_t>(count));
-        std::vector<uint32_t> next(start.begin(), start.end() - 1);
-        for (int i = 0; i < count; ++i) ordered[next[groupOf[size_t(i)]]++] = i;
+        const GroupOrder order(groupOf, names.size());
         for (size_t g = 0; g < names.size(); ++g) {
             if (!key(*names[g], first)) return false;
             out_ += u'[';
-            for (uint32_t k = start[g]; k < start[g + 1]; ++k) {
-                if (k != start[g]) out_ += u',';
-                if (!this->node(node->CBaseNode::getChildAt(ordered[k]), false, true, false)) return false;
+            for (uint32_t k = order.start[g]; k < order.start[g + 1]; ++k) {
+                if (k != order.start[g]) out_ += u',';
+                if (!this->node(node->CBaseNode::getChildAt(order.ordered[k]), false, true, false)) return false;
             }
             out_ += u']';
         }
