@@ -96,28 +96,6 @@ TEST(HierarchicalNames, ReorderAndKeepNeedOneCollection) {
     EXPECT_EQ(propertyNames(fromB), "id");
 }
 
-TEST(NodeQuery, FiveResultKindsThroughTheCachedEvaluator) {
-    SmallTree t;
-    NodeReferenceSet nodes;
-    EXPECT_TRUE(t.root->query(u"a/b", QueryDefault, nodes));
-    ASSERT_EQ(nodes.size(), 1u);
-    EXPECT_EQ(nodes[0], t.b);
-    PropertyReferenceSet props;
-    EXPECT_TRUE(t.root->query(u"//@id", QueryDefault, props));
-    EXPECT_EQ(props.size(), 4u);  // "//" starts at the root itself
-    WString text;
-    EXPECT_TRUE(t.b->query(u"string(../@id)", QueryDefault, text));
-    EXPECT_EQ(utf8(text), "a");
-    int count = 0;
-    EXPECT_TRUE(t.root->query(u"count(//*)", QueryDefault, count));
-    EXPECT_EQ(count, 3);
-    bool found = true;
-    EXPECT_FALSE(t.root->query(u"nothing", QueryDefault, found));
-    t.root->clear();  // drops the evaluator with everything else
-    EXPECT_TRUE(t.root->query(u"count(*)", QueryDefault, count));
-    EXPECT_EQ(count, 0);
-}
-
 // Pools and the per-node evaluator from several threads at once: each
 // thread builds, queries, clones and drops its own trees, and all of them
 // also query one shared tree.

@@ -63,6 +63,11 @@ protected:
         for (iProperty* p : set) out += (out.empty() ? "" : " ") + utf8(p->getName()) + "=" + utf8(p->getValue().toString());
         return out;
     }
+    template <class T>
+    T result(const char16_t* expr, bool found, T out = T()) {
+        EXPECT_EQ(root_->query(expr, 0, out), found) << utf8(expr);
+        return out;
+    }
     iNode& line(int i) { return *root_->getChildAt(i); }
 
     NodePtr root_;
@@ -86,57 +91,35 @@ TEST_F(NodeQueryTest, NamesPropertiesAndValuesAreElementsAttributesAndText) {
     EXPECT_FALSE(root_->query(u"//@missing", 0, props));
     EXPECT_TRUE(props.isEmpty());
 
+    EXPECT_EQ(utf8(result<WString>(u"normalize-space(p:note)", true)), "hello world");
+    EXPECT_EQ(utf8(result<WString>(u"string(/)", true)), "R2.5  hello   world ");
+    EXPECT_EQ(utf8(result<WString>(u"name(/)", true)), "order");
     WString text;
-    EXPECT_TRUE(root_->query(u"normalize-space(p:note)", 0, text));
-    EXPECT_EQ(utf8(text), "hello world");
-    EXPECT_TRUE(root_->query(u"string(/)", 0, text));
-    EXPECT_EQ(utf8(text), "R2.5  hello   world ");
-    EXPECT_TRUE(root_->query(u"name(/)", 0, text));
-    EXPECT_EQ(utf8(text), "order");
     EXPECT_TRUE(line(1).query(u"string(../line[1]/@qty)", 0, text));
     EXPECT_EQ(utf8(text), "3");
 }
 
 TEST_F(NodeQueryTest, ScalarResultsConvertAndReportEmptySets) {
-    int n = -1;
-    EXPECT_TRUE(root_->query(u"count(//line)", 0, n));
-    EXPECT_EQ(n, 3);
-    EXPECT_TRUE(root_->query(u"line[1]", 0, n));  // 2.5 truncated
-    EXPECT_EQ(n, 2);
-    EXPECT_TRUE(root_->query(u"-7 div 2", 0, n));  // toward zero
-    EXPECT_EQ(n, -3);
-    EXPECT_TRUE(root_->query(u"'2147483647'", 0, n));
-    EXPECT_EQ(n, INT_MAX);
-    n = 5;
-    EXPECT_FALSE(root_->query(u"line[2]/@qty", 0, n));  // "big" is NaN
-    EXPECT_EQ(n, 0);
-    n = 5;
-    EXPECT_FALSE(root_->query(u"2147483648", 0, n));
-    EXPECT_EQ(n, 0);
-    n = 5;
-    EXPECT_FALSE(root_->query(u"1 div 0", 0, n));
-    EXPECT_EQ(n, 0);
-    n = 5;
-    EXPECT_FALSE(root_->query(u"//missing", 0, n));
-    EXPECT_EQ(n, 0);
+    // Numbers truncate toward zero; NaN, out of range and nothing found give
+    // false and overwrite the output with 0.
+    const struct {
+        const char16_t* expr;
+        bool found;
+        int value;
+    } ints[] = {
+        {u"count(//line)", true, 3}, {u"line[1]", true, 2}, {u"-7 div 2", true, -3}, {u"'2147483647'", true, INT_MAX},
+        {u"line[2]/@qty", false, 0}, {u"2147483648", false, 0}, {u"1 div 0", false, 0}, {u"//missing", false, 0},
+    };
+    for (const auto& c : ints) EXPECT_EQ(result(c.expr, c.found, 5), c.value) << utf8(c.expr);
+    EXPECT_TRUE(result(u"//line/@id = 3", true, false));
+    EXPECT_FALSE(result(u"1 > 2", true, true));
+    EXPECT_FALSE(result(u"//missing", false, true));
+    EXPECT_TRUE(result(u"line", true, false));
 
-    bool b = true;
-    EXPECT_TRUE(root_->query(u"//line/@id = 3", 0, b));
-    EXPECT_TRUE(b);
-    EXPECT_TRUE(root_->query(u"1 > 2", 0, b));
-    EXPECT_FALSE(b);
-    b = true;
-    EXPECT_FALSE(root_->query(u"//missing", 0, b));
-    EXPECT_FALSE(b);
-    EXPECT_TRUE(root_->query(u"line", 0, b));
-    EXPECT_TRUE(b);
-
-    WString text(u"old");
-    EXPECT_FALSE(root_->query(u"//missing/@id", 0, text));
+    WString text = result(u"//missing/@id", false, WString(u"old"));
     EXPECT_TRUE(text.isEmpty());
     EXPECT_FALSE(text.isNull());
-    EXPECT_TRUE(root_->query(u"1 div 4", 0, text));
-    EXPECT_EQ(utf8(text), "0.25");
+    EXPECT_EQ(utf8(result<WString>(u"1 div 4", true)), "0.25");
 }
 
 TEST_F(NodeQueryTest, FlagsLimitAppendFoldAndSilence) {
@@ -215,17 +198,14 @@ TEST_F(NodeQueryTest, QueriesSeeTheTreeAsItIsNow) {
 }
 
 TEST_F(NodeQueryTest, HierarchicalPropertyNamesResolveThroughPaths) {
-    iPropertyCollection& props = root_->getProperties();
-    iProperty* lang = props.find(u"/p:note/lang");
-    ASSERT_NE(lang, nullptr);
-    EXPECT_EQ(utf8(lang->getValue().toString()), "en");
-    iProperty* qty = line(0).getProperties().find(u"//qty");  // qty of the first node below the root
-    ASSERT_NE(qty, nullptr);
-    EXPECT_EQ(utf8(qty->getValue().toString()), "3");
-    iProperty* deep = line(1).getProperties().find(u"/p:note/line[@id = 3]/qty");
-    ASSERT_NE(deep, nullptr);
-    EXPECT_EQ(utf8(deep->getValue().toString()), "-7");
-    EXPECT_EQ(props.find(u"/line[5]/id"), nullptr);
+    auto valueAt = [](iNode& n, const char16_t* path) {
+        iProperty* p = n.getProperties().find(path);
+        return p ? utf8(p->getValue().toString()) : "(none)";
+    };
+    EXPECT_EQ(valueAt(*root_, u"/p:note/lang"), "en");
+    EXPECT_EQ(valueAt(line(0), u"//qty"), "3");  // qty of the first node below the root
+    EXPECT_EQ(valueAt(line(1), u"/p:note/line[@id = 3]/qty"), "-7");
+    EXPECT_EQ(valueAt(*root_, u"/line[5]/id"), "(none)");
 }
 
 }  // namespace

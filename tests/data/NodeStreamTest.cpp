@@ -29,6 +29,8 @@ using Bytes = std::vector<uint8_t>;
 
 namespace {
 
+const Bytes kMetaDataTag(std::begin("Norvatek.data.MetaData"), std::end("Norvatek.data.MetaData") - 1);
+
 Bytes bytesOf(const tovan::Object& o, int version) {
     MemoryOutputStream out(version);
     o.serialize(out);
@@ -42,6 +44,18 @@ Ptr<T> readAs(const Bytes& b, int version) {
     n->deserialize(in);
     EXPECT_EQ(in.remaining(), 0u);
     return n;
+}
+
+// What was left unread.
+size_t readInto(tovan::Object& o, const Bytes& b, int version = 2) {
+    MemoryInputStream in(b, version);
+    o.deserialize(in);
+    return in.remaining();
+}
+
+void writeFile(const WString& path, const std::string& bytes) {
+    tovan::FileOutputStream f(path);
+    f.write(bytes.data(), bytes.size());
 }
 
 Bytes concat(std::initializer_list<Bytes> parts) {
@@ -251,33 +265,31 @@ TEST(NodeStream, NodeFormatVersions) {
     EXPECT_EQ(n->findInfo()->getFlags(), 32u);
 
     // 128 and above: the metadata is dropped, even the node's own from before.
-    MemoryInputStream v128(concat({head, {0x02, 0x80, 0x00}, body}), 2);
-    n->deserialize(v128);
+    EXPECT_EQ(readInto(*n, concat({head, {0x02, 0x80, 0x00}, body})), 0u);
     EXPECT_EQ(n->findInfo(), nullptr);
-    EXPECT_EQ(v128.remaining(), 0u);
     // 126 carries no metadata.
     n->getInfo().setFlags(4);
-    MemoryInputStream v126(concat({head, {0x01, 0x7E}, body}), 2);
-    n->deserialize(v126);
+    readInto(*n, concat({head, {0x01, 0x7E}, body}));
     EXPECT_EQ(n->findInfo(), nullptr);
 
     n->setName(u"kept");
     n->getProperties().define(u"p", tovan::IntegerValue(1));
-    MemoryInputStream wrongHeader(Bytes{0x02, 0x86, 0x23}, 2);
-    EXPECT_THROW_MSG(n->deserialize(wrongHeader), Exception, "Deserialization version mismatch (9094 , 9095)");
+    EXPECT_THROW_MSG(readInto(*n, {0x02, 0x86, 0x23}), Exception, "Deserialization version mismatch (9094 , 9095)");
     EXPECT_EQ(n->getName(), WString(u"kept"));
     EXPECT_EQ(n->getProperties().getSize(), 1);
-    MemoryInputStream old(concat({head, {0x01, 0x7D}}), 2);
-    EXPECT_THROW_MSG(n->deserialize(old), Exception, "Deserialization version mismatch (125 < 126)");
+    EXPECT_THROW_MSG(readInto(*n, concat({head, {0x01, 0x7D}})), Exception, "Deserialization version mismatch (125 < 126)");
 
+    // Stream versions 0 and below, for nodes and for the string primitives alike.
     for (int version : {0, -1}) {
         std::string msg = "Unknown serialization version " + std::to_string(version) + "\n";
         MemoryOutputStream out(version);
         EXPECT_THROW_MSG(n->serialize(out), Exception, msg);
+        EXPECT_THROW_MSG(nvk::writeWideString(out, u"x"), Exception, msg);
         EXPECT_EQ(out.size(), 0u);
-        MemoryInputStream in(Bytes{0x02, 0x87, 0x23}, version);
-        EXPECT_THROW_MSG(n->deserialize(in), Exception, msg);
+        EXPECT_THROW_MSG(readInto(*n, {0x02, 0x87, 0x23}, version), Exception, msg);
         EXPECT_EQ(n->getName(), WString(u"kept"));
+        MemoryInputStream in(Bytes{0x08, 'x', 0x00}, version);
+        EXPECT_THROW_MSG(nvk::readWideString(in), Exception, msg);
     }
 }
 
@@ -305,19 +317,17 @@ TEST(NodeStream, CollectionRecordsAndSubsets) {
     EXPECT_THROW_MSG(c->data().serializeSubset(none, {u"b", u"zz"}), Exception, "Unable to find property 'zz'");
     EXPECT_EQ(none.size(), 0u);
 
-    MemoryInputStream badCollection(Bytes{0x01, 0x65}, 2);
-    EXPECT_THROW_MSG(back->deserialize(badCollection), Exception, "Deserialization version mismatch (101 , 100)");
-    MemoryInputStream badData(Bytes{0x01, 0x64, 0x02, 0xFF, 0x6A}, 2);
-    EXPECT_THROW_MSG(back->deserialize(badData), Exception, "Deserialization version mismatch (27391 , 27390)");
+    EXPECT_THROW_MSG(readInto(*back, {0x01, 0x65}), Exception, "Deserialization version mismatch (101 , 100)");
+    EXPECT_THROW_MSG(readInto(*back, {0x01, 0x64, 0x02, 0xFF, 0x6A}), Exception,
+                     "Deserialization version mismatch (27391 , 27390)");
     EXPECT_EQ(back->getSize(), 0);  // cleared before reading
 
     // Property class by tag, and a name given twice.
-    MemoryInputStream unknownClass(Bytes{0x01, 0x64, 0x02, 0xFE, 0x6A, 0x00, 0x10, 'x', 'y', 'z'}, 2);
-    EXPECT_THROW_MSG(back->deserialize(unknownClass), Exception, "Unknown class tag \"xyz\"");
+    EXPECT_THROW_MSG(readInto(*back, {0x01, 0x64, 0x02, 0xFE, 0x6A, 0x00, 0x10, 'x', 'y', 'z'}), Exception,
+                     "Unknown class tag \"xyz\"");
     Bytes twice = {0x01, 0x64, 0x02, 0xFE, 0x6A, 0x01, 0x08};
     for (int i = 0; i < 2; ++i) twice.insert(twice.end(), {0x08, 'P', 0x08, 0x00, 0x00, 0x00, 0x00, 0x00});
-    MemoryInputStream twiceIn(twice, 2);
-    EXPECT_THROW_MSG(back->deserialize(twiceIn), Exception, "Property P already exists\n");
+    EXPECT_THROW_MSG(readInto(*back, twice), Exception, "Property P already exists\n");
 }
 
 TEST(NodeStream, PropertyFlagsAndMetadataBlocks) {
@@ -331,11 +341,9 @@ TEST(NodeStream, PropertyFlagsAndMetadataBlocks) {
 
     Ptr<CProperty> q(CProperty::newInstance());
     q->setFlags(tovan::MetaDataNotSerialized | 0x2);
-    tovan::Value* before = nullptr;
     q->setValue(tovan::IntegerValue(1));
-    before = q->findValue();
-    MemoryInputStream in(bytesOf(*p, 2), 2);
-    q->deserialize(in);
+    tovan::Value* before = q->findValue();
+    readInto(*q, bytesOf(*p, 2));
     EXPECT_EQ(q->getFlags(), tovan::MetaDataNotSerialized | 0x8);  // the local bit keeps its state
     EXPECT_EQ(q->findValue(), before);                              // same class: read in place
     EXPECT_TRUE(q->getValue().equals(tovan::IntegerValue(7)));
@@ -343,10 +351,9 @@ TEST(NodeStream, PropertyFlagsAndMetadataBlocks) {
     // Metadata entries: bit 29 announces them, a null name reads as empty,
     // and the value object of an entry may be reused by the next one.
     MemoryOutputStream out(2);
-    tovan::WString names[] = {u"u", u"v"};
     Ptr<CPropertyCollection> entries(CPropertyCollection::newInstance());
-    entries->define(names[0], tovan::StringValue(u"cm"));
-    entries->define(names[1], tovan::StringValue(u"m"));
+    entries->define(u"u", tovan::StringValue(u"cm"));
+    entries->define(u"v", tovan::StringValue(u"m"));
     nvk::CMetaDataImpl::Serialize(0x4, entries.get(), out);
     EXPECT_EQ(Bytes(out.bytes().begin(), out.bytes().begin() + 6), (Bytes{0x03, 0x04, 0x00, 0x00, 0x20, 0x08}));
     Bytes nullName = {0x03, 0x04, 0x00, 0x00, 0x20, 0x04, 0x00, 0x08, 0x00, 0x00, 0x00, 0x00};
@@ -382,12 +389,10 @@ TEST(NodeStream, ObjectTransportNodes) {
     Bytes node = {0x01, 0x7F, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00};
     Ptr<CObjectTransportNode> oldBack = readAs<CObjectTransportNode>(concat({old, node}), 2);
     EXPECT_EQ(oldBack->GetObject(), nullptr);
-    MemoryInputStream bad(Bytes{0x02, 0xA4, 0x1B}, 2);
-    EXPECT_THROW_MSG(back->deserialize(bad), Exception, "Deserialization version mismatch (7076 , 7075)");
+    EXPECT_THROW_MSG(readInto(*back, {0x02, 0xA4, 0x1B}), Exception, "Deserialization version mismatch (7076 , 7075)");
     EXPECT_NE(back->GetObject(), nullptr);
     // An object class that cannot be read leaves the old object attached.
-    MemoryInputStream unreadable(concat({{0x02, 0xA3, 0x1B, 0x01, 0x01, 0x17}, Bytes(std::begin("Norvatek.data.MetaData"), std::end("Norvatek.data.MetaData") - 1)}), 2);
-    EXPECT_THROW_MSG(back->deserialize(unreadable), Exception,
+    EXPECT_THROW_MSG(readInto(*back, concat({{0x02, 0xA3, 0x1B, 0x01, 0x01, 0x17}, kMetaDataTag})), Exception,
                      "Objects of class Norvatek.data.MetaData cannot be serialized");
     EXPECT_NE(back->GetObject(), nullptr);
 }
@@ -422,24 +427,18 @@ TEST(NodeStream, RecordsAndNodeFiles) {
     ASSERT_EQ(back.size(), nodes.size());
     for (size_t i = 0; i < nodes.size(); ++i) expectSameTree(*nodes[i], *back[i]);
 
-    MemoryInputStream notANode(concat({{0x01, 0x17}, Bytes(std::begin("Norvatek.data.MetaData"), std::end("Norvatek.data.MetaData") - 1)}), 2);
+    MemoryInputStream notANode(concat({{0x01, 0x17}, kMetaDataTag}), 2);
     EXPECT_THROW(nvk::readRecord(notANode), tovan::BadParameterException);
     MemoryInputStream cut(Bytes{0x01, 0x17, 'N'}, 2);
     EXPECT_THROW_MSG(nvk::readRecord(cut), Exception, "Unexpected end of stream: needed 22 bytes, got 1");
 
     WString other = WString(tovan::utf8ToUtf16((dir / "other").string()));
-    {
-        tovan::FileOutputStream f(other);
-        f.write("nvkx", 4);
-    }
+    writeFile(other, "nvkx");
     EXPECT_THROW_MSG(nvk::readNodeFile(other), Exception, "File \"" + (dir / "other").string() + "\" is not a node file");
 
     // Record by record, the reader knows how far it got, also when a record is cut short.
     const std::string full = nvktest::readFile(dir / "records.nvkb");
-    {
-        tovan::FileOutputStream f(other);
-        f.write(full.data(), full.size() - 1);
-    }
+    writeFile(other, full.substr(0, full.size() - 1));
     nvk::NodeFileReader reader(other);
     EXPECT_EQ(reader.offset(), 0u);
     EXPECT_EQ(reader.readHeader(), 1);
@@ -450,10 +449,7 @@ TEST(NodeStream, RecordsAndNodeFiles) {
     EXPECT_THROW(reader.next(), Exception);
     EXPECT_GT(reader.offset(), third);
     EXPECT_EQ(reader.offset(), full.size() - 1);
-    {
-        tovan::FileOutputStream f(other);
-        f.write("nvkb\x10", 5);
-    }
+    writeFile(other, "nvkb\x10");
     EXPECT_THROW_MSG(nvk::NodeFileReader(other).next(), Exception,
                      "Unsupported stream version 4 in \"" + (dir / "other").string() + "\"");
 }
