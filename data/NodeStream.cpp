@@ -22,10 +22,11 @@ void writeRecords(iByteOutputStream& out, const std::vector<Ptr<iNode>>& nodes) 
     for (const Ptr<iNode>& n : nodes) writeRecord(out, *n);
 }
 
-Ptr<iNode> readRecord(iByteInputStream& in) {
-    uint8_t header;
-    if (in.read(&header, 1) != 1) return nullptr;
-    // The tag's length was begun; the rest mirrors readNarrowString.
+namespace {
+
+/// A record whose class tag's first byte was read already; the rest mirrors
+/// readNarrowString.
+Ptr<iNode> recordAfterHeader(iByteInputStream& in, uint8_t header) {
     const int32_t n = readCompactIntAfterHeader(in, header);
     if (n < 0) throw tovan::Exception("NodeStream", "readRecord", u"Invalid string length %d", n);
     std::string tag(n > 1 ? size_t(n - 1) : 0, '\0');
@@ -33,6 +34,17 @@ Ptr<iNode> readRecord(iByteInputStream& in) {
     Ptr<iNode> node = tovan::ObjectFactory::createAs<iNode>(tag);
     node->deserialize(in);
     return node;
+}
+
+/// What ends a node file: a null class tag, which no record starts with.
+constexpr uint8_t kEndMark = 0;
+
+}  // namespace
+
+Ptr<iNode> readRecord(iByteInputStream& in) {
+    uint8_t header;
+    if (in.read(&header, 1) != 1) return nullptr;
+    return recordAfterHeader(in, header);
 }
 
 std::vector<Ptr<iNode>> readRecords(iByteInputStream& in) {
@@ -67,6 +79,7 @@ void writeNodeFile(const tovan::WString& path, const std::vector<Ptr<iNode>>& no
     out.write(kNodeFileMagic, sizeof kNodeFileMagic);
     writeCompactInt(out, streamVersion);
     writeRecords(out, nodes);
+    out.write(&kEndMark, 1);
     out.close();
 }
 
@@ -75,6 +88,7 @@ struct NodeFileReader::Impl {
     tovan::WString path;
     tovan::FileInputStream file;
     std::unique_ptr<VersionedInput> records;  // set once the header is read
+    bool ended = false;                       // the end mark was read
 };
 
 NodeFileReader::NodeFileReader(const tovan::WString& path) : impl_(std::make_unique<Impl>(path)) {}
@@ -97,7 +111,16 @@ int NodeFileReader::readHeader() {
 
 Ptr<iNode> NodeFileReader::next() {
     readHeader();
-    return readRecord(*impl_->records);
+    if (impl_->ended) return nullptr;
+    uint8_t header;
+    if (impl_->records->read(&header, 1) != 1)
+        throw tovan::Exception("NodeStream", "readNodeFile", u"File \"%ls\" is cut short: it ends without its end mark",
+                               impl_->path);
+    if (header != kEndMark) return recordAfterHeader(*impl_->records, header);
+    if (impl_->records->read(&header, 1) != 0)
+        throw tovan::Exception("NodeStream", "readNodeFile", u"File \"%ls\" goes on after its end mark", impl_->path);
+    impl_->ended = true;
+    return nullptr;
 }
 
 uint64_t NodeFileReader::offset() const { return impl_->file.position(); }

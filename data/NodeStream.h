@@ -11,8 +11,10 @@
 // bytes; both ends must agree on it.
 //
 // A node file adds what a bare stream lacks: the bytes "nvkb", the stream
-// version as a compact integer, then the records. Use it for files that a
-// reader must open without being told the version.
+// version as a compact integer, then the records, then an end mark (the byte
+// 0: a null class tag, which no record starts with). Use it for files that a
+// reader must open without being told the version; the end mark tells a file
+// cut between two records from a whole one.
 //
 //   tovan::MemoryOutputStream out(2);
 //   nvk::writeRecord(out, *root);
@@ -53,7 +55,10 @@ NVK_EXPORT void writeNodeFile(const tovan::WString& path, const std::vector<tova
 /// Reads a node file. A file without the "nvkb" start raises Exception
 /// ("NodeStream", "readNodeFile") "File \"%ls\" is not a node file"; its
 /// version when it is not 1 to 3: "Unsupported stream version %d in \"%ls\"".
-/// `streamVersion`, when given, receives the file's version.
+/// A file that ends without its end mark: "File \"%ls\" is cut short: it ends
+/// without its end mark"; one with bytes after it: "File \"%ls\" goes on
+/// after its end mark". `streamVersion`, when given, receives the file's
+/// version.
 NVK_EXPORT std::vector<tovan::Ptr<tovan::iNode>> readNodeFile(const tovan::WString& path, int* streamVersion = nullptr);
 
 /// Reads a node file one record at a time, for callers that must say where
@@ -73,8 +78,8 @@ public:
     /// failures are readNodeFile's.
     int readHeader();
     /// The next record (the header is checked first when it was not yet), or
-    /// null when the file ends cleanly between records. A file cut at a record
-    /// boundary therefore reads as a shorter file: the format has no count.
+    /// null at the end mark (and from then on). A file that stops before the
+    /// end mark, even between two records, raises readNodeFile's exception.
     tovan::Ptr<tovan::iNode> next();
     /// Bytes consumed from the start of the file, the header included.
     uint64_t offset() const;

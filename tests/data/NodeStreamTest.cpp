@@ -436,9 +436,10 @@ TEST(NodeStream, RecordsAndNodeFiles) {
     writeFile(other, "nvkx");
     EXPECT_THROW_MSG(nvk::readNodeFile(other), Exception, "File \"" + (dir / "other").string() + "\" is not a node file");
 
-    // Record by record, the reader knows how far it got, also when a record is cut short.
+    // Record by record, the reader knows how far it got, also when a record is cut short
+    // (here its last byte, with the end mark after it).
     const std::string full = nvktest::readFile(dir / "records.nvkb");
-    writeFile(other, full.substr(0, full.size() - 1));
+    writeFile(other, full.substr(0, full.size() - 2));
     nvk::NodeFileReader reader(other);
     EXPECT_EQ(reader.offset(), 0u);
     EXPECT_EQ(reader.readHeader(), 1);
@@ -448,7 +449,20 @@ TEST(NodeStream, RecordsAndNodeFiles) {
     const uint64_t third = reader.offset();
     EXPECT_THROW(reader.next(), Exception);
     EXPECT_GT(reader.offset(), third);
-    EXPECT_EQ(reader.offset(), full.size() - 1);
+    EXPECT_EQ(reader.offset(), full.size() - 2);
+
+    // Only the end mark tells a whole file from one cut between records, or one that goes on.
+    const std::string otherName = (dir / "other").string();
+    writeFile(other, full.substr(0, full.size() - 1));
+    EXPECT_THROW_MSG(nvk::readNodeFile(other), Exception,
+                     "File \"" + otherName + "\" is cut short: it ends without its end mark");
+    writeFile(other, full + "x");
+    EXPECT_THROW_MSG(nvk::readNodeFile(other), Exception, "File \"" + otherName + "\" goes on after its end mark");
+    nvk::NodeFileReader whole(path);
+    for (size_t i = 0; i < nodes.size(); ++i) ASSERT_TRUE(whole.next());
+    EXPECT_FALSE(whole.next());
+    EXPECT_FALSE(whole.next());
+    EXPECT_EQ(whole.offset(), full.size());
     writeFile(other, "nvkb\x10");
     EXPECT_THROW_MSG(nvk::NodeFileReader(other).next(), Exception,
                      "Unsupported stream version 4 in \"" + (dir / "other").string() + "\"");

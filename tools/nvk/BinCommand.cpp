@@ -11,8 +11,8 @@ int runBin(const std::vector<std::string>& args);
 const CommandRegistration binCommand{
     {"bin", "read a node file's records; print them or write them as JSON",
      "nvk bin FILE [--to-json OUT]\n\n"
-     "Reads every record of the node file FILE (\"nvkb\", the stream version, then one root node\n"
-     "per record), whatever its stream version. Without options each record is printed as an\n"
+     "Reads every record of the node file FILE (\"nvkb\", the stream version, one root node per\n"
+     "record, an end mark), whatever its stream version. Without options each record is printed as an\n"
      "indented tree, exactly as 'nvk json' prints the JSON it was written from; --to-json OUT\n"
      "writes the records to OUT as one JSON array of objects, one per line.\n"
      "A file that cannot be read is reported as FILE: byte OFFSET: MESSAGE, OFFSET being the\n"
