@@ -1,9 +1,7 @@
 // From JSON text to data nodes: node structure, property types, arrays.
 #include "data/CBaseNode.h"
 #include "interchange/CJsonConverter.h"
-#include "interchange/CJsonReader.h"
-#include "interchange/NodeTreeText.h"
-#include "tests/support/TestSupport.h"
+#include "tests/interchange/JsonTestSupport.h"
 
 using nvk::CJsonConverter;
 using tovan::Array;
@@ -12,17 +10,7 @@ using tovan::iNode;
 
 namespace {
 
-std::string treesOf(const std::u16string& json) {
-    tovan::vcFileInterface file;
-    file.openText(json);
-    nvk::CJsonReader reader(&file);
-    Array<Ptr<iNode>> nodes;
-    while (reader.ReadNextObject(nodes)) {
-    }
-    std::string text;
-    for (const auto& n : nodes) text += nvk::DescribeNodeTree(*n);
-    return text;
-}
+std::string treesOf(const std::u16string& json) { return jsontest::describe(jsontest::readNodes(json)); }
 
 // One member's property line.
 std::string propertyOf(const std::u16string& memberJson) {
@@ -94,10 +82,17 @@ TEST(JsonConverter, ArraysBecomeArrayValuesOfTheirType) {
     };
     for (const auto& c : cases) EXPECT_EQ(propertyOf(c.json), c.property) << nvktest::utf8(c.json);
 
-    // An object in an array next to scalars: the scalars are the property,
-    // the object a child node.
+    // Objects beside scalars or arrays: the objects are child nodes, the rest
+    // the property; a node whose members are all objects gets no property
+    // collection at all.
     EXPECT_EQ(treesOf(uR"({"m": [1, {"a": 2}, 3]})"),
               "(unnamed)\n  m: IntegerArray = [1,3]\n  m\n    a: Integer = 2\n");
+    EXPECT_EQ(treesOf(uR"({"m": [{"a": 1}, 2, "x", [3, 4]], "only": [{"b": true}]})"),
+              "(unnamed)\n  m: ValueArray = [2,\"x\",[3,4]]\n  m\n    a: Integer = 1\n  only\n    b: Boolean = true\n");
+    jsontest::Nodes nodes = jsontest::readNodes(u"{\"o\": {\"p\": {}}, \"q\": [{}]}");
+    const iNode& root = *nodes[0];
+    EXPECT_EQ(root.getProperties(), nullptr);
+    EXPECT_EQ(static_cast<const iNode&>(*root.getChildAt(0)).getProperties(), nullptr);
     // Arrays of arrays of objects: every object is a child of the member's name.
     EXPECT_EQ(treesOf(uR"({"m": [[{"a": 1}], [{"a": 2}]]})"), "(unnamed)\n  m\n    a: Integer = 1\n  m\n    a: Integer = 2\n");
 }
@@ -155,29 +150,6 @@ TEST(JsonConverter, ConsumingATreeBuildsTheSameNodes) {
     Array<Ptr<iNode>> a, b;
     processing.GetNodeList(a, true);
     consuming.GetNodeList(b, true);
-    ASSERT_EQ(a.size(), 1u);
-    ASSERT_EQ(b.size(), 1u);
-    EXPECT_EQ(nvk::DescribeNodeTree(*b[0]), nvk::DescribeNodeTree(*a[0]));
-    EXPECT_EQ(nvk::DescribeNodeTree(*a[0]), treesOf(json));
-}
-
-TEST(JsonConverter, ArraysWithObjectsAmongTheirElements) {
-    // Objects beside scalars or arrays: the objects are child nodes, the
-    // rest a value array; a node whose members are all objects gets no
-    // property collection at all.
-    EXPECT_EQ(treesOf(uR"({"m": [{"a": 1}, 2, "x", [3, 4]], "only": [{"b": true}]})"),
-              "(unnamed)\n"
-              "  m: ValueArray = [2,\"x\",[3,4]]\n"
-              "  m\n"
-              "    a: Integer = 1\n"
-              "  only\n"
-              "    b: Boolean = true\n");
-    tovan::vcFileInterface file;
-    file.openText(u"{\"o\": {\"p\": {}}, \"q\": [{}]}");
-    nvk::CJsonReader reader(&file);
-    Array<Ptr<iNode>> nodes;
-    ASSERT_TRUE(reader.ReadNextObject(nodes));
-    const iNode& root = *nodes[0];
-    EXPECT_EQ(root.getProperties(), nullptr);
-    EXPECT_EQ(static_cast<const iNode&>(*root.getChildAt(0)).getProperties(), nullptr);
+    EXPECT_EQ(jsontest::describe(b), jsontest::describe(a));
+    EXPECT_EQ(jsontest::describe(a), treesOf(json));
 }

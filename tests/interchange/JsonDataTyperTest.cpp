@@ -1,7 +1,6 @@
 // Type inference for JSON elements and arrays.
 #include "interchange/CJsonDataTyper.h"
-#include "interchange/JsonParser.h"
-#include "tests/support/TestSupport.h"
+#include "tests/interchange/JsonTestSupport.h"
 
 using nvk::CJsonDataTyper;
 using namespace cajun::json;
@@ -9,13 +8,8 @@ using namespace cajun::json;
 namespace {
 
 Element parse(const std::u16string& text) {
-    tovan::vcFileInterface file;
-    file.openText(text);
-    JsonInputStream in(&file);
-    Tokens tokens;
-    Scanner().Scan(in, tokens);
     Element e;
-    Parser(tokens).ParseValue(e);
+    Parser(jsontest::tokensOf(text)).ParseValue(e);
     return e;
 }
 

@@ -8,20 +8,12 @@
 #include <typeinfo>
 
 #include "interchange/CJsonConverter.h"
-#include "interchange/CJsonReader.h"
-#include "interchange/NodeTreeText.h"
-#include "tests/support/TestSupport.h"
+#include "tests/interchange/JsonTestSupport.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using Nodes = tovan::Array<tovan::Ptr<tovan::iNode>>;
-
-std::string describe(const Nodes& nodes) {
-    std::string out;
-    for (const auto& n : nodes) out += nvk::DescribeNodeTree(*n) + "--\n";
-    return out;
-}
+using jsontest::Nodes;
 
 // Everything a caller can observe of reading a source to its end.
 struct Outcome {
@@ -44,7 +36,7 @@ Outcome readAll(tovan::vcFileInterface& file, bool reset, ReadOne readOne) {
     try {
         Nodes nodes;
         while (readOne(reader, nodes)) {
-            o.records += describe(nodes);
+            o.records += jsontest::describe(nodes, "--\n");
             nodes.clear();
         }
     } catch (const tovan::Exception& e) {

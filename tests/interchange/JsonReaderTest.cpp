@@ -2,15 +2,14 @@
 #include <cmath>
 #include <limits>
 
-#include "interchange/CJsonReader.h"
-#include "interchange/JsonParser.h"
-#include "tests/support/TestSupport.h"
+#include "tests/interchange/JsonTestSupport.h"
 
 namespace cajun::json {
 void PrintTo(const Location& l, std::ostream* os) { *os << "line " << l.line << " column " << l.column << " position " << l.position; }
 }  // namespace cajun::json
 
 using namespace cajun::json;
+using jsontest::tokensOf;
 using nvk::CJsonReader;
 using tovan::vcFileInterface;
 
@@ -81,12 +80,9 @@ TEST(JsonReader, SkipsAtMost1024CharactersBeforeAnObject) {
 TEST(JsonReader, AcceptsInfinityAndInf) {
     auto r = readAll(u"{\"a\":Infinity,\"b\":-Infinity,\"c\":Inf,\"d\":-Inf}");
     ASSERT_EQ(r.error, "");
-    const Object& o = r.objects.at(0);
-    double inf = std::numeric_limits<double>::infinity();
-    EXPECT_EQ(member(o, u"a").As<Number>().Value(), inf);
-    EXPECT_EQ(member(o, u"b").As<Number>().Value(), -inf);
-    EXPECT_EQ(member(o, u"c").As<Number>().Value(), inf);
-    EXPECT_EQ(member(o, u"d").As<Number>().Value(), -inf);
+    const double inf = std::numeric_limits<double>::infinity();
+    for (auto [name, value] : {std::pair{u"a", inf}, {u"b", -inf}, {u"c", inf}, {u"d", -inf}})
+        EXPECT_EQ(member(r.objects.at(0), name).As<Number>().Value(), value) << nvktest::utf8(name);
     EXPECT_EQ(readError(u"{\"a\":NaN}"), "JSON scan error: Unexpected character in stream: N");
     EXPECT_EQ(readError(u"{\"a\":+1}"), "JSON scan error: Unexpected character in stream: +");
     EXPECT_EQ(readError(u"{\"a\":Infinit}"), "JSON parse error: Unexpected character in NUMBER token: I");
@@ -105,21 +101,14 @@ TEST(JsonReader, ResetStreamReadsABareMemberListAsOneObject) {
     EXPECT_EQ(readAll(u"1", true).error, "JSON parse error: Unexpected token: 1");
     // An empty source becomes "{}".
     EXPECT_EQ(readAll(u"  ", true).objects.size(), 1u);
+    // The injected "{" counts as one column; the skipped white space does not.
+    r = readAll(u"\n\n  \"a\": x", true);
+    EXPECT_EQ(r.error, "JSON scan error: Unexpected character in stream: x");
+    EXPECT_EQ(r.where, (Location{0, 6, 6}));
     // Without a source there is nothing to reset.
     CJsonReader idle;
     EXPECT_NO_THROW(idle.ResetStream());
     EXPECT_FALSE(idle.FindNextObject());
-}
-
-TEST(JsonReader, ResetStreamDoesNotCountTheWhiteSpaceItSkips) {
-    vcFileInterface file;
-    file.openText(u"\n\n  \"a\": x");
-    CJsonReader reader(&file);
-    reader.ResetStream();
-    Object o;
-    EXPECT_THROW_MSG(reader.ReadNextObject(o), tovan::Exception, "JSON scan error: Unexpected character in stream: x");
-    // The injected "{" counts as one column; the skipped white space does not.
-    EXPECT_EQ(reader.GetLocation(), (Location{0, 6, 6}));
 }
 
 TEST(JsonReader, ReportsEveryScanError) {
@@ -175,28 +164,26 @@ TEST(JsonReader, ReportsEveryParseError) {
 }
 
 TEST(JsonReader, ParseExceptionsCarryTheTokenLocations) {
-    Tokens tokens;
-    vcFileInterface file;
-    file.openText(u"{\n  \"a\": [1,\n  ]}");
-    JsonInputStream in(&file);
-    Scanner().Scan(in, tokens);
+    auto expectRaised = [](auto call, const char* message, Location begin, Location end) {
+        try {
+            call();
+            ADD_FAILURE() << "no exception: " << message;
+        } catch (const ParseException& e) {
+            EXPECT_EQ(std::string(e.what()), message);
+            EXPECT_EQ(e.begin(), begin);
+            EXPECT_EQ(e.end(), end);
+        }
+    };
+    Tokens tokens = tokensOf(u"{\n  \"a\": [1,\n  ]}");
     Object o;
-    try {
-        Parser(tokens).ParseObject(o);
-        FAIL() << "no exception";
-    } catch (const ParseException& e) {
-        EXPECT_EQ(std::string(e.what()), "Unexpected token: ]");
-        EXPECT_EQ(e.begin(), (Location{2, 2, 15}));
-        EXPECT_EQ(e.end(), (Location{2, 3, 16}));
-    }
+    expectRaised([&] { Parser(tokens).ParseObject(o); }, "Unexpected token: ]", {2, 2, 15}, {2, 3, 16});
+    JsonToken number{TokenKind::Number, 0, u"Infinityy", {1, 2, 3}, {1, 11, 12}};
+    expectRaised([&] { Parser::ParseNumber(number); }, "Unexpected character in NUMBER token: I", {1, 2, 3},
+                 {1, 11, 12});
 }
 
 TEST(JsonReader, CountsLinesAndColumnsFromZero) {
-    vcFileInterface file;
-    file.openText(u"{\"a\":\r\n [1,\n\"x\ny\"]}");
-    JsonInputStream in(&file);
-    Tokens tokens;
-    Scanner().Scan(in, tokens);
+    Tokens tokens = tokensOf(u"{\"a\":\r\n [1,\n\"x\ny\"]}");
     ASSERT_EQ(tokens.size(), 9u);
     EXPECT_EQ(tokens[0].kind, TokenKind::ObjectBegin);
     EXPECT_EQ(tokens[3].kind, TokenKind::ArrayBegin);
@@ -233,24 +220,13 @@ TEST(JsonReader, CountsLinesAndColumnsFromZero) {
         at.column += 2;
     }
     text += u"2]";
-    vcFileInterface spaced;
-    spaced.openText(text);
-    JsonInputStream spacedIn(&spaced);
-    Tokens spacedTokens;
-    Scanner().Scan(spacedIn, spacedTokens);
+    Tokens spacedTokens = tokensOf(text);
     ASSERT_EQ(spacedTokens.size(), 83u);
     for (size_t k = 0; k < expected.size(); ++k) EXPECT_EQ(spacedTokens[1 + 2 * k].begin, expected[k]) << k;
 }
 
 TEST(JsonReader, ScansOneTopLevelValueByItsFirstToken) {
-    auto scan = [](const std::u16string& text) {
-        vcFileInterface file;
-        file.openText(text);
-        JsonInputStream in(&file);
-        Tokens tokens;
-        Scanner().Scan(in, tokens);
-        return tokens.size();
-    };
+    auto scan = [](const std::u16string& text) { return tokensOf(text).size(); };
     EXPECT_EQ(scan(u"{\"a\":{}} {}"), 6u);
     EXPECT_EQ(scan(u"[[1],2] [3]"), 7u);
     EXPECT_EQ(scan(u"\"a\" \"b\" \"c\""), 2u);  // a string is closed by the next string
@@ -261,12 +237,7 @@ TEST(JsonReader, ScansOneTopLevelValueByItsFirstToken) {
 TEST(JsonReader, DecodesEscapes) {
     auto r = readAll(uR"({"s": "q\" b\\ s\/ \b\f\n\r\t \u00e9\uD83D\ude00 \u0000 raw	tab"})");
     ASSERT_EQ(r.error, "");
-    std::u16string expected = u"q\" b\\ s/ \b\f\n\r\t \u00e9";
-    expected += char16_t(0xD83D);
-    expected += char16_t(0xDE00);
-    expected += u' ';
-    expected += char16_t(0);
-    expected += u" raw\ttab";
+    const std::u16string expected = u"q\" b\\ s/ \b\f\n\r\t \u00e9\U0001F600 " + std::u16string(1, 0) + u" raw\ttab";
     EXPECT_EQ(member(r.objects.at(0), u"s").As<String>().Value(), expected);
     // Lone and reversed surrogates pass as they are: one unit per escape.
     r = readAll(uR"({"s": "\uDE00\uD83D"})");
@@ -301,15 +272,6 @@ TEST(JsonReader, ReadsNumbersAsAStreamWould) {
         double v = Parser::ParseNumber(t);
         EXPECT_EQ(v, c.value) << nvktest::utf8(c.text);
         EXPECT_EQ(std::signbit(v), std::signbit(c.value)) << nvktest::utf8(c.text);
-    }
-    JsonToken bad{TokenKind::Number, 0, u"Infinityy", {1, 2, 3}, {1, 11, 12}};
-    try {
-        Parser::ParseNumber(bad);
-        FAIL();
-    } catch (const ParseException& e) {
-        EXPECT_EQ(std::string(e.what()), "Unexpected character in NUMBER token: I");
-        EXPECT_EQ(e.begin(), (Location{1, 2, 3}));
-        EXPECT_EQ(e.end(), (Location{1, 11, 12}));
     }
 }
 

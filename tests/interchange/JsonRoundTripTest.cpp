@@ -5,34 +5,43 @@
 #include <random>
 
 #include "data/CBaseNode.h"
-#include "interchange/CJsonReader.h"
 #include "interchange/JsonUtilities.h"
-#include "interchange/NodeTreeText.h"
-#include "tests/support/TestSupport.h"
+#include "tests/interchange/JsonTestSupport.h"
 
-using tovan::Array;
+using jsontest::Nodes;
+using jsontest::readNodes;
+using jsontest::written;
 using tovan::Ptr;
 using tovan::iNode;
 
 namespace {
 
-Array<Ptr<iNode>> readNodes(const std::u16string& text) {
-    tovan::vcFileInterface file;
-    file.openText(text);
-    nvk::CJsonReader reader(&file);
-    Array<Ptr<iNode>> nodes;
-    while (reader.ReadNextObject(nodes)) {
-    }
-    return nodes;
-}
-
-std::u16string writeNodes(const Array<Ptr<iNode>>& nodes) {
+std::u16string writeNodes(const Nodes& nodes) {
     nvk::JsonStringSink sink;
     nvk::CJsonWriter writer(&sink);
     writer.array();
     for (const auto& n : nodes) nvk::JsonUtilities::AppendElementToArray(writer, n.get(), true, true, false);
     writer.endArray();
     return sink.text();
+}
+
+// One node with a child of that name per letter ('_' a null name, '-' an
+// empty one), each child holding its position.
+std::string writtenWithChildren(const char16_t* names) {
+    Ptr<iNode> root(nvk::CBaseNode::newInstance());
+    for (int i = 0; names[i]; ++i) {
+        Ptr<iNode> child(nvk::CBaseNode::newInstance());
+        if (names[i] == u'-')
+            child->setName(u"");
+        else if (names[i] != u'_')
+            child->setName(std::u16string(1, names[i]));
+        child->getProperties().define(u"v", tovan::IntegerValue(i));
+        root->appendChild(child.get());
+    }
+    return written([&](nvk::CJsonWriter& w) {
+        w.array();
+        nvk::JsonUtilities::AppendElementToArray(w, root.get(), false, true, false);
+    }).substr(1);  // without the array's bracket
 }
 
 // Where two trees differ, or empty.
@@ -60,9 +69,9 @@ std::string difference(const iNode& a, const iNode& b, const std::string& path) 
 }
 
 void expectRoundTrip(const std::u16string& json, const std::string& what) {
-    Array<Ptr<iNode>> first = readNodes(json);
+    Nodes first = readNodes(json);
     std::u16string written = writeNodes(first);
-    Array<Ptr<iNode>> second;
+    Nodes second;
     try {
         second = readNodes(written);
     } catch (const tovan::Exception& e) {
@@ -219,7 +228,7 @@ TEST(JsonRoundTrip, ThroughAFileWithTheSameText) {
     // comes back unchanged.
     nvktest::TempDir dir;
     std::u16string json = uR"({"s": "caf\u00e9 \ud83d\ude00 \u2028", "n": [1, 2.5], "o": {"k": null}})";
-    Array<Ptr<iNode>> first = readNodes(json);
+    Nodes first = readNodes(json);
     tovan::vcFileInterface out(tovan::toWide((dir / "x.json").string()), tovan::FileMode::Write);
     nvk::CJsonWriter* w = nvk::JsonUtilities::CreateJsonWriter(&out, u"data");
     w->array();
@@ -233,25 +242,6 @@ TEST(JsonRoundTrip, ThroughAFileWithTheSameText) {
     EXPECT_EQ(text, "var data = [{\"s\":\"caf\xc3\xa9 \xf0\x9f\x98\x80 \\u2028\",\"n\":[1.0,2.5],"
                     "\"children\":[{\"k\":null}]}];");
     EXPECT_THROW_MSG(nvk::JsonUtilities::CreateJsonWriter(nullptr), tovan::Exception, "Invalid null output stream");
-}
-
-TEST(JsonRoundTrip, ChildrenGoUnderTheirNamesInOrderOfFirstAppearance) {
-    // More distinct names than are told apart by comparing them one by one,
-    // with repeats after the others.
-    Ptr<iNode> root(nvk::CBaseNode::newInstance());
-    const char16_t* names = u"abcdefghijaj";
-    for (int i = 0; names[i]; ++i) {
-        Ptr<iNode> child(nvk::CBaseNode::newInstance());
-        child->setName(std::u16string(1, names[i]));
-        child->getProperties().define(u"v", tovan::IntegerValue(i));
-        root->appendChild(child.get());
-    }
-    nvk::JsonStringSink sink;
-    nvk::CJsonWriter writer(&sink);
-    nvk::JsonUtilities::AppendElementToArray(writer, root.get(), false, true, false);
-    EXPECT_EQ(tovan::toNarrow(sink.text()),
-              R"({"a":[{"v":0},{"v":10}],"b":[{"v":1}],"c":[{"v":2}],"d":[{"v":3}],"e":[{"v":4}],"f":[{"v":5}],)"
-              R"("g":[{"v":6}],"h":[{"v":7}],"i":[{"v":8}],"j":[{"v":9},{"v":11}]})");
 }
 
 namespace {
@@ -288,7 +278,7 @@ void writePlainly(nvk::CJsonWriter& w, const iNode& node, bool newLineAfter, boo
 }
 
 // Every way of writing children, with and without line feeds after records.
-void expectPlainText(const Array<Ptr<iNode>>& nodes, const std::string& what) {
+void expectPlainText(const Nodes& nodes, const std::string& what) {
     for (bool newLineAfter : {false, true})
         for (bool asList : {false, true}) {
             nvk::JsonStringSink sink;
@@ -333,38 +323,23 @@ TEST(JsonRoundTrip, RemovedPropertiesLeaveNoTrace) {
     properties.remove(u"b");
     properties.remove(u"d");
     properties.define(u"e", tovan::DoubleValue(2.5));
-    nvk::JsonStringSink sink;
-    nvk::CJsonWriter writer(&sink);
-    nvk::JsonUtilities::AppendElementToArray(writer, node.get(), false, true, false);
-    EXPECT_EQ(tovan::toNarrow(sink.text()), R"({"a":1,"c":1,"n":null,"e":2.5})");
+    auto write = [&](nvk::CJsonWriter& w) { nvk::JsonUtilities::AppendElementToArray(w, node.get(), false, true, false); };
+    EXPECT_EQ(written(write), R"({"a":1,"c":1,"n":null,"e":2.5})");
 }
 
 TEST(JsonRoundTrip, ChildrenInRunsOrReturningNamesGroupAlike) {
     // Runs in order are written as they stand; a name that comes back after
-    // another (even among few names) still joins its first group, and an
-    // empty name is refused where its group would start.
-    auto textOf = [](const char16_t* names) {
-        Ptr<iNode> root(nvk::CBaseNode::newInstance());
-        for (int i = 0; names[i]; ++i) {
-            Ptr<iNode> child(nvk::CBaseNode::newInstance());
-            if (names[i] == u'-')
-                child->setName(u"");  // empty, not null
-            else if (names[i] != u'_')
-                child->setName(std::u16string(1, names[i]));
-            child->getProperties().define(u"v", tovan::IntegerValue(i));
-            root->appendChild(child.get());
-        }
-        nvk::JsonStringSink sink;
-        nvk::CJsonWriter writer(&sink);
-        writer.array();
-        nvk::JsonUtilities::AppendElementToArray(writer, root.get(), false, true, false);
-        return tovan::toNarrow(sink.text()).substr(1);  // without the array's bracket
-    };
-    EXPECT_EQ(textOf(u"aabc"), R"({"a":[{"v":0},{"v":1}],"b":[{"v":2}],"c":[{"v":3}]})");
-    EXPECT_EQ(textOf(u"aba"), R"({"a":[{"v":0},{"v":2}],"b":[{"v":1}]})");
-    EXPECT_EQ(textOf(u"abcdefgh"), R"({"a":[{"v":0}],"b":[{"v":1}],"c":[{"v":2}],"d":[{"v":3}],"e":[{"v":4}],)"
-                                   R"("f":[{"v":5}],"g":[{"v":6}],"h":[{"v":7}]})");
-    EXPECT_THROW_MSG(textOf(u"a_"), tovan::Exception, "Empty JSON key string");
-    EXPECT_THROW_MSG(textOf(u"a-"), tovan::Exception, "Empty JSON key string");
-    EXPECT_THROW_MSG(textOf(u"abcdefghi-"), tovan::Exception, "Empty JSON key string");
+    // another (among few names, or more than are told apart by comparing them
+    // one by one) still joins its first group, and an empty name is refused
+    // where its group would start.
+    EXPECT_EQ(writtenWithChildren(u"aabc"), R"({"a":[{"v":0},{"v":1}],"b":[{"v":2}],"c":[{"v":3}]})");
+    EXPECT_EQ(writtenWithChildren(u"aba"), R"({"a":[{"v":0},{"v":2}],"b":[{"v":1}]})");
+    EXPECT_EQ(writtenWithChildren(u"abcdefgh"), R"({"a":[{"v":0}],"b":[{"v":1}],"c":[{"v":2}],"d":[{"v":3}],)"
+                                                R"("e":[{"v":4}],"f":[{"v":5}],"g":[{"v":6}],"h":[{"v":7}]})");
+    EXPECT_EQ(writtenWithChildren(u"abcdefghijaj"),
+              R"({"a":[{"v":0},{"v":10}],"b":[{"v":1}],"c":[{"v":2}],"d":[{"v":3}],"e":[{"v":4}],"f":[{"v":5}],)"
+              R"("g":[{"v":6}],"h":[{"v":7}],"i":[{"v":8}],"j":[{"v":9},{"v":11}]})");
+    EXPECT_THROW_MSG(writtenWithChildren(u"a_"), tovan::Exception, "Empty JSON key string");
+    EXPECT_THROW_MSG(writtenWithChildren(u"a-"), tovan::Exception, "Empty JSON key string");
+    EXPECT_THROW_MSG(writtenWithChildren(u"abcdefghi-"), tovan::Exception, "Empty JSON key string");
 }
