@@ -119,9 +119,22 @@ void JsonNodeBuilder::RaiseConversionFailure() const {
     if (failure_) std::rethrow_exception(failure_);
 }
 
+namespace {
+
+/// Members' names by their place on the builder's name stack: the places hold
+/// still while the stack's strings move as it grows, so a set of places needs
+/// no copies of the names.
+struct NameAt {
+    const std::vector<tovan::WString>* names;
+    size_t operator()(size_t slot) const { return std::hash<std::u16string_view>()((*names)[slot].view()); }
+    bool operator()(size_t a, size_t b) const { return (*names)[a].view() == (*names)[b].view(); }
+};
+
+}  // namespace
+
 void JsonNodeBuilder::objectMembers() {
     const size_t first = namesUsed_;
-    std::unique_ptr<std::unordered_set<std::u16string>> many;
+    std::unique_ptr<std::unordered_set<size_t, NameAt, NameAt>> many;
     if (!nextIs(TokenKind::ObjectEnd)) {
         for (;;) {
             const JsonToken& name = match(TokenKind::String);
@@ -147,12 +160,12 @@ void JsonNodeBuilder::objectMembers() {
             if (slot - first < cajun::json::Parser::kLinearMembers) {
                 for (size_t i = first; i < slot && !duplicate; ++i) duplicate = names_[i].str() == text.str();
             } else {
-                // Many members: a set of copies (the stack's strings move as it grows).
                 if (!many) {
-                    many = std::make_unique<std::unordered_set<std::u16string>>();
-                    for (size_t i = first; i < slot; ++i) many->insert(names_[i].str());
+                    const NameAt at{&names_};
+                    many = std::make_unique<std::unordered_set<size_t, NameAt, NameAt>>(2 * (slot - first), at, at);
+                    for (size_t i = first; i < slot; ++i) many->insert(i);
                 }
-                duplicate = !many->insert(text.str()).second;
+                duplicate = !many->insert(slot).second;
             }
             if (duplicate) throw ParseException(u"Duplicate object member token: " + text.str(), begin, end);
             convert([&] {
