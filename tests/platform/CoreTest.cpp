@@ -51,14 +51,9 @@ TEST(String, HashIsTimes31OverFoldedUnits) {
     EXPECT_EQ(hashNoCase(u"a long name that overflows"), h);
 }
 
-TEST(Utf, RoundTripsAllPlanes) {
-    std::u16string s = u"a\u00e9\u20ac\U0001F600z";
-    std::string u8 = utf16ToUtf8(s);
-    EXPECT_EQ(u8, "a\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80z");
-    EXPECT_EQ(utf8ToUtf16(u8), s);
-}
-
-TEST(Utf, InvalidInputBecomesReplacementCharacters) {
+TEST(Utf, ConvertsAllPlanesAndReplacesInvalidInput) {
+    EXPECT_EQ(utf16ToUtf8(u"a\u00e9\u20ac\U0001F600z"), "a\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80z");
+    EXPECT_EQ(utf8ToUtf16("a\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80z"), u"a\u00e9\u20ac\U0001F600z");
     EXPECT_EQ(utf8ToUtf16("a\xffz"), u"a\uFFFDz");              // bad lead byte
     EXPECT_EQ(utf8ToUtf16("\xc0\xaf"), u"\uFFFD\uFFFD");       // overlong '/'
     EXPECT_EQ(utf8ToUtf16("\xed\xa0\x80"), u"\uFFFD\uFFFD\uFFFD");  // encoded surrogate
@@ -79,8 +74,6 @@ TEST(Exception, CarriesMessageAndContext) {
     }
     InvalidIndexException ix("Array", "get", 5, 2);
     EXPECT_STREQ(ix.what(), "Index 5 is out of range (last valid index 2)");
-    EXPECT_EQ(ix.getIndex(), 5);
-    EXPECT_EQ(ix.getBound(), 2);
     EXPECT_THROW_MSG(throw BadParameterException("X", "y", u"bad %d", 1), BadParameterException, "bad 1");
 }
 
@@ -233,7 +226,6 @@ TEST(Pool, RefusesBrokenBookkeeping) {
     Widget* w = pool.allocate();
     EXPECT_THROW_MSG(pool.deleteInstance(w), Exception,
                      "Tried to deleteInstance() an object with nonzero ref count: 1\n");
-    EXPECT_EQ(pool.getFreeCount(), pool.getFreeCount());
     ObjectPool<Widget>::deallocate(w);
     // A second return of the same object finds nothing outstanding.
     int outstanding = pool.getOutstanding();

@@ -85,7 +85,7 @@ TEST(ByteStream, ReadExactlyCollectsPartialReads) {
     EXPECT_THROW_MSG(in.readExactly(two, 2), Exception, "Unexpected end of stream: needed 2 bytes, got 1");
 }
 
-TEST(Value, ScalarLayoutsAreExact) {
+TEST(Value, LayoutsAreExact) {
     EXPECT_EQ(bytesOf(IntegerValue(-2)), (Bytes{0xFE, 0xFF, 0xFF, 0xFF}));
     EXPECT_EQ(bytesOf(IntegerValue(0x12345678)), (Bytes{0x78, 0x56, 0x34, 0x12}));
     EXPECT_EQ(bytesOf(DoubleValue(-2.5)), (Bytes{0, 0, 0, 0, 0, 0, 0x04, 0xC0}));
@@ -105,7 +105,21 @@ TEST(Value, ScalarLayoutsAreExact) {
     BitsetValue bits(70);
     bits.set(0);
     bits.set(69);
-    EXPECT_EQ(bytesOf(bits), (Bytes{70, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0x20, 0, 0, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(bytesOf(bits), (Bytes{70, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0x20, 0, 0, 0, 0, 0, 0, 0}));    EXPECT_EQ(bytesOf(IntegerArrayValue{1, -1}), (Bytes{2, 0, 0, 0, 1, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF}));
+    EXPECT_EQ(bytesOf(BooleanArrayValue{true, false}), (Bytes{2, 0, 0, 0, 1, 0}));
+    EXPECT_EQ(bytesOf(StringArrayValue{WString(), WString(u"a")}), (Bytes{2, 0, 0, 0, 0, 0, 0, 0, 2, 0, 0, 0, 0x61, 0}));
+    EXPECT_EQ(bytesOf(NullArrayValue(3)), (Bytes{3, 0, 0, 0}));
+    ValueArrayValue va;
+    va.append(new IntegerValue(5));
+    va.append(new StringValue(WString(u"a")));
+    EXPECT_EQ(bytesOf(va), (Bytes{2, 0, 0, 0, 2, 0, 0, 0, 5, 0, 0, 0, 1, 0, 0, 0, 2, 0, 0, 0, 0x61, 0}));
+    HashTableValue table;
+    table.put(u"k", new BooleanValue(true));
+    EXPECT_EQ(bytesOf(table), (Bytes{1, 0, 0, 0, 2, 0, 0, 0, 0x6B, 0, 4, 0, 0, 0, 1}));
+    NDimArrayValue grid(VT_Byte, Array<unsigned>{2, 1});
+    grid.setElement({1, 0}, ByteValue(9));
+    EXPECT_EQ(bytesOf(grid),
+              (Bytes{2, 0, 0, 0, 2, 0, 0, 0, 1, 0, 0, 0, 14, 0, 0, 0, 2, 0, 0, 0, 0, 9}));
 }
 
 namespace {
@@ -174,24 +188,6 @@ TEST(Value, EveryClassRoundTripsThroughTheFactory) {
     EXPECT_TRUE(std::signbit(static_cast<DoubleValue&>(*roundTrip(DoubleValue(-0.0))).get()));
 }
 
-TEST(Value, ContainerLayoutsAreExact) {
-    EXPECT_EQ(bytesOf(IntegerArrayValue{1, -1}), (Bytes{2, 0, 0, 0, 1, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF}));
-    EXPECT_EQ(bytesOf(BooleanArrayValue{true, false}), (Bytes{2, 0, 0, 0, 1, 0}));
-    EXPECT_EQ(bytesOf(StringArrayValue{WString(), WString(u"a")}), (Bytes{2, 0, 0, 0, 0, 0, 0, 0, 2, 0, 0, 0, 0x61, 0}));
-    EXPECT_EQ(bytesOf(NullArrayValue(3)), (Bytes{3, 0, 0, 0}));
-    ValueArrayValue va;
-    va.append(new IntegerValue(5));
-    va.append(new StringValue(WString(u"a")));
-    EXPECT_EQ(bytesOf(va), (Bytes{2, 0, 0, 0, 2, 0, 0, 0, 5, 0, 0, 0, 1, 0, 0, 0, 2, 0, 0, 0, 0x61, 0}));
-    HashTableValue table;
-    table.put(u"k", new BooleanValue(true));
-    EXPECT_EQ(bytesOf(table), (Bytes{1, 0, 0, 0, 2, 0, 0, 0, 0x6B, 0, 4, 0, 0, 0, 1}));
-    NDimArrayValue grid(VT_Byte, Array<unsigned>{2, 1});
-    grid.setElement({1, 0}, ByteValue(9));
-    EXPECT_EQ(bytesOf(grid),
-              (Bytes{2, 0, 0, 0, 2, 0, 0, 0, 1, 0, 0, 0, 14, 0, 0, 0, 2, 0, 0, 0, 0, 9}));
-}
-
 TEST(Value, ShortReadsRaiseAndLeaveTheValueAsItWas) {
     for (const Ptr<Value>& v : everyClass()) {
         Ptr<Value> before(v->clone());
@@ -248,26 +244,39 @@ TEST(Value, CopiesAreIndependent) {
     EXPECT_FALSE(grid.equals(*gridCopy));
 }
 
+// A strict reader refuses bytes that a lenient one repairs, and the refusal leaves the
+// value as it was.
 TEST(Value, StrictAndLenientReading) {
-    Ptr<Value> strict = Value::make(VT_Boolean, true);
-    Ptr<Value> lenient = Value::make(VT_Boolean, false);
-    EXPECT_TRUE(strict->isStrictReading());
-    EXPECT_FALSE(lenient->isStrictReading());
-    MemoryInputStream a(Bytes{2}), b(Bytes{2});
-    EXPECT_THROW_MSG(strict->deserialize(a), Exception, "Invalid boolean byte 2");
-    EXPECT_TRUE(strict->equals(BooleanValue(false)));
-    lenient->deserialize(b);
-    EXPECT_TRUE(lenient->equals(BooleanValue(true)));
-
-    Bytes stray{3, 0, 0, 0, 0x09, 0, 0, 0, 0, 0, 0, 0};  // size 3 with bit 3 set
-    BitsetValue bs;
-    MemoryInputStream c(stray), d(stray);
-    EXPECT_THROW_MSG(bs.deserialize(c), Exception, "Bit 3 is set beyond the bitset's size 3");
-    EXPECT_EQ(bs.size(), 0u);
-    bs.setStrictReading(false);
-    bs.deserialize(d);
-    EXPECT_EQ(bs.toString(), WString(u"{0}"));
-    EXPECT_EQ(bs.size(), 3u);
+    struct Case {
+        int code;
+        Bytes bytes;
+        const char* refusal;
+        const char16_t* lenient;
+    };
+    const Case cases[] = {
+        {VT_Boolean, {2}, "Invalid boolean byte 2", u"true"},
+        {VT_BooleanArray, {2, 0, 0, 0, 1, 7}, "Invalid boolean byte 7", u"[true, true]"},
+        // Size 3 with bit 3 set.
+        {VT_Bitset, {3, 0, 0, 0, 0x09, 0, 0, 0, 0, 0, 0, 0}, "Bit 3 is set beyond the bitset's size 3", u"{0}"},
+        // Two entries "a" -> 1 and "A" -> 2.
+        {VT_HashTable,
+         {2, 0, 0, 0, 2, 0, 0, 0, 0x61, 0, 2, 0, 0, 0, 1, 0, 0, 0, 2, 0, 0, 0, 0x41, 0, 2, 0, 0, 0, 2, 0, 0, 0},
+         "Duplicate key 'A' in a hash table", u"{a: 2}"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.refusal);
+        Ptr<Value> lenient = Value::make(c.code, false), strict = Value::make(c.code, true);
+        EXPECT_FALSE(lenient->isStrictReading());
+        MemoryInputStream a(c.bytes), b(c.bytes);
+        lenient->deserialize(a);
+        EXPECT_EQ(lenient->toString(), WString(c.lenient));
+        strict->assign(*lenient);
+        EXPECT_THROW_MSG(strict->deserialize(b), Exception, c.refusal);
+        EXPECT_TRUE(strict->equals(*lenient));
+        if (c.code == VT_Bitset) {
+            EXPECT_EQ(lenient->getAs<BitsetValue>().size(), 3u);  // the stray bit does not grow it
+        }
+    }
 }
 
 TEST(Value, FactoryKnowsCodesAndTags) {
@@ -306,10 +315,7 @@ TEST(Value, EqualityCloneAndAssign) {
                      "Cannot assign a Norvatek.IntegerValue to a Norvatek.StringValue");
     EXPECT_EQ(s.get(), WString(u"b"));
 
-    EXPECT_EQ(DoubleValue(0.1).toString(), WString(u"0.1"));
-    EXPECT_EQ(DoubleValue(1e21).toString(), WString(u"1e+21"));
     EXPECT_EQ(DoubleValue(std::nan("")).toString(), WString(u"NaN"));
-    EXPECT_EQ(DoubleValue(-HUGE_VAL).toString(), WString(u"-Infinity"));
     EXPECT_EQ(IntegerValue(-7).toString(), WString(u"-7"));
     EXPECT_EQ(ByteValue(200).toString(), WString(u"200"));
     EXPECT_EQ(BooleanValue(true).toString(), WString(u"true"));
@@ -370,17 +376,6 @@ TEST(ArrayValue, ElementsConversionsAndRefusals) {
     EXPECT_TRUE(values.get(1).isNull());
 }
 
-TEST(ArrayValue, StrictReadingOfBooleanElements) {
-    Bytes bytes{2, 0, 0, 0, 1, 7};
-    Ptr<Value> strict = Value::make(VT_BooleanArray, true);
-    MemoryInputStream a(bytes), b(bytes);
-    EXPECT_THROW_MSG(strict->deserialize(a), Exception, "Invalid boolean byte 7");
-    EXPECT_EQ(strict->toString(), WString(u"[]"));
-    Ptr<Value> lenient = Value::make(VT_BooleanArray, false);
-    lenient->deserialize(b);
-    EXPECT_EQ(lenient->toString(), WString(u"[true, true]"));
-}
-
 TEST(ValueArrayValue, DeepNestingIsRefusedNotOverflowed) {
     // 250 value arrays, each holding the next; the innermost is empty.
     Bytes bytes;
@@ -427,26 +422,10 @@ TEST(HashTableValue, NamesFoldAndKeepOrder) {
     EXPECT_EQ(t.nameAt(0), WString(u"alpha"));
     EXPECT_EQ(t.get(u"alpha").toString(), WString(u"2"));
     EXPECT_THROW_MSG(t.nameAt(1), InvalidIndexException, "Index 1 is out of range (last valid index 0)");
-}
-
-TEST(HashTableValue, DuplicateAndNullNamesInBytes) {
-    // Two entries "a" -> 1 and "A" -> 2.
-    Bytes dup{2, 0, 0, 0, 2, 0, 0, 0, 0x61, 0, 2, 0, 0, 0, 1, 0, 0, 0,
-              2, 0, 0, 0, 0x41, 0, 2, 0, 0, 0, 2, 0, 0, 0};
-    HashTableValue strict;
-    strict.put(u"keep", new NullValue());
-    MemoryInputStream a(dup);
-    EXPECT_THROW_MSG(strict.deserialize(a), Exception, "Duplicate key 'A' in a hash table");
-    EXPECT_EQ(strict.toString(), WString(u"{keep: }"));
-    Ptr<Value> lenient = Value::make(VT_HashTable, false);
-    MemoryInputStream b(dup);
-    lenient->deserialize(b);
-    EXPECT_EQ(lenient->toString(), WString(u"{a: 2}"));
-
-    Bytes nullName{1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
-    MemoryInputStream c(nullName);
-    EXPECT_THROW_MSG(lenient->deserialize(c), Exception, "A hash table key cannot be null");
-    EXPECT_EQ(lenient->toString(), WString(u"{a: 2}"));
+    t.setStrictReading(false);  // a null name is refused even so
+    MemoryInputStream nullName(Bytes{1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0});
+    EXPECT_THROW_MSG(t.deserialize(nullName), Exception, "A hash table key cannot be null");
+    EXPECT_EQ(t.toString(), WString(u"{alpha: 2}"));
 }
 
 TEST(NDimArrayValue, RowMajorIndexingAndErrors) {
