@@ -15,15 +15,9 @@ std::string iso(const DateTimeValue& v) { return utf8(v.toString()); }
 
 /// Sets a fixed zone (a POSIX rule, so no zone database is needed) while it lives.
 struct ZoneScope {
-    explicit ZoneScope(const char* zone) : old(std::getenv("TZ") ? std::getenv("TZ") : "") {
-        setenv("TZ", zone, 1);
-        tzset();
-    }
-    ~ZoneScope() {
-        old.empty() ? unsetenv("TZ") : setenv("TZ", old.c_str(), 1);
-        tzset();
-    }
-    std::string old;
+    explicit ZoneScope(const char* zone) { setenv("TZ", zone, 1); tzset(); }
+    ~ZoneScope() { old.empty() ? unsetenv("TZ") : setenv("TZ", old.c_str(), 1); tzset(); }
+    const std::string old = std::getenv("TZ") ? std::getenv("TZ") : "";
 };
 
 }  // namespace
