@@ -18,22 +18,23 @@ namespace {
 class XPathTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        tree_ = nvktest::treeFromXml(
-            "<shop p:code='S1' name='Main'>"
-            "<item id='1' price='10'>apple<note>ripe</note></item>"
-            "<item id='2' price='2.5'>pear</item>"
-            "<q:item id='3' price='x'/>"
-            "<box><item id='4' price='-1'>  plum \t cake </item></box>"
-            "</shop>");
-        tree_->name = u"records";
-        tree_->attributes.emplace_back(u"version", u"7");
-        tree_->text = u"top ";
+        root_.name = u"records";
+        root_.attributes = {{u"version", u"7"}};
+        root_.text = u"top ";
+        TestNode& shop = root_.add(u"shop");
+        shop.attributes = {{u"p:code", u"S1"}, {u"name", u"Main"}};
+        TestNode& apple = shop.add(u"item", u"apple");
+        apple.attributes = {{u"id", u"1"}, {u"price", u"10"}};
+        apple.add(u"note", u"ripe");
+        shop.add(u"item", u"pear").attributes = {{u"id", u"2"}, {u"price", u"2.5"}};
+        shop.add(u"q:item").attributes = {{u"id", u"3"}, {u"price", u"x"}};
+        shop.add(u"box").add(u"item", u"  plum \t cake ").attributes = {{u"id", u"4"}, {u"price", u"-1"}};
     }
 
     // The result as text that also shows its type: a node-set as its items in braces,
     // a string quoted, a number or a boolean as XPath prints it.
     std::string show(const std::string& expr, const TestNode* context = nullptr, bool ignoreCase = false) {
-        XPathValue v = XPathExpression(utf8ToUtf16(expr)).evaluate(nav_, context ? context : tree_.get(), ignoreCase);
+        XPathValue v = XPathExpression(utf8ToUtf16(expr)).evaluate(nav_, context ? context : &root_, ignoreCase);
         switch (v.type) {
         case XPathType::NodeSet: return "{" + nvktest::describeItems(v.nodes) + "}";
         case XPathType::String: return "'" + utf16ToUtf8(v.text) + "'";
@@ -42,9 +43,9 @@ protected:
         }
         return v.boolean ? "true" : "false";
     }
-    const TestNode& shop() const { return *tree_->children[0]; }
+    const TestNode& shop() const { return *root_.children[0]; }
 
-    std::unique_ptr<TestNode> tree_;
+    TestNode root_;
     TestNavigator nav_;
 };
 

@@ -1,8 +1,5 @@
 #include "XPathTestTree.h"
 
-#include <pugixml.hpp>
-#include <stdexcept>
-
 #include "platform/String.h"
 
 namespace nvktest {
@@ -17,18 +14,6 @@ TestNode& TestNode::add(std::u16string childName, std::u16string childText) {
 }
 
 namespace {
-
-std::u16string wide(const char* s) { return tovan::utf8ToUtf16(s); }
-
-void readElement(const pugi::xml_node& from, TestNode& to) {
-    for (const pugi::xml_attribute& a : from.attributes()) to.attributes.emplace_back(wide(a.name()), wide(a.value()));
-    for (const pugi::xml_node& c : from.children()) {
-        if (c.type() == pugi::node_pcdata || c.type() == pugi::node_cdata)
-            to.text += wide(c.value());
-        else if (c.type() == pugi::node_element)
-            readElement(c, to.add(wide(c.name())));
-    }
-}
 
 void escape(const std::u16string& text, bool attribute, std::string& out) {
     for (char ch : tovan::utf16ToUtf8(text)) {
@@ -59,15 +44,6 @@ void writeContent(const TestNode& n, std::string& out) {
 }
 
 }  // namespace
-
-std::unique_ptr<TestNode> treeFromXml(const std::string& xml) {
-    pugi::xml_document doc;
-    pugi::xml_parse_result r = doc.load_string(xml.c_str(), pugi::parse_default | pugi::parse_fragment | pugi::parse_ws_pcdata);
-    if (!r) throw std::runtime_error(std::string("bad test XML: ") + r.description());
-    auto root = std::make_unique<TestNode>();
-    readElement(doc, *root);
-    return root;
-}
 
 std::string treeToXml(const TestNode& root) {
     std::string out;

@@ -1,7 +1,6 @@
 #pragma once
 // A minimal tree for driving the XPath evaluator in tests, and its XML form
-// (read and written through pugixml, which also serves as the reference
-// evaluator in the differential test).
+// for the reference evaluator in the differential test.
 #include <memory>
 #include <string>
 #include <vector>
@@ -38,11 +37,7 @@ public:
     tovan::WString textOf(tovan::XPathHandle n) const override { return tovan::WString(of(n).text); }
 };
 
-/// The tree of an XML fragment: the returned root stands for the document
-/// (unnamed, no attributes); each element's character data, wherever it sits,
-/// becomes its text.
-std::unique_ptr<TestNode> treeFromXml(const std::string& xml);
-/// The fragment of the root's content: its text, then its children.
+/// The XML fragment of the root's content: its text, then its children.
 std::string treeToXml(const TestNode& root);
 
 /// "name", "name@attr", "name#text" or "/" for an item, for readable
