@@ -348,38 +348,20 @@ size_t vcFileInterface::readText(wchar* dest, size_t capacity) {
     return copied;
 }
 
-void vcFileInterface::appendUtf8(char32_t cp) {
-    if (cp < 0x80) {
-        out_.push_back(char(cp));
-    } else if (cp < 0x800) {
-        out_.push_back(char(0xC0 | (cp >> 6)));
-        out_.push_back(char(0x80 | (cp & 0x3F)));
-    } else if (cp < 0x10000) {
-        out_.push_back(char(0xE0 | (cp >> 12)));
-        out_.push_back(char(0x80 | ((cp >> 6) & 0x3F)));
-        out_.push_back(char(0x80 | (cp & 0x3F)));
-    } else {
-        out_.push_back(char(0xF0 | (cp >> 18)));
-        out_.push_back(char(0x80 | ((cp >> 12) & 0x3F)));
-        out_.push_back(char(0x80 | ((cp >> 6) & 0x3F)));
-        out_.push_back(char(0x80 | (cp & 0x3F)));
-    }
-}
-
 void vcFileInterface::writeChar(wchar c) {
     requireWritable("writeChar");
     if (pendingHigh_) {
         if (c >= 0xDC00 && c <= 0xDFFF) {
-            appendUtf8(0x10000 + ((char32_t(pendingHigh_) - 0xD800) << 10) + (c - 0xDC00));
+            appendUtf8(out_, 0x10000 + ((char32_t(pendingHigh_) - 0xD800) << 10) + (c - 0xDC00));
             pendingHigh_ = 0;
             return;
         }
-        appendUtf8(0xFFFD);
+        appendUtf8(out_, 0xFFFD);
         pendingHigh_ = 0;
     }
     if (c >= 0xD800 && c <= 0xDBFF) pendingHigh_ = c;
-    else if (c >= 0xDC00 && c <= 0xDFFF) appendUtf8(0xFFFD);
-    else appendUtf8(c);
+    else if (c >= 0xDC00 && c <= 0xDFFF) appendUtf8(out_, 0xFFFD);
+    else appendUtf8(out_, c);
     if (out_.size() >= kBlockBytes) flush();
 }
 
@@ -481,7 +463,7 @@ void vcFileInterface::close() {
     int error = 0;
     if (mode_ != FileMode::Read) {
         if (pendingHigh_) {
-            appendUtf8(0xFFFD);
+            appendUtf8(out_, 0xFFFD);
             pendingHigh_ = 0;
         }
         try {

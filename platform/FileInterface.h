@@ -122,7 +122,6 @@ private:
     size_t fillRaw();
     void detectEncoding();
     bool decodeNext();
-    void appendUtf8(char32_t cp);
     void reset();
 
     Kind kind_ = Kind::Closed;
