@@ -26,24 +26,15 @@ CComponentInfo::~CComponentInfo() {
     if (auto* sub = dynamic_cast<CProtocolInfo*>(subprotocol_.get())) sub->parent_ = nullptr;
 }
 
-bool CComponentInfo::getIntAttribute(const wchar* key, int32_t& out) const { return attributes_.get(key, out); }
 void CComponentInfo::setIntAttribute(const wchar* key, int32_t value) {
     attributes_.set(key, value);
     if (owner_ && std::u16string_view(key) == NVK_ComponentLocalID) owner_->indexValid_ = false;
 }
-bool CComponentInfo::getBoolAttribute(const wchar* key, bool& out) const { return attributes_.get(key, out); }
-void CComponentInfo::setBoolAttribute(const wchar* key, bool value) { attributes_.set(key, value); }
-bool CComponentInfo::getTextAttribute(const wchar* key, WString& out) const { return attributes_.get(key, out); }
-void CComponentInfo::setTextAttribute(const wchar* key, const WString& value) { attributes_.set(key, value); }
-bool CComponentInfo::getPointAttribute(const wchar* key, AttributePoint& out) const {
-    return attributes_.get(key, out);
-}
-void CComponentInfo::setPointAttribute(const wchar* key, AttributePoint value) { attributes_.set(key, value); }
-bool CComponentInfo::getTextArrayAttribute(const wchar* key, std::vector<WString>& out) const {
-    return attributes_.get(key, out);
-}
-void CComponentInfo::setTextArrayAttribute(const wchar* key, const std::vector<WString>& value) {
-    attributes_.set(key, value);
+
+bool CComponentInfo::removeAttribute(const wchar* key) {
+    if (!attributes_.remove(key)) return false;
+    if (owner_ && std::u16string_view(key) == NVK_ComponentLocalID) owner_->indexValid_ = false;
+    return true;
 }
 
 iProtocolInfo* CComponentInfo::getProtocol() const { return owner_; }
@@ -100,23 +91,6 @@ CProtocolInfo::CProtocolInfo(const WString& name) : name_(name.isNull() ? WStrin
 
 CProtocolInfo::~CProtocolInfo() {
     for (auto& c : components_) c->owner_ = nullptr;
-}
-
-bool CProtocolInfo::getIntAttribute(const wchar* key, int32_t& out) const { return attributes_.get(key, out); }
-void CProtocolInfo::setIntAttribute(const wchar* key, int32_t value) { attributes_.set(key, value); }
-bool CProtocolInfo::getBoolAttribute(const wchar* key, bool& out) const { return attributes_.get(key, out); }
-void CProtocolInfo::setBoolAttribute(const wchar* key, bool value) { attributes_.set(key, value); }
-bool CProtocolInfo::getTextAttribute(const wchar* key, WString& out) const { return attributes_.get(key, out); }
-void CProtocolInfo::setTextAttribute(const wchar* key, const WString& value) { attributes_.set(key, value); }
-bool CProtocolInfo::getPointAttribute(const wchar* key, AttributePoint& out) const {
-    return attributes_.get(key, out);
-}
-void CProtocolInfo::setPointAttribute(const wchar* key, AttributePoint value) { attributes_.set(key, value); }
-bool CProtocolInfo::getTextArrayAttribute(const wchar* key, std::vector<WString>& out) const {
-    return attributes_.get(key, out);
-}
-void CProtocolInfo::setTextArrayAttribute(const wchar* key, const std::vector<WString>& value) {
-    attributes_.set(key, value);
 }
 
 iComponentInfo* CProtocolInfo::getComponent(int index) const {

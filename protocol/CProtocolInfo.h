@@ -35,10 +35,44 @@ private:
     std::map<std::u16string, Value> values_;
 };
 
+/// The attribute half of `Interface` (a protocol or a component) over one CAttributeMap.
+template <class Interface>
+class NVK_EXPORT AttributesIn : public Interface {
+public:
+    bool hasAttribute(const tovan::wchar* key) const override { return attributes_.has(key); }
+    bool removeAttribute(const tovan::wchar* key) override { return attributes_.remove(key); }
+    std::vector<tovan::WString> getAttributeKeys() const override { return attributes_.keys(); }
+    bool getIntAttribute(const tovan::wchar* key, int32_t& out) const override { return attributes_.get(key, out); }
+    void setIntAttribute(const tovan::wchar* key, int32_t value) override { attributes_.set(key, value); }
+    bool getBoolAttribute(const tovan::wchar* key, bool& out) const override { return attributes_.get(key, out); }
+    void setBoolAttribute(const tovan::wchar* key, bool value) override { attributes_.set(key, value); }
+    bool getTextAttribute(const tovan::wchar* key, tovan::WString& out) const override {
+        return attributes_.get(key, out);
+    }
+    void setTextAttribute(const tovan::wchar* key, const tovan::WString& value) override {
+        attributes_.set(key, value);
+    }
+    bool getPointAttribute(const tovan::wchar* key, tovan::AttributePoint& out) const override {
+        return attributes_.get(key, out);
+    }
+    void setPointAttribute(const tovan::wchar* key, tovan::AttributePoint value) override {
+        attributes_.set(key, value);
+    }
+    bool getTextArrayAttribute(const tovan::wchar* key, std::vector<tovan::WString>& out) const override {
+        return attributes_.get(key, out);
+    }
+    void setTextArrayAttribute(const tovan::wchar* key, const std::vector<tovan::WString>& value) override {
+        attributes_.set(key, value);
+    }
+
+protected:
+    CAttributeMap attributes_;
+};
+
 class CProtocolInfo;
 
 /// A component: attributes, parameters and an optional subprotocol.
-class NVK_EXPORT CComponentInfo : public tovan::iComponentInfo {
+class NVK_EXPORT CComponentInfo : public AttributesIn<tovan::iComponentInfo> {
 public:
     static const tovan::ClassTag Tag;  // "Norvatek.protocol.ComponentInfo"
     const tovan::ClassTag& getClass() const override { return Tag; }
@@ -46,19 +80,9 @@ public:
     explicit CComponentInfo(CProtocolInfo* owner);
     ~CComponentInfo() override;
 
-    bool hasAttribute(const tovan::wchar* key) const override { return attributes_.has(key); }
-    bool removeAttribute(const tovan::wchar* key) override { return attributes_.remove(key); }
-    std::vector<tovan::WString> getAttributeKeys() const override { return attributes_.keys(); }
-    bool getIntAttribute(const tovan::wchar* key, int32_t& out) const override;
+    /// Setting or removing the local ID also tells the protocol to look its index up again.
+    bool removeAttribute(const tovan::wchar* key) override;
     void setIntAttribute(const tovan::wchar* key, int32_t value) override;
-    bool getBoolAttribute(const tovan::wchar* key, bool& out) const override;
-    void setBoolAttribute(const tovan::wchar* key, bool value) override;
-    bool getTextAttribute(const tovan::wchar* key, tovan::WString& out) const override;
-    void setTextAttribute(const tovan::wchar* key, const tovan::WString& value) override;
-    bool getPointAttribute(const tovan::wchar* key, tovan::AttributePoint& out) const override;
-    void setPointAttribute(const tovan::wchar* key, tovan::AttributePoint value) override;
-    bool getTextArrayAttribute(const tovan::wchar* key, std::vector<tovan::WString>& out) const override;
-    void setTextArrayAttribute(const tovan::wchar* key, const std::vector<tovan::WString>& value) override;
 
     tovan::iProtocolInfo* getProtocol() const override;
     std::vector<tovan::WString> getParameterNames() const override;
@@ -71,14 +95,13 @@ public:
 private:
     friend class CProtocolInfo;
     CProtocolInfo* owner_;  // weak: the protocol holds the reference on us
-    CAttributeMap attributes_;
     std::vector<std::pair<tovan::WString, tovan::ParameterValue>> parameters_;
     tovan::Ptr<tovan::iProtocolInfo> subprotocol_;
 };
 
 /// A protocol held in memory. Components keep the order in which they were added; that
 /// order gives the component indexes the protocol tools use.
-class NVK_EXPORT CProtocolInfo : public tovan::iProtocolInfo {
+class NVK_EXPORT CProtocolInfo : public AttributesIn<tovan::iProtocolInfo> {
 public:
     static const tovan::ClassTag Tag;  // "Norvatek.protocol.ProtocolInfo"
     const tovan::ClassTag& getClass() const override { return Tag; }
@@ -86,19 +109,6 @@ public:
     explicit CProtocolInfo(const tovan::WString& name = tovan::WString::empty());
     ~CProtocolInfo() override;
 
-    bool hasAttribute(const tovan::wchar* key) const override { return attributes_.has(key); }
-    bool removeAttribute(const tovan::wchar* key) override { return attributes_.remove(key); }
-    std::vector<tovan::WString> getAttributeKeys() const override { return attributes_.keys(); }
-    bool getIntAttribute(const tovan::wchar* key, int32_t& out) const override;
-    void setIntAttribute(const tovan::wchar* key, int32_t value) override;
-    bool getBoolAttribute(const tovan::wchar* key, bool& out) const override;
-    void setBoolAttribute(const tovan::wchar* key, bool value) override;
-    bool getTextAttribute(const tovan::wchar* key, tovan::WString& out) const override;
-    void setTextAttribute(const tovan::wchar* key, const tovan::WString& value) override;
-    bool getPointAttribute(const tovan::wchar* key, tovan::AttributePoint& out) const override;
-    void setPointAttribute(const tovan::wchar* key, tovan::AttributePoint value) override;
-    bool getTextArrayAttribute(const tovan::wchar* key, std::vector<tovan::WString>& out) const override;
-    void setTextArrayAttribute(const tovan::wchar* key, const std::vector<tovan::WString>& value) override;
 
     tovan::WString getName() const override { return name_; }
     void setName(const tovan::WString& name) override { name_ = name; }
@@ -120,7 +130,6 @@ public:
 private:
     friend class CComponentInfo;
     tovan::WString name_;
-    CAttributeMap attributes_;
     std::vector<tovan::Ptr<CComponentInfo>> components_;
     std::vector<tovan::ConnectionInfo> connections_;
     tovan::iComponentInfo* parent_ = nullptr;  // weak: the parent holds the reference on us

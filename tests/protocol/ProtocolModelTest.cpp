@@ -37,6 +37,8 @@ TEST(ProtocolModel, ComponentsConnectionsAndTheirChecks) {
     p->getComponent(1)->setIntAttribute(tovan::NVK_ComponentLocalID, 30);
     EXPECT_EQ(p->findComponentIndex(30), 1);
     EXPECT_EQ(p->findComponentIndex(3), -1);
+    EXPECT_TRUE(p->getComponent(1)->removeAttribute(tovan::NVK_ComponentLocalID));
+    EXPECT_EQ(p->findComponentIndex(30), -1);
 }
 
 TEST(ProtocolModel, AttributesAndParameters) {
