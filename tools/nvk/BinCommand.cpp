@@ -12,9 +12,9 @@ const CommandRegistration binCommand{
     {"bin", "read a node file's records; print them or write them as JSON",
      "nvk bin FILE [--to-json OUT]\n\n"
      "Reads every record of the node file FILE (\"nvkb\", the stream version, one root node per\n"
-     "record, an end mark), whatever its stream version. Without options each record is printed as an\n"
-     "indented tree, exactly as 'nvk json' prints the JSON it was written from; --to-json OUT\n"
-     "writes the records to OUT as one JSON array of objects, one per line.\n"
+     "record, an end mark), whatever its stream version. Without options each record is printed\n"
+     "as an indented tree, exactly as 'nvk json' prints the JSON it was written from; --to-json\n"
+     "OUT writes the records to OUT as one JSON array of objects, one per line.\n"
      "A file that cannot be read is reported as FILE: byte OFFSET: MESSAGE, OFFSET being the\n"
      "number of bytes read when reading stopped, exit 1.",
      &runBin}};

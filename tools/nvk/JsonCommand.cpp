@@ -16,8 +16,9 @@ const CommandRegistration jsonCommand{
      "that is a bare list of members is read as one object. Without options each record is printed\n"
      "as an indented tree: node names, and under each node its properties as NAME: TYPE = VALUE.\n"
      "--to-json OUT writes the records to OUT as one JSON array of objects, one per line.\n"
-     "--to-bin OUT writes them to OUT as a node file (\"nvkb\", the stream version, each record's root\n"
-     "node, an end mark); --stream-version picks the version, 1 to 3 (default 2). 'nvk bin OUT' reads it back.\n"
+     "--to-bin OUT writes them to OUT as a node file (\"nvkb\", the stream version, each record's\n"
+     "root node, an end mark); --stream-version picks the version, 1 to 3 (default 2). 'nvk bin\n"
+     "OUT' reads it back.\n"
      "A file that cannot be read is reported as FILE:LINE:COLUMN: MESSAGE (counted from 1), exit 1.",
      &runJson}};
 
