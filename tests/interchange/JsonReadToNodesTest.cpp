@@ -74,77 +74,6 @@ void expectSame(const std::u16string& text, bool reset, const std::string& label
     EXPECT_EQ(actual, expected) << label;
 }
 
-// Documents that lean on what the straight path does differently: arrays whose
-// first object comes after scalars or nested arrays, arrays of arrays of
-// objects, names repeated exactly or in another case, deep nesting.
-class Generator {
-public:
-    explicit Generator(unsigned seed) : rng_(seed) {}
-
-    std::u16string document() {
-        std::u16string out;
-        object(out, 0);
-        return out;
-    }
-
-private:
-    int pick(int n) { return int(rng_() % unsigned(n)); }
-
-    void name(std::u16string& out) {
-        static const char16_t* names[] = {u"a", u"A", u"b", u"item", u"Item", u"/p", u"long_member_name", u""};
-        out += u'"';
-        out += names[pick(8)];
-        out += u"\":";
-    }
-
-    void scalar(std::u16string& out) {
-        static const char16_t* scalars[] = {u"1", u"-2", u"2.5", u"1e3", u"3000000000", u"true", u"false",
-                                            u"null", u"\"s\"", u"\"\"", u"Infinity", u"\"a\\u0041\\n\""};
-        out += scalars[pick(12)];
-    }
-
-    void value(std::u16string& out, int depth) {
-        int what = pick(depth < 5 ? 10 : 6);
-        if (what < 6)
-            scalar(out);
-        else if (what < 8)
-            array(out, depth + 1);
-        else
-            object(out, depth + 1);
-    }
-
-    void array(std::u16string& out, int depth) {
-        out += u'[';
-        int n = pick(6);
-        int style = pick(4);  // 0: anything, 1: one scalar kind, 2: rows, 3: objects late
-        for (int i = 0; i < n; ++i) {
-            if (i) out += u',';
-            if (style == 1)
-                out += u"7";
-            else if (style == 2 && depth < 5)
-                out += pick(5) ? u"[1,2]" : u"[1,{\"r\":1}]";
-            else if (style == 3 && i >= n / 2 && depth < 5)
-                object(out, depth + 1);
-            else
-                value(out, depth);
-        }
-        out += u']';
-    }
-
-    void object(std::u16string& out, int depth) {
-        out += u'{';
-        int n = pick(depth == 0 ? 7 : 5);
-        for (int i = 0; i < n; ++i) {
-            if (i) out += u',';
-            name(out);
-            value(out, depth);
-        }
-        out += u'}';
-    }
-
-    std::mt19937 rng_;
-};
-
 // Damage that reaches every kind of failure: a character dropped, doubled or
 // replaced by one that matters to the scanner or the parser.
 std::u16string damaged(std::u16string text, std::mt19937& rng) {
@@ -164,7 +93,7 @@ std::u16string damaged(std::u16string text, std::mt19937& rng) {
 }  // namespace
 
 TEST(JsonReadToNodes, GeneratedAndDamagedDocumentsReadAsThroughTheTree) {
-    Generator gen(20261125);
+    jsontest::Generator gen(20261125, false);
     std::mt19937 rng(7);
     for (int i = 0; i < 1500; ++i) {
         std::u16string doc = gen.document();

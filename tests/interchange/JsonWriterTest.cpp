@@ -17,27 +17,9 @@ std::string text(const JsonStringSink& sink) { return tovan::toNarrow(tovan::WSt
 TEST(JsonWriter, WritesNestedContainersWithSeparators) {
     JsonStringSink sink;
     CJsonWriter w(&sink);
-    w.object()
-        .key(u"a")
-        .value(1)
-        .key("b")
-        .array()
-        .value(true)
-        .array()
-        .endArray()
-        .object()
-        .endObject()
-        .value(u"s")
-        .value(static_cast<const char16_t*>(nullptr), true)
-        .value(5u)
-        .value(-9223372036854775807L - 1)
-        .endArray()
-        .key(u"c")
-        .object()
-        .key(u"d")
-        .value(u"null", false)
-        .endObject()
-        .endObject();
+    w.object().key(u"a").value(1).key("b").array().value(true).array().endArray().object().endObject();
+    w.value(u"s").value(static_cast<const char16_t*>(nullptr), true).value(5u).value(-9223372036854775807L - 1);
+    w.endArray().key(u"c").object().key(u"d").value(u"null", false).endObject().endObject();
     EXPECT_EQ(text(sink), R"({"a":1,"b":[true,[],{},"s","",5,-9223372036854775808],"c":{"d":null}})");
     EXPECT_EQ(w.getMode(), CJsonWriter::ModeDone);
     EXPECT_EQ(w.getDepth(), 0u);
@@ -99,26 +81,10 @@ TEST(JsonWriter, PlacesRequestedLineFeeds) {
 }
 
 TEST(JsonWriter, EscapesStrings) {
-    std::u16string in = u"q\" b\\ </script> a/b \b\t\n\f\r";
-    in += char16_t(1);
-    in += char16_t(0x7f);
-    in += char16_t(0x85);
-    in += char16_t(0xa0);
-    in += char16_t(0x2028);
-    in += char16_t(0x20ff);
-    in += char16_t(0x2100);
-    in += char16_t(0xD83D);
+    const std::u16string lone(1, char16_t(0xD83D));
     std::u16string out;
-    CJsonWriter::escape(in, out);
-    std::u16string expected = u"\"q\\\" b\\\\ <\\/script> a/b \\b\\t\\n\\f\\r\\u0001";
-    expected += char16_t(0x7f);
-    expected += u"\\u0085";
-    expected += char16_t(0xa0);
-    expected += u"\\u2028\\u20ff";
-    expected += char16_t(0x2100);
-    expected += char16_t(0xD83D);
-    expected += u'"';
-    EXPECT_EQ(out, expected);
+    CJsonWriter::escape(u"q\" b\\ </script> a/b \b\t\n\f\r\x01\x7f\x85\xa0\u2028\u20ff\u2100" + lone, out);
+    EXPECT_EQ(out, u"\"q\\\" b\\\\ <\\/script> a/b \\b\\t\\n\\f\\r\\u0001\x7f\\u0085\xa0\\u2028\\u20ff\u2100" + lone + u"\"");
 
     JsonStringSink sink;
     CJsonWriter(&sink).array().value("caf\xc3\xa9", true).value(u"", false).value(u"", true).endArray();
