@@ -68,7 +68,6 @@ TEST(PredefinedMetaData, ReadsBothFormats) {
     EXPECT_EQ(utf8All(display->FindProperty(1)->GetOptions()), (Strings{"a", "b"}));
     EXPECT_EQ(display->FindProperty(2), nullptr);
     EXPECT_EQ(meta.FindCategory(2), nullptr);
-    EXPECT_EQ(utf8All(CPredefinedMetaData::GetSupportedTypes()), (Strings{"string", "long", "double", "bool"}));
 }
 
 TEST(PredefinedMetaData, FaultyDefinitionsAreSkippedWithWarnings) {

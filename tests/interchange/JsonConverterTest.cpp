@@ -58,10 +58,7 @@ TEST(JsonConverter, ObjectsBecomeNodesAndMembersProperties) {
 }
 
 TEST(JsonConverter, ArraysBecomeArrayValuesOfTheirType) {
-    struct Case {
-        const char16_t* json;
-        const char* property;
-    } cases[] = {
+    const std::pair<const char16_t*, const char*> cases[] = {
         {u"[1, 2, 3]", "IntegerArray = [1,2,3]"},
         {u"[1, 2.5]", "DoubleArray = [1.0,2.5]"},
         {u"[2.5, 1]", "DoubleArray = [2.5,1.0]"},
@@ -80,7 +77,7 @@ TEST(JsonConverter, ArraysBecomeArrayValuesOfTheirType) {
         {u"[[1, 2], \"s\", [[1], [2.5, 3]]]", "ValueArray = [[1,2],\"s\",[[1],[2.5,3.0]]]"},
         {u"[1e10, 2147483647, -2147483648]", "DoubleArray = [1.0e+10,2147483647.0,-2147483648.0]"},
     };
-    for (const auto& c : cases) EXPECT_EQ(propertyOf(c.json), c.property) << nvktest::utf8(c.json);
+    for (auto [json, property] : cases) EXPECT_EQ(propertyOf(json), property) << nvktest::utf8(json);
 
     // Objects beside scalars or arrays: the objects are child nodes, the rest
     // the property; a node whose members are all objects gets no property

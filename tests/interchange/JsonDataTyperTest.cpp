@@ -22,10 +22,11 @@ std::string typeLetters(const CJsonDataTyper& typer) {
 }  // namespace
 
 TEST(JsonDataTyper, TypesElementsAndMergesArrays) {
-    struct Case {
+    // The type letters, and whether the array is regular with these dimensions.
+    const struct {
         const char16_t* json;
         const char* letters;
-        bool regular;  // GetArrayDimensions
+        bool regular;
         std::vector<unsigned> dims;
     } cases[] = {
         {u"true", "b", false, {}},

@@ -137,10 +137,7 @@ TEST(JsonReader, ReportsEveryScanError) {
 }
 
 TEST(JsonReader, ReportsEveryParseError) {
-    struct Case {
-        const char16_t* text;
-        const char* message;
-    } cases[] = {
+    const std::pair<const char16_t*, const char*> cases[] = {
         {u"{\"a\": [1, 2,]}", "JSON parse error: Unexpected token: ]"},
         {u"{\"a\" 1}", "JSON parse error: Unexpected token: 1"},
         {u"{\"a\": 1,}", "JSON parse error: Unexpected token: }"},
@@ -157,7 +154,7 @@ TEST(JsonReader, ReportsEveryParseError) {
         {u"{\"a\": [}", "JSON parse error: Unexpected token: }"},
         {u"{\"a\": ]}", "JSON parse error: Unexpected token: ]"},
     };
-    for (const auto& c : cases) EXPECT_EQ(readError(c.text), c.message) << nvktest::utf8(c.text);
+    for (auto [text, message] : cases) EXPECT_EQ(readError(text), message) << nvktest::utf8(text);
 
     // The same name in two objects is fine.
     EXPECT_EQ(readAll(u"{\"a\": {\"a\": 1}, \"b\": {\"a\": 2}}").error, "");
@@ -203,15 +200,7 @@ TEST(JsonReader, CountsLinesAndColumnsFromZero) {
     for (int k = 0; k < 40; ++k) {
         for (int j = 0; j <= k; ++j) {
             const std::u16string& gap = j % 7 == 3 ? gaps[k % 5] : gaps[0];
-            for (char16_t c : gap) {
-                ++at.position;
-                if (c == u'\n') {
-                    ++at.line;
-                    at.column = 0;
-                } else {
-                    ++at.column;
-                }
-            }
+            for (char16_t c : gap) at = {c == u'\n' ? at.line + 1 : at.line, c == u'\n' ? 0 : at.column + 1, at.position + 1};
             text += gap;
         }
         expected.push_back(at);
@@ -245,10 +234,7 @@ TEST(JsonReader, DecodesEscapes) {
 }
 
 TEST(JsonReader, ReadsNumbersAsAStreamWould) {
-    struct Case {
-        const char16_t* text;
-        double value;
-    } cases[] = {
+    const std::pair<const char16_t*, double> cases[] = {
         {u"0", 0},
         {u"-0", -0.0},
         {u"3.0", 3},
@@ -267,11 +253,10 @@ TEST(JsonReader, ReadsNumbersAsAStreamWould) {
         {u"+Inf", std::numeric_limits<double>::infinity()},
         {u"123456789012345678901234567890", 1.2345678901234568e29},
     };
-    for (const auto& c : cases) {
-        JsonToken t{TokenKind::Number, 0, c.text, {}, {}};
-        double v = Parser::ParseNumber(t);
-        EXPECT_EQ(v, c.value) << nvktest::utf8(c.text);
-        EXPECT_EQ(std::signbit(v), std::signbit(c.value)) << nvktest::utf8(c.text);
+    for (auto [text, value] : cases) {
+        const double v = Parser::ParseNumber(JsonToken{TokenKind::Number, 0, text, {}, {}});
+        EXPECT_EQ(v, value) << nvktest::utf8(text);
+        EXPECT_EQ(std::signbit(v), std::signbit(value)) << nvktest::utf8(text);
     }
 }
 
