@@ -49,7 +49,6 @@ TEST(ByteStream, LittleEndianFieldsAndShortReads) {
     EXPECT_EQ(out.bytes(), (Bytes{0xFE, 0xFF, 0x04, 0x03, 0x02, 0x01, 0x88, 0x77, 0x66, 0x55, 0x44, 0x33, 0x22,
                                   0x11, 0, 0, 0, 0, 0, 0, 0xF0, 0x3F}));
     MemoryInputStream in(out.bytes(), out.getVersion());
-    EXPECT_EQ(in.getVersion(), 1);
     EXPECT_EQ(readInt16LE(in), -2);
     EXPECT_EQ(readInt32LE(in), 0x01020304);
     EXPECT_EQ(readUInt64LE(in), 0x1122334455667788ull);
