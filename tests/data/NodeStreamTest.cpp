@@ -308,8 +308,7 @@ TEST(NodeStream, CollectionRecordsAndSubsets) {
     MemoryOutputStream subset(2);
     c->data().serializeSubset(subset, {u"C", u"b"});
     Ptr<nvk::CPropertyCollectionData> d(nvk::CPropertyCollectionData::newInstance());
-    MemoryInputStream subsetIn(subset.bytes(), 2);
-    d->deserialize(subsetIn);
+    readInto(*d, subset.bytes());
     ASSERT_EQ(d->GetNumProperties(), 2);
     EXPECT_EQ(d->GetProperty(0)->getName(), WString(u"c"));
 

@@ -1,6 +1,7 @@
 #pragma once
-// Readers and writers shared by the JSON tests.
+// Reading, scanning, writing and generated documents shared by the JSON tests.
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <random>
 #include <string>
