@@ -9,6 +9,7 @@
 
 #include "platform/ArrayValue.h"
 #include "platform/BitsetValue.h"
+#include "platform/DateTimeValue.h"
 #include "platform/HashTableValue.h"
 #include "platform/NDimArrayValue.h"
 #include "platform/ByteStream.h"
@@ -163,6 +164,7 @@ std::vector<Ptr<Value>> everyClass() {
     grid->setElement({1, 2}, DoubleValue(6.5));
     add(grid);
     add(new NDimArrayValue(ArrayValue::AnyElementType, Array<unsigned>{2, 0, 4}));
+    add(new DateTimeValue(2024, 2, 29, 13, 5, 9, 300, u"+05:30"));
     return v;
 }
 
@@ -186,7 +188,7 @@ TEST(Value, EveryClassRoundTripsThroughTheFactoryAndCopies) {
             EXPECT_TRUE(copy->equals(*v) && assigned->equals(*v));
         }
     }
-    EXPECT_EQ(codes.size(), 18u);  // every code but the date-time value's
+    EXPECT_EQ(codes.size(), 19u);
     EXPECT_TRUE(std::signbit(static_cast<DoubleValue&>(*roundTrip(DoubleValue(-0.0))).get()));
 }
 
@@ -254,6 +256,9 @@ TEST(Value, StrictAndLenientReading) {
         // Size 3 with bit 3 set.
         {VT_Bitset, {3, 0, 0, 0, 0x09, 0, 0, 0, 0, 0, 0, 0}, "Bit 3 is set beyond the bitset's size 3", u"{0}"},
         // Two entries "a" -> 1 and "A" -> 2.
+        // A null time zone label.
+        {VT_DateTime, {0xE8, 0x07, 2, 29, 13, 5, 9, 0x2C, 0x01, 0, 0, 0, 0}, "Invalid date-time in stream: null time zone label",
+         u"2024-02-29T13:05:09.300"},
         {VT_HashTable,
          {2, 0, 0, 0, 2, 0, 0, 0, 0x61, 0, 2, 0, 0, 0, 1, 0, 0, 0, 2, 0, 0, 0, 0x41, 0, 2, 0, 0, 0, 2, 0, 0, 0},
          "Duplicate key 'A' in a hash table", u"{a: 2}"},
