@@ -105,7 +105,8 @@ TEST(Value, LayoutsAreExact) {
     BitsetValue bits(70);
     bits.set(0);
     bits.set(69);
-    EXPECT_EQ(bytesOf(bits), (Bytes{70, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0x20, 0, 0, 0, 0, 0, 0, 0}));    EXPECT_EQ(bytesOf(IntegerArrayValue{1, -1}), (Bytes{2, 0, 0, 0, 1, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF}));
+    EXPECT_EQ(bytesOf(bits), (Bytes{70, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0x20, 0, 0, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(bytesOf(IntegerArrayValue{1, -1}), (Bytes{2, 0, 0, 0, 1, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF}));
     EXPECT_EQ(bytesOf(BooleanArrayValue{true, false}), (Bytes{2, 0, 0, 0, 1, 0}));
     EXPECT_EQ(bytesOf(StringArrayValue{WString(), WString(u"a")}), (Bytes{2, 0, 0, 0, 0, 0, 0, 0, 2, 0, 0, 0, 0x61, 0}));
     EXPECT_EQ(bytesOf(NullArrayValue(3)), (Bytes{3, 0, 0, 0}));
@@ -257,8 +258,8 @@ TEST(Value, StrictAndLenientReading) {
         {VT_Bitset, {3, 0, 0, 0, 0x09, 0, 0, 0, 0, 0, 0, 0}, "Bit 3 is set beyond the bitset's size 3", u"{0}"},
         // Two entries "a" -> 1 and "A" -> 2.
         // A null time zone label.
-        {VT_DateTime, {0xE8, 0x07, 2, 29, 13, 5, 9, 0x2C, 0x01, 0, 0, 0, 0}, "Invalid date-time in stream: null time zone label",
-         u"2024-02-29T13:05:09.300"},
+        {VT_DateTime, {0xE8, 0x07, 2, 29, 13, 5, 9, 0x2C, 0x01, 0, 0, 0, 0},
+         "Invalid date-time in stream: null time zone label", u"2024-02-29T13:05:09.300"},
         {VT_HashTable,
          {2, 0, 0, 0, 2, 0, 0, 0, 0x61, 0, 2, 0, 0, 0, 1, 0, 0, 0, 2, 0, 0, 0, 0x41, 0, 2, 0, 0, 0, 2, 0, 0, 0},
          "Duplicate key 'A' in a hash table", u"{a: 2}"},
