@@ -219,10 +219,13 @@ void CNodeImplBase::RemoveAllChildren() {
     if (!children_) return;
     std::vector<iNode*> doomed;
     doomed.swap(*children_);
-    const size_t n = doomed.size();
-    for (size_t i = 0; i < n; ++i) {
+    // Last child first: the pools hand out the most recently freed object
+    // first, so a tree released back to front comes back to the next tree
+    // built in the order it is built, and that tree's walks run forward
+    // through memory.
+    for (size_t i = doomed.size(); i-- > 0;) {
         // A released tree is cold: fetch the children a little ahead.
-        if (i + 2 < n) __builtin_prefetch(doomed[i + 2], 1);
+        if (i >= 2) __builtin_prefetch(doomed[i - 2], 1);
         iNode* child = doomed[i];
         child->setParent(nullptr);
         child->release();

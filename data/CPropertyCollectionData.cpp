@@ -260,12 +260,12 @@ void CPropertyCollectionData::Clear() {
     firstHole_ = 0;
     indexBuilt_ = false;
     if (index_) index_->clear();
-    const size_t n = doomed.size();
-    for (size_t i = 0; i < n; ++i) {
+    // Back to front, as a node releases its children.
+    for (size_t i = doomed.size(); i-- > 0;) {
         // A released tree is cold: fetch the properties a little ahead, and
         // the values of those fetched before.
-        if (i + 8 < n && doomed[i + 8]) __builtin_prefetch(doomed[i + 8], 1);
-        if (i + 4 < n && doomed[i + 4]) __builtin_prefetch(doomed[i + 4]->value_, 1);
+        if (i >= 8 && doomed[i - 8]) __builtin_prefetch(doomed[i - 8], 1);
+        if (i >= 4 && doomed[i - 4]) __builtin_prefetch(doomed[i - 4]->value_, 1);
         if (CProperty* p = doomed[i]) {
             p->collection_ = nullptr;
             p->release();
