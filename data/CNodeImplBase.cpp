@@ -3,6 +3,7 @@
 #include "data/CMetaData.h"
 #include "data/Growth_internal.h"
 #include "data/CPropertyCollection.h"
+#include "platform/Prefetch.h"
 #include "platform/ReferenceSet.h"
 
 namespace nvk {
@@ -32,6 +33,10 @@ void CNodeImplBase::OnActivateDefault() {
 }
 
 void CNodeImplBase::OnDeactivateDefault() {
+    // A tree is released node by node, last child first: backwards through
+    // the memory it was built in, and mostly cold.
+    thread_local tovan::MemoryAhead ahead;
+    ahead.visit(this);
     CleanOutNodeData(true);
     name_.clear();
 }

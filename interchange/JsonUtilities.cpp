@@ -13,6 +13,7 @@
 #include "platform/ArrayValue.h"
 #include "platform/Exception.h"
 #include "platform/NDimArrayValue.h"
+#include "platform/Prefetch.h"
 
 namespace nvk::JsonUtilities {
 
@@ -367,6 +368,7 @@ public:
     bool node(const tovan::iNode* node, bool newLineAfter, bool withChildren, bool childrenAsList) {
         if (typeid(*node) != typeid(CBaseNode)) return false;
         const auto* own = static_cast<const CBaseNode*>(node);
+        ahead_.visit(own);  // the nodes to come are most likely in memory after this one
         out_ += u'{';
         bool first = true;
         if (!properties(own->CBaseNode::getProperties(), first)) return false;
@@ -643,6 +645,7 @@ private:
 
     std::u16string& out_;
     bool strict_;
+    tovan::MemoryAhead ahead_;
 };
 
 }  // namespace

@@ -1,0 +1,36 @@
+#pragma once
+// Fetching memory ahead of a walk over a tree of objects.
+//
+// A tree's objects mostly lie in memory in the order its walks visit them:
+// trees are built depth first, and the pools hand a released tree's objects
+// back in that order. But a walk chases pointers: each node is a chain of
+// objects (collection, storage, slots, properties, values) whose addresses it
+// learns one link at a time, and on a tree that is not in cache every link
+// waits for memory. Fetching the memory a few kilobytes past each node, in
+// the direction the walk is moving, has it in cache by the time the walk
+// arrives. Where the guess is wrong it costs a little bandwidth, nothing else:
+// a prefetch never faults.
+#include <cstdint>
+
+namespace tovan {
+
+class MemoryAhead {
+public:
+    /// Call with each node as the walk reaches it.
+    void visit(const void* node) {
+        // Addresses as integers: the memory ahead is no object of ours.
+        const uintptr_t here = reinterpret_cast<uintptr_t>(node);
+        const uintptr_t from = here >= last_ ? here + kDistance : here - kDistance - kLines * kLine;
+        last_ = here;
+        for (uintptr_t k = 0; k < kLines; ++k) __builtin_prefetch(reinterpret_cast<const void*>(from + k * kLine));
+    }
+
+private:
+    // A node and its objects take a few hundred bytes to a kilobyte: a
+    // kilobyte per node keeps up, and eight ahead covers the memory's delay
+    // without reaching past what the caches hold.
+    static constexpr uintptr_t kDistance = 8192, kLine = 64, kLines = 16;
+    uintptr_t last_ = 0;  // the node visited before
+};
+
+}  // namespace tovan
