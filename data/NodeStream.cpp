@@ -1,5 +1,6 @@
 #include "data/NodeStream.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "data/StreamPrimitives.h"
@@ -29,8 +30,16 @@ namespace {
 Ptr<iNode> recordAfterHeader(iByteInputStream& in, uint8_t header) {
     const int32_t n = readCompactIntAfterHeader(in, header);
     if (n < 0) throw tovan::Exception("NodeStream", "readRecord", u"Invalid string length %d", n);
-    std::string tag(n > 1 ? size_t(n - 1) : 0, '\0');
-    if (!tag.empty()) in.readExactly(tag.data(), tag.size(), "NodeStream");
+    // The length comes from the stream: the tag grows with the bytes that
+    // really arrive, so a corrupt length costs no more memory than they do.
+    constexpr size_t kStep = 4096;
+    const size_t length = n > 1 ? size_t(n - 1) : 0;
+    std::string tag;
+    while (tag.size() < length) {
+        const size_t at = tag.size(), step = std::min(length - at, kStep);
+        tag.resize(at + step);
+        in.readExactly(tag.data() + at, step, "NodeStream");
+    }
     Ptr<iNode> node = tovan::ObjectFactory::createAs<iNode>(tag);
     node->deserialize(in);
     return node;

@@ -430,6 +430,9 @@ TEST(NodeStream, RecordsAndNodeFiles) {
     EXPECT_THROW(nvk::readRecord(notANode), tovan::BadParameterException);
     MemoryInputStream cut(Bytes{0x01, 0x17, 'N'}, 2);
     EXPECT_THROW_MSG(nvk::readRecord(cut), Exception, "Unexpected end of stream: needed 22 bytes, got 1");
+    // A tag claiming 2 GB is read as far as its bytes go, not reserved whole first.
+    MemoryInputStream huge(Bytes{0x03, 0xFF, 0xFF, 0xFF, 0x7F, 'N', 'o', 'r'}, 2);
+    EXPECT_THROW_MSG(nvk::readRecord(huge), Exception, "Unexpected end of stream: needed 4096 bytes, got 3");
 
     WString other = WString(tovan::utf8ToUtf16((dir / "other").string()));
     writeFile(other, "nvkx");
