@@ -27,8 +27,8 @@ public:
 
 private:
     // A node and its objects take a few hundred bytes to a kilobyte: a
-    // kilobyte per node keeps up, and eight ahead covers the memory's delay
-    // without reaching past what the caches hold.
+    // kilobyte per node keeps up, and starting eight kilobytes ahead covers
+    // the memory's delay without reaching past what the caches hold.
     static constexpr uintptr_t kDistance = 8192, kLine = 64, kLines = 16;
     uintptr_t last_ = 0;  // the node visited before
 };
