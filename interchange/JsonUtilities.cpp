@@ -413,6 +413,7 @@ private:
         for (int i = 0; i < count; ++i) {
             const tovan::iNode* child = node->CBaseNode::getChildAt(i);
             if (typeid(*child) != typeid(CBaseNode)) continue;
+            __builtin_prefetch(static_cast<const CBaseNode*>(child)->CBaseNode::getName().view().data());
             const tovan::iPropertyCollection* c = static_cast<const CBaseNode*>(child)->CBaseNode::getProperties();
             if (!c) continue;
             __builtin_prefetch(c);
@@ -436,8 +437,11 @@ private:
                     __builtin_prefetch(p);
                     chain_.push_back(p);
                 }
-        for (size_t k = storages; k < chain_.size(); ++k)
-            if (const tovan::Value* v = static_cast<const CProperty*>(chain_[k])->findValue()) __builtin_prefetch(v);
+        for (size_t k = storages; k < chain_.size(); ++k) {
+            const CProperty* p = static_cast<const CProperty*>(chain_[k]);
+            __builtin_prefetch(p->CProperty::getName().view().data());
+            if (const tovan::Value* v = p->findValue()) __builtin_prefetch(v);
+        }
     }
 
     bool properties(const tovan::iPropertyCollection* properties, bool& first) {
