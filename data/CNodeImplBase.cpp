@@ -119,13 +119,12 @@ void CNodeImplBase::SetValue(const Value& value) {
 iNode* CNodeImplBase::GetChildAt(int index) const {
     const int n = GetNumberOfChildren();
     if (index < 0 || index >= n) throw tovan::InvalidIndexException(kClass, "getChildAt", index, n - 1);
-    return (*children_)[size_t(index)];
+    return children_[size_t(index)];
 }
 
 int CNodeImplBase::GetChildIndex(const iNode* child) const {
-    if (children_)
-        for (size_t i = 0; i < children_->size(); ++i)
-            if ((*children_)[i] == child) return int(i);
+    for (size_t i = 0; i < children_.size(); ++i)
+        if (children_[i] == child) return int(i);
     throw Exception(kClass, "getChildIndex", u"The specified node (%ls) is not a child of this node (%ls)",
                     child ? child->getName() : WString(u"null"), GetINode()->getName());
 }
@@ -145,18 +144,17 @@ void CNodeImplBase::DetachFromParent(iNode* child) {
 
 void CNodeImplBase::AppendChild(iNode* child) {
     CheckNewChild(child, "appendChild");
-    if (!children_) children_ = std::make_unique<std::vector<iNode*>>();
-    reserveOneMore(*children_);
+    reserveOneMore(children_);
     if (child->findParent()) {
         // The old parent may hold the only reference.
         Ptr<iNode> hold(child);
         DetachFromParent(child);
-        children_->push_back(child);
+        children_.push_back(child);
         child->setParent(GetINode());
         child->addRef();  // the array's reference; `hold` drops the temporary one
         return;
     }
-    children_->push_back(child);
+    children_.push_back(child);
     child->setParent(GetINode());
     child->addRef();
 }
@@ -169,11 +167,11 @@ void CNodeImplBase::InsertChildBefore(iNode* newChild, iNode* refChild) {
     const int index = GetChildIndex(refChild);
     if (newChild == refChild) return;
     if (newChild == GetINode()) throw Exception(kClass, "insertChildBefore", u"%ls", WString(OwnParentErrMsg));
-    reserveOneMore(*children_);
+    reserveOneMore(children_);
     Ptr<iNode> hold(newChild);
     DetachFromParent(newChild);
-    const size_t at = std::min(size_t(index), children_->size());
-    children_->insert(children_->begin() + std::ptrdiff_t(at), newChild);
+    const size_t at = std::min(size_t(index), children_.size());
+    children_.insert(children_.begin() + std::ptrdiff_t(at), newChild);
     newChild->setParent(GetINode());
     newChild->addRef();
 }
@@ -187,16 +185,15 @@ void CNodeImplBase::ReplaceChild(iNode* oldChild, iNode* newChild) {
         throw Exception(kClass, "replaceChild", u"Error detected: trying to replace a node with a sibling node");
     newChild->addRef();  // becomes the array's reference
     DetachFromParent(newChild);
-    (*children_)[size_t(index)] = newChild;
+    children_[size_t(index)] = newChild;
     newChild->setParent(GetINode());
     oldChild->setParent(nullptr);
     oldChild->release();
 }
 
 bool CNodeImplBase::RemoveChild(iNode* child) {
-    if (!children_) return false;
-    for (size_t i = 0; i < children_->size(); ++i)
-        if ((*children_)[i] == child) {
+    for (size_t i = 0; i < children_.size(); ++i)
+        if (children_[i] == child) {
             RemoveChildNode(int(i));
             return true;
         }
@@ -214,16 +211,16 @@ void CNodeImplBase::RemoveChildAt(int index) {
 void CNodeImplBase::RemoveChildNode(int index) {
     const int n = GetNumberOfChildren();
     if (index < 0 || index >= n) throw tovan::InvalidIndexException(kClass, "RemoveChildNode", index, n - 1);
-    iNode* child = (*children_)[size_t(index)];
-    children_->erase(children_->begin() + index);
+    iNode* child = children_[size_t(index)];
+    children_.erase(children_.begin() + index);
     child->setParent(nullptr);
     child->release();
 }
 
 void CNodeImplBase::RemoveAllChildren() {
-    if (!children_) return;
+    if (children_.empty()) return;
     std::vector<iNode*> doomed;
-    doomed.swap(*children_);
+    doomed.swap(children_);
     // Last child first: the pools hand out the most recently freed object
     // first, so a tree released back to front comes back to the next tree
     // built in the order it is built, and that tree's walks run forward
@@ -237,13 +234,12 @@ void CNodeImplBase::RemoveAllChildren() {
     }
     // The emptied array goes back for reuse (pooled nodes fill again).
     doomed.clear();
-    if (children_->empty()) children_->swap(doomed);
+    if (children_.empty()) children_.swap(doomed);
 }
 
 void CNodeImplBase::FindChildrenByName(const WString& name, tovan::NodeReferenceSet& result) const {
     result.clear();
-    if (!children_) return;
-    for (iNode* child : *children_)
+    for (iNode* child : children_)
         if (tovan::namesEqual(child->getName(), name)) result.add(child);
 }
 
@@ -312,10 +308,9 @@ void CNodeImplBase::AssignFrom(const iNode& source, bool deep) {
     }
     if (deep) {
         RemoveAllChildren();
-        if (!copies.empty() && !children_) children_ = std::make_unique<std::vector<iNode*>>();
         for (Ptr<iNode>& c : copies) {
             c->setParent(self);
-            children_->push_back(c.detach());
+            children_.push_back(c.detach());
         }
     }
     DeleteMetaData();

@@ -81,7 +81,7 @@ protected:
     tovan::iProperty* FindValueProperty() const;
 
     // ---- children ------------------------------------------------------------------
-    int GetNumberOfChildren() const { return children_ ? int(children_->size()) : 0; }
+    int GetNumberOfChildren() const { return int(children_.size()); }
     tovan::iNode* GetChildAt(int index) const;
     int GetChildIndex(const tovan::iNode* child) const;
     void AppendChild(tovan::iNode* child);
@@ -131,7 +131,9 @@ private:
 
     tovan::CriticalSection lock_;                          // guards xpathParser_
     tovan::iXPathParser* xpathParser_ = nullptr;           // one reference, or null
-    std::unique_ptr<std::vector<tovan::iNode*>> children_; // one reference per child
+    // In the node, not behind a pointer: every walk asks each node for its
+    // children, and a separate list was one more cold fetch per node.
+    std::vector<tovan::iNode*> children_;  // one reference per child
     tovan::iMetaData* metaData_ = nullptr;                 // one reference, or null
     CPropertyCollection* properties_ = nullptr;            // one reference, or null
 };

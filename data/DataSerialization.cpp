@@ -274,7 +274,7 @@ void CNodeImplBase::SerializeNode(iByteOutputStream& out, bool withChildren) con
         const int n = GetNumberOfChildren();
         writeCompactInt(out, n);
         for (int i = 0; i < n; ++i) {
-            const tovan::iNode* child = (*children_)[size_t(i)];
+            const tovan::iNode* child = children_[size_t(i)];
             writeNarrowString(out, child->getClassTag());
             child->serialize(out);
         }
