@@ -1,6 +1,5 @@
 #pragma once
 // The state and behaviour shared by every node class of the library.
-#include <memory>
 #include <vector>
 
 #include "data/cppNodeQName.h"
