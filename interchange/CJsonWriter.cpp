@@ -32,6 +32,8 @@ void CJsonWriter::Writer::write(std::u16string_view text) {
     write(terminated.c_str());
 }
 
+void CJsonWriter::Writer::writeUtf8(std::string_view text) { write(std::u16string_view(tovan::utf8ToUtf16(text))); }
+
 CJsonWriter::CJsonWriter(Writer* sink, const wchar* variableName) : sink_(sink) {
     if (!sink) fail("CJsonWriter", u"Invalid null output stream");
     if (variableName && *variableName) {
@@ -122,6 +124,93 @@ void CJsonWriter::escape(std::u16string_view text, std::u16string& out) {
     out += u'"';
 }
 
+void CJsonWriter::escapeUtf8(std::u16string_view text, std::string& out) {
+    const size_t at = out.size();
+    out.resize(at + 6 * text.size() + 2);
+    char* end = escapeUtf8(text, out.data() + at);
+    out.resize(size_t(end - out.data()));
+}
+
+// Written through a pointer into room made by the caller: no unit takes more
+// than six bytes, and checking the length at every byte would cost more
+// than the rest.
+char* CJsonWriter::escapeUtf8(std::u16string_view text, char* d) {
+    static const char hex[] = "0123456789abcdef";
+    const wchar* p = text.data();
+    const size_t size = text.size();
+    *d++ = '"';
+    for (size_t i = 0; i < size;) {
+#if defined(__SSE2__)
+        // ASCII that needs no escape, eight units at a time.
+        const __m128i zero = _mm_setzero_si128();
+        const __m128i quote = _mm_set1_epi16('"'), backslash = _mm_set1_epi16('\\'), slash = _mm_set1_epi16('/');
+        const __m128i top = _mm_set1_epi16(0x7F), space = _mm_set1_epi16(0x20);
+        while (i + 8 <= size) {
+            __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+            __m128i ascii = _mm_cmpeq_epi16(_mm_or_si128(_mm_subs_epu16(v, top), _mm_subs_epu16(space, v)), zero);
+            __m128i marks = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi16(v, quote), _mm_cmpeq_epi16(v, backslash)),
+                                         _mm_cmpeq_epi16(v, slash));
+            if (_mm_movemask_epi8(_mm_andnot_si128(marks, ascii)) != 0xFFFF) break;
+            _mm_storel_epi64(reinterpret_cast<__m128i*>(d), _mm_packus_epi16(v, v));
+            d += 8;
+            i += 8;
+        }
+#endif
+        if (i >= size) break;
+        const wchar c = p[i++];
+        if (c < 128 && kPlainAscii[c]) {
+            *d++ = char(c);
+        } else if (c >= 0xD800 && c <= 0xDFFF) {
+            // Surrogates are plain text to escape(); the file turns a pair
+            // into one character and a lone one into U+FFFD, and so does this.
+            char32_t cp = 0xFFFD;
+            if (c <= 0xDBFF && i < size && p[i] >= 0xDC00 && p[i] <= 0xDFFF)
+                cp = 0x10000 + ((char32_t(c) - 0xD800) << 10) + (char32_t(p[i++]) - 0xDC00);
+            if (cp >= 0x10000) {
+                *d++ = char(0xF0 | (cp >> 18));
+                *d++ = char(0x80 | ((cp >> 12) & 0x3F));
+            } else {
+                *d++ = char(0xE0 | (cp >> 12));
+            }
+            *d++ = char(0x80 | ((cp >> 6) & 0x3F));
+            *d++ = char(0x80 | (cp & 0x3F));
+        } else if (c >= 128 && isPlain(c)) {
+            if (c < 0x800) {
+                *d++ = char(0xC0 | (c >> 6));
+            } else {
+                *d++ = char(0xE0 | (c >> 12));
+                *d++ = char(0x80 | ((c >> 6) & 0x3F));
+            }
+            *d++ = char(0x80 | (c & 0x3F));
+        } else if (c == u'/' && (i == 1 || p[i - 2] != u'<')) {
+            *d++ = '/';
+        } else {
+            char two = 0;
+            switch (c) {
+            case u'"': two = '"'; break;
+            case u'\\': two = '\\'; break;
+            case u'/': two = '/'; break;  // "</" would end an enclosing script element
+            case 8: two = 'b'; break;
+            case 9: two = 't'; break;
+            case 10: two = 'n'; break;
+            case 12: two = 'f'; break;
+            case 13: two = 'r'; break;
+            default: break;
+            }
+            if (two) {
+                *d++ = '\\';
+                *d++ = two;
+                continue;
+            }
+            const char unit[] = {'\\', 'u', hex[(c >> 12) & 15], hex[(c >> 8) & 15], hex[(c >> 4) & 15], hex[c & 15]};
+            std::memcpy(d, unit, sizeof unit);
+            d += sizeof unit;
+        }
+    }
+    *d++ = '"';
+    return d;
+}
+
 // ---- numbers ---------------------------------------------------------------
 
 void CJsonWriter::fixUpDoubles(char* text, size_t capacity, bool strict) {
@@ -169,6 +258,12 @@ void CJsonWriter::appendDouble(double value, bool strict, std::u16string& out) {
     out.resize(at);
     fixUpDoubles(narrow, kNumberBuffer, strict);
     for (size_t i = 0; narrow[i]; ++i) out += char16_t(static_cast<unsigned char>(narrow[i]));
+}
+
+void CJsonWriter::AppendDouble(double value, bool strict, std::string& out) {
+    std::u16string text;
+    appendDouble(value, strict, text);
+    for (char16_t c : text) out += char(c);  // a number's text is ASCII
 }
 
 std::u16string CJsonWriter::formatDouble(double value, bool strict) {
@@ -235,6 +330,28 @@ void CJsonWriter::putValue(std::u16string_view text) {
         deliver(true);
         sink_->write(text);
     }
+    endValue();
+}
+
+std::string& CJsonWriter::spareBytes() {
+    thread_local std::string text;
+    return text;
+}
+
+void CJsonWriter::releaseSpareBytes() {
+    std::string& text = spareBytes();
+    if (text.capacity() > (size_t(1) << 23)) std::string().swap(text);  // 8 MB
+}
+
+void CJsonWriter::putValueUtf8(std::string_view text) {
+    if (!sink_->takesUtf8()) {
+        putValue(tovan::utf8ToUtf16(text));
+        return;
+    }
+    beginValue();
+    // What is held back goes first, then the value as it is.
+    deliver(true);
+    sink_->writeUtf8(text);
     endValue();
 }
 

@@ -33,6 +33,13 @@ public:
         virtual void write(tovan::wchar c) = 0;
         virtual void write(const tovan::wchar* text) = 0;
         virtual void write(std::u16string_view text);
+        /// Whether writeUtf8 reaches the sink's output without a detour
+        /// through UTF-16: then writers of whole trees build their text as
+        /// UTF-8 and hand it over that way.
+        virtual bool takesUtf8() const { return false; }
+        /// A run of well-formed UTF-8 text with no zero byte; by default
+        /// decoded and handed to the third write.
+        virtual void writeUtf8(std::string_view text);
     };
 
     /// The numbers are fixed.
@@ -124,6 +131,20 @@ public:
         return built;
     }
 
+    /// tryValue for a sink that takes UTF-8: `build` appends the value's
+    /// text in UTF-8, as escapeUtf8 and the number formatting write it.
+    template <class Build>
+    bool tryValueUtf8(Build&& build) {
+        checkValue();
+        std::string& text = spareBytes();
+        text.clear();
+        const bool built = build(text);
+        if (built) putValueUtf8(text);
+        releaseSpareBytes();
+        return built;
+    }
+    bool sinkTakesUtf8() const { return sink_->takesUtf8(); }
+
     Mode getMode() const { return mode_; }
     size_t getDepth() const { return stack_.size(); }
 
@@ -137,14 +158,24 @@ public:
     static void fixUpDoubles(char* text, size_t capacity, bool strict);
     /// Appends `text` quoted and escaped as the writer writes strings.
     static void escape(std::u16string_view text, std::u16string& out);
+    /// The same in UTF-8, as a UTF-8 file receives escape's text: a
+    /// surrogate pair becomes one character, a lone surrogate U+FFFD.
+    static void escapeUtf8(std::u16string_view text, std::string& out);
+    /// The same into room for 6 × text.size() + 2 bytes at `out`; returns
+    /// the end of what it wrote.
+    static char* escapeUtf8(std::u16string_view text, char* out);
     /// Appends the text of `value` as value(double) writes it.
     static void AppendDouble(double value, bool strict, std::u16string& out) { appendDouble(value, strict, out); }
+    static void AppendDouble(double value, bool strict, std::string& out);
 
 private:
     // tryValue's text: kept per thread between calls, unless it grew large.
     static std::u16string& spareText();
     static void releaseSpareText();
+    static std::string& spareBytes();
+    static void releaseSpareBytes();
     void putValue(std::u16string_view text);
+    void putValueUtf8(std::string_view text);
     void writeValue(const tovan::wchar* text, bool quote);
     void checkValue();
     // The steps every value takes are inline: a tree writer makes several

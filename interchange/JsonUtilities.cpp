@@ -1,9 +1,13 @@
 #include "interchange/JsonUtilities.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <map>
 #include <cstdint>
+#include <cstring>
+#include <string_view>
+#include <type_traits>
 #include <typeinfo>
 #include <unordered_map>
 #include <vector>
@@ -31,6 +35,8 @@ public:
     void write(tovan::wchar c) override { file_->writeChar(c); }
     void write(const tovan::wchar* text) override { file_->writeText(text); }
     void write(std::u16string_view text) override { file_->writeText(text); }
+    bool takesUtf8() const override { return true; }
+    void writeUtf8(std::string_view text) override { file_->writeUtf8(text); }
 
 private:
     tovan::iFileInterface* file_;
@@ -351,6 +357,63 @@ void appendNode(CJsonWriter& w, const tovan::iNode* node, bool newLineAfter, boo
     if (newLineAfter) w.writeNewLine();
 }
 
+// UTF-8 text under construction: bytes go through a pointer into room made
+// ahead, as the string's own appends are calls of their own on every byte.
+class Utf8Out {
+public:
+    using value_type = char;
+    explicit Utf8Out(std::string& text) : text_(text), at_(text.data() + text.size()), end_(at_) {}
+    Utf8Out(const Utf8Out&) = delete;
+    Utf8Out& operator=(const Utf8Out&) = delete;
+    /// Cuts the text back to what was written.
+    ~Utf8Out() { text_.resize(size_t(at_ - text_.data())); }
+
+    Utf8Out& operator+=(char c) {
+        room(1);
+        *at_++ = c;
+        return *this;
+    }
+    Utf8Out& operator+=(std::string_view text) {
+        append(text.data(), text.size());
+        return *this;
+    }
+    void append(const char* text, size_t n) {
+        room(n);
+        std::memcpy(at_, text, n);
+        at_ += n;
+    }
+    /// Up to 24 bytes, from where 24 can be read.
+    void appendShort(const char* text, size_t n) {
+        room(24);
+        std::memcpy(at_, text, 24);
+        at_ += n;
+    }
+    void escape(std::u16string_view text) {
+        room(6 * text.size() + 2);
+        at_ = CJsonWriter::escapeUtf8(text, at_);
+    }
+    void number(double d, bool strict) {
+        std::string text;
+        CJsonWriter::AppendDouble(d, strict, text);
+        append(text.data(), text.size());
+    }
+
+private:
+    void room(size_t n) {
+        if (size_t(end_ - at_) < n) grow(n);
+    }
+    [[gnu::noinline]] void grow(size_t n) {
+        const size_t used = size_t(at_ - text_.data());
+        text_.resize(std::max(used + n + 4096, 2 * text_.size()));
+        at_ = text_.data() + used;
+        end_ = text_.data() + text_.size();
+    }
+
+    std::string& text_;
+    char* at_;
+    char* end_;
+};
+
 // The text the writer's calls above give for a node whose whole subtree is
 // of the library's own classes, built in one string: one writer call per
 // item, each checking the writer's state, was a third of the time of writing
@@ -359,9 +422,10 @@ void appendNode(CJsonWriter& w, const tovan::iNode* node, bool newLineAfter, boo
 // refuses, children whose names come back) it gives up, and the caller makes
 // the calls, which then write or fail exactly as always. A test compares both
 // byte for byte.
+template <class Out>
 class SubtreeText {
 public:
-    SubtreeText(std::u16string& out, bool strict) : out_(out), strict_(strict) {}
+    SubtreeText(Out& out, bool strict) : out_(out), strict_(strict) {}
 
     /// The node as appendNode writes it inside a container, from its "{" to
     /// its "}"; false when it gave up (`out` then holds a part).
@@ -369,24 +433,24 @@ public:
         if (typeid(*node) != typeid(CBaseNode)) return false;
         const auto* own = static_cast<const CBaseNode*>(node);
         ahead_.visit(own);  // the nodes to come are most likely in memory after this one
-        out_ += u'{';
+        out_ += Char('{');
         bool first = true;
         if (!properties(own->CBaseNode::getProperties(), first)) return false;
         const int count = own->CBaseNode::getNumberOfChildren();
         if (withChildren && count > 0) {
             fetchChildren(own, count);
             if (childrenAsList) {
-                if (!first) out_ += u',';
-                out_ += u"\"children\":[";
+                if (!first) out_ += Char(',');
+                put("\"children\":[");
                 bool pendingLine = false;
                 for (int i = 0; i < count; ++i) {
-                    if (i) out_ += u',';
-                    if (pendingLine) out_ += u'\n';
+                    if (i) out_ += Char(',');
+                    if (pendingLine) out_ += Char('\n');
                     if (!this->node(own->CBaseNode::getChildAt(i), newLineAfter, true, true)) return false;
                     pendingLine = newLineAfter;
                 }
-                if (pendingLine) out_ += u'\n';
-                out_ += u']';
+                if (pendingLine) out_ += Char('\n');
+                out_ += Char(']');
             } else {
                 switch (childRuns(own, count, first)) {
                 case Runs::Written: break;
@@ -396,11 +460,28 @@ public:
                 }
             }
         }
-        out_ += u'}';
+        out_ += Char('}');
         return true;
     }
 
 private:
+    using Char = typename Out::value_type;
+
+    /// ASCII text, as it is in either encoding.
+    void put(std::string_view ascii) {
+        if constexpr (std::is_same_v<Char, char>)
+            out_ += ascii;
+        else
+            for (char c : ascii) out_ += Char(c);
+    }
+
+    void escape(std::u16string_view text) {
+        if constexpr (std::is_same_v<Char, char>)
+            out_.escape(text);
+        else
+            CJsonWriter::escape(text, out_);
+    }
+
     // The members of each child hang from a chain (collection, storage,
     // slots, properties, values) that the walk would follow one cold link at
     // a time. Following it a link at a time across all the children instead
@@ -461,7 +542,7 @@ private:
             if (const tovan::Value* v = p->findValue()) {
                 if (!value(*v)) return false;
             } else {
-                out_ += u"null";
+                put("null");
             }
         }
         return true;
@@ -469,10 +550,10 @@ private:
 
     bool key(const tovan::WString& name, bool& first) {
         if (name.isEmpty()) return false;  // the writer refuses it
-        if (!first) out_ += u',';
+        if (!first) out_ += Char(',');
         first = false;
-        CJsonWriter::escape(name.view(), out_);
-        out_ += u':';
+        escape(name.view());
+        out_ += Char(':');
         return true;
     }
 
@@ -497,12 +578,12 @@ private:
         runStart[runs] = count;
         for (int r = 0; r < runs; ++r) {
             if (!key(*runName[r], first)) return Runs::Refused;
-            out_ += u'[';
+            out_ += Char('[');
             for (int i = runStart[r]; i < runStart[r + 1]; ++i) {
-                if (i != runStart[r]) out_ += u',';
+                if (i != runStart[r]) out_ += Char(',');
                 if (!this->node(node->CBaseNode::getChildAt(i), false, true, false)) return Runs::Refused;
             }
-            out_ += u']';
+            out_ += Char(']');
         }
         return Runs::Written;
     }
@@ -524,12 +605,12 @@ private:
         const GroupOrder order(groupOf, names.size());
         for (size_t g = 0; g < names.size(); ++g) {
             if (!key(*names[g], first)) return false;
-            out_ += u'[';
+            out_ += Char('[');
             for (uint32_t k = order.start[g]; k < order.start[g + 1]; ++k) {
-                if (k != order.start[g]) out_ += u',';
+                if (k != order.start[g]) out_ += Char(',');
                 if (!this->node(node->CBaseNode::getChildAt(order.ordered[k]), false, true, false)) return false;
             }
-            out_ += u']';
+            out_ += Char(']');
         }
         return true;
     }
@@ -546,14 +627,21 @@ private:
                 size_t point = 0;
                 while (point < n && text[point] != '.') ++point;
                 if (point + 1 < n && text[point + 1] >= '0' && text[point + 1] <= '9') {
-                    char16_t wide[32];
-                    for (size_t i = 0; i < n; ++i) wide[i] = char16_t(text[i]);
-                    out_.append(wide, n);
+                    if constexpr (std::is_same_v<Char, char>) {
+                        out_.append(text, n);
+                    } else {
+                        Char wide[32];
+                        for (size_t i = 0; i < n; ++i) wide[i] = Char(text[i]);
+                        out_.append(wide, n);
+                    }
                     return;
                 }
             }
         }
-        CJsonWriter::AppendDouble(d, strict_, out_);
+        if constexpr (std::is_same_v<Char, char>)
+            out_.number(d, strict_);
+        else
+            CJsonWriter::AppendDouble(d, strict_, out_);
     }
 
     // The writer's digits, two at a time: integers are most of the values
@@ -563,64 +651,69 @@ private:
             "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
             "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
             "8081828384858687888990919293949596979899";
-        char16_t buf[24];
-        char16_t* const end = buf + 24;
-        char16_t* p = end;
+        // The text ends halfway, so that 24 bytes from wherever it starts can
+        // be moved at once (fixed-size moves need no call).
+        Char buf[48];
+        Char* const end = buf + 24;
+        Char* p = end;
         unsigned long long m = n < 0 ? 0ULL - (unsigned long long)n : (unsigned long long)n;
         while (m >= 100) {
             const unsigned pair = unsigned(m % 100) * 2;
             m /= 100;
-            *--p = char16_t(kPairs[pair + 1]);
-            *--p = char16_t(kPairs[pair]);
+            *--p = Char(kPairs[pair + 1]);
+            *--p = Char(kPairs[pair]);
         }
         if (m >= 10) {
-            *--p = char16_t(kPairs[m * 2 + 1]);
-            *--p = char16_t(kPairs[m * 2]);
+            *--p = Char(kPairs[m * 2 + 1]);
+            *--p = Char(kPairs[m * 2]);
         } else {
-            *--p = char16_t(u'0' + m);
+            *--p = Char('0' + m);
         }
-        if (n < 0) *--p = u'-';
-        out_.append(p, size_t(end - p));
+        if (n < 0) *--p = Char('-');
+        if constexpr (std::is_same_v<Char, char>)
+            out_.appendShort(p, size_t(end - p));
+        else
+            out_.append(p, size_t(end - p));
     }
 
     // As writeValue, for the kinds records hold.
     bool value(const tovan::Value& v) {
         switch (v.getTypeCode()) {
-        case tovan::VT_Boolean: out_ += static_cast<const tovan::BooleanValue&>(v).get() ? u"true" : u"false"; return true;
+        case tovan::VT_Boolean: put(static_cast<const tovan::BooleanValue&>(v).get() ? "true" : "false"); return true;
         case tovan::VT_Double: number(static_cast<const tovan::DoubleValue&>(v).get()); return true;
         case tovan::VT_Integer: digits(long(static_cast<const tovan::IntegerValue&>(v).get())); return true;
         case tovan::VT_Null:
-        case tovan::VT_HashTable: out_ += u"null"; return true;
+        case tovan::VT_HashTable: put("null"); return true;
         case tovan::VT_String:
             if (typeid(v) != typeid(tovan::StringValue)) return false;
-            CJsonWriter::escape(static_cast<const tovan::StringValue&>(v).get().view(), out_);
+            escape(static_cast<const tovan::StringValue&>(v).get().view());
             return true;
         case tovan::VT_DoubleArray: {
             if (typeid(v) != typeid(tovan::DoubleArrayValue)) return false;
             const auto& numbers = static_cast<const tovan::DoubleArrayValue&>(v).items();
-            out_ += u'[';
+            out_ += Char('[');
             for (size_t i = 0; i < numbers.size(); ++i) {
-                if (i) out_ += u',';
+                if (i) out_ += Char(',');
                 number(numbers[i]);
             }
-            out_ += u']';
+            out_ += Char(']');
             return true;
         }
         case tovan::VT_IntegerArray: return elements<tovan::IntegerArrayValue>(v, [&](int32_t x) { digits(long(x)); });
         case tovan::VT_BooleanArray:
-            return elements<tovan::BooleanArrayValue>(v, [&](bool b) { out_ += b ? u"true" : u"false"; });
+            return elements<tovan::BooleanArrayValue>(v, [&](bool b) { put(b ? "true" : "false"); });
         case tovan::VT_StringArray:
             return elements<tovan::StringArrayValue>(
-                v, [&](const tovan::WString& t) { CJsonWriter::escape(t.view(), out_); });
+                v, [&](const tovan::WString& t) { escape(t.view()); });
         case tovan::VT_ValueArray: {
             if (typeid(v) != typeid(tovan::ValueArrayValue)) return false;
             const auto& values = static_cast<const tovan::ValueArrayValue&>(v);
-            out_ += u'[';
+            out_ += Char('[');
             for (size_t i = 0; i < values.size(); ++i) {
-                if (i) out_ += u',';
+                if (i) out_ += Char(',');
                 if (!value(values.get(i))) return false;
             }
-            out_ += u']';
+            out_ += Char(']');
             return true;
         }
         case tovan::VT_NDimArray: {
@@ -632,9 +725,9 @@ private:
         case tovan::VT_NullArray: {
             if (typeid(v) != typeid(tovan::NullArrayValue)) return false;
             const size_t n = static_cast<const tovan::NullArrayValue&>(v).size();
-            out_ += u'[';
-            for (size_t i = 0; i < n; ++i) out_ += i ? u",null" : u"null";
-            out_ += u']';
+            out_ += Char('[');
+            for (size_t i = 0; i < n; ++i) put(i ? ",null" : "null");
+            out_ += Char(']');
             return true;
         }
         default: return false;
@@ -645,10 +738,10 @@ private:
     // every element (a short store makes the calls fail where it ends).
     bool dimension(const tovan::NDimArrayValue& nd, size_t dim, size_t& flat) {
         const unsigned n = nd.getDimensions()[dim];
-        out_ += u'[';
+        out_ += Char('[');
         if (dim + 1 < nd.getDimensionCount()) {
             for (unsigned k = 0; k < n; ++k) {
-                if (k) out_ += u',';
+                if (k) out_ += Char(',');
                 if (!dimension(nd, dim + 1, flat)) return false;
             }
         } else {
@@ -657,20 +750,20 @@ private:
             if (typeid(elements) == typeid(tovan::DoubleArrayValue)) {
                 const auto& numbers = static_cast<const tovan::DoubleArrayValue&>(elements).items();
                 for (unsigned k = 0; k < n; ++k) {
-                    if (k) out_ += u',';
+                    if (k) out_ += Char(',');
                     number(numbers[flat++]);
                 }
             } else if (typeid(elements) == typeid(tovan::IntegerArrayValue)) {
                 const auto& integers = static_cast<const tovan::IntegerArrayValue&>(elements);
                 for (unsigned k = 0; k < n; ++k) {
-                    if (k) out_ += u',';
+                    if (k) out_ += Char(',');
                     digits(long(integers.get(flat++)));
                 }
             } else {
                 return false;
             }
         }
-        out_ += u']';
+        out_ += Char(']');
         return true;
     }
 
@@ -678,16 +771,16 @@ private:
     bool elements(const tovan::Value& v, Write write) {
         if (typeid(v) != typeid(A)) return false;
         const auto& array = static_cast<const A&>(v);
-        out_ += u'[';
+        out_ += Char('[');
         for (size_t i = 0; i < array.size(); ++i) {
-            if (i) out_ += u',';
+            if (i) out_ += Char(',');
             write(array.get(i));
         }
-        out_ += u']';
+        out_ += Char(']');
         return true;
     }
 
-    std::u16string& out_;
+    Out& out_;
     bool strict_;
     tovan::MemoryAhead ahead_;
     std::vector<const void*> chain_;  // fetchChildren's links of one kind
@@ -711,9 +804,15 @@ void AppendElementToArray(CJsonWriter& w, const tovan::iNode* node, bool newLine
     // out as one value (its text holds no zero unit: escaping spells those).
     if (node && (w.getMode() == CJsonWriter::ModeArray || w.getMode() == CJsonWriter::ModeKey)) {
         const bool strict = w.getDecimalPlaceStrictness();
-        if (w.tryValue([&](std::u16string& out) {
-                return SubtreeText(out, strict).node(node, newLineAfter, withChildren, childrenAsList);
-            })) {
+        const bool built = w.sinkTakesUtf8() ? w.tryValueUtf8([&](std::string& out) {
+            Utf8Out text(out);
+            return SubtreeText<Utf8Out>(text, strict).node(node, newLineAfter, withChildren, childrenAsList);
+        })
+                                             : w.tryValue([&](std::u16string& out) {
+                                                   return SubtreeText<std::u16string>(out, strict)
+                                                       .node(node, newLineAfter, withChildren, childrenAsList);
+                                               });
+        if (built) {
             if (newLineAfter) w.writeNewLine();
             batch.finish();
             return;

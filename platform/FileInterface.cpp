@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 
 #if defined(__SSE2__)
@@ -124,6 +125,8 @@ size_t decodeUtf16(const unsigned char* begin, const unsigned char* end, bool bi
 
 iFileInterface::~iFileInterface() = default;
 
+void iFileInterface::writeUtf8(std::string_view text) { writeText(utf8ToUtf16(text)); }
+
 WString iFileInterface::readAll() {
     WString all = WString::empty();
     for (auto block = readBlock(); !block.empty(); block = readBlock()) all.append(block);
@@ -189,6 +192,7 @@ void vcFileInterface::open(const WString& path, FileMode mode, TextEncoding enco
     file_ = f;
     kind_ = Kind::File;
     encoding_ = encoding;
+    blockBytes_ = kBlockBytes;
     bool startsEmpty = mode == FileMode::Write || (std::fseek(f, 0, SEEK_END) == 0 && std::ftell(f) == 0);
     if (encoding == TextEncoding::Utf8Bom && startsEmpty) out_ = "\xEF\xBB\xBF";
 }
@@ -228,6 +232,7 @@ void vcFileInterface::openOutput(const WString& name, TextEncoding encoding) {
     mode_ = FileMode::Write;
     kind_ = Kind::MemoryOutput;
     encoding_ = encoding;
+    blockBytes_ = SIZE_MAX;  // kept whole: handed over once, not copied block by block
     if (encoding == TextEncoding::Utf8Bom) out_ = "\xEF\xBB\xBF";
 }
 
@@ -362,7 +367,7 @@ void vcFileInterface::writeChar(wchar c) {
     if (c >= 0xD800 && c <= 0xDBFF) pendingHigh_ = c;
     else if (c >= 0xDC00 && c <= 0xDFFF) appendUtf8(out_, 0xFFFD);
     else appendUtf8(out_, c);
-    if (out_.size() >= kBlockBytes) flush();
+    if (out_.size() >= blockBytes_) flush();
 }
 
 void vcFileInterface::writeText(std::u16string_view text) {
@@ -377,7 +382,7 @@ void vcFileInterface::writeText(std::u16string_view text) {
             // The run's length first, at most up to the block size (so a long
             // text is flushed in blocks too), then the units narrowed.
             size_t old = out_.size();
-            size_t room = std::min(text.size() - i, std::max<size_t>(kBlockBytes - std::min(old, kBlockBytes), 1));
+            size_t room = std::min(text.size() - i, std::max<size_t>(blockBytes_ - std::min(old, blockBytes_), 1));
             const wchar* src = text.data() + i;
             size_t n = 0;
 #if defined(__SSE2__)
@@ -411,7 +416,7 @@ void vcFileInterface::writeText(std::u16string_view text) {
             // needs, not by three bytes for every unit of the rest of the
             // text (a writer hands over many short runs in one text).
             size_t old = out_.size();
-            size_t room = std::min(text.size() - i, std::max<size_t>((kBlockBytes - std::min(old, kBlockBytes)) / 3, 1));
+            size_t room = std::min(text.size() - i, std::max<size_t>((blockBytes_ - std::min(old, blockBytes_)) / 3, 1));
             size_t run = 0;
             while (run < room && text[i + run] >= 0x80 && (text[i + run] < 0xD800 || text[i + run] > 0xDFFF)) ++run;
             room = run;
@@ -433,14 +438,31 @@ void vcFileInterface::writeText(std::u16string_view text) {
             out_.resize(size_t(dest - out_.data()));
             i += n;
         }
-        if (out_.size() >= kBlockBytes) flush();
+        if (out_.size() >= blockBytes_) flush();
+    }
+}
+
+void vcFileInterface::writeUtf8(std::string_view text) {
+    requireWritable("writeUtf8");
+    if (pendingHigh_) {
+        appendUtf8(out_, 0xFFFD);
+        pendingHigh_ = 0;
+    }
+    while (!text.empty()) {
+        size_t n = std::min(text.size(), std::max<size_t>(blockBytes_ - std::min(out_.size(), blockBytes_), 1));
+        out_.append(text.data(), n);
+        text.remove_prefix(n);
+        if (out_.size() >= blockBytes_) flush();
     }
 }
 
 void vcFileInterface::flush() {
     requireWritable("flush");
     if (kind_ == Kind::MemoryOutput) {
-        memoryOut_ += out_;
+        if (memoryOut_.empty())
+            memoryOut_.swap(out_);
+        else
+            memoryOut_ += out_;
         out_.clear();
         return;
     }

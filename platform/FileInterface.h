@@ -61,6 +61,12 @@ public:
     /// surrogate without its partner is written as U+FFFD.
     virtual void writeText(std::u16string_view text) = 0;
     virtual void writeChar(wchar c) = 0;
+    /// Appends text that is already well-formed UTF-8, as writeText would
+    /// append the same text in UTF-16 (a high surrogate left waiting by the
+    /// call before becomes U+FFFD). Writers that build their output as bytes
+    /// use it to skip the round trip through UTF-16. By default the text is
+    /// decoded and goes to writeText.
+    virtual void writeUtf8(std::string_view text);
     /// Hands buffered output to the file.
     virtual void flush() = 0;
     /// Flushes and closes; a closed interface may be opened again. Closing a
@@ -111,6 +117,7 @@ public:
     size_t readText(wchar* dest, size_t capacity) override;
     void writeText(std::u16string_view text) override;
     void writeChar(wchar c) override;
+    void writeUtf8(std::string_view text) override;
     void flush() override;
     void close() override;
 
@@ -138,8 +145,10 @@ private:
     size_t decodedPos_ = 0;
     size_t decodedLen_ = 0;
 
-    // writing: UTF-8 waiting for the file, and a high surrogate waiting for its partner
+    // writing: UTF-8 waiting for the file (or, for an in-memory output, all
+    // of it until it is asked for), and a high surrogate waiting for its partner
     std::string out_;
+    size_t blockBytes_ = 0;  // how much of out_ is held back before flushing
     std::string memoryOut_;
     wchar pendingHigh_ = 0;
 };

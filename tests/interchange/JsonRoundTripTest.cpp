@@ -112,6 +112,20 @@ void expectPlainText(const Nodes& nodes, const std::string& what) {
             plain.endArray();
             EXPECT_EQ(sink.text(), plainSink.text())
                 << what << (newLineAfter ? ", line feeds" : "") << (asList ? ", children as a list" : "");
+            // A file takes the tree writer's text as UTF-8 directly: the bytes
+            // it ends up with are those of the plain walk's text.
+            tovan::vcFileInterface file, plainFile;
+            file.openOutput();
+            nvk::CJsonWriter* fw = nvk::JsonUtilities::CreateJsonWriter(&file);
+            fw->array();
+            for (const auto& n : nodes)
+                nvk::JsonUtilities::AppendElementToArray(*fw, n.get(), newLineAfter, true, asList);
+            fw->endArray();
+            nvk::JsonUtilities::DestroyJsonWriter(fw);
+            plainFile.openOutput();
+            plainFile.writeText(plainSink.text());
+            EXPECT_EQ(file.getOutputBytes(), plainFile.getOutputBytes())
+                << what << " through a file" << (newLineAfter ? ", line feeds" : "") << (asList ? ", as a list" : "");
         }
 }
 

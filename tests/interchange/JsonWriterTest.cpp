@@ -1,8 +1,11 @@
 // The JSON writer: sequencing rules, escaping, number repair.
 #include <cstring>
+#include <iterator>
 #include <limits>
+#include <random>
 
 #include "interchange/CJsonWriter.h"
+#include "platform/FileInterface.h"
 #include "tests/support/TestSupport.h"
 
 using nvk::CJsonWriter;
@@ -140,6 +143,62 @@ TEST(JsonWriter, EscapesEveryCharacterWhereverItStands) {
                 << tovan::toNarrow(tovan::WString(kind)) << " at " << at;
         }
     }
+}
+
+TEST(JsonWriter, EscapesToUtf8AsAUtf8FileReceivesTheEscapedText) {
+    // Pieces of every kind (runs of plain ASCII of every length around the
+    // eight-unit blocks, escapes of two and six bytes, two- and three-byte
+    // characters, pairs, lone surrogates at every place, "/" after "<" and
+    // after anything else) in random order: the bytes are those a UTF-8 file
+    // makes of escape()'s text.
+    const std::u16string pieces[] = {u"\"", u"\\", u"/", u"</", u"\x01", u"\x1f", u"\x7f", u"\x85", u"\xa0",
+                                     u"\u2028", u"\u20ff", u"\u00e9", u"\u07ff", u"\u0800", u"\u3042",
+                                     u"\xd83d\xde00", u"\xd83d", u"\xde00", u"\xdbff\xdfff", u"\t\n\r\b\f"};
+    std::mt19937 rng(11);
+    for (int round = 0; round < 3000; ++round) {
+        std::u16string in;
+        for (int k = int(rng() % 8); k > 0; --k) {
+            if (rng() % 2) in.append(rng() % 40, char16_t(u' ' + rng() % 95));
+            in += pieces[rng() % std::size(pieces)];
+        }
+        std::u16string escaped;
+        CJsonWriter::escape(in, escaped);
+        tovan::vcFileInterface file;
+        file.openOutput();
+        file.writeText(escaped);
+        std::string bytes = "prefix";
+        CJsonWriter::escapeUtf8(in, bytes);
+        ASSERT_EQ(bytes, "prefix" + file.getOutputBytes()) << "round " << round;
+    }
+    // Nothing but six-byte escapes fills the room the caller makes.
+    std::string controls;
+    CJsonWriter::escapeUtf8(std::u16string(50, u'\x01'), controls);
+    std::string expected = "\"";
+    for (int i = 0; i < 50; ++i) expected += "\\u0001";
+    EXPECT_EQ(controls, expected + "\"");
+}
+
+TEST(JsonWriter, TakesUtf8ValuesIntoAnySink) {
+    // A sink without a UTF-8 way gets the value decoded, in order with the
+    // rest; a refused value leaves the writer and its sink as they were.
+    JsonStringSink sink;
+    CJsonWriter w(&sink);
+    EXPECT_FALSE(w.sinkTakesUtf8());
+    w.array().value(1);
+    EXPECT_FALSE(w.tryValueUtf8([](std::string& out) {
+        out = "\"partial";
+        return false;
+    }));
+    EXPECT_EQ(text(sink), "[1");
+    EXPECT_TRUE(w.tryValueUtf8([](std::string& out) {
+        out = "\"caf\xc3\xa9 \xf0\x9f\x98\x80\"";
+        return true;
+    }));
+    w.value(2).endArray();
+    EXPECT_EQ(sink.text(), u"[1,\"caf\u00e9 \U0001F600\",2]");
+    CJsonWriter done(&sink);
+    EXPECT_THROW_MSG(done.tryValueUtf8([](std::string&) { return true; }), tovan::Exception,
+                     "JSON value out of sequence");
 }
 
 namespace {

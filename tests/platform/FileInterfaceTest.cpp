@@ -145,6 +145,36 @@ TEST(FileInterface, WritesUtf8AndJoinsSplitSurrogates) {
     EXPECT_EQ(in.readAll().str(), big + u"!");
 }
 
+TEST(FileInterface, TakesUtf8AsItIs) {
+    // Between units: a high surrogate left waiting becomes U+FFFD. An
+    // in-memory output asked for its bytes midway keeps them and goes on.
+    vcFileInterface out;
+    out.openOutput(u"(memory)", TextEncoding::Utf8Bom);
+    out.writeText(u"a\xD83D");
+    out.writeUtf8("\xc3\xa9");
+    EXPECT_EQ(out.getOutputBytes(), "\xEF\xBB\xBF" "a\xef\xbf\xbd\xc3\xa9");
+    out.writeUtf8("\xf0\x9f\x98\x80");
+    out.writeText(u"z");
+    EXPECT_EQ(out.getOutputBytes(), "\xEF\xBB\xBF" "a\xef\xbf\xbd\xc3\xa9\xf0\x9f\x98\x80z");
+
+    vcFileInterface in;
+    in.openText(u"x");
+    EXPECT_THROW_MSG(in.writeUtf8("x"), Exception, "File \"(memory)\" is open for reading, not writing");
+
+    // To a file in blocks, with text before and after.
+    nvktest::TempDir dir;
+    WString path = widePath(dir / "out.txt");
+    std::string big;
+    for (int i = 0; i < 50000; ++i) big += i % 3 ? "b" : "\xe2\x82\xac";
+    {
+        vcFileInterface file(path, FileMode::Write);
+        file.writeText(u"<");
+        file.writeUtf8(big);
+        file.writeText(u">");
+    }
+    EXPECT_EQ(nvktest::readFile(dir / "out.txt"), "<" + big + ">");
+}
+
 TEST(FileInterface, WritingTextInRunsMatchesTheWholeConversion) {
     // Long ASCII runs, two- and three-byte units, pairs and lone surrogates,
     // mixed at every alignment and handed over in pieces that split runs and
