@@ -82,6 +82,9 @@ protected:
     // ---- children ------------------------------------------------------------------
     int GetNumberOfChildren() const { return int(children_.size()); }
     tovan::iNode* GetChildAt(int index) const;
+    /// The children as they stand, for walkers that read them all without a
+    /// checked call per child.
+    const std::vector<tovan::iNode*>& ChildList() const { return children_; }
     int GetChildIndex(const tovan::iNode* child) const;
     void AppendChild(tovan::iNode* child);
     void InsertChildBefore(tovan::iNode* newChild, tovan::iNode* refChild);

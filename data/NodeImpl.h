@@ -47,6 +47,7 @@ public:
     int getNumberOfChildren() const override { return GetNumberOfChildren(); }
     bool hasChildren() const override { return GetNumberOfChildren() != 0; }
     tovan::iNode* getChildAt(int index) const override { return GetChildAt(index); }
+    using CNodeImplBase::ChildList;
     int getChildIndex(const tovan::iNode* child) const override { return GetChildIndex(child); }
     void appendChild(tovan::iNode* child) override { AppendChild(child); }
     void insertChildBefore(tovan::iNode* newChild, tovan::iNode* refChild) override {

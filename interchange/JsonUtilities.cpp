@@ -436,7 +436,7 @@ public:
         out_ += Char('{');
         bool first = true;
         if (!properties(own->CBaseNode::getProperties(), first)) return false;
-        const int count = own->CBaseNode::getNumberOfChildren();
+        const int count = int(own->ChildList().size());
         if (withChildren && count > 0) {
             fetchChildren(own, count);
             if (childrenAsList) {
@@ -446,7 +446,7 @@ public:
                 for (int i = 0; i < count; ++i) {
                     if (i) out_ += Char(',');
                     if (pendingLine) out_ += Char('\n');
-                    if (!this->node(own->CBaseNode::getChildAt(i), newLineAfter, true, true)) return false;
+                    if (!this->node(own->ChildList()[size_t(i)], newLineAfter, true, true)) return false;
                     pendingLine = newLineAfter;
                 }
                 if (pendingLine) out_ += Char('\n');
@@ -492,7 +492,7 @@ private:
         if (count < 4) return;  // too few chains to overlap
         chain_.clear();
         for (int i = 0; i < count; ++i) {
-            const tovan::iNode* child = node->CBaseNode::getChildAt(i);
+            const tovan::iNode* child = node->ChildList()[size_t(i)];
             if (typeid(*child) != typeid(CBaseNode)) continue;
             __builtin_prefetch(static_cast<const CBaseNode*>(child)->CBaseNode::getName().view().data());
             const tovan::iPropertyCollection* c = static_cast<const CBaseNode*>(child)->CBaseNode::getProperties();
@@ -567,7 +567,7 @@ private:
         const tovan::WString* runName[kMaxRuns];
         int runs = 0;
         for (int i = 0; i < count; ++i) {
-            const tovan::WString& name = node->CBaseNode::getChildAt(i)->getName();
+            const tovan::WString& name = node->ChildList()[size_t(i)]->getName();
             if (runs > 0 && sameName(*runName[runs - 1], name)) continue;
             if (runs == kMaxRuns) return Runs::NotRuns;
             for (int r = 0; r + 1 < runs; ++r)
@@ -581,7 +581,7 @@ private:
             out_ += Char('[');
             for (int i = runStart[r]; i < runStart[r + 1]; ++i) {
                 if (i != runStart[r]) out_ += Char(',');
-                if (!this->node(node->CBaseNode::getChildAt(i), false, true, false)) return Runs::Refused;
+                if (!this->node(node->ChildList()[size_t(i)], false, true, false)) return Runs::Refused;
             }
             out_ += Char(']');
         }
@@ -596,7 +596,7 @@ private:
         std::vector<uint32_t> groupOf(static_cast<size_t>(count));
         std::unordered_map<std::u16string_view, uint32_t> byName;
         for (int i = 0; i < count; ++i) {
-            const tovan::WString& name = node->CBaseNode::getChildAt(i)->getName();
+            const tovan::WString& name = node->ChildList()[size_t(i)]->getName();
             if (name.isEmpty()) return false;
             auto [at, fresh] = byName.emplace(name.view(), uint32_t(names.size()));
             if (fresh) names.push_back(&name);
@@ -608,7 +608,7 @@ private:
             out_ += Char('[');
             for (uint32_t k = order.start[g]; k < order.start[g + 1]; ++k) {
                 if (k != order.start[g]) out_ += Char(',');
-                if (!this->node(node->CBaseNode::getChildAt(order.ordered[k]), false, true, false)) return false;
+                if (!this->node(node->ChildList()[order.ordered[k]], false, true, false)) return false;
             }
             out_ += Char(']');
         }
