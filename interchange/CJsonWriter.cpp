@@ -311,15 +311,27 @@ void CJsonWriter::emitValue(std::u16string_view text, bool quote) {
     endValue();
 }
 
-std::u16string& CJsonWriter::spareText() {
+namespace {
+
+template <class Text>
+void shrinkSpare(Text& text) {
+    if (text.capacity() * sizeof(typename Text::value_type) > (size_t(1) << 23)) Text().swap(text);  // 8 MB
+}
+
+}  // namespace
+
+std::u16string& CJsonWriter::spare(std::u16string*) {
     thread_local std::u16string text;
     return text;
 }
 
-void CJsonWriter::releaseSpareText() {
-    std::u16string& text = spareText();
-    if (text.capacity() > (size_t(1) << 22)) std::u16string().swap(text);  // 8 MB
+std::string& CJsonWriter::spare(std::string*) {
+    thread_local std::string text;
+    return text;
 }
+
+void CJsonWriter::releaseSpare(std::u16string& text) { shrinkSpare(text); }
+void CJsonWriter::releaseSpare(std::string& text) { shrinkSpare(text); }
 
 void CJsonWriter::putValue(std::u16string_view text) {
     beginValue();
@@ -333,19 +345,9 @@ void CJsonWriter::putValue(std::u16string_view text) {
     endValue();
 }
 
-std::string& CJsonWriter::spareBytes() {
-    thread_local std::string text;
-    return text;
-}
-
-void CJsonWriter::releaseSpareBytes() {
-    std::string& text = spareBytes();
-    if (text.capacity() > (size_t(1) << 23)) std::string().swap(text);  // 8 MB
-}
-
-void CJsonWriter::putValueUtf8(std::string_view text) {
+void CJsonWriter::putValue(std::string_view text) {
     if (!sink_->takesUtf8()) {
-        putValue(tovan::utf8ToUtf16(text));
+        putValue(std::u16string_view(tovan::utf8ToUtf16(text)));
         return;
     }
     beginValue();

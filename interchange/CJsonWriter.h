@@ -122,26 +122,14 @@ public:
     /// Raises what value() raises where no value may go.
     template <class Build>
     bool tryValue(Build&& build) {
-        checkValue();
-        std::u16string& text = spareText();
-        text.clear();
-        const bool built = build(text);
-        if (built) putValue(text);
-        releaseSpareText();
-        return built;
+        return tryText<std::u16string>(build);
     }
 
     /// tryValue for a sink that takes UTF-8: `build` appends the value's
     /// text in UTF-8, as escapeUtf8 and the number formatting write it.
     template <class Build>
     bool tryValueUtf8(Build&& build) {
-        checkValue();
-        std::string& text = spareBytes();
-        text.clear();
-        const bool built = build(text);
-        if (built) putValueUtf8(text);
-        releaseSpareBytes();
-        return built;
+        return tryText<std::string>(build);
     }
     bool sinkTakesUtf8() const { return sink_->takesUtf8(); }
 
@@ -169,13 +157,23 @@ public:
     static void AppendDouble(double value, bool strict, std::string& out);
 
 private:
-    // tryValue's text: kept per thread between calls, unless it grew large.
-    static std::u16string& spareText();
-    static void releaseSpareText();
-    static std::string& spareBytes();
-    static void releaseSpareBytes();
+    template <class Text, class Build>
+    bool tryText(Build& build) {
+        checkValue();
+        Text& text = spare(static_cast<Text*>(nullptr));
+        text.clear();
+        const bool built = build(text);
+        if (built) putValue(std::basic_string_view<typename Text::value_type>(text));
+        releaseSpare(text);
+        return built;
+    }
+    // tryText's texts: kept per thread between calls, unless they grew large.
+    static std::u16string& spare(std::u16string*);
+    static std::string& spare(std::string*);
+    static void releaseSpare(std::u16string& text);
+    static void releaseSpare(std::string& text);
     void putValue(std::u16string_view text);
-    void putValueUtf8(std::string_view text);
+    void putValue(std::string_view utf8);
     void writeValue(const tovan::wchar* text, bool quote);
     void checkValue();
     // The steps every value takes are inline: a tree writer makes several
