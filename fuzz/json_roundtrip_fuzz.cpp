@@ -1,5 +1,8 @@
 // What the reader accepts, the writer writes, and the reader reads back to an
-// equal element tree (numbers compare as doubles, strings unit by unit).
+// equal element tree (numbers compare as doubles, strings unit by unit). The
+// same input read into nodes is written by the tree writer twice, as UTF-16
+// into a string and as UTF-8 straight into a file: the file's bytes are those
+// of the string's text.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -8,6 +11,7 @@
 
 #include "interchange/CJsonReader.h"
 #include "interchange/JsonUtilities.h"
+#include "platform/Array.h"
 #include "platform/Exception.h"
 #include "platform/FileInterface.h"
 
@@ -51,5 +55,47 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     back.openText(tovan::WString(sink.text()));
     std::vector<cajun::json::Object> again = readAll(back, ok);
     if (!ok || again != records) std::abort();
+
+    tovan::Array<tovan::Ptr<tovan::iNode>> nodes;
+    try {
+        tovan::vcFileInterface source;
+        source.openBytes(std::string(reinterpret_cast<const char*>(data), size));
+        nvk::CJsonReader reader(&source);
+        while (reader.ReadNextObject(nodes)) {
+        }
+    } catch (const tovan::Exception&) {
+        return 0;  // the typed conversion refuses more than the element reader
+    }
+    nvk::JsonStringSink text;
+    tovan::vcFileInterface file, expected;
+    file.openOutput();
+    bool wroteText = true, wroteFile = true;
+    try {
+        nvk::CJsonWriter writer(&text);
+        writer.array();
+        for (const auto& n : nodes) nvk::JsonUtilities::AppendElementToArray(writer, n.get(), true, true, false);
+        writer.endArray();
+    } catch (const tovan::Exception&) {
+        wroteText = false;
+    }
+    try {
+        nvk::CJsonWriter* writer = nvk::JsonUtilities::CreateJsonWriter(&file);
+        try {
+            writer->array();
+            for (const auto& n : nodes) nvk::JsonUtilities::AppendElementToArray(*writer, n.get(), true, true, false);
+            writer->endArray();
+        } catch (...) {
+            nvk::JsonUtilities::DestroyJsonWriter(writer);
+            throw;
+        }
+        nvk::JsonUtilities::DestroyJsonWriter(writer);
+    } catch (const tovan::Exception&) {
+        wroteFile = false;
+    }
+    if (wroteText != wroteFile) std::abort();
+    if (!wroteText) return 0;
+    expected.openOutput();
+    expected.writeText(text.text());
+    if (file.getOutputBytes() != expected.getOutputBytes()) std::abort();
     return 0;
 }
