@@ -131,6 +131,8 @@ public:
     bool tryValueUtf8(Build&& build) {
         return tryText<std::string>(build);
     }
+    /// Whether the sink takes UTF-8 as it is, so that tryValueUtf8 saves a
+    /// conversion over tryValue.
     bool sinkTakesUtf8() const { return sink_->takesUtf8(); }
 
     Mode getMode() const { return mode_; }

@@ -79,9 +79,10 @@ public:
 ///   vcFileInterface in(u"data.json", FileMode::Read);
 ///   for (auto block = in.readBlock(); !block.empty(); block = in.readBlock()) ...
 ///
-/// Output is buffered in 64 KiB and reaches the file on flush(), close() or
-/// destruction (where a failure can only be reported as a warning, so call
-/// close() to learn about it). Not copyable; one thread at a time.
+/// Output to a file is buffered in 64 KiB and reaches the file on flush(),
+/// close() or destruction (where a failure can only be reported as a
+/// warning, so call close() to learn about it); an in-memory output is held
+/// whole. Not copyable; one thread at a time.
 class NVK_EXPORT vcFileInterface : public iFileInterface {
 public:
     vcFileInterface();
