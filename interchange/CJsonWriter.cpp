@@ -59,23 +59,31 @@ constexpr std::array<bool, 128> kPlainAscii = [] {
 
 inline bool isPlain(wchar c) { return c < 128 ? kPlainAscii[c] : (c > 159 && (c < 0x2000 || c > 0x20FF)); }
 
+#if defined(__SSE2__)
+// Of eight units, the ASCII ones that need no escape: all bits set in their
+// lanes. Vector instructions every x86-64 has.
+inline __m128i plainAscii8(__m128i v) {
+    const __m128i zero = _mm_setzero_si128();
+    const __m128i quote = _mm_set1_epi16('"'), backslash = _mm_set1_epi16('\\'), slash = _mm_set1_epi16('/');
+    const __m128i top = _mm_set1_epi16(0x7F), space = _mm_set1_epi16(0x20);
+    // ASCII from the space on (saturating differences are zero inside the range)
+    __m128i ascii = _mm_cmpeq_epi16(_mm_or_si128(_mm_subs_epu16(v, top), _mm_subs_epu16(space, v)), zero);
+    __m128i marks = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi16(v, quote), _mm_cmpeq_epi16(v, backslash)),
+                                 _mm_cmpeq_epi16(v, slash));
+    return _mm_andnot_si128(marks, ascii);
+}
+#endif
+
 // How many units from the start of `p` need no escape ("/" counts as one
-// that does). Eight units at a time where the processor has the vector
-// instructions every x86-64 has.
+// that does), eight at a time where the processor can.
 size_t plainRun(const wchar* p, size_t n) {
     size_t i = 0;
 #if defined(__SSE2__)
-    const __m128i zero = _mm_setzero_si128();
-    const __m128i quote = _mm_set1_epi16('"'), backslash = _mm_set1_epi16('\\'), slash = _mm_set1_epi16('/');
-    const __m128i top = _mm_set1_epi16(0x7F), space = _mm_set1_epi16(0x20), c1End = _mm_set1_epi16(0xA0);
+    const __m128i zero = _mm_setzero_si128(), c1End = _mm_set1_epi16(0xA0);
     const __m128i pageMask = _mm_set1_epi16(short(0xFF00)), page20 = _mm_set1_epi16(0x2000);
     while (i + 8 <= n) {
         __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
-        // ASCII from the space on (saturating differences are zero inside the range)
-        __m128i ascii = _mm_cmpeq_epi16(_mm_or_si128(_mm_subs_epu16(v, top), _mm_subs_epu16(space, v)), zero);
-        __m128i marks = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi16(v, quote), _mm_cmpeq_epi16(v, backslash)),
-                                     _mm_cmpeq_epi16(v, slash));
-        ascii = _mm_andnot_si128(marks, ascii);
+        __m128i ascii = plainAscii8(v);
         // U+00A0 on, except U+2000..U+20FF
         __m128i high = _mm_cmpeq_epi16(_mm_subs_epu16(c1End, v), zero);
         high = _mm_andnot_si128(_mm_cmpeq_epi16(_mm_and_si128(v, pageMask), page20), high);
@@ -142,15 +150,9 @@ char* CJsonWriter::escapeUtf8(std::u16string_view text, char* d) {
     for (size_t i = 0; i < size;) {
 #if defined(__SSE2__)
         // ASCII that needs no escape, eight units at a time.
-        const __m128i zero = _mm_setzero_si128();
-        const __m128i quote = _mm_set1_epi16('"'), backslash = _mm_set1_epi16('\\'), slash = _mm_set1_epi16('/');
-        const __m128i top = _mm_set1_epi16(0x7F), space = _mm_set1_epi16(0x20);
         while (i + 8 <= size) {
             __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
-            __m128i ascii = _mm_cmpeq_epi16(_mm_or_si128(_mm_subs_epu16(v, top), _mm_subs_epu16(space, v)), zero);
-            __m128i marks = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi16(v, quote), _mm_cmpeq_epi16(v, backslash)),
-                                         _mm_cmpeq_epi16(v, slash));
-            if (_mm_movemask_epi8(_mm_andnot_si128(marks, ascii)) != 0xFFFF) break;
+            if (_mm_movemask_epi8(plainAscii8(v)) != 0xFFFF) break;
             _mm_storel_epi64(reinterpret_cast<__m128i*>(d), _mm_packus_epi16(v, v));
             d += 8;
             i += 8;
@@ -166,22 +168,9 @@ char* CJsonWriter::escapeUtf8(std::u16string_view text, char* d) {
             char32_t cp = 0xFFFD;
             if (c <= 0xDBFF && i < size && p[i] >= 0xDC00 && p[i] <= 0xDFFF)
                 cp = 0x10000 + ((char32_t(c) - 0xD800) << 10) + (char32_t(p[i++]) - 0xDC00);
-            if (cp >= 0x10000) {
-                *d++ = char(0xF0 | (cp >> 18));
-                *d++ = char(0x80 | ((cp >> 12) & 0x3F));
-            } else {
-                *d++ = char(0xE0 | (cp >> 12));
-            }
-            *d++ = char(0x80 | ((cp >> 6) & 0x3F));
-            *d++ = char(0x80 | (cp & 0x3F));
+            d = tovan::putUtf8(d, cp);
         } else if (c >= 128 && isPlain(c)) {
-            if (c < 0x800) {
-                *d++ = char(0xC0 | (c >> 6));
-            } else {
-                *d++ = char(0xE0 | (c >> 12));
-                *d++ = char(0x80 | ((c >> 6) & 0x3F));
-            }
-            *d++ = char(0x80 | (c & 0x3F));
+            d = tovan::putUtf8(d, c);
         } else if (c == u'/' && (i == 1 || p[i - 2] != u'<')) {
             *d++ = '/';
         } else {

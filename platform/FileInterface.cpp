@@ -427,13 +427,7 @@ void vcFileInterface::writeText(std::u16string_view text) {
             for (; n < room; ++n) {
                 wchar u = src[n];
                 if (u < 0x80 || (u >= 0xD800 && u <= 0xDFFF)) break;
-                if (u < 0x800) {
-                    *dest++ = char(0xC0 | (u >> 6));
-                } else {
-                    *dest++ = char(0xE0 | (u >> 12));
-                    *dest++ = char(0x80 | ((u >> 6) & 0x3F));
-                }
-                *dest++ = char(0x80 | (u & 0x3F));
+                dest = putUtf8(dest, u);
             }
             out_.resize(size_t(dest - out_.data()));
             i += n;

@@ -121,24 +121,31 @@ NVK_EXPORT std::u16string utf8ToUtf16(std::string_view utf8);
 /// UTF-16 to UTF-8. A pair of surrogates becomes one 4-byte sequence; a lone
 /// surrogate becomes U+FFFD (EF BF BD).
 NVK_EXPORT std::string utf16ToUtf8(std::u16string_view utf16);
-/// The UTF-8 bytes of one code point, appended to `out`; surrogates are the
-/// caller's to pair (or replace) first.
-inline void appendUtf8(std::string& out, char32_t cp) {
+/// The UTF-8 bytes of one code point written at `out` (room for four);
+/// returns the end. Surrogates are the caller's to pair (or replace) first.
+inline char* putUtf8(char* out, char32_t cp) {
     if (cp < 0x80) {
-        out.push_back(char(cp));
-    } else if (cp < 0x800) {
-        out.push_back(char(0xC0 | (cp >> 6)));
-        out.push_back(char(0x80 | (cp & 0x3F)));
-    } else if (cp < 0x10000) {
-        out.push_back(char(0xE0 | (cp >> 12)));
-        out.push_back(char(0x80 | ((cp >> 6) & 0x3F)));
-        out.push_back(char(0x80 | (cp & 0x3F)));
-    } else {
-        out.push_back(char(0xF0 | (cp >> 18)));
-        out.push_back(char(0x80 | ((cp >> 12) & 0x3F)));
-        out.push_back(char(0x80 | ((cp >> 6) & 0x3F)));
-        out.push_back(char(0x80 | (cp & 0x3F)));
+        *out++ = char(cp);
+        return out;
     }
+    if (cp < 0x800) {
+        *out++ = char(0xC0 | (cp >> 6));
+    } else {
+        if (cp < 0x10000) {
+            *out++ = char(0xE0 | (cp >> 12));
+        } else {
+            *out++ = char(0xF0 | (cp >> 18));
+            *out++ = char(0x80 | ((cp >> 12) & 0x3F));
+        }
+        *out++ = char(0x80 | ((cp >> 6) & 0x3F));
+    }
+    *out++ = char(0x80 | (cp & 0x3F));
+    return out;
+}
+/// The same, appended to `out`.
+inline void appendUtf8(std::string& out, char32_t cp) {
+    char bytes[4];
+    out.append(bytes, size_t(putUtf8(bytes, cp) - bytes));
 }
 NVK_EXPORT WString toWide(std::string_view utf8);
 NVK_EXPORT std::string toNarrow(const WString& s);
