@@ -2,6 +2,7 @@
 // stacked, wrapping, sticky notes, drags, moving and placing components.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
 #include <random>
 #include <string>
@@ -22,6 +23,10 @@ Point pointOf(const tovan::Ptr<CProtocolInfo>& p, int index) {
     return CProtocolUtils::GetComponentPoint(p->getComponent(index));
 }
 
+void expectPoints(const tovan::Ptr<CProtocolInfo>& p, std::initializer_list<std::pair<int, Point>> expected) {
+    for (const auto& [index, point] : expected) EXPECT_EQ(pointOf(p, index), point) << "component " << index;
+}
+
 void layout(CProtocolLayoutUtils& l, const tovan::Ptr<CProtocolInfo>& p, const char16_t* fixed = u"") {
     BitsetValue changed;
     bool notes = false;
@@ -34,6 +39,16 @@ tovan::Ptr<CProtocolInfo> fan() {
                         {{1, 2}, {1, 3}, {1, 4}, {2, 5}});
 }
 
+// c0 feeds c1, which feeds c2, and so on.
+tovan::Ptr<CProtocolInfo> pipeline(int length) {
+    static const char* names[] = {"c0", "c1", "c2", "c3", "c4", "c5", "c6", "c7", "c8", "c9", "c10", "c11"};
+    std::vector<Comp> comps;
+    std::vector<Conn> conns;
+    for (int i = 0; i < length; ++i) comps.push_back({i + 1, names[i], i * 10, 0});
+    for (int i = 1; i < length; ++i) conns.push_back({i, i + 1});
+    return makeProtocol(comps, conns);
+}
+
 }  // namespace
 
 TEST(ProtocolLayout, StacksSitInColumnsAndRows) {
@@ -41,21 +56,14 @@ TEST(ProtocolLayout, StacksSitInColumnsAndRows) {
     CProtocolLayoutUtils l;
     l.SetAlignCenter(false);
     layout(l, p);
-    EXPECT_EQ(pointOf(p, 0), (Point{90, 95}));
-    EXPECT_EQ(pointOf(p, 1), (Point{390, 95}));
-    EXPECT_EQ(pointOf(p, 2), (Point{390, 455}));
-    EXPECT_EQ(pointOf(p, 3), (Point{390, 815}));
-    EXPECT_EQ(pointOf(p, 4), (Point{690, 95}));
+    expectPoints(p, {{0, {90, 95}}, {1, {390, 95}}, {2, {390, 455}}, {3, {390, 815}}, {4, {690, 95}}});
     ASSERT_EQ(l.GetNumNetworks(), 1);
     EXPECT_EQ(l.GetNetwork(0).stacks, (std::vector<std::vector<int>>{{0}, {1, 2, 3}, {4}}));
 
     // Centred, the fan spreads about A, and the whole network starts at (90, 95) again.
     CProtocolLayoutUtils centred;
     layout(centred, p);
-    EXPECT_EQ(pointOf(p, 0), (Point{90, 455}));
-    EXPECT_EQ(pointOf(p, 1), (Point{390, 95}));
-    EXPECT_EQ(pointOf(p, 3), (Point{390, 815}));
-    EXPECT_EQ(pointOf(p, 4), (Point{690, 95}));
+    expectPoints(p, {{0, {90, 455}}, {1, {390, 95}}, {3, {390, 815}}, {4, {690, 95}}});
 }
 
 TEST(ProtocolLayout, SpacingFollowsLinesOfText) {
@@ -78,9 +86,7 @@ TEST(ProtocolLayout, FixedComponentsStayPut) {
     auto p = fan();
     CProtocolLayoutUtils l;
     layout(l, p, u"2, 3,4");
-    EXPECT_EQ(pointOf(p, 1), (Point{10, 20}));
-    EXPECT_EQ(pointOf(p, 2), (Point{999, 30}));
-    EXPECT_EQ(pointOf(p, 3), (Point{0, 900}));
+    expectPoints(p, {{1, {10, 20}}, {2, {999, 30}}, {3, {0, 900}}});
     EXPECT_TRUE(l.IsFixed(1));
 
     std::string before = tovan::toNarrow(CProtocolFile::WriteText(p.get()));
@@ -94,13 +100,10 @@ TEST(ProtocolLayout, UnconnectedPortlessComponentsShareARowOrStack) {
     auto p = makeProtocol({{1, "Note", 400, 400, ""}, {2, "Other", 0, 0, ""}}, {});
     CProtocolLayoutUtils l;
     layout(l, p);
-    EXPECT_EQ(pointOf(p, 0), (Point{90, 95}));
-    EXPECT_EQ(pointOf(p, 1), (Point{390, 125}));  // one column on, a minimum separation lower
-
+    expectPoints(p, {{0, {90, 95}}, {1, {390, 125}}});  // one column on, a minimum separation lower
     l.SetSingleComponentLinearLayout(false);
     layout(l, p);
-    EXPECT_EQ(pointOf(p, 0), (Point{90, 95}));
-    EXPECT_EQ(pointOf(p, 1), (Point{90, 455}));
+    expectPoints(p, {{0, {90, 95}}, {1, {90, 455}}});
 }
 
 TEST(ProtocolLayout, NetworksStackAndTuckIntoFreeSpace) {
@@ -110,37 +113,30 @@ TEST(ProtocolLayout, NetworksStackAndTuckIntoFreeSpace) {
                           {{1, 2}, {2, 3}, {1, 4}});
     CProtocolLayoutUtils l;
     l.SetAlignCenter(false);
-    tovan::setDebugTargets("LayoutNetwork");
-    tovan::DiagnosticCapture capture;
+    DebugScope scope("LayoutNetwork");
     layout(l, p);
-    tovan::setDebugTargets("");
     ASSERT_EQ(l.GetNumNetworks(), 2);
     int i = 0, j = 0;
     EXPECT_FALSE(l.HasNetworkOverlap(i, j));
     // D sits under B in stack 1; the lone component goes under A, in column 0.
-    EXPECT_EQ(pointOf(p, 3), (Point{390, 455}));
-    EXPECT_EQ(pointOf(p, 4), (Point{90, 455}));
-    bool sawSearch = false;
-    for (const std::string& line : capture.debugLines())
-        if (line == "LayoutNetwork: Network 1: move up -360 was OK") sawSearch = true;
-    EXPECT_TRUE(sawSearch);
+    expectPoints(p, {{3, {390, 455}}, {4, {90, 455}}});
+    const std::vector<std::string> lines = scope.capture.debugLines();
+    EXPECT_NE(std::find(lines.begin(), lines.end(), "LayoutNetwork: Network 1: move up -360 was OK"), lines.end());
 }
 
 TEST(ProtocolLayout, LongPipelinesWrap) {
-    std::vector<Comp> comps;
-    std::vector<Conn> conns;
-    static const char* names[] = {"c0", "c1", "c2", "c3", "c4", "c5", "c6", "c7", "c8", "c9", "c10", "c11"};
-    for (int i = 0; i < 12; ++i) comps.push_back({i + 1, names[i], i * 10, 0});
-    for (int i = 1; i < 12; ++i) conns.push_back({i, i + 1});
-    auto p = makeProtocol(comps, conns);
+    auto p = pipeline(12);
     CProtocolLayoutUtils l;
     l.SetWrapLongPipelines(6);
     layout(l, p);
-    EXPECT_EQ(pointOf(p, 6), (Point{1890, 95}));
-    EXPECT_EQ(pointOf(p, 7), (Point{1290, 635}));
-    EXPECT_EQ(pointOf(p, 9), (Point{1890, 635}));
-    EXPECT_EQ(pointOf(p, 10), (Point{1290, 1175}));
-    EXPECT_EQ(pointOf(p, 11), (Point{1590, 1175}));
+    expectPoints(p, {{6, {1890, 95}}, {7, {1290, 635}}, {9, {1890, 635}}, {10, {1290, 1175}}, {11, {1590, 1175}}});
+
+    // With W = 5 the row would be 5 - 4 + 1 = 2 stacks long: too short, nothing moves.
+    auto q = pipeline(8);
+    CProtocolLayoutUtils five;
+    five.SetWrapLongPipelines(5);
+    layout(five, q);
+    for (int i = 0; i < 8; ++i) EXPECT_EQ(pointOf(q, i), (Point{90 + 300 * i, 95}));
 }
 
 TEST(ProtocolLayout, StickyNotesAreAvoidedAndSaved) {
@@ -155,15 +151,13 @@ TEST(ProtocolLayout, StickyNotesAreAvoidedAndSaved) {
     EXPECT_FALSE(notes);
 
     auto q = makeProtocol({{1, "A", 0, 0}}, {}, "\"stickyNotes\":[\"%VERSION 3%\",\"2000 50 100 100\",\"up\",\"s\"]");
-    tovan::setDebugTargets("LayoutProtocolStickyNotes");
-    tovan::DiagnosticCapture capture;
+    DebugScope scope("LayoutProtocolStickyNotes");
     l.LayoutProtocol(q.get(), u"", changed, notes);
-    tovan::setDebugTargets("");
     EXPECT_TRUE(notes);
     std::vector<tovan::WString> stored;
     ASSERT_TRUE(q->getTextArrayAttribute(tovan::NVK_ProtocolStickyNotes, stored));
     EXPECT_EQ(stored, (std::vector<tovan::WString>{u"%VERSION 3%", u"2000 0 100 100", u"up", u"s"}));
-    std::vector<std::string> lines = capture.debugLines();
+    std::vector<std::string> lines = scope.capture.debugLines();
     ASSERT_GE(lines.size(), 2u);
     EXPECT_EQ(lines[0], "LayoutProtocolStickyNotes: TOP violated: TBLR -50 50 2000 2100");
     EXPECT_EQ(lines[1], "LayoutProtocolStickyNotes: NEW position: TBLR 0 100 2000 2100");
@@ -172,10 +166,8 @@ TEST(ProtocolLayout, StickyNotesAreAvoidedAndSaved) {
 TEST(ProtocolLayout, PhasesRunInOrder) {
     auto p = fan();
     CProtocolLayoutUtils l;
-    tovan::setDebugTargets("LayoutProtocol");
-    tovan::DiagnosticCapture capture;
+    DebugScope scope("LayoutProtocol");
     layout(l, p);
-    tovan::setDebugTargets("");
     std::vector<std::string> expected{
         "LayoutProtocol: rule DistanceFromStartNode wantFurthest 1",
         "LayoutProtocol: [LoadProtocolComponents]",
@@ -189,12 +181,16 @@ TEST(ProtocolLayout, PhasesRunInOrder) {
         "LayoutProtocol: [SaveCoordinates]",
         "LayoutProtocol: END LAYOUT",
     };
-    EXPECT_EQ(capture.debugLines(), expected);
+    EXPECT_EQ(scope.capture.debugLines(), expected);
 }
 
 TEST(ProtocolLayout, DraggedStartNodeKeepsItsMoveAsAnOffset) {
-    auto p = makeProtocol({{1, "A", 120, 95, "p"}, {2, "B", 390, 95}}, {{1, 2}});
-    CProtocolUtils::SetComponentMovedFrom(p->getComponent(0), {90, 95});
+    auto dragged = [] {
+        auto p = makeProtocol({{1, "A", 120, 95, "p"}, {2, "B", 390, 95}}, {{1, 2}});
+        CProtocolUtils::SetComponentMovedFrom(p->getComponent(0), {90, 95});
+        return p;
+    };
+    auto p = dragged();
     CProtocolLayoutUtils l;
     layout(l, p);
     EXPECT_TRUE(l.FoundOffsetMove());
@@ -202,8 +198,7 @@ TEST(ProtocolLayout, DraggedStartNodeKeepsItsMoveAsAnOffset) {
     EXPECT_FALSE(p->getComponent(0)->hasAttribute(tovan::NVK_ComponentOffset));
     EXPECT_FALSE(p->getComponent(0)->hasAttribute(tovan::NVK_ComponentMovedFrom));
 
-    auto q = makeProtocol({{1, "A", 120, 95, "p"}, {2, "B", 390, 95}}, {{1, 2}});
-    CProtocolUtils::SetComponentMovedFrom(q->getComponent(0), {90, 95});
+    auto q = dragged();
     l.SetAcceptOffsetMoves(true);
     layout(l, q);
     EXPECT_EQ(pointOf(q, 0), (Point{120, 95}));
@@ -254,20 +249,6 @@ TEST(ProtocolLayout, PositionNewComponent) {
                      "Unexpected pipe configuration - please contact Orvenda Support");
 }
 
-TEST(ProtocolLayout, WrappingNeedsALongEnoughRow) {
-    // With W = 5 the row would be 5 - 4 + 1 = 2 stacks long: too short, nothing moves.
-    std::vector<Comp> comps;
-    std::vector<Conn> conns;
-    static const char* names[] = {"c0", "c1", "c2", "c3", "c4", "c5", "c6", "c7"};
-    for (int i = 0; i < 8; ++i) comps.push_back({i + 1, names[i], 0, 0});
-    for (int i = 1; i < 8; ++i) conns.push_back({i, i + 1});
-    auto p = makeProtocol(comps, conns);
-    CProtocolLayoutUtils l;
-    l.SetWrapLongPipelines(5);
-    layout(l, p);
-    for (int i = 0; i < 8; ++i) EXPECT_EQ(pointOf(p, i), (Point{90 + 300 * i, 95}));
-}
-
 TEST(ProtocolLayout, DanglingOutputWidensTheGapToTheNextStack) {
     // Y has a pass port with nothing connected; Z's three children are centred about Z, so
     // the first lands level with Y one column on, where Y's port stub would meet it.
@@ -276,9 +257,7 @@ TEST(ProtocolLayout, DanglingOutputWidensTheGapToTheNextStack) {
                           {{1, 3}, {1, 4}, {4, 5}, {4, 6}, {4, 7}});
     CProtocolLayoutUtils l;
     layout(l, p);
-    EXPECT_EQ(pointOf(p, 1), (Point{390, 95}));
-    EXPECT_EQ(pointOf(p, 3), (Point{765, 95}));  // 300 + the medium margin of 75
-    EXPECT_EQ(pointOf(p, 5), (Point{765, 815}));
+    expectPoints(p, {{1, {390, 95}}, {3, {765, 95}}, {5, {765, 815}}});  // 300 + the medium margin of 75
 
     // Without the dangling port there is nothing to widen for.
     p->getComponent(1)->setBoolAttribute(tovan::NVK_ComponentReturnsPass, false);
@@ -304,8 +283,7 @@ TEST(ProtocolLayout, OffsetsComeBackAfterLayout) {
     CProtocolUtils::SetComponentOffset(p->getComponent(1), {10, 40});
     CProtocolLayoutUtils l;
     layout(l, p);
-    EXPECT_EQ(pointOf(p, 0), (Point{90, 95}));
-    EXPECT_EQ(pointOf(p, 1), (Point{400, 135}));
+    expectPoints(p, {{0, {90, 95}}, {1, {400, 135}}});
     EXPECT_EQ(CProtocolUtils::GetComponentOffset(p->getComponent(1)), (Point{10, 40}));
     layout(l, p);  // a second layout leaves it where it is
     EXPECT_EQ(pointOf(p, 1), (Point{400, 135}));
