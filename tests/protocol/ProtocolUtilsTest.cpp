@@ -39,16 +39,13 @@ TEST(ProtocolPerception, AdjacencySetsAndNames) {
                           {{1, 2, "pass"}, {1, 3, "fail"}, {2, 3, "pass"}});
     CProtocolUtils u;
     u.LoadProtocolComponents(p.get());
-    EXPECT_EQ(members(u.GetAdjacent(2, CProtocolUtils::AdjAll)), (std::vector<int>{0, 1}));
-    EXPECT_EQ(members(u.GetAdjacent(2, CProtocolUtils::AdjInput)), (std::vector<int>{0, 1}));
-    EXPECT_EQ(members(u.GetAdjacent(0, CProtocolUtils::AdjPassOrFail)), (std::vector<int>{1, 2}));
-    EXPECT_EQ(members(u.GetAdjacent(2, CProtocolUtils::AdjInputFromPass)), (std::vector<int>{1}));
-    EXPECT_EQ(members(u.GetAdjacent(2, CProtocolUtils::AdjInputFromFail)), (std::vector<int>{0}));
-    EXPECT_EQ(members(u.GetAdjacent(0, CProtocolUtils::AdjPass)), (std::vector<int>{1}));
-    EXPECT_EQ(members(u.GetAdjacent(0, CProtocolUtils::AdjFail)), (std::vector<int>{2}));
-    EXPECT_EQ(std::u16string(CProtocolUtils::GetAdjacencyName(2)), u"Pass or Fail");
-    EXPECT_EQ(std::u16string(CProtocolUtils::GetAdjacencyName(4)), u"Input from Fail");
-    EXPECT_EQ(std::u16string(CProtocolUtils::GetAdjacencyName(7)), u"???");
+    using U = CProtocolUtils;
+    const std::tuple<int, int, std::vector<int>> adjacent[] = {
+        {2, U::AdjAll, {0, 1}},       {2, U::AdjInput, {0, 1}}, {0, U::AdjPassOrFail, {1, 2}}, {2, U::AdjInputFromPass, {1}},
+        {2, U::AdjInputFromFail, {0}}, {0, U::AdjPass, {1}},    {0, U::AdjFail, {2}}};
+    for (const auto& [c, flag, expected] : adjacent) EXPECT_EQ(members(u.GetAdjacent(c, flag)), expected) << flag;
+    for (auto [flag, name] : {std::pair{2, u"Pass or Fail"}, {4, u"Input from Fail"}, {7, u"???"}})
+        EXPECT_EQ(std::u16string(U::GetAdjacencyName(flag)), name);
     EXPECT_THROW_MSG(u.GetAdjacent(0, 7), tovan::Exception, "Unrecognized adjacent flag");
     EXPECT_THROW_MSG(u.GetPoint(3), tovan::InvalidIndexException, "Index 3 is out of range (last valid index 2)");
     // Siblings fed by A run in protocol order: B above C.
@@ -85,9 +82,7 @@ TEST(ProtocolPerception, RingsAndChains) {
     CProtocolUtils u;
     u.LoadProtocolComponents(ring.get());
     EXPECT_EQ(u.GetNumStartNodes(), 0);
-    EXPECT_EQ(u.GetDistance(1), 0);
-    EXPECT_EQ(u.GetDistance(2), 1);
-    EXPECT_EQ(u.GetDistance(0), 2);
+    for (auto [c, distance] : {std::pair{1, 0}, {2, 1}, {0, 2}}) EXPECT_EQ(u.GetDistance(c), distance) << c;
     EXPECT_EQ(members(u.GetLoopConnections()), std::vector<int>{0});  // A -> B closes the loop seen from B
     EXPECT_TRUE(u.HasLoops());
     EXPECT_EQ(members(u.GetRingComponents()), (std::vector<int>{0, 1, 2}));
