@@ -162,23 +162,6 @@ TEST_F(NodeQueryTest, FlagsLimitAppendFoldAndSilence) {
     EXPECT_THROW_MSG(root_->query(u"line", 0x100, text), BadParameterException, "Unknown query flags 0x100");
 }
 
-TEST_F(NodeQueryTest, IndexPathExpressionsFindTheirNodeFromAnywhereInTheTree) {
-    std::vector<iNode*> all{root_.get()};
-    for (size_t i = 0; i < all.size(); ++i)
-        for (int c = 0; c < all[i]->getNumberOfChildren(); ++c) all.push_back(all[i]->getChildAt(c));
-    for (iNode* n : all) {
-        WString path;
-        n->getIndexPathExpression(path);
-        if (path.isEmpty()) path = u"/";
-        for (iNode* from : {static_cast<iNode*>(root_.get()), all.back()}) {
-            NodeReferenceSet found;
-            EXPECT_TRUE(from->query(path, 0, found)) << utf8(path);
-            ASSERT_EQ(found.size(), 1u) << utf8(path);
-            EXPECT_EQ(found.first(), n) << utf8(path);
-        }
-    }
-}
-
 TEST_F(NodeQueryTest, QueriesSeeTheTreeAsItIsNow) {
     EXPECT_EQ(nodes(u"line"), "line(1) line(2)");
     NodePtr extra = node(u"line");

@@ -126,8 +126,6 @@ TEST(ProtocolPerception, ExecutionOrderPutsSmallerYFirst) {
     std::vector<unsigned> order{1, 0, 2};
     u.SortInExecutionOrder(order);
     EXPECT_EQ(order, (std::vector<unsigned>{2, 0, 1}));
-    EXPECT_EQ(CProtocolUtils::getLocationMetric(5, 1), 16777221);
-    EXPECT_LT(CProtocolUtils::getLocationMetric(5, 1), CProtocolUtils::getLocationMetric(0, 2));
     EXPECT_EQ(CProtocolUtils::Distance(0, 0, 3, 4), 5);
     EXPECT_EQ(CProtocolUtils::Distance(0, 0, 1, 1), 1);  // 1.414 truncated
 }
