@@ -59,10 +59,9 @@ TEST(JsonReader, ReadsObjectsOneByOneAndSkipsWhatIsBetween) {
     ASSERT_EQ(r.error, "");
     ASSERT_EQ(r.objects.size(), 2u);
 
-    EXPECT_EQ(readAll(u"").objects.size(), 0u);
-    EXPECT_EQ(readAll(u"[1, 2, 3]").objects.size(), 0u);  // no object at all
-    EXPECT_EQ(readAll(u"{}").objects.size(), 1u);
-    EXPECT_EQ(readAll(u"{\"e\":[]}").objects.size(), 1u);
+    // No object at all, and the smallest ones.
+    for (auto [text, count] : {std::pair{u"", 0u}, {u"[1, 2, 3]", 0u}, {u"{}", 1u}, {u"{\"e\":[]}", 1u}})
+        EXPECT_EQ(readAll(text).objects.size(), count) << nvktest::utf8(text);
 }
 
 TEST(JsonReader, SkipsAtMost1024CharactersBeforeAnObject) {
@@ -182,10 +181,7 @@ TEST(JsonReader, ParseExceptionsCarryTheTokenLocations) {
 TEST(JsonReader, CountsLinesAndColumnsFromZero) {
     Tokens tokens = tokensOf(u"{\"a\":\r\n [1,\n\"x\ny\"]}");
     ASSERT_EQ(tokens.size(), 9u);
-    EXPECT_EQ(tokens[0].kind, TokenKind::ObjectBegin);
-    EXPECT_EQ(tokens[3].kind, TokenKind::ArrayBegin);
     EXPECT_EQ(tokens[3].begin, (Location{1, 1, 8}));  // the carriage return was a column of line 0
-    EXPECT_EQ(tokens[6].kind, TokenKind::String);
     EXPECT_EQ(tokens[6].text, u"x\ny");
     EXPECT_EQ(tokens[6].begin, (Location{2, 0, 12}));
     EXPECT_EQ(tokens[6].end, (Location{3, 2, 17}));  // a line feed inside a string counts too
