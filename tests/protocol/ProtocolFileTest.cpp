@@ -3,6 +3,7 @@
 
 #include "platform/Exception.h"
 #include "protocol/CProtocolFile.h"
+#include "tests/protocol/ProtocolTestSupport.h"
 #include "tests/support/TestSupport.h"
 
 using namespace nvk;
@@ -60,19 +61,13 @@ TEST(ProtocolFile, ErrorsNameTheFileFieldAndIndex) {
     fails(R"({"name": "x", "components": [{"id": 1, "name": "A", "ports": [], "point": [0, 0]},
           {"id": 2, "name": "B", "ports": [], "point": [0, "1"]}], "connections": []})",
           "flow.json: components[1].point: expected [x, y] with two 32-bit integers");
-    fails(R"({"name": "x", "components": [{"id": 1, "name": "A", "ports": [], "point": [0, 0]},
-          {"id": 1, "name": "B", "ports": [], "point": [0, 0]}], "connections": []})",
+    using nvktest::protocolJson;
+    fails(protocolJson({{1, "A", 0, 0, ""}, {1, "B", 0, 0, ""}}, {}),
           "flow.json: components[1].id: duplicate local ID 1 (also components[0])");
-    fails(R"({"name": "x", "components": [{"id": 1, "name": "A", "ports": ["pass"], "point": [0, 0]}],
-          "connections": [{"from": 1, "to": 7, "port": "pass"}]})",
-          "flow.json: connections[0].to: unknown local ID 7");
-    fails(R"({"name": "x", "components": [{"id": 1, "name": "A", "ports": ["pass"], "point": [0, 0]},
-          {"id": 2, "name": "B", "ports": ["input"], "point": [0, 0]}],
-          "connections": [{"from": 1, "to": 2, "port": "pass"}, {"from": 1, "to": 2, "port": "fail"}]})",
+    fails(protocolJson({{1, "A", 0, 0, "p"}}, {{1, 7}}), "flow.json: connections[0].to: unknown local ID 7");
+    fails(protocolJson({{1, "A", 0, 0, "p"}, {2, "B", 0, 0, "i"}}, {{1, 2}, {1, 2, "fail"}}),
           "flow.json: connections[1].port: component 1 (components[0]) has no fail port");
-    fails(R"({"name": "x", "components": [{"id": 1, "name": "A", "ports": ["pass"], "point": [0, 0]},
-          {"id": 2, "name": "B", "ports": ["pass"], "point": [0, 0]}],
-          "connections": [{"from": 1, "to": 2, "port": "pass"}]})",
+    fails(protocolJson({{1, "A", 0, 0, "p"}, {2, "B", 0, 0, "p"}}, {{1, 2}}),
           "flow.json: connections[0].to: component 2 (components[1]) has no input port");
     fails(R"({"name": "x", "components": [{"id": 1, "name": "G", "ports": [], "point": [0, 0],
           "subprotocol": {"name": "in", "components": [{"id": 4, "name": "A", "ports": ["side"], "point": [0, 0]}],
