@@ -22,7 +22,8 @@ std::string typeLetters(const CJsonDataTyper& typer) {
 }  // namespace
 
 TEST(JsonDataTyper, TypesElementsAndMergesArrays) {
-    // The type letters, and whether the array is regular with these dimensions.
+    // The type letters, and whether the array is regular with these dimensions
+    // (arrays whose converted property shows the same are in the converter's test).
     const struct {
         const char16_t* json;
         const char* letters;
@@ -42,20 +43,15 @@ TEST(JsonDataTyper, TypesElementsAndMergesArrays) {
         {u"1e10", "d", false, {}},
         {u"0.5", "d", false, {}},
         {u"Infinity", "d", false, {}},
-        {u"[]", "a00", false, {}},
-        {u"[1, 2.5]", "a2d", false, {}},
         {u"[2.5, 1]", "a2d", false, {}},
         {u"[1, \"s\"]", "a2v", false, {}},
         {u"[null, 1]", "a2v", false, {}},
         {u"[true, 1]", "a2v", false, {}},
         {u"[1, \"s\", 2.5]", "a3v", false, {}},  // variant stays variant
         {u"[{}, {\"a\": 1}]", "a2o", false, {}},
-        {u"[[1, 2], [3, 4.5]]", "a2a2d", true, {2, 2}},
-        {u"[[1, 2], [3]]", "a2v", false, {}},
         {u"[[1, 2], [true, 1]]", "a2a2i", true, {2, 2}},  // the deliberate asymmetry
         {u"[[true, 1], [1, 2]]", "a2a2v", true, {2, 2}},
         {u"[[1, 2, 3], [4, 5, 6]]", "a2a3i", true, {2, 3}},
-        {u"[[[1], [2]], [[3], [4]]]", "a2a2a1i", true, {2, 2, 1}},
         {u"[[[1], [2]], [[3], [4.5]]]", "a2v", false, {}},  // only one-dimensional arrays merge by type
         {u"[[[1], [2]], [[3], [4, 5]]]", "a2v", false, {}},
         {u"[[], []]", "a2a00", true, {2, 0}},
