@@ -410,9 +410,10 @@ TEST(NodeStream, RecordsAndNodeFiles) {
     MemoryInputStream huge(Bytes{0x03, 0xFF, 0xFF, 0xFF, 0x7F, 'N', 'o', 'r'}, 2);
     EXPECT_THROW_MSG(nvk::readRecord(huge), Exception, "Unexpected end of stream: needed 4096 bytes, got 3");
 
-    WString other = WString(tovan::utf8ToUtf16((dir / "other").string()));
+    const std::string otherName = (dir / "other").string();
+    const WString other = WString(tovan::utf8ToUtf16(otherName));
     writeFile(other, "nvkx");
-    EXPECT_THROW_MSG(nvk::readNodeFile(other), Exception, "File \"" + (dir / "other").string() + "\" is not a node file");
+    EXPECT_THROW_MSG(nvk::readNodeFile(other), Exception, "File \"" + otherName + "\" is not a node file");
 
     // Record by record, the reader knows how far it got, also when a record is cut short
     // (here its last byte, with the end mark after it).
@@ -430,7 +431,6 @@ TEST(NodeStream, RecordsAndNodeFiles) {
     EXPECT_EQ(reader.offset(), full.size() - 2);
 
     // Only the end mark tells a whole file from one cut between records, or one that goes on.
-    const std::string otherName = (dir / "other").string();
     writeFile(other, full.substr(0, full.size() - 1));
     EXPECT_THROW_MSG(nvk::readNodeFile(other), Exception,
                      "File \"" + otherName + "\" is cut short: it ends without its end mark");
@@ -443,7 +443,7 @@ TEST(NodeStream, RecordsAndNodeFiles) {
     EXPECT_EQ(whole.offset(), full.size());
     writeFile(other, "nvkb\x10");
     EXPECT_THROW_MSG(nvk::NodeFileReader(other).next(), Exception,
-                     "Unsupported stream version 4 in \"" + (dir / "other").string() + "\"");
+                     "Unsupported stream version 4 in \"" + otherName + "\"");
 }
 
 TEST(NodeStream, DeepNestingIsRefused) {

@@ -99,33 +99,30 @@ void writePlainly(nvk::CJsonWriter& w, const iNode& node, bool newLineAfter, boo
 void expectPlainText(const Nodes& nodes, const std::string& what) {
     for (bool newLineAfter : {false, true})
         for (bool asList : {false, true}) {
-            nvk::JsonStringSink sink;
-            nvk::CJsonWriter w(&sink);
-            w.array();
-            for (const auto& n : nodes)
-                nvk::JsonUtilities::AppendElementToArray(w, n.get(), newLineAfter, true, asList);
-            w.endArray();
-            nvk::JsonStringSink plainSink;
-            nvk::CJsonWriter plain(&plainSink);
+            const std::string how = what + (newLineAfter ? ", line feeds" : "") + (asList ? ", children as a list" : "");
+            auto writeTrees = [&](nvk::CJsonWriter& w) {
+                w.array();
+                for (const auto& n : nodes)
+                    nvk::JsonUtilities::AppendElementToArray(w, n.get(), newLineAfter, true, asList);
+                w.endArray();
+            };
+            nvk::JsonStringSink sink, plainSink;
+            nvk::CJsonWriter w(&sink), plain(&plainSink);
+            writeTrees(w);
             plain.array();
             for (const auto& n : nodes) writePlainly(plain, *n, newLineAfter, asList);
             plain.endArray();
-            EXPECT_EQ(sink.text(), plainSink.text())
-                << what << (newLineAfter ? ", line feeds" : "") << (asList ? ", children as a list" : "");
+            EXPECT_EQ(sink.text(), plainSink.text()) << how;
             // A file takes the tree writer's text as UTF-8 directly: the bytes
             // it ends up with are those of the plain walk's text.
             tovan::vcFileInterface file, plainFile;
             file.openOutput();
             nvk::CJsonWriter* fw = nvk::JsonUtilities::CreateJsonWriter(&file);
-            fw->array();
-            for (const auto& n : nodes)
-                nvk::JsonUtilities::AppendElementToArray(*fw, n.get(), newLineAfter, true, asList);
-            fw->endArray();
+            writeTrees(*fw);
             nvk::JsonUtilities::DestroyJsonWriter(fw);
             plainFile.openOutput();
             plainFile.writeText(plainSink.text());
-            EXPECT_EQ(file.getOutputBytes(), plainFile.getOutputBytes())
-                << what << " through a file" << (newLineAfter ? ", line feeds" : "") << (asList ? ", as a list" : "");
+            EXPECT_EQ(file.getOutputBytes(), plainFile.getOutputBytes()) << how << ", through a file";
         }
 }
 
