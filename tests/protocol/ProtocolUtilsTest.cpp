@@ -19,12 +19,16 @@ std::vector<int> members(const BitsetValue& set) {
     return out;
 }
 
+// Perception of a protocol as loaded.
+struct Perceived : CProtocolUtils {
+    explicit Perceived(const tovan::Ptr<CProtocolInfo>& p) { LoadProtocolComponents(p.get()); }
+};
+
 }  // namespace
 
 TEST(ProtocolPerception, SingleUnconnectedComponent) {
     auto p = makeProtocol({{7, "Only", 10, 10, ""}}, {});
-    CProtocolUtils u;
-    u.LoadProtocolComponents(p.get());
+    Perceived u(p);
     EXPECT_EQ(u.GetNumStartNodes(), 1);
     ASSERT_EQ(u.GetAssemblies().size(), 1u);
     EXPECT_EQ(members(u.GetAssemblies()[0].components), std::vector<int>{0});
@@ -37,8 +41,7 @@ TEST(ProtocolPerception, AdjacencySetsAndNames) {
     // A feeds B by pass and C by fail; B feeds C.
     auto p = makeProtocol({{1, "A", 0, 0}, {2, "B", 300, 0}, {3, "C", 300, 300}},
                           {{1, 2, "pass"}, {1, 3, "fail"}, {2, 3, "pass"}});
-    CProtocolUtils u;
-    u.LoadProtocolComponents(p.get());
+    Perceived u(p);
     using U = CProtocolUtils;
     const std::tuple<int, int, std::vector<int>> adjacent[] = {
         {2, U::AdjAll, {0, 1}},       {2, U::AdjInput, {0, 1}}, {0, U::AdjPassOrFail, {1, 2}}, {2, U::AdjInputFromPass, {1}},
@@ -79,8 +82,7 @@ TEST(ProtocolPerception, RingsAndChains) {
     // A pure ring: every member has an upstream. The start is the smallest initial X, and
     // the lower index wins a tie (B and C share X = 50).
     auto ring = makeProtocol({{1, "A", 200, 0}, {2, "B", 50, 0}, {3, "C", 50, 300}}, {{1, 2}, {2, 3}, {3, 1}});
-    CProtocolUtils u;
-    u.LoadProtocolComponents(ring.get());
+    Perceived u(ring);
     EXPECT_EQ(u.GetNumStartNodes(), 0);
     for (auto [c, distance] : {std::pair{1, 0}, {2, 1}, {0, 2}}) EXPECT_EQ(u.GetDistance(c), distance) << c;
     EXPECT_EQ(members(u.GetLoopConnections()), std::vector<int>{0});  // A -> B closes the loop seen from B
@@ -107,8 +109,7 @@ TEST(ProtocolPerception, RingsAndChains) {
 TEST(ProtocolPerception, ChainAssembliesGroupByConnections) {
     auto p = makeProtocol({{1, "A", 0, 0}, {2, "B", 300, 0}, {3, "C", 600, 0}, {4, "D", 0, 400}, {5, "E", 300, 400}},
                           {{1, 2}, {2, 3}, {4, 5}});
-    CProtocolUtils u;
-    u.LoadProtocolComponents(p.get());
+    Perceived u(p);
     ASSERT_EQ(u.GetAssemblies().size(), 2u);
     EXPECT_TRUE(u.GetAssemblies()[0].isChain);
     EXPECT_EQ(members(u.GetAssemblies()[0].components), (std::vector<int>{0, 1, 2}));
@@ -121,8 +122,7 @@ TEST(ProtocolPerception, ChainAssembliesGroupByConnections) {
 
 TEST(ProtocolPerception, ExecutionOrderPutsSmallerYFirst) {
     auto p = makeProtocol({{1, "A", 5, 1, ""}, {2, "B", 0, 2, ""}, {3, "C", -4, 1, ""}}, {});
-    CProtocolUtils u;
-    u.LoadProtocolComponents(p.get());
+    Perceived u(p);
     std::vector<unsigned> order{1, 0, 2};
     u.SortInExecutionOrder(order);
     EXPECT_EQ(order, (std::vector<unsigned>{2, 0, 1}));
@@ -136,8 +136,7 @@ TEST(ProtocolPerception, StickyNotes) {
     auto p = makeProtocol({{1, "A", 100, 200}}, {}, notes);
     p->getComponent(0)->setTextArrayAttribute(tovan::NVK_ComponentStickyNotes,
                                               {u"%VERSION 3%", u"130 -260 220 90", u"mine", u""});
-    CProtocolUtils u;
-    u.LoadProtocolComponents(p.get());
+    Perceived u(p);
     ASSERT_EQ(u.GetProtocolStickyNotes().size(), 2u);  // seven elements after the version: two notes
     const auto& first = u.GetStickyNotes()[size_t(u.GetProtocolStickyNotes()[0])];
     EXPECT_EQ(first.extent, (CProtocolUtils::Extent{30, 120, 40, 260}));
@@ -173,8 +172,7 @@ TEST(ProtocolPerception, DragsBecomeOffsetsOrOrderChanges) {
     tovan::iComponentInfo* b = p->getComponent(1);
     CProtocolUtils::SetComponentMovedFrom(b, {390, 95});
     CProtocolUtils::SetComponentPoint(b, {420, 125});
-    CProtocolUtils u;
-    u.LoadProtocolComponents(p.get());
+    Perceived u(p);
     EXPECT_FALSE(u.ProcessMovedFrom());
     EXPECT_EQ(u.GetPoint(1), (CProtocolUtils::Point{390, 95}));
     EXPECT_EQ(CProtocolUtils::GetComponentOffset(b), (CProtocolUtils::Point{30, 30}));
@@ -204,8 +202,7 @@ TEST(ProtocolPerception, DragsBecomeOffsetsOrOrderChanges) {
 TEST(ProtocolPerception, StartNodeOrderAndDebugLines) {
     DebugScope scope("PerceiveStartNodes,OffsetChangesExecutionOrder");
     auto p = makeProtocol({{1, "S1", 90, 95, "p"}, {2, "S2", 90, 455, "p"}, {3, "T", 390, 95}}, {{1, 3}, {2, 3}});
-    CProtocolUtils u;
-    u.LoadProtocolComponents(p.get());
+    Perceived u(p);
     EXPECT_EQ(u.GetStartNodes(), (std::vector<int>{0, 1}));
     EXPECT_FALSE(u.OffsetChangesExecutionOrder(1, std::vector<int>{0, 0, 0}, std::vector<int>{0, 100, 0}));
     EXPECT_TRUE(u.OffsetChangesExecutionOrder(1, std::vector<int>{0, 0, 0}, std::vector<int>{0, -400, 0}));
@@ -221,8 +218,7 @@ TEST(ProtocolPerception, StartNodeOrderAndDebugLines) {
 TEST(ProtocolPerception, SetHelpers) {
     auto p = makeProtocol({{1, "A", 0, 0}, {2, "B", 300, 0}, {3, "C", 600, 0}, {4, "D", 900, 0}},
                           {{1, 2}, {2, 3}, {3, 4}, {1, 4, "fail"}});
-    CProtocolUtils u;
-    u.LoadProtocolComponents(p.get());
+    Perceived u(p);
     BitsetValue set;
     tovan::WString error;
     ASSERT_TRUE(u.ConvertIDsToBitset({u"2", u" 3"}, set, error));
