@@ -331,10 +331,6 @@ TEST(NodePool, RecycledNodesStartEmpty) {
     EXPECT_THROW_MSG(again->deleteInstance(), Exception,
                      "Tried to deleteInstance() an object with nonzero ref count: 1\n");
     EXPECT_EQ(again->getRefCount(), 1);
-
-    // By tag, through the factory.
-    Ptr<iNode> byTag = ObjectFactory::createAs<iNode>("Norvatek.data.BaseNode");
-    EXPECT_EQ(byTag->getClass(), CBaseNode::Tag);
 }
 
 namespace {
