@@ -263,18 +263,6 @@ TEST(ProtocolLayout, DanglingOutputWidensTheGapToTheNextStack) {
     EXPECT_EQ(pointOf(p, 3), (Point{690, 95}));
 }
 
-TEST(ProtocolLayout, SiblingsInDifferentStacksKeepProtocolOrder) {
-    // S feeds X (index 1) and Y (index 2); Y is one step away but X three, so Y is placed
-    // first in an earlier stack and must still run after X.
-    auto p = makeProtocol({{1, "S", 0, 0}, {2, "X", 0, 0}, {3, "Y", 0, 0}, {4, "P", 0, 0}, {5, "Q", 0, 0}},
-                          {{1, 4}, {4, 5}, {5, 2}, {1, 2}, {1, 3}});
-    CProtocolLayoutUtils l;
-    layout(l, p);
-    EXPECT_LT(CProtocolUtils::getLocationMetric(pointOf(p, 1)), CProtocolUtils::getLocationMetric(pointOf(p, 2)));
-    EXPECT_EQ(pointOf(p, 1).x, 990);
-    EXPECT_EQ(pointOf(p, 2).x, 390);
-}
-
 TEST(ProtocolLayout, OffsetsComeBackAfterLayout) {
     auto p = makeProtocol({{1, "A", 500, 500}, {2, "B", 0, 0}}, {{1, 2}});
     CProtocolUtils::SetComponentOffset(p->getComponent(1), {10, 40});
