@@ -312,7 +312,6 @@ TEST(Value, EqualityCloneAndAssign) {
     EXPECT_EQ(DoubleValue(std::nan("")).toString(), WString(u"NaN"));
     EXPECT_EQ(IntegerValue(-7).toString(), WString(u"-7"));
     EXPECT_EQ(ByteValue(200).toString(), WString(u"200"));
-    EXPECT_EQ(BooleanValue(true).toString(), WString(u"true"));
 }
 
 TEST(FlexValue, ReadsAsEachTypeOrSaysWhyNot) {
