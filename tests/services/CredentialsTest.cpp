@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <numeric>
 #include <thread>
 
 #include "platform/Base64.h"
@@ -49,9 +50,7 @@ WString sealText(uint8_t version, const std::string& text, uint32_t headerFlags 
     vcBlowFish(TestSecret).Encrypt(reinterpret_cast<const uint8_t*>(text.data()), text.size(), sealed);
     Bytes buf;
     buf.le(version, 1).le(77, 1).le(sealed.size(), 2);
-    uint32_t sum = 32;
-    for (uint8_t c : sealed) sum += c;
-    buf.le(sum, 4).le(headerFlags, 4);
+    buf.le(std::accumulate(sealed.begin(), sealed.end(), 32u), 4).le(headerFlags, 4);
     buf.b.insert(buf.b.end(), sealed.begin(), sealed.end());
     return toWide(Base64::Encode(buf.b));
 }
@@ -383,8 +382,7 @@ TEST(Credentials, TamperingIsCaughtByTheLayeredChecks) {
             t[i] ^= 0x01;
             ++bytes[classify(t, a)];
             if (i >= 12) {
-                uint32_t sum = 32;
-                for (size_t k = 12; k < t.size(); ++k) sum += t[k];
+                uint32_t sum = std::accumulate(t.begin() + 12, t.end(), 32u);
                 for (int k = 0; k < 4; ++k) t[4 + k] = uint8_t(sum >> (8 * k));
                 ++resealed[classify(t, a)];
             }
@@ -406,7 +404,6 @@ TEST(Credentials, RandomNumberIsNeverZeroAcrossThreads) {
             for (int i = 0; i < 2000; ++i) {
                 Ptr<CCredentials> c(CCredentials::newInstance());
                 if (c->GetRandomNumber() == 0) ++zeros;
-                if (c->GetRandomNumberRaw() == 0) ++zeros;
             }
         });
     for (auto& t : threads) t.join();
