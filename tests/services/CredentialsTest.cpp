@@ -225,6 +225,9 @@ TEST(Credentials, OlderFormatsAreRead) {
                                    "1700000000|167772161|3232235522|153|16388|77|" +
                                    (k.version >= 2 ? "{0, 5, 9}" : "{}"));
         EXPECT_EQ(c.GetRoles()._GetRawRoleBits().size(), k.version >= 2 ? 10u : 0u);
+        CCredentials cleared(c);  // clearing starts afresh, at the version that writing gives
+        cleared.Clear();
+        EXPECT_EQ(cleared.GetFormatVersionNumber(), 5);
         generate(c);  // writing always gives version 5
         EXPECT_EQ(c.GetFormatVersionNumber(), 5);
     }
@@ -431,6 +434,11 @@ TEST(Credentials, ConversationKeyAndHash) {
     Ptr<iHash> h = ObjectFactory::createAs<iHash>(NVK_vcHashClassTag);
     h->Init(iHash::SHA256);
     h->Update(std::string_view("ann\\LAB\x2a\x01\x00\xa8\xc0\x07\x00\x00\x00\x04\x00\x04\x00", 20));
+    EXPECT_EQ(utf8(hash), h->FinalText());
+    c.SetDomain(WString());  // no domain, and no separator either
+    c.GetConversationHash(hash);
+    h->Init(iHash::SHA256);
+    h->Update(std::string_view("ann\x2a\x01\x00\xa8\xc0\x07\x00\x00\x00\x04\x00\x04\x00", 16));
     EXPECT_EQ(utf8(hash), h->FinalText());
 }
 
