@@ -212,7 +212,9 @@ TEST(Value, ShortReadsRaiseAndLeaveTheValueAsItWas) {
     MemoryInputStream in(Bytes{1, 0, 0, 0, 7});
     try {
         IntegerArrayValue().deserialize(in);
+        ADD_FAILURE() << "a count of one with no element was read";
     } catch (const Exception& e) {
+        EXPECT_STREQ(e.what(), "Unexpected end of stream: needed 4 bytes, got 1");
         EXPECT_EQ(e.getClassName(), "IntegerArrayValue");
     }
 }
