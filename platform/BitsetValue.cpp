@@ -14,21 +14,56 @@ size_t wordsFor(size_t bits) { return (bits + 63) >> 6; }
 }  // namespace
 
 void BitsetValue::clearTail() {
-    if (size_ & 63) words_.back() &= (uint64_t(1) << (size_ & 63)) - 1;
+    if ((size_ & 63) && !words_.empty() && end() == wordsFor(size_))
+        words_.back() &= (uint64_t(1) << (size_ & 63)) - 1;
 }
 
 void BitsetValue::growFor(size_t i) {
     if (i >= MaxSize)
         throw BadParameterException("BitsetValue", "set", u"Cannot set bit %d: the largest bitset size is %d", i,
                                     MaxSize);
-    resize(i + 1);
+    size_ = i + 1;  // the window grows with the bit, not with the size
+}
+
+size_t BitsetValue::widenFor(size_t word) {
+    if (words_.empty()) {
+        base_ = word;
+        words_.assign(1, 0);
+        return 0;
+    }
+    if (word >= base_) {
+        words_.resize(word - base_ + 1, 0);
+        return word - base_;
+    }
+    // Downwards the window grows by at least its own length, so that setting bits from
+    // the top down costs what setting them from the bottom up does.
+    const size_t extra = std::max(base_ - word, std::min(base_, words_.size()));
+    words_.insert(words_.begin(), extra, 0);
+    base_ -= extra;
+    return word - base_;
+}
+
+void BitsetValue::cover(size_t first, size_t last) {
+    if (first >= last) return;
+    if (words_.empty()) {
+        base_ = first;
+        words_.assign(last - first, 0);
+        return;
+    }
+    if (first < base_) {
+        words_.insert(words_.begin(), base_ - first, 0);
+        base_ = first;
+    }
+    if (last > end()) words_.resize(last - base_, 0);
 }
 
 void BitsetValue::resize(size_t size) {
     if (size > MaxSize)
         throw BadParameterException("BitsetValue", "resize", u"Bitset size %d exceeds the largest size %d", size,
                                     MaxSize);
-    words_.resize(wordsFor(size), 0);
+    const size_t last = wordsFor(size);
+    if (end() > last) words_.resize(last > base_ ? last - base_ : 0);
+    cover(0, last);
     size_ = size;
     clearTail();
 }
@@ -36,7 +71,8 @@ void BitsetValue::resize(size_t size) {
 void BitsetValue::clearAll() { std::fill(words_.begin(), words_.end(), 0); }
 
 void BitsetValue::setAll() {
-    std::fill(words_.begin(), words_.end(), ~uint64_t(0));
+    base_ = 0;
+    words_.assign(wordsFor(size_), ~uint64_t(0));
     clearTail();
 }
 
@@ -51,43 +87,46 @@ bool BitsetValue::none() const {
 }
 
 bool BitsetValue::intersects(const BitsetValue& other) const {
-    size_t n = std::min(words_.size(), other.words_.size());
-    for (size_t i = 0; i < n; ++i)
-        if (words_[i] & other.words_[i]) return true;
+    const size_t first = std::max(base_, other.base_), last = std::min(end(), other.end());
+    for (size_t k = first; k < last; ++k)
+        if (words_[k - base_] & other.words_[k - other.base_]) return true;
     return false;
 }
 
 BitsetValue& BitsetValue::operator|=(const BitsetValue& other) {
-    if (other.size_ > size_) resize(other.size_);
-    const size_t n = other.words_.size();
-    uint64_t* w = words_.data();
+    if (other.size_ > size_) size_ = other.size_;
+    if (other.words_.empty()) return *this;
+    cover(other.base_, other.end());
+    uint64_t* w = words_.data() + (other.base_ - base_);
     const uint64_t* o = other.words_.data();
-    for (size_t i = 0; i < n; ++i) w[i] |= o[i];
+    for (size_t i = 0; i < other.words_.size(); ++i) w[i] |= o[i];
     return *this;
 }
 
 BitsetValue& BitsetValue::operator&=(const BitsetValue& other) {
-    const size_t n = std::min(words_.size(), other.words_.size());
-    uint64_t* w = words_.data();
-    const uint64_t* o = other.words_.data();
-    for (size_t i = 0; i < n; ++i) w[i] &= o[i];
-    std::fill(words_.begin() + ptrdiff_t(n), words_.end(), 0);
+    for (size_t k = base_; k < end(); ++k) {
+        uint64_t& w = words_[k - base_];
+        w = k >= other.base_ && k < other.end() ? w & other.words_[k - other.base_] : 0;
+    }
     return *this;
 }
 
 BitsetValue& BitsetValue::operator-=(const BitsetValue& other) {
-    const size_t n = std::min(words_.size(), other.words_.size());
-    uint64_t* w = words_.data();
-    const uint64_t* o = other.words_.data();
-    for (size_t i = 0; i < n; ++i) w[i] &= ~o[i];
+    const size_t first = std::max(base_, other.base_), last = std::min(end(), other.end());
+    for (size_t k = first; k < last; ++k) words_[k - base_] &= ~other.words_[k - other.base_];
     return *this;
 }
 
 bool BitsetValue::operator==(const BitsetValue& other) const {
-    const auto& a = words_.size() >= other.words_.size() ? words_ : other.words_;
-    const auto& b = words_.size() >= other.words_.size() ? other.words_ : words_;
-    if (!std::equal(b.begin(), b.end(), a.begin())) return false;
-    return std::all_of(a.begin() + ptrdiff_t(b.size()), a.end(), [](uint64_t w) { return w == 0; });
+    auto zeroOutside = [](const BitsetValue& a, size_t first, size_t last) {
+        for (size_t k = a.base_; k < a.end(); ++k)
+            if ((k < first || k >= last) && a.words_[k - a.base_]) return false;
+        return true;
+    };
+    const size_t first = std::max(base_, other.base_), last = std::min(end(), other.end());
+    for (size_t k = first; k < last; ++k)
+        if (words_[k - base_] != other.words_[k - other.base_]) return false;
+    return zeroOutside(*this, first, last) && zeroOutside(other, first, last);
 }
 
 bool BitsetValue::equals(const Value& other) const {
@@ -110,6 +149,7 @@ void BitsetValue::assign(const Value& other) {
     if (!sameClass(other)) failAssign(other);
     const auto& o = static_cast<const BitsetValue&>(other);
     words_ = o.words_;
+    base_ = o.base_;
     size_ = o.size_;
 }
 
@@ -117,7 +157,8 @@ void BitsetValue::serialize(iByteOutputStream& out) const {
     writeValueCount(out, size_, "BitsetValue");
     uint8_t buf[512];
     size_t pos = 0;
-    for (uint64_t w : words_) {
+    for (size_t k = 0, total = wordsFor(size_); k < total; ++k) {
+        const uint64_t w = k >= base_ && k < end() ? words_[k - base_] : 0;
         for (int b = 0; b < 8; ++b) buf[pos++] = uint8_t(w >> (8 * b));
         if (pos == sizeof buf) {
             out.write(buf, pos);
@@ -149,9 +190,18 @@ void BitsetValue::deserialize(iByteInputStream& in) {
             throw Exception("BitsetValue", "deserialize", u"Bit %d is set beyond the bitset's size %d",
                             (nwords - 1) * 64 + size_t(std::countr_zero(stray)), size);
     }
-    words_ = std::move(words);
     size_ = size;
-    clearTail();
+    if (size & 63) words.back() &= (uint64_t(1) << (size & 63)) - 1;
+    // Keep only the words from the first to the last that hold a member.
+    auto first = std::find_if(words.begin(), words.end(), [](uint64_t w) { return w != 0; });
+    auto last = std::find_if(words.rbegin(), words.rend(), [](uint64_t w) { return w != 0; }).base();
+    if (first == words.end()) {
+        words_.clear();
+        base_ = 0;
+        return;
+    }
+    base_ = size_t(first - words.begin());
+    words_.assign(first, last);
 }
 
 }  // namespace tovan

@@ -14,6 +14,13 @@ namespace tovan {
 /// grows it, test() and clear() beyond it see a clear bit and change nothing,
 /// so callers can treat it as a set of indexes without sizing it first.
 ///
+/// A bitset given its size (constructor, resize, setAll) stores every word, so
+/// that setting bits never reallocates. One that grows by set() stores only
+/// the words from the lowest member's to the highest's: a set of a few
+/// neighbouring components out of a large protocol costs a few words. Layout
+/// keeps one such set per assembly and per network, and a protocol can have
+/// nearly as many of those as components.
+///
 /// Equality (operator== and equals) compares the members only: a set sized
 /// 10 and one sized 100 holding the same indexes are equal. Union grows the
 /// result to the larger size; intersection and difference keep this size.
@@ -35,18 +42,28 @@ public:
 
     size_t size() const { return size_; }
     /// New positions are clear; shrinking drops the bits beyond the new size.
-    /// Above MaxSize: BadParameterException (see MaxSize).
+    /// Stores every word up to the size. Above MaxSize: BadParameterException
+    /// (see MaxSize).
     void resize(size_t size);
 
+    // The window never reaches past the size and the bits beyond the size are
+    // clear, so a position outside the window, or at or beyond the size, reads
+    // as clear without a separate size check.
     void set(size_t i) {
         if (i >= size_) growFor(i);
-        words_[i >> 6] |= uint64_t(1) << (i & 63);
+        size_t w = (i >> 6) - base_;
+        if (w >= words_.size()) w = widenFor(i >> 6);
+        words_[w] |= uint64_t(1) << (i & 63);
     }
     void set(size_t i, bool on) { on ? set(i) : clear(i); }
     void clear(size_t i) {
-        if (i < size_) words_[i >> 6] &= ~(uint64_t(1) << (i & 63));
+        const size_t w = (i >> 6) - base_;
+        if (w < words_.size()) words_[w] &= ~(uint64_t(1) << (i & 63));
     }
-    bool test(size_t i) const { return i < size_ && (words_[i >> 6] >> (i & 63)) & 1; }
+    bool test(size_t i) const {
+        const size_t w = (i >> 6) - base_;
+        return w < words_.size() && (words_[w] >> (i & 63)) & 1;
+    }
     /// Clears every bit; the size stays.
     void clearAll();
     /// Sets every position below the size.
@@ -60,10 +77,18 @@ public:
     /// The lowest set position at or after `from`, or npos.
     size_t nextSetBit(size_t from) const {
         size_t w = from >> 6;
-        if (w >= words_.size()) return npos;
-        uint64_t bits = words_[w] & (~uint64_t(0) << (from & 63));
+        uint64_t bits;
+        if (w < base_) {
+            if (words_.empty()) return npos;
+            w = 0;
+            bits = words_[0];
+        } else {
+            w -= base_;
+            if (w >= words_.size()) return npos;
+            bits = words_[w] & (~uint64_t(0) << (from & 63));
+        }
         while (true) {
-            if (bits) return (w << 6) + size_t(std::countr_zero(bits));
+            if (bits) return ((base_ + w) << 6) + size_t(std::countr_zero(bits));
             if (++w == words_.size()) return npos;
             bits = words_[w];
         }
@@ -74,7 +99,8 @@ public:
     template <class F>
     void forEachSetBit(F&& f) const {
         for (size_t w = 0; w < words_.size(); ++w) {
-            for (uint64_t bits = words_[w]; bits; bits &= bits - 1) f((w << 6) + size_t(std::countr_zero(bits)));
+            const size_t first = (base_ + w) << 6;
+            for (uint64_t bits = words_[w]; bits; bits &= bits - 1) f(first + size_t(std::countr_zero(bits)));
         }
     }
 
@@ -83,11 +109,11 @@ public:
     /// is a count-trailing-zeros and a clear of the lowest bit.
     class SetBitIterator {
     public:
-        SetBitIterator(const uint64_t* words, size_t wordCount, size_t w)
-            : words_(words), count_(wordCount), w_(w), bits_(w < wordCount ? words[w] : 0) {
+        SetBitIterator(const uint64_t* words, size_t wordCount, size_t w, size_t base)
+            : words_(words), count_(wordCount), w_(w), base_(base), bits_(w < wordCount ? words[w] : 0) {
             settle();
         }
-        size_t operator*() const { return (w_ << 6) + size_t(std::countr_zero(bits_)); }
+        size_t operator*() const { return ((base_ + w_) << 6) + size_t(std::countr_zero(bits_)); }
         SetBitIterator& operator++() {
             bits_ &= bits_ - 1;
             settle();
@@ -102,12 +128,15 @@ public:
         const uint64_t* words_;
         size_t count_;
         size_t w_;
+        size_t base_;
         uint64_t bits_;
     };
     struct SetBitRange {
         const BitsetValue* set;
-        SetBitIterator begin() const { return {set->words_.data(), set->words_.size(), 0}; }
-        SetBitIterator end() const { return {set->words_.data(), set->words_.size(), set->words_.size()}; }
+        SetBitIterator begin() const { return {set->words_.data(), set->words_.size(), 0, set->base_}; }
+        SetBitIterator end() const {
+            return {set->words_.data(), set->words_.size(), set->words_.size(), set->base_};
+        }
     };
     SetBitRange setBits() const { return {this}; }
 
@@ -122,8 +151,6 @@ public:
     friend BitsetValue operator-(BitsetValue a, const BitsetValue& b) { return a -= b; }
     bool operator==(const BitsetValue& other) const;
 
-    const std::vector<uint64_t>& words() const { return words_; }
-
     int getTypeCode() const override { return VT_Bitset; }
     bool equals(const Value& other) const override;
     /// The members in increasing order: "{}", "{3}", "{1, 5, 7}".
@@ -135,10 +162,16 @@ public:
     void deserialize(iByteInputStream& in) override;
 
 private:
+    size_t end() const { return base_ + words_.size(); }
     void clearTail();
     void growFor(size_t i);
+    /// Widens the window to hold word `word`; returns its place in the window.
+    size_t widenFor(size_t word);
+    /// Widens the window to hold words [first, last).
+    void cover(size_t first, size_t last);
 
-    std::vector<uint64_t> words_;
+    std::vector<uint64_t> words_;  // words base_ .. base_ + words_.size() - 1
+    size_t base_ = 0;
     size_t size_ = 0;
 };
 

@@ -177,7 +177,7 @@ void CProtocolLayoutUtils::LoadNetworks() {
             debug(t, u"Should not get here: empty network");
             continue;
         }
-        net.components = BitsetValue(n);
+        net.components = BitsetValue();  // grown by its members alone: there can be a network per component
         for (int c : net.members) net.components.set(size_t(c));
         for (int c : net.members)
             if (adjacency_[AdjInput][size_t(c)].empty()) net.startNodes.push_back(c);

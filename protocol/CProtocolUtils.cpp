@@ -332,15 +332,12 @@ void CProtocolUtils::PerceiveRings() {
 void CProtocolUtils::PerceiveAssemblies() {
     static DebugTarget t("PerceiveAssemblies");
     const size_t n = components_.size(), m = connFrom_.size();
-    // Built where they do not move, then moved once into place: an assembly holds sets as
-    // large as the protocol, and there can be one per component.
+    // There can be one assembly per component, so its sets start empty and grow as members
+    // are set: they keep the words around their members only, not the protocol's size.
     std::deque<Assembly> built;
     auto newAssembly = [&](bool isChain) -> Assembly& {
         Assembly a;
         a.index = int(built.size());
-        a.components = BitsetValue(n);
-        a.connections = BitsetValue(m);
-        a.chainRingConnections = BitsetValue(m);
         a.isChain = isChain;
         built.push_back(std::move(a));
         return built.back();

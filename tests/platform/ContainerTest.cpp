@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 #include <string>
 #include <vector>
@@ -116,27 +117,49 @@ TEST(HashMap, BrokenInvariantsRaiseTheirMessages) {
 
 namespace {
 
-std::vector<bool> randomModel(std::mt19937& rng, size_t size, int percent) {
+/// Members at `percent` density; when `clustered`, only within a random stretch, ending at
+/// the last member, as in a set grown member by member (see fromModel).
+std::vector<bool> randomModel(std::mt19937& rng, size_t size, int percent, bool clustered) {
     std::vector<bool> m(size);
-    for (size_t i = 0; i < size; ++i) m[i] = int(rng() % 100) < percent;
+    size_t first = 0, last = size;
+    if (clustered && size > 0) {
+        first = rng() % size;
+        last = first + rng() % (size - first + 1);
+    }
+    for (size_t i = first; i < last; ++i) m[i] = int(rng() % 100) < percent;
+    if (clustered)
+        while (!m.empty() && !m.back()) m.pop_back();
     return m;
 }
 
-BitsetValue fromModel(const std::vector<bool>& m) {
-    BitsetValue b(m.size());
+std::vector<size_t> membersOf(const std::vector<bool>& m) {
+    std::vector<size_t> members;
     for (size_t i = 0; i < m.size(); ++i)
-        if (m[i]) b.set(i);
+        if (m[i]) members.push_back(i);
+    return members;
+}
+
+/// Sized up front, or (half the time, when the model ends at a member) grown by its
+/// members alone, which keeps only the words around them. Members are set in a random
+/// order, so that the stored words also grow downwards.
+BitsetValue fromModel(const std::vector<bool>& m, std::mt19937& rng) {
+    std::vector<size_t> members = membersOf(m);
+    std::shuffle(members.begin(), members.end(), rng);
+    BitsetValue b;
+    if (m.empty() || !m.back() || rng() % 2) b.resize(m.size());
+    for (size_t i : members) b.set(i);
     return b;
 }
 
 void expectMatches(const BitsetValue& b, const std::vector<bool>& m) {
-    std::vector<size_t> got, want;
+    std::vector<size_t> got, each, want = membersOf(m);
     for (size_t i : b.setBits()) got.push_back(i);
-    for (size_t i = 0; i < m.size(); ++i)
-        if (m[i]) want.push_back(i);
+    b.forEachSetBit([&](size_t i) { each.push_back(i); });
     ASSERT_EQ(got, want);
+    ASSERT_EQ(each, want);
     EXPECT_EQ(b.count(), want.size());
     EXPECT_EQ(b.none(), want.empty());
+    for (size_t i = 0; i < m.size() + 70; i += 1 + i % 7) ASSERT_EQ(b.test(i), i < m.size() && m[i]) << i;
 }
 
 }  // namespace
@@ -145,12 +168,12 @@ TEST(BitsetValue, SetOperationsMatchModelOnRandomData) {
     std::mt19937 rng(20261122);
     const size_t sizes[] = {0, 1, 63, 64, 65, 127, 1000, 10007};
     const int densities[] = {0, 2, 50, 100};
-    for (size_t sa : sizes) {
+    for (size_t size : sizes) {
         for (int da : densities) {
-            size_t sb = sizes[rng() % std::size(sizes)];
-            auto ma = randomModel(rng, sa, da);
-            auto mb = randomModel(rng, sb, densities[rng() % 4]);
-            BitsetValue a = fromModel(ma), b = fromModel(mb);
+            auto ma = randomModel(rng, size, da, rng() % 2);
+            auto mb = randomModel(rng, sizes[rng() % std::size(sizes)], densities[rng() % 4], rng() % 2);
+            const size_t sa = ma.size(), sb = mb.size();
+            BitsetValue a = fromModel(ma, rng), b = fromModel(mb, rng);
             SCOPED_TRACE("sizes " + std::to_string(sa) + "/" + std::to_string(sb));
             expectMatches(a, ma);
 
@@ -167,6 +190,9 @@ TEST(BitsetValue, SetOperationsMatchModelOnRandomData) {
             expectMatches(u, mu);
             expectMatches(a & b, mi);
             expectMatches(a - b, md);
+            // Equality sees members only, whatever words each side happens to keep.
+            EXPECT_TRUE((a - b) == fromModel(md, rng));
+            EXPECT_EQ(u == a, membersOf(mu) == membersOf(ma));
             EXPECT_EQ((a & b).size(), sa);
             EXPECT_EQ(a.intersects(b), overlap);
 

@@ -103,8 +103,8 @@ TEST(Value, LayoutsAreExact) {
     EXPECT_EQ(bytesOf(StringValue(WString(u"\u00E9")), 1), bytesOf(StringValue(WString(u"\u00E9")), 3));
 
     BitsetValue bits(70);
-    bits.set(0);
     bits.set(69);
+    bits.set(0);  // below the words stored so far
     EXPECT_EQ(bytesOf(bits), (Bytes{70, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0x20, 0, 0, 0, 0, 0, 0, 0}));
     EXPECT_EQ(bytesOf(IntegerArrayValue{1, -1}), (Bytes{2, 0, 0, 0, 1, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF}));
     EXPECT_EQ(bytesOf(BooleanArrayValue{true, false}), (Bytes{2, 0, 0, 0, 1, 0}));
@@ -143,6 +143,10 @@ std::vector<Ptr<Value>> everyClass() {
     auto* bits = new BitsetValue(10000);
     for (size_t i = 3; i < 10000; i += 7) bits->set(i);
     add(bits);
+    auto* sparse = new BitsetValue(10000);  // words stored only around its members
+    sparse->set(9000);
+    sparse->set(8100);
+    add(sparse);
     add(new BitsetValue());
     add(new StringArrayValue{WString(), WString::empty(), WString(u"\u00E9")});
     add(new IntegerArrayValue{1, -1, std::numeric_limits<int32_t>::max()});
