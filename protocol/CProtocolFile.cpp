@@ -216,13 +216,13 @@ void writePoint(CJsonWriter& w, AttributePoint p) { w.array().value(long(p.x)).v
 
 void writeTexts(CJsonWriter& w, const std::vector<WString>& items) {
     w.array();
-    for (const WString& s : items) w.value(s.c_str());
+    for (const WString& s : items) w.value(s.view());
     w.endArray();
 }
 
 void writeParameter(CJsonWriter& w, const ParameterValue& v) {
     switch (v.kind) {
-        case ParameterValue::Text: w.value(v.text.c_str()); break;
+        case ParameterValue::Text: w.value(v.text.view()); break;
         case ParameterValue::Integer: w.value(format(u"%lld", (long long)v.integer).c_str(), false); break;
         case ParameterValue::Real: w.value(v.real); break;
         case ParameterValue::Boolean: w.value(v.boolean); break;
@@ -235,7 +235,7 @@ void writeParameter(CJsonWriter& w, const ParameterValue& v) {
 }
 
 void writeProtocol(CJsonWriter& w, const iProtocolInfo& p) {
-    w.object().key(u"name").value(p.getName().c_str());
+    w.object().key(u"name").value(p.getName().view());
     bool flag = false;
     if (p.getBoolAttribute(NVK_ProtocolAutoLayout, flag)) w.key(u"autoLayout").value(flag);
     std::vector<WString> notes;
@@ -250,7 +250,7 @@ void writeProtocol(CJsonWriter& w, const iProtocolInfo& p) {
         c->getIntAttribute(NVK_ComponentLocalID, id);
         WString name = WString::empty();
         c->getTextAttribute(NVK_ComponentDisplayName, name);
-        w.writeNewLine().object().key(u"id").value(long(id)).key(u"name").value(name.c_str());
+        w.writeNewLine().object().key(u"id").value(long(id)).key(u"name").value(name.view());
         w.key(u"ports").array();
         bool has = false;
         if (c->getBoolAttribute(NVK_ComponentTakesInput, has) && has) w.value(u"input");
@@ -277,7 +277,7 @@ void writeProtocol(CJsonWriter& w, const iProtocolInfo& p) {
         if (!params.empty()) {
             w.key(u"parameters").object();
             for (const WString& name2 : params) {
-                w.key(name2.c_str());
+                w.key(name2.view());
                 writeParameter(w, *c->findParameter(name2));
             }
             w.endObject();

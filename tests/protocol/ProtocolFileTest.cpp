@@ -84,6 +84,23 @@ TEST(ProtocolFile, ErrorsNameTheFileFieldAndIndex) {
     EXPECT_THROW(read(R"({"name": "x", "components": [}")"), tovan::Exception);
 }
 
+TEST(ProtocolFile, TextsWithNulCharactersSurviveWriting) {
+    auto p = read(R"({"name": "a\u0000b", "components": [{"id": 1, "name": "c\u0000d", "ports": [], "point": [0, 0],
+        "stickyNotes": ["e\u0000f"], "parameters": {"\u0000g": "h\u0000", "i": ["j\u0000k"]}}], "connections": []})");
+    auto back = CProtocolFile::ReadText(CProtocolFile::WriteText(p.get()), u"again.json");
+    EXPECT_EQ(back->getName().str(), std::u16string(u"a\0b", 3));
+    tovan::iComponentInfo* c = back->getComponent(0);
+    std::vector<tovan::WString> notes;
+    ASSERT_TRUE(c->getTextArrayAttribute(tovan::NVK_ComponentStickyNotes, notes));
+    EXPECT_EQ(notes.at(0).str(), std::u16string(u"e\0f", 3));
+    EXPECT_EQ(c->getParameterNames(), p->getComponent(0)->getParameterNames());
+    const tovan::ParameterValue* g = c->findParameter(tovan::WString(std::u16string(u"\0g", 2)));
+    ASSERT_NE(g, nullptr);
+    EXPECT_EQ(*g, *p->getComponent(0)->findParameter(tovan::WString(std::u16string(u"\0g", 2))));
+    EXPECT_EQ(*c->findParameter(u"i"), *p->getComponent(0)->findParameter(u"i"));
+    EXPECT_EQ(CProtocolFile::WriteText(back.get()), CProtocolFile::WriteText(p.get()));
+}
+
 TEST(ProtocolFile, WritesAndReadsFiles) {
     nvktest::TempDir dir;
     auto p = read(kGood);
