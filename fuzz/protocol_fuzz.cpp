@@ -1,8 +1,9 @@
 // Untrusted protocol files. Reading must give a protocol or a framework exception that names
 // the file. A protocol read must write back to text that reads back to the same protocol. Its
 // perception, layout, a move and a picture must end normally or in a framework exception, and
-// laying out the same text twice must give the same result. On small protocols the fast
-// distance walk must also give what the walk as written gives, in both directions.
+// laying out the same text twice must give the same result; the picture must be well-formed
+// XML. On small protocols the fast distance walk must also give what the walk as written
+// gives, in both directions.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -10,6 +11,8 @@
 #include <cstdlib>
 #include <string>
 #include <vector>
+
+#include <pugixml.hpp>
 
 #include "platform/Exception.h"
 #include "platform/String.h"
@@ -90,7 +93,11 @@ std::string layOut(const WString& text) {
             layout.MoveProtocolComponents(p.get(), {layout.GetLocalID(0)}, 37, -12, changed);
             out += tovan::utf16ToUtf8(nvk::CProtocolFile::WriteText(p.get()).str());
         }
-        out += nvk::CProtocolPicture::RenderSvg(p.get());
+        const std::string svg = nvk::CProtocolPicture::RenderSvg(p.get());
+        pugi::xml_document doc;
+        const pugi::xml_parse_result parsed = doc.load_buffer(svg.data(), svg.size());
+        if (!parsed) fail("the picture is not well-formed XML", parsed.description() + ("\n" + svg));
+        out += svg;
     } catch (const tovan::Exception& e) {
         out += std::string("failure: ") + e.what();
     }
