@@ -334,13 +334,12 @@ void CProtocolUtils::PerceiveAssemblies() {
     const size_t n = components_.size(), m = connFrom_.size();
     // There can be one assembly per component, so its sets start empty and grow as members
     // are set: they keep the words around their members only, not the protocol's size.
-    std::deque<Assembly> built;
+    assemblies_.clear();
     auto newAssembly = [&](bool isChain) -> Assembly& {
-        Assembly a;
-        a.index = int(built.size());
+        Assembly& a = assemblies_.emplace_back();
+        a.index = int(assemblies_.size()) - 1;
         a.isChain = isChain;
-        built.push_back(std::move(a));
-        return built.back();
+        return a;
     };
     unconnected_.forEachSetBit([&](size_t c) {
         debug(t, u"Creating assembly from unconnected component: \"%ls\"", displayName_[c]);
@@ -398,9 +397,6 @@ void CProtocolUtils::PerceiveAssemblies() {
     };
     group(chainChainConnections_, true);
     group(ringConnections_, false);
-    assemblies_.reserve(built.size());
-    for (Assembly& a : built) assemblies_.push_back(std::move(a));
-    built.clear();
     for (Assembly& a : assemblies_) {
         a.components.forEachSetBit([&](size_t c) {
             for (int k : connectionsOf_[c])
