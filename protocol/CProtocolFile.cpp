@@ -189,11 +189,13 @@ Ptr<CProtocolInfo> readFrom(iFileInterface& file, const WString& name) {
     Loader loader(name);
     json::Object doc;
     bool found = false;
+    CJsonReader reader(dynamic_cast<vcFileInterface*>(&file));
     try {
-        CJsonReader reader(dynamic_cast<vcFileInterface*>(&file));
         found = reader.ReadNextObject(doc);
     } catch (const Exception& e) {
-        throw Exception(kClass, "Read", u"%ls: %ls", name, e.getMessage());
+        // Where the text went wrong, counted from 1 as editors count, as `nvk json` reports it.
+        const json::Location at = reader.GetErrorLocation();
+        throw Exception(kClass, "Read", u"%ls:%d:%d: %ls", name, at.line + 1, at.column + 1, e.getMessage());
     }
     if (!found) loader.fail(FieldPath(), u"no JSON object found");
     return loader.protocol(doc, FieldPath(), 0);

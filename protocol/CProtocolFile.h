@@ -6,7 +6,8 @@
 // Reading checks everything before it builds anything: a failure raises Exception (class
 // "CProtocolFile") whose text names the file, the field and the component or connection
 // index, e.g. "flow.json: components[2].point: expected [x, y] with two 32-bit integers",
-// and no protocol is returned.
+// and no protocol is returned. Text that is not JSON is reported where it goes wrong, line and
+// column counted from 1: "flow.json:2:28: JSON parse error: Unexpected token: ]".
 #include "platform/Export.h"
 #include "platform/Object.h"
 #include "platform/iProtocolInfo.h"

@@ -80,8 +80,9 @@ TEST(ProtocolFile, ErrorsNameTheFileFieldAndIndex) {
           "connections": []})",
           "flow.json: components[0].parameters.p: expected a text, number, boolean or array of them");
     fails("[1, 2]", "flow.json: no JSON object found");
-    // Errors of the JSON reader keep its text after the file name.
-    EXPECT_THROW(read(R"({"name": "x", "components": [}")"), tovan::Exception);
+    // Errors of the JSON reader keep its text after the file name and where it went wrong.
+    fails("{\"name\": \"x\",\n  \"components\": [}", "flow.json:2:18: JSON parse error: Unexpected token: }");
+    fails("{\"name\": \"x\", \"components\": [@]}", "flow.json:1:30: JSON scan error: Unexpected character in stream: @");
 }
 
 TEST(ProtocolFile, TextsWithNulCharactersSurviveWriting) {

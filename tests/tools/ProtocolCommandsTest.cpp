@@ -74,4 +74,9 @@ TEST(ProtocolCommands, BadUsageAndBadInput) {
     ProtocolRun unknown = nvk("move " + example() + " --ids 77 --right 1 --down 1");
     EXPECT_EQ(unknown.status, 1);
     EXPECT_NE(unknown.out.find("nvk move: Did not find localID 77"), std::string::npos) << unknown.out;
+    const std::string broken = (nvktest::sourceDir() / "examples" / "broken.json").string();
+    ProtocolRun notJson = nvk("perceive " + broken);
+    EXPECT_EQ(notJson.status, 1);
+    EXPECT_NE(notJson.out.find("nvk perceive: " + broken + ":2:28: JSON parse error: Unexpected token: ]"), std::string::npos)
+        << notJson.out;
 }

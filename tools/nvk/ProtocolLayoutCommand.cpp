@@ -12,8 +12,19 @@ namespace {
 
 int runLayout(const std::vector<std::string>& args);
 
-const CommandRegistration reg{{"layout", "lay out a protocol file automatically",
-                               "nvk layout IN.json [-o OUT.json] [--svg OUT.svg] [--fixed ID,ID...]", &runLayout}};
+const CommandRegistration reg{
+    {"layout", "lay out a protocol file automatically",
+     "nvk layout IN.json [-o OUT.json] [--svg OUT.svg] [--fixed ID,ID...]\n\n"
+     "Places every component of the protocol file IN.json in columns (stacks) by its distance from\n"
+     "a start node, networks one below the other, and writes the protocol with its new points,\n"
+     "offsets and sticky notes to OUT.json, or to standard output without -o. A component dragged\n"
+     "since the last layout (moved-from mark, see 'nvk move') keeps the drag as an offset or as an\n"
+     "order change. --fixed lists local IDs of components that must stay where they are.\n"
+     "--svg OUT.svg also draws the result (as 'nvk svg'). A summary goes to standard error.\n"
+     "An unknown ID in --fixed is reported as \"Did not find:ID\" and nothing is written.\n"
+     "A file that is not a protocol is reported as 'nvk layout: FILE: FIELD: MESSAGE' (for text that\n"
+     "is not JSON, 'FILE:LINE:COLUMN: MESSAGE'), exit 1; bad arguments exit 2.",
+     &runLayout}};
 
 int runLayout(const std::vector<std::string>& args) {
     const Command& self = *findCommand("layout");

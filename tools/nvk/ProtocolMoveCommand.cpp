@@ -10,8 +10,18 @@ namespace {
 
 int runMove(const std::vector<std::string>& args);
 
-const CommandRegistration reg{{"move", "move components of a protocol file",
-                               "nvk move IN.json --ids ID,... --right R --down D [-o OUT.json]", &runMove}};
+const CommandRegistration reg{
+    {"move", "move components of a protocol file",
+     "nvk move IN.json --ids ID,... --right R --down D [-o OUT.json]\n\n"
+     "Moves the components with the given local IDs by R to the right and D down (protocol units;\n"
+     "negative moves left or up; --right and --down default to 0), and writes the protocol to\n"
+     "OUT.json, or to standard output without -o. When the protocol lays itself out\n"
+     "(\"autoLayout\"), each moved component also gets a moved-from mark, so that the next\n"
+     "'nvk layout' treats the move as the user's drag. An unknown ID is reported as\n"
+     "\"Did not find localID ID\" and nothing is written.\n"
+     "A file that is not a protocol is reported as 'nvk move: FILE: FIELD: MESSAGE' (for text that\n"
+     "is not JSON, 'FILE:LINE:COLUMN: MESSAGE'), exit 1; bad arguments exit 2.",
+     &runMove}};
 
 bool parseInt(const std::string& text, long long lo, long long hi, long long& out) {
     if (text.empty()) return false;

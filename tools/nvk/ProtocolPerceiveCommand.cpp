@@ -11,9 +11,19 @@ namespace {
 
 int runPerceive(const std::vector<std::string>& args);
 
-const CommandRegistration reg{{"perceive",
-                               "show start nodes, distances, chains, rings, assemblies and execution order",
-                               "nvk perceive IN.json [--json]", &runPerceive}};
+const CommandRegistration reg{
+    {"perceive", "show start nodes, distances, chains, rings, assemblies and execution order",
+     "nvk perceive IN.json [--json]\n\n"
+     "Prints what perception finds in the protocol file IN.json, components named by local ID:\n"
+     "start nodes, chain, ring and unconnected components, loop connections (by index in the\n"
+     "file's \"connections\", with their ends), assemblies, each component's distance from a start\n"
+     "node (-1 where none reaches it) and the execution order. --json prints one JSON object\n"
+     "instead, with the members \"startNodes\", \"distances\" (local ID to distance), \"chain\",\n"
+     "\"ring\", \"unconnected\", \"loopConnections\", \"assemblies\" (each with \"kind\" and\n"
+     "\"components\") and \"executionOrder\".\n"
+     "A file that is not a protocol is reported as 'nvk perceive: FILE: FIELD: MESSAGE' (for text that\n"
+     "is not JSON, 'FILE:LINE:COLUMN: MESSAGE'), exit 1; bad arguments exit 2.",
+     &runPerceive}};
 
 const char* assemblyKind(const CProtocolUtils& u, const CProtocolUtils::Assembly& a) {
     if (a.components.count() == 1 && u.GetUnconnectedComponents().test(a.components.firstSetBit())) return "unconnected";

@@ -11,7 +11,16 @@ namespace {
 
 int runSvg(const std::vector<std::string>& args);
 
-const CommandRegistration reg{{"svg", "draw a protocol file as an SVG picture", "nvk svg IN.json -o OUT.svg", &runSvg}};
+const CommandRegistration reg{
+    {"svg", "draw a protocol file as an SVG picture",
+     "nvk svg IN.json -o OUT.svg\n\n"
+     "Draws the protocol file IN.json where its points put it: components as labelled boxes with\n"
+     "their ports, pass connections as solid green arrows, fail connections as dashed red ones\n"
+     "and loop connections as arcs back, sticky notes with their text. Subprotocols are not drawn\n"
+     "inside their components.\n"
+     "A file that is not a protocol is reported as 'nvk svg: FILE: FIELD: MESSAGE' (for text that\n"
+     "is not JSON, 'FILE:LINE:COLUMN: MESSAGE'), exit 1; bad arguments exit 2.",
+     &runSvg}};
 
 int runSvg(const std::vector<std::string>& args) {
     const Command& self = *findCommand("svg");
