@@ -1,10 +1,21 @@
 #include "platform/Object.h"
 
+#include <cxxabi.h>
+
+#include <cstdlib>
 #include <cstring>
 #include <map>
+#include <memory>
 #include <mutex>
 
 namespace tovan {
+
+std::string typeNameOf(const std::type_info& type) {
+    int status = 0;
+    std::unique_ptr<char, decltype(&std::free)> readable(abi::__cxa_demangle(type.name(), nullptr, nullptr, &status),
+                                                         &std::free);
+    return status == 0 && readable ? std::string(readable.get()) : std::string(type.name());
+}
 
 bool ClassTag::operator==(const ClassTag& other) const {
     return name_ == other.name_ || std::strcmp(name_, other.name_) == 0;
@@ -26,9 +37,9 @@ void Object::deserialize(iByteInputStream&) {
     throw Exception("Object", "deserialize", u"Objects of class %hs cannot be serialized", getClassTag());
 }
 
-void Object::failCast(const char* wanted) const {
+void Object::failCast(const std::type_info& wanted) const {
     throw BadParameterException("Object", "getAs", u"Object of class %hs does not implement %hs", getClassTag(),
-                                wanted);
+                                typeNameOf(wanted));
 }
 
 void CountedObject::release() const {

@@ -14,6 +14,10 @@ namespace tovan {
 class iByteOutputStream;
 class iByteInputStream;
 
+/// A C++ type's name as its source spells it ("tovan::iNode"), for messages that name the
+/// interface an object lacks.
+NVK_EXPORT std::string typeNameOf(const std::type_info& type);
+
 /// A class's identity: its dotted tag ("Norvatek.data.BaseNode").
 class NVK_EXPORT ClassTag {
 public:
@@ -61,16 +65,16 @@ public:
     template <class T>
     T& getAs() {
         if (T* p = findAs<T>()) return *p;
-        failCast(typeid(T).name());
+        failCast(typeid(T));
     }
     template <class T>
     const T& getAs() const {
         if (const T* p = findAs<T>()) return *p;
-        failCast(typeid(T).name());
+        failCast(typeid(T));
     }
 
 private:
-    [[noreturn]] void failCast(const char* wanted) const;
+    [[noreturn]] void failCast(const std::type_info& wanted) const;
 };
 
 /// An object whose lifetime is shared through an intrusive, thread-safe
@@ -161,7 +165,7 @@ public:
         if (T* t = dynamic_cast<T*>(o)) return Ptr<T>(t);
         discard(o);
         throw BadParameterException("ObjectFactory", "createAs", u"Class %hs does not implement %hs", tag,
-                                    typeid(T).name());
+                                    typeNameOf(typeid(T)));
     }
 
 private:

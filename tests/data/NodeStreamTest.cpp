@@ -403,7 +403,8 @@ TEST(NodeStream, RecordsAndNodeFiles) {
     for (size_t i = 0; i < nodes.size(); ++i) expectSameTree(*nodes[i], *back[i]);
 
     MemoryInputStream notANode(concat({{0x01, 0x17}, kMetaDataTag}), 2);
-    EXPECT_THROW(nvk::readRecord(notANode), tovan::BadParameterException);
+    EXPECT_THROW_MSG(nvk::readRecord(notANode), tovan::BadParameterException,
+                     "Class Norvatek.data.MetaData does not implement tovan::iNode");
     MemoryInputStream cut(Bytes{0x01, 0x17, 'N'}, 2);
     EXPECT_THROW_MSG(nvk::readRecord(cut), Exception, "Unexpected end of stream: needed 22 bytes, got 1");
     // A tag claiming 2 GB is read as far as its bytes go, not reserved whole first.
@@ -426,7 +427,7 @@ TEST(NodeStream, RecordsAndNodeFiles) {
     ASSERT_TRUE(reader.next());
     ASSERT_TRUE(reader.next());
     const uint64_t third = reader.offset();
-    EXPECT_THROW(reader.next(), Exception);
+    EXPECT_THROW_MSG(reader.next(), Exception, "EOF reading int header");
     EXPECT_GT(reader.offset(), third);
     EXPECT_EQ(reader.offset(), full.size() - 2);
 

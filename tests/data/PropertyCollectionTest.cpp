@@ -138,7 +138,9 @@ TEST(PropertyCollection, IndexStaysConsistentThroughRandomChanges) {
             auto clash = std::find_if(model.begin(), model.end(),
                                       [&](const std::u16string& m) { return equalsNoCase(m, to); });
             if (clash != model.end() && clash != it) {
-                EXPECT_THROW(c->get(WString(*it)).SetName(to.c_str()), Exception);
+                EXPECT_THROW_MSG(c->get(WString(*it)).SetName(to.c_str()), Exception,
+                                 "Cannot rename property '" + tovan::utf16ToUtf8(*it) + "' to '" + tovan::utf16ToUtf8(to) +
+                                     "'.  That name already exists in the parent property collection");
             } else {
                 c->get(WString(*it)).SetName(to.c_str());
                 *it = to;

@@ -10,6 +10,7 @@
 #include "platform/Object.h"
 #include "platform/Pool.h"
 #include "platform/String.h"
+#include "platform/Value.h"
 #include "tests/support/TestSupport.h"
 
 using namespace tovan;
@@ -119,8 +120,11 @@ TEST(Objects, FactoryCreatesByTag) {
     EXPECT_EQ(o->findAs<Plain>(), nullptr);
     EXPECT_EQ(ObjectFactory::findCreate("No.Such.Class"), nullptr);
     EXPECT_THROW_MSG(ObjectFactory::create("No.Such.Class"), Exception, "Unknown class tag \"No.Such.Class\"");
-    EXPECT_THROW(o->getAs<Plain>(), BadParameterException);
-    EXPECT_THROW(ObjectFactory::createAs<Plain>("Test.Widget"), BadParameterException);
+    EXPECT_THROW_MSG(o->getAs<Plain>(), BadParameterException,
+                     "Object of class Test.Widget does not implement (anonymous namespace)::Plain");
+    EXPECT_THROW_MSG(ObjectFactory::createAs<Plain>("Test.Widget"), BadParameterException,
+                     "Class Test.Widget does not implement (anonymous namespace)::Plain");
+    EXPECT_THROW_MSG(o->getAs<Value>(), BadParameterException, "Object of class Test.Widget does not implement tovan::Value");
     EXPECT_THROW_MSG(o->clone(), Exception, "Unable to clone Test.Widget");
 }
 

@@ -109,5 +109,7 @@ TEST(ProtocolFile, WritesAndReadsFiles) {
     CProtocolFile::Write(p.get(), path);
     auto back = CProtocolFile::Read(path);
     EXPECT_EQ(CProtocolFile::WriteText(back.get()), CProtocolFile::WriteText(p.get()));
-    EXPECT_THROW(CProtocolFile::Read(tovan::toWide((dir / "missing.json").string())), tovan::Exception);
+    const std::string missing = (dir / "missing.json").string();
+    EXPECT_THROW_MSG(CProtocolFile::Read(tovan::toWide(missing)), tovan::Exception,
+                     "Cannot open file \"" + missing + "\" for reading: No such file or directory");
 }

@@ -508,7 +508,8 @@ TEST(ClientSession, FollowsItsKey) {
     EXPECT_EQ(session->GetPermissions(), std::vector<WString>{WString(u"Viewer")});
     EXPECT_THROW_MSG(session->DecryptBody(true), Exception, "THIS METHOD IS DEPRECATED");
     Ptr<CAuthRoles> notATable(new CAuthRoles());
-    EXPECT_THROW(session->SetRolesCache(notATable.get()), BadParameterException);
+    EXPECT_THROW_MSG(session->SetRolesCache(notATable.get()), BadParameterException,
+                     "Object of class Norvatek.data.AuthRoles does not implement CAuthRolesCache");
 
     ClientSession copy(*session);
     EXPECT_EQ(copy.GetUsername(), WString(u"ann"));
