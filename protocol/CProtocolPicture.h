@@ -1,7 +1,7 @@
 #pragma once
 // A picture of a protocol as SVG: components as labelled boxes with their ports,
-// connections as arrows (pass solid green, fail dashed red, loop connections drawn as
-// arcs back), sticky notes as notes with their text.
+// connections as arrows (pass solid green, fail dashed red, loop connections fainter, and
+// one that runs backwards bent around below), sticky notes as notes with their text.
 #include <string>
 
 #include "platform/Export.h"

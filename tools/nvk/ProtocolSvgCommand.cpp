@@ -16,8 +16,8 @@ const CommandRegistration reg{
      "nvk svg IN.json -o OUT.svg\n\n"
      "Draws the protocol file IN.json where its points put it: components as labelled boxes with\n"
      "their ports, pass connections as solid green arrows, fail connections as dashed red ones\n"
-     "and loop connections as arcs back, sticky notes with their text. Subprotocols are not drawn\n"
-     "inside their components.\n"
+     "(loop connections fainter; one that runs backwards bends around below), sticky notes with\n"
+     "their text. Subprotocols are not drawn inside their components.\n"
      "A file that is not a protocol is reported as 'nvk svg: FILE: FIELD: MESSAGE' (for text that\n"
      "is not JSON, 'FILE:LINE:COLUMN: MESSAGE'), exit 1; bad arguments exit 2.",
      &runSvg}};
