@@ -7,7 +7,7 @@
 #include <random>
 #include <vector>
 
-#include "platform/BitsetValue.h"
+#include "nvk/platform/BitsetValue.h"
 
 using tovan::BitsetValue;
 

@@ -9,9 +9,9 @@
 #include <chrono>
 #include <vector>
 
-#include "platform/Base64.h"
-#include "platform/BlowFish.h"
-#include "services/CCredentials.h"
+#include "nvk/platform/Base64.h"
+#include "nvk/platform/BlowFish.h"
+#include "nvk/services/CCredentials.h"
 
 using namespace tovan;
 

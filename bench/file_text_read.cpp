@@ -7,7 +7,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "platform/FileInterface.h"
+#include "nvk/platform/FileInterface.h"
 
 using namespace tovan;
 

@@ -23,9 +23,9 @@
 #include <rapidjson/writer.h>
 #include <simdjson.h>
 
-#include "interchange/CJsonReader.h"
-#include "interchange/JsonUtilities.h"
-#include "platform/FileInterface.h"
+#include "nvk/interchange/CJsonReader.h"
+#include "nvk/interchange/JsonUtilities.h"
+#include "nvk/platform/FileInterface.h"
 
 namespace {
 

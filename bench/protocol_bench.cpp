@@ -14,9 +14,9 @@
 #include <cmath>
 #include <random>
 
-#include "protocol/CProtocolInfo.h"
-#include "protocol/CProtocolLayoutUtils.h"
-#include "protocol/DistanceWalk.h"
+#include "nvk/protocol/CProtocolInfo.h"
+#include "nvk/protocol/CProtocolLayoutUtils.h"
+#include "nvk/protocol/DistanceWalk.h"
 
 using namespace nvk;
 using tovan::BitsetValue;

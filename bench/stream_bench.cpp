@@ -20,10 +20,10 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
-#include "data/CBaseNode.h"
-#include "data/NodeStream.h"
-#include "platform/ArrayValue.h"
-#include "platform/ByteStream.h"
+#include "nvk/data/CBaseNode.h"
+#include "nvk/data/NodeStream.h"
+#include "nvk/platform/ArrayValue.h"
+#include "nvk/platform/ByteStream.h"
 
 namespace {
 

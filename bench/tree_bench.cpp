@@ -16,9 +16,9 @@
 #include <random>
 #include <rapidjson/document.h>
 
-#include "data/CBaseNode.h"
-#include "data/CPropertyCollection.h"
-#include "platform/Value.h"
+#include "nvk/data/CBaseNode.h"
+#include "nvk/data/CPropertyCollection.h"
+#include "nvk/platform/Value.h"
 
 using namespace tovan;
 using nvk::CBaseNode;

@@ -10,10 +10,10 @@
 #include <pugixml.hpp>
 #include <string>
 
-#include "data/CBaseNode.h"
-#include "platform/ReferenceSet.h"
-#include "platform/Value.h"
-#include "platform/XPath.h"
+#include "nvk/data/CBaseNode.h"
+#include "nvk/platform/ReferenceSet.h"
+#include "nvk/platform/Value.h"
+#include "nvk/platform/XPath.h"
 
 using namespace tovan;
 using nvk::CBaseNode;

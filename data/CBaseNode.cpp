@@ -1,4 +1,4 @@
-#include "data/CBaseNode.h"
+#include "nvk/data/CBaseNode.h"
 
 namespace nvk {
 

@@ -1,7 +1,7 @@
 #pragma once
 // The library's node class.
-#include "data/NodeImpl.h"
-#include "platform/Pool.h"
+#include "nvk/data/NodeImpl.h"
+#include "nvk/platform/Pool.h"
 
 namespace nvk {
 

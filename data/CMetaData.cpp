@@ -1,6 +1,6 @@
-#include "data/CMetaData.h"
+#include "nvk/data/CMetaData.h"
 
-#include "data/CPropertyCollection.h"
+#include "nvk/data/CPropertyCollection.h"
 
 namespace nvk {
 

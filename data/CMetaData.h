@@ -1,9 +1,9 @@
 #pragma once
 // Node metadata: a flags word and a property collection made on demand.
-#include "platform/ByteStream.h"
-#include "platform/Export.h"
-#include "platform/Pool.h"
-#include "platform/iMetaData.h"
+#include "nvk/platform/ByteStream.h"
+#include "nvk/platform/Export.h"
+#include "nvk/platform/Pool.h"
+#include "nvk/platform/iMetaData.h"
 
 namespace nvk {
 

@@ -1,10 +1,10 @@
-#include "data/CNodeImplBase.h"
+#include "nvk/data/CNodeImplBase.h"
 
-#include "data/CMetaData.h"
-#include "data/Growth_internal.h"
-#include "data/CPropertyCollection.h"
-#include "platform/Prefetch.h"
-#include "platform/ReferenceSet.h"
+#include "nvk/data/CMetaData.h"
+#include "nvk/data/Growth_internal.h"
+#include "nvk/data/CPropertyCollection.h"
+#include "nvk/platform/Prefetch.h"
+#include "nvk/platform/ReferenceSet.h"
 
 namespace nvk {
 

@@ -2,12 +2,12 @@
 // The state and behaviour shared by every node class of the library.
 #include <vector>
 
-#include "data/cppNodeQName.h"
-#include "platform/Export.h"
-#include "platform/Lock.h"
-#include "platform/Value.h"
-#include "platform/iNode.h"
-#include "platform/iXPathParser.h"
+#include "nvk/data/cppNodeQName.h"
+#include "nvk/platform/Export.h"
+#include "nvk/platform/Lock.h"
+#include "nvk/platform/Value.h"
+#include "nvk/platform/iNode.h"
+#include "nvk/platform/iXPathParser.h"
 
 namespace nvk {
 

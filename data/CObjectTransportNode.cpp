@@ -1,4 +1,4 @@
-#include "data/CObjectTransportNode.h"
+#include "nvk/data/CObjectTransportNode.h"
 
 namespace nvk {
 

@@ -1,7 +1,7 @@
 #pragma once
 // A node that also carries one arbitrary framework object.
-#include "data/NodeImpl.h"
-#include "platform/Pool.h"
+#include "nvk/data/NodeImpl.h"
+#include "nvk/platform/Pool.h"
 
 namespace nvk {
 

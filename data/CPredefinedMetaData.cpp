@@ -1,7 +1,7 @@
-#include "data/CPredefinedMetaData.h"
+#include "nvk/data/CPredefinedMetaData.h"
 
-#include "platform/ArrayValue.h"
-#include "platform/Exception.h"
+#include "nvk/platform/ArrayValue.h"
+#include "nvk/platform/Exception.h"
 
 namespace nvk {
 

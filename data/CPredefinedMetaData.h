@@ -3,9 +3,9 @@
 // properties, each with a data type, a help text, legal values and options.
 #include <vector>
 
-#include "platform/Export.h"
-#include "platform/String.h"
-#include "platform/iPropertyCollection.h"
+#include "nvk/platform/Export.h"
+#include "nvk/platform/String.h"
+#include "nvk/platform/iPropertyCollection.h"
 
 namespace nvk {
 

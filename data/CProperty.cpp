@@ -1,7 +1,7 @@
-#include "data/CProperty.h"
+#include "nvk/data/CProperty.h"
 
-#include "data/CPropertyCollection.h"
-#include "data/CPropertyCollectionData.h"
+#include "nvk/data/CPropertyCollection.h"
+#include "nvk/data/CPropertyCollectionData.h"
 
 namespace nvk {
 

@@ -1,9 +1,9 @@
 #pragma once
 // One named, typed value of a property collection.
-#include "platform/Export.h"
-#include "platform/Pool.h"
-#include "platform/Value.h"
-#include "platform/iPropertyCollection.h"
+#include "nvk/platform/Export.h"
+#include "nvk/platform/Pool.h"
+#include "nvk/platform/Value.h"
+#include "nvk/platform/iPropertyCollection.h"
 
 namespace nvk {
 

@@ -1,7 +1,7 @@
-#include "data/CPropertyCollection.h"
+#include "nvk/data/CPropertyCollection.h"
 
-#include "platform/ReferenceSet.h"
-#include "platform/iNode.h"
+#include "nvk/platform/ReferenceSet.h"
+#include "nvk/platform/iNode.h"
 
 namespace nvk {
 

@@ -3,11 +3,11 @@
 // iPropertyCollection over a CPropertyCollectionData.
 #include <vector>
 
-#include "data/CPropertyCollectionData.h"
-#include "platform/Export.h"
-#include "platform/Lock.h"
-#include "platform/Pool.h"
-#include "platform/iPropertyCollection.h"
+#include "nvk/data/CPropertyCollectionData.h"
+#include "nvk/platform/Export.h"
+#include "nvk/platform/Lock.h"
+#include "nvk/platform/Pool.h"
+#include "nvk/platform/iPropertyCollection.h"
 
 namespace nvk {
 

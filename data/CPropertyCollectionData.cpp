@@ -1,9 +1,9 @@
-#include "data/CPropertyCollectionData.h"
+#include "nvk/data/CPropertyCollectionData.h"
 
 #include <algorithm>
 
-#include "data/Growth_internal.h"
-#include "data/SlotIndex_internal.h"
+#include "nvk/data/Growth_internal.h"
+#include "nvk/data/SlotIndex_internal.h"
 
 namespace nvk {
 

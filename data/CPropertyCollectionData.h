@@ -4,9 +4,9 @@
 #include <memory>
 #include <vector>
 
-#include "data/CProperty.h"
-#include "platform/Export.h"
-#include "platform/Pool.h"
+#include "nvk/data/CProperty.h"
+#include "nvk/platform/Export.h"
+#include "nvk/platform/Pool.h"
 
 namespace nvk {
 

@@ -3,12 +3,12 @@
 // checks it; the primitives are in StreamPrimitives.
 #include <memory>
 
-#include "data/CBaseNode.h"
-#include "data/CMetaData.h"
-#include "data/CObjectTransportNode.h"
-#include "data/CPropertyCollection.h"
-#include "data/StreamPrimitives.h"
-#include "platform/Exception.h"
+#include "nvk/data/CBaseNode.h"
+#include "nvk/data/CMetaData.h"
+#include "nvk/data/CObjectTransportNode.h"
+#include "nvk/data/CPropertyCollection.h"
+#include "nvk/data/StreamPrimitives.h"
+#include "nvk/platform/Exception.h"
 
 namespace nvk {
 

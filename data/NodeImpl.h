@@ -1,9 +1,9 @@
 #pragma once
 // NodeImpl<T, iNode>: the framework's iNode over CNodeImplBase, for each
 // concrete node class T (CBaseNode, CObjectTransportNode).
-#include "data/CNodeImplBase.h"
-#include "platform/iMetaData.h"
-#include "platform/iNode.h"
+#include "nvk/data/CNodeImplBase.h"
+#include "nvk/platform/iMetaData.h"
+#include "nvk/platform/iNode.h"
 
 namespace nvk {
 

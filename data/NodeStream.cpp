@@ -1,11 +1,11 @@
-#include "data/NodeStream.h"
+#include "nvk/data/NodeStream.h"
 
 #include <algorithm>
 #include <cstring>
 
-#include "data/StreamPrimitives.h"
-#include "platform/Exception.h"
-#include "platform/FileStream.h"
+#include "nvk/data/StreamPrimitives.h"
+#include "nvk/platform/Exception.h"
+#include "nvk/platform/FileStream.h"
 
 namespace nvk {
 

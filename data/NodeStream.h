@@ -24,10 +24,10 @@
 #include <memory>
 #include <vector>
 
-#include "platform/ByteStream.h"
-#include "platform/Export.h"
-#include "platform/String.h"
-#include "platform/iNode.h"
+#include "nvk/platform/ByteStream.h"
+#include "nvk/platform/Export.h"
+#include "nvk/platform/String.h"
+#include "nvk/platform/iNode.h"
 
 namespace nvk {
 

@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "data/CProperty.h"
-#include "platform/String.h"
+#include "nvk/data/CProperty.h"
+#include "nvk/platform/String.h"
 
 namespace nvk {
 

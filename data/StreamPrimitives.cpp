@@ -1,9 +1,9 @@
-#include "data/StreamPrimitives.h"
+#include "nvk/data/StreamPrimitives.h"
 
 #include <algorithm>
 #include <climits>
 
-#include "platform/Exception.h"
+#include "nvk/platform/Exception.h"
 
 namespace nvk {
 

@@ -27,9 +27,9 @@
 #include <cstdint>
 #include <string>
 
-#include "platform/ByteStream.h"
-#include "platform/Export.h"
-#include "platform/String.h"
+#include "nvk/platform/ByteStream.h"
+#include "nvk/platform/Export.h"
+#include "nvk/platform/String.h"
 
 namespace nvk {
 

@@ -1,4 +1,4 @@
-#include "data/cppNodeQName.h"
+#include "nvk/data/cppNodeQName.h"
 
 namespace nvk {
 

@@ -3,9 +3,9 @@
 // split off lazily.
 #include <memory>
 
-#include "platform/ByteStream.h"
-#include "platform/Export.h"
-#include "platform/String.h"
+#include "nvk/platform/ByteStream.h"
+#include "nvk/platform/Export.h"
+#include "nvk/platform/String.h"
 
 namespace nvk {
 

@@ -12,10 +12,10 @@
 #include <string>
 #include <vector>
 
-#include "platform/Base64.h"
-#include "platform/BlowFish.h"
-#include "platform/Exception.h"
-#include "services/CCredentials.h"
+#include "nvk/platform/Base64.h"
+#include "nvk/platform/BlowFish.h"
+#include "nvk/platform/Exception.h"
+#include "nvk/services/CCredentials.h"
 
 namespace {
 

@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <string>
 
-#include "platform/Format.h"
-#include "platform/String.h"
+#include "nvk/platform/Format.h"
+#include "nvk/platform/String.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::string bytes(reinterpret_cast<const char*>(data), size);

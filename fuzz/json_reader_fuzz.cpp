@@ -9,12 +9,12 @@
 #include <cstdlib>
 #include <string>
 
-#include "interchange/CJsonConverter.h"
-#include "interchange/CJsonReader.h"
-#include "interchange/JsonUtilities.h"
-#include "interchange/NodeTreeText.h"
-#include "platform/Exception.h"
-#include "platform/FileInterface.h"
+#include "nvk/interchange/CJsonConverter.h"
+#include "nvk/interchange/CJsonReader.h"
+#include "nvk/interchange/JsonUtilities.h"
+#include "nvk/interchange/NodeTreeText.h"
+#include "nvk/platform/Exception.h"
+#include "nvk/platform/FileInterface.h"
 
 namespace {
 

@@ -9,11 +9,11 @@
 #include <string>
 #include <vector>
 
-#include "interchange/CJsonReader.h"
-#include "interchange/JsonUtilities.h"
-#include "platform/Array.h"
-#include "platform/Exception.h"
-#include "platform/FileInterface.h"
+#include "nvk/interchange/CJsonReader.h"
+#include "nvk/interchange/JsonUtilities.h"
+#include "nvk/platform/Array.h"
+#include "nvk/platform/Exception.h"
+#include "nvk/platform/FileInterface.h"
 
 namespace {
 

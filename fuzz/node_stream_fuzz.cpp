@@ -6,13 +6,13 @@
 #include <cstring>
 #include <vector>
 
-#include "data/CBaseNode.h"
-#include "data/CMetaData.h"
-#include "data/CObjectTransportNode.h"
-#include "data/CPropertyCollection.h"
-#include "data/NodeStream.h"
-#include "data/StreamPrimitives.h"
-#include "platform/Exception.h"
+#include "nvk/data/CBaseNode.h"
+#include "nvk/data/CMetaData.h"
+#include "nvk/data/CObjectTransportNode.h"
+#include "nvk/data/CPropertyCollection.h"
+#include "nvk/data/NodeStream.h"
+#include "nvk/data/StreamPrimitives.h"
+#include "nvk/platform/Exception.h"
 
 namespace {
 

@@ -14,12 +14,12 @@
 
 #include <pugixml.hpp>
 
-#include "platform/Exception.h"
-#include "platform/String.h"
-#include "protocol/CProtocolFile.h"
-#include "protocol/CProtocolLayoutUtils.h"
-#include "protocol/CProtocolPicture.h"
-#include "protocol/DistanceWalk.h"
+#include "nvk/platform/Exception.h"
+#include "nvk/platform/String.h"
+#include "nvk/protocol/CProtocolFile.h"
+#include "nvk/protocol/CProtocolLayoutUtils.h"
+#include "nvk/protocol/CProtocolPicture.h"
+#include "nvk/protocol/DistanceWalk.h"
 
 namespace {
 

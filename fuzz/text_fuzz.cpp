@@ -5,9 +5,9 @@
 #include <cstdint>
 #include <string>
 
-#include "platform/DateTimeValue.h"
-#include "platform/Exception.h"
-#include "platform/FileInterface.h"
+#include "nvk/platform/DateTimeValue.h"
+#include "nvk/platform/Exception.h"
+#include "nvk/platform/FileInterface.h"
 
 using namespace tovan;
 

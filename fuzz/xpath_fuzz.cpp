@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/Exception.h"
-#include "platform/String.h"
-#include "platform/XPath.h"
+#include "nvk/platform/Exception.h"
+#include "nvk/platform/String.h"
+#include "nvk/platform/XPath.h"
 
 namespace {
 

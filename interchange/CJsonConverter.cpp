@@ -1,11 +1,11 @@
-#include "interchange/CJsonConverter.h"
+#include "nvk/interchange/CJsonConverter.h"
 
-#include "data/CBaseNode.h"
-#include "data/CProperty.h"
-#include "data/CPropertyCollection.h"
-#include "platform/ArrayValue.h"
-#include "platform/Exception.h"
-#include "platform/NDimArrayValue.h"
+#include "nvk/data/CBaseNode.h"
+#include "nvk/data/CProperty.h"
+#include "nvk/data/CPropertyCollection.h"
+#include "nvk/platform/ArrayValue.h"
+#include "nvk/platform/Exception.h"
+#include "nvk/platform/NDimArrayValue.h"
 
 namespace nvk {
 

@@ -1,13 +1,13 @@
 #pragma once
 // Builds data nodes with typed properties from the JSON element tree.
-#include "interchange/CJsonDataTyper.h"
-#include "interchange/JsonElements.h"
-#include "platform/Array.h"
-#include "platform/Export.h"
-#include "platform/Object.h"
-#include "platform/String.h"
-#include "platform/Value.h"
-#include "platform/iNode.h"
+#include "nvk/interchange/CJsonDataTyper.h"
+#include "nvk/interchange/JsonElements.h"
+#include "nvk/platform/Array.h"
+#include "nvk/platform/Export.h"
+#include "nvk/platform/Object.h"
+#include "nvk/platform/String.h"
+#include "nvk/platform/Value.h"
+#include "nvk/platform/iNode.h"
 
 namespace tovan {
 class ArrayValue;

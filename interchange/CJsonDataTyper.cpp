@@ -1,8 +1,8 @@
-#include "interchange/CJsonDataTyper.h"
+#include "nvk/interchange/CJsonDataTyper.h"
 
 #include <cstdint>
 
-#include "platform/Exception.h"
+#include "nvk/platform/Exception.h"
 
 namespace nvk {
 

@@ -3,10 +3,10 @@
 #include <memory>
 #include <vector>
 
-#include "interchange/JsonElements.h"
-#include "platform/Array.h"
-#include "platform/Export.h"
-#include "platform/String.h"
+#include "nvk/interchange/JsonElements.h"
+#include "nvk/platform/Array.h"
+#include "nvk/platform/Export.h"
+#include "nvk/platform/String.h"
 
 namespace nvk {
 

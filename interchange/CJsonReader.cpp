@@ -1,9 +1,9 @@
-#include "interchange/CJsonReader.h"
+#include "nvk/interchange/CJsonReader.h"
 
-#include "interchange/CJsonConverter.h"
-#include "interchange/JsonNodeBuilder.h"
-#include "interchange/JsonParser.h"
-#include "interchange/JsonScanner.h"
+#include "nvk/interchange/CJsonConverter.h"
+#include "nvk/interchange/JsonNodeBuilder.h"
+#include "nvk/interchange/JsonParser.h"
+#include "nvk/interchange/JsonScanner.h"
 
 namespace nvk {
 

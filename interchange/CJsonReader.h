@@ -2,13 +2,13 @@
 // Reads a stream of JSON text, one top-level object at a time.
 #include <memory>
 
-#include "interchange/JsonElements.h"
-#include "interchange/JsonInputStream.h"
-#include "interchange/iJsonReader.h"
-#include "platform/Export.h"
-#include "platform/FileInterface.h"
-#include "platform/Object.h"
-#include "platform/Pool.h"
+#include "nvk/interchange/JsonElements.h"
+#include "nvk/interchange/JsonInputStream.h"
+#include "nvk/interchange/iJsonReader.h"
+#include "nvk/platform/Export.h"
+#include "nvk/platform/FileInterface.h"
+#include "nvk/platform/Object.h"
+#include "nvk/platform/Pool.h"
 
 namespace nvk {
 

@@ -1,4 +1,4 @@
-#include "interchange/CJsonWriter.h"
+#include "nvk/interchange/CJsonWriter.h"
 
 #include <array>
 #include <cstring>
@@ -7,8 +7,8 @@
 #include <emmintrin.h>
 #endif
 
-#include "platform/Exception.h"
-#include "platform/Util.h"
+#include "nvk/platform/Exception.h"
+#include "nvk/platform/Util.h"
 
 namespace nvk {
 

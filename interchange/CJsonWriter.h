@@ -4,8 +4,8 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/Export.h"
-#include "platform/String.h"
+#include "nvk/platform/Export.h"
+#include "nvk/platform/String.h"
 
 namespace nvk {
 

@@ -1,4 +1,4 @@
-#include "interchange/JsonElements.h"
+#include "nvk/interchange/JsonElements.h"
 
 namespace cajun::json {
 

@@ -17,8 +17,8 @@
 #include <variant>
 #include <vector>
 
-#include "platform/Exception.h"
-#include "platform/Export.h"
+#include "nvk/platform/Exception.h"
+#include "nvk/platform/Export.h"
 
 namespace nvk {
 class JsonNodeBuilder;

@@ -1,4 +1,4 @@
-#include "interchange/JsonInputStream.h"
+#include "nvk/interchange/JsonInputStream.h"
 
 namespace cajun::json {
 

@@ -4,10 +4,10 @@
 // line/column/position counters of the next character.
 #include <string_view>
 
-#include "interchange/JsonElements.h"
-#include "platform/Export.h"
-#include "platform/FileInterface.h"
-#include "platform/String.h"
+#include "nvk/interchange/JsonElements.h"
+#include "nvk/platform/Export.h"
+#include "nvk/platform/FileInterface.h"
+#include "nvk/platform/String.h"
 
 namespace cajun::json {
 

@@ -1,11 +1,11 @@
-#include "interchange/JsonNodeBuilder.h"
+#include "nvk/interchange/JsonNodeBuilder.h"
 
 #include <memory>
 #include <string_view>
 #include <unordered_set>
 
-#include "interchange/JsonParser.h"
-#include "platform/Value.h"
+#include "nvk/interchange/JsonParser.h"
+#include "nvk/platform/Value.h"
 
 namespace nvk {
 

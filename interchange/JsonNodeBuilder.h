@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "interchange/CJsonConverter.h"
-#include "interchange/JsonElements.h"
-#include "interchange/JsonInputStream.h"
-#include "interchange/JsonScanner.h"
+#include "nvk/interchange/CJsonConverter.h"
+#include "nvk/interchange/JsonElements.h"
+#include "nvk/interchange/JsonInputStream.h"
+#include "nvk/interchange/JsonScanner.h"
 
 namespace nvk {
 

@@ -1,4 +1,4 @@
-#include "interchange/JsonParser.h"
+#include "nvk/interchange/JsonParser.h"
 
 #include <algorithm>
 #include <cerrno>

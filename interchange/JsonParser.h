@@ -2,9 +2,9 @@
 // Recursive descent from a token list to the element tree.
 #include <cstddef>
 
-#include "interchange/JsonElements.h"
-#include "interchange/JsonScanner.h"
-#include "platform/Export.h"
+#include "nvk/interchange/JsonElements.h"
+#include "nvk/interchange/JsonScanner.h"
+#include "nvk/platform/Export.h"
 
 namespace cajun::json {
 

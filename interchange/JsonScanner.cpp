@@ -1,4 +1,4 @@
-#include "interchange/JsonScanner.h"
+#include "nvk/interchange/JsonScanner.h"
 
 #include <array>
 #include <cstdint>

@@ -9,9 +9,9 @@
 #include <string_view>
 #include <vector>
 
-#include "interchange/JsonElements.h"
-#include "interchange/JsonInputStream.h"
-#include "platform/Export.h"
+#include "nvk/interchange/JsonElements.h"
+#include "nvk/interchange/JsonInputStream.h"
+#include "nvk/platform/Export.h"
 
 namespace cajun::json {
 

@@ -1,4 +1,4 @@
-#include "interchange/JsonUtilities.h"
+#include "nvk/interchange/JsonUtilities.h"
 
 #include <algorithm>
 #include <charconv>
@@ -12,12 +12,12 @@
 #include <unordered_map>
 #include <vector>
 
-#include "data/CBaseNode.h"
-#include "data/CPropertyCollection.h"
-#include "platform/ArrayValue.h"
-#include "platform/Exception.h"
-#include "platform/NDimArrayValue.h"
-#include "platform/Prefetch.h"
+#include "nvk/data/CBaseNode.h"
+#include "nvk/data/CPropertyCollection.h"
+#include "nvk/platform/ArrayValue.h"
+#include "nvk/platform/Exception.h"
+#include "nvk/platform/NDimArrayValue.h"
+#include "nvk/platform/Prefetch.h"
 
 namespace nvk::JsonUtilities {
 

@@ -1,11 +1,11 @@
 #pragma once
 // Writing data nodes and element trees as JSON, and writers over files.
-#include "interchange/CJsonWriter.h"
-#include "interchange/JsonElements.h"
-#include "platform/Export.h"
-#include "platform/FileInterface.h"
-#include "platform/Value.h"
-#include "platform/iNode.h"
+#include "nvk/interchange/CJsonWriter.h"
+#include "nvk/interchange/JsonElements.h"
+#include "nvk/platform/Export.h"
+#include "nvk/platform/FileInterface.h"
+#include "nvk/platform/Value.h"
+#include "nvk/platform/iNode.h"
 
 namespace tovan {
 

@@ -1,8 +1,8 @@
-#include "interchange/NodeTreeText.h"
+#include "nvk/interchange/NodeTreeText.h"
 
-#include "interchange/JsonUtilities.h"
-#include "platform/ArrayValue.h"
-#include "platform/NDimArrayValue.h"
+#include "nvk/interchange/JsonUtilities.h"
+#include "nvk/platform/ArrayValue.h"
+#include "nvk/platform/NDimArrayValue.h"
 
 namespace nvk {
 

@@ -2,9 +2,9 @@
 // A readable, line-per-item text of a data tree, for the tool and for tests.
 #include <string>
 
-#include "platform/Export.h"
-#include "platform/Value.h"
-#include "platform/iNode.h"
+#include "nvk/platform/Export.h"
+#include "nvk/platform/Value.h"
+#include "nvk/platform/iNode.h"
 
 namespace nvk {
 

@@ -1,10 +1,10 @@
 #pragma once
 // The framework's interface of readers that turn JSON text into data nodes.
-#include "platform/Array.h"
-#include "platform/Export.h"
-#include "platform/FileInterface.h"
-#include "platform/Object.h"
-#include "platform/iNode.h"
+#include "nvk/platform/Array.h"
+#include "nvk/platform/Export.h"
+#include "nvk/platform/FileInterface.h"
+#include "nvk/platform/Object.h"
+#include "nvk/platform/iNode.h"
 
 namespace tovan {
 

@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/Exception.h"
+#include "nvk/platform/Exception.h"
 
 namespace tovan {
 

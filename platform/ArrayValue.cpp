@@ -1,4 +1,4 @@
-#include "platform/ArrayValue.h"
+#include "nvk/platform/ArrayValue.h"
 
 #include <algorithm>
 #include <cmath>

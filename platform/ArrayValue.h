@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <initializer_list>
 
-#include "platform/Array.h"
-#include "platform/Value.h"
+#include "nvk/platform/Array.h"
+#include "nvk/platform/Value.h"
 
 namespace tovan {
 

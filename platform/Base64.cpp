@@ -1,8 +1,8 @@
-#include "platform/Base64.h"
+#include "nvk/platform/Base64.h"
 
 #include <array>
 
-#include "platform/Exception.h"
+#include "nvk/platform/Exception.h"
 
 namespace tovan::util {
 namespace {

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/Export.h"
+#include "nvk/platform/Export.h"
 
 namespace tovan::util {
 

@@ -1,4 +1,4 @@
-#include "platform/BitsetValue.h"
+#include "nvk/platform/BitsetValue.h"
 
 #include <algorithm>
 #include <string>

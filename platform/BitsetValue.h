@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "platform/Value.h"
+#include "nvk/platform/Value.h"
 
 namespace tovan {
 

@@ -1,4 +1,4 @@
-#include "platform/BlowFish.h"
+#include "nvk/platform/BlowFish.h"
 
 #include <nettle/blowfish.h>
 #include <nettle/cbc.h>
@@ -6,8 +6,8 @@
 
 #include <cstring>
 
-#include "platform/Exception.h"
-#include "platform/Random.h"
+#include "nvk/platform/Exception.h"
+#include "nvk/platform/Random.h"
 
 namespace tovan {
 

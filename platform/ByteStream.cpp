@@ -1,10 +1,10 @@
-#include "platform/ByteStream.h"
+#include "nvk/platform/ByteStream.h"
 
 #include <algorithm>
 #include <bit>
 #include <cstring>
 
-#include "platform/Exception.h"
+#include "nvk/platform/Exception.h"
 
 namespace tovan {
 

@@ -10,7 +10,7 @@
 #include <cstring>
 #include <vector>
 
-#include "platform/Export.h"
+#include "nvk/platform/Export.h"
 
 namespace tovan {
 

@@ -1,13 +1,13 @@
-#include "platform/CXPathParser.h"
+#include "nvk/platform/CXPathParser.h"
 
 #include <climits>
 #include <cmath>
 #include <vector>
 
-#include "platform/ReferenceSet.h"
-#include "platform/Value.h"
-#include "platform/iNode.h"
-#include "platform/iPropertyCollection.h"
+#include "nvk/platform/ReferenceSet.h"
+#include "nvk/platform/Value.h"
+#include "nvk/platform/iNode.h"
+#include "nvk/platform/iPropertyCollection.h"
 
 namespace tovan {
 

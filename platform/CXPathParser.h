@@ -4,9 +4,9 @@
 #include <string>
 #include <unordered_map>
 
-#include "platform/Export.h"
-#include "platform/XPath.h"
-#include "platform/iXPathParser.h"
+#include "nvk/platform/Export.h"
+#include "nvk/platform/XPath.h"
+#include "nvk/platform/iXPathParser.h"
 
 namespace tovan {
 

@@ -1,11 +1,11 @@
 // Out-of-line destructors give the data interfaces one home for their
 // vtables and type information, so dynamic_cast across the library boundary
 // sees one type.
-#include "platform/ReferenceSet.h"
-#include "platform/iMetaData.h"
-#include "platform/iNode.h"
-#include "platform/iPropertyCollection.h"
-#include "platform/iXPathParser.h"
+#include "nvk/platform/ReferenceSet.h"
+#include "nvk/platform/iMetaData.h"
+#include "nvk/platform/iNode.h"
+#include "nvk/platform/iPropertyCollection.h"
+#include "nvk/platform/iXPathParser.h"
 
 namespace tovan {
 

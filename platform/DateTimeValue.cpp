@@ -1,11 +1,11 @@
-#include "platform/DateTimeValue.h"
+#include "nvk/platform/DateTimeValue.h"
 
 #include <chrono>
 #include <cstdio>
 #include <ctime>
 #include <string>
 
-#include "platform/Exception.h"
+#include "nvk/platform/Exception.h"
 
 namespace tovan {
 

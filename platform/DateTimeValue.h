@@ -18,9 +18,9 @@
 // equals() is operator==; the byte form is in platform/README.md.
 #include <cstdint>
 
-#include "platform/Export.h"
-#include "platform/String.h"
-#include "platform/Value.h"
+#include "nvk/platform/Export.h"
+#include "nvk/platform/String.h"
+#include "nvk/platform/Value.h"
 
 namespace tovan {
 

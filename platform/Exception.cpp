@@ -1,4 +1,4 @@
-#include "platform/Exception.h"
+#include "nvk/platform/Exception.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/Export.h"
-#include "platform/Format.h"
-#include "platform/String.h"
+#include "nvk/platform/Export.h"
+#include "nvk/platform/Format.h"
+#include "nvk/platform/String.h"
 
 namespace tovan {
 

@@ -1,4 +1,4 @@
-#include "platform/FileInterface.h"
+#include "nvk/platform/FileInterface.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -9,7 +9,7 @@
 #include <emmintrin.h>
 #endif
 
-#include "platform/Exception.h"
+#include "nvk/platform/Exception.h"
 
 namespace tovan {
 

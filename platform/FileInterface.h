@@ -18,8 +18,8 @@
 #include <string>
 #include <string_view>
 
-#include "platform/Export.h"
-#include "platform/String.h"
+#include "nvk/platform/Export.h"
+#include "nvk/platform/String.h"
 
 namespace tovan {
 

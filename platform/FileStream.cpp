@@ -1,10 +1,10 @@
-#include "platform/FileStream.h"
+#include "nvk/platform/FileStream.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 
-#include "platform/Exception.h"
+#include "nvk/platform/Exception.h"
 
 namespace tovan {
 

@@ -10,9 +10,9 @@
 #include <cstdio>
 #include <vector>
 
-#include "platform/ByteStream.h"
-#include "platform/Export.h"
-#include "platform/String.h"
+#include "nvk/platform/ByteStream.h"
+#include "nvk/platform/Export.h"
+#include "nvk/platform/String.h"
 
 namespace tovan {
 

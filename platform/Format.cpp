@@ -1,4 +1,4 @@
-#include "platform/Format.h"
+#include "nvk/platform/Format.h"
 
 #include <cstdio>
 

@@ -22,8 +22,8 @@
 #include <string_view>
 #include <type_traits>
 
-#include "platform/Export.h"
-#include "platform/String.h"
+#include "nvk/platform/Export.h"
+#include "nvk/platform/String.h"
 
 namespace tovan {
 

@@ -1,10 +1,10 @@
-#include "platform/Hash.h"
+#include "nvk/platform/Hash.h"
 
 #include <nettle/md5.h>
 #include <nettle/sha1.h>
 #include <nettle/sha2.h>
 
-#include "platform/Pool.h"
+#include "nvk/platform/Pool.h"
 
 namespace tovan {
 

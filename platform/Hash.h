@@ -6,8 +6,8 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/Export.h"
-#include "platform/Object.h"
+#include "nvk/platform/Export.h"
+#include "nvk/platform/Object.h"
 
 /// Class tag of the framework's digest object; create it with
 /// ObjectFactory::createAs<tovan::iHash>(NVK_vcHashClassTag).

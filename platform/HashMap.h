@@ -5,8 +5,8 @@
 #include <utility>
 #include <vector>
 
-#include "platform/Exception.h"
-#include "platform/String.h"
+#include "nvk/platform/Exception.h"
+#include "nvk/platform/String.h"
 
 namespace tovan {
 

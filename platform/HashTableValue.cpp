@@ -1,6 +1,6 @@
-#include "platform/HashTableValue.h"
+#include "nvk/platform/HashTableValue.h"
 
-#include "platform/ArrayValue.h"
+#include "nvk/platform/ArrayValue.h"
 
 namespace tovan {
 

@@ -1,8 +1,8 @@
 #pragma once
 // A value that maps names to values.
-#include "platform/Array.h"
-#include "platform/HashMap.h"
-#include "platform/Value.h"
+#include "nvk/platform/Array.h"
+#include "nvk/platform/HashMap.h"
+#include "nvk/platform/Value.h"
 
 namespace tovan {
 

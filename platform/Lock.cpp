@@ -1,8 +1,8 @@
-#include "platform/Lock.h"
+#include "nvk/platform/Lock.h"
 
 #include <chrono>
 
-#include "platform/Exception.h"
+#include "nvk/platform/Exception.h"
 
 namespace tovan {
 

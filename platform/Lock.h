@@ -2,7 +2,7 @@
 #include <atomic>
 #include <thread>
 
-#include "platform/Export.h"
+#include "nvk/platform/Export.h"
 
 namespace tovan {
 

@@ -1,4 +1,4 @@
-#include "platform/NDimArrayValue.h"
+#include "nvk/platform/NDimArrayValue.h"
 
 #include <string>
 #include <string_view>

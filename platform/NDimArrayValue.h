@@ -3,7 +3,7 @@
 // arrays), stored flat.
 #include <initializer_list>
 
-#include "platform/ArrayValue.h"
+#include "nvk/platform/ArrayValue.h"
 
 namespace tovan {
 

@@ -1,4 +1,4 @@
-#include "platform/Object.h"
+#include "nvk/platform/Object.h"
 
 #include <cxxabi.h>
 

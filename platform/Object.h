@@ -6,8 +6,8 @@
 #include <utility>
 #include <vector>
 
-#include "platform/Exception.h"
-#include "platform/Export.h"
+#include "nvk/platform/Exception.h"
+#include "nvk/platform/Export.h"
 
 namespace tovan {
 

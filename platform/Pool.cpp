@@ -1,4 +1,4 @@
-#include "platform/Pool.h"
+#include "nvk/platform/Pool.h"
 
 #include <algorithm>
 #include <mutex>

@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/Exception.h"
-#include "platform/Export.h"
-#include "platform/Lock.h"
+#include "nvk/platform/Exception.h"
+#include "nvk/platform/Export.h"
+#include "nvk/platform/Lock.h"
 
 namespace tovan {
 

@@ -1,4 +1,4 @@
-#include "platform/Random.h"
+#include "nvk/platform/Random.h"
 
 #include <chrono>
 #include <random>

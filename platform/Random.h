@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "platform/Export.h"
+#include "nvk/platform/Export.h"
 
 namespace tovan {
 

@@ -7,8 +7,8 @@
 #include <utility>
 #include <vector>
 
-#include "platform/iNode.h"
-#include "platform/iPropertyCollection.h"
+#include "nvk/platform/iNode.h"
+#include "nvk/platform/iPropertyCollection.h"
 
 namespace tovan {
 

@@ -1,4 +1,4 @@
-#include "platform/Session.h"
+#include "nvk/platform/Session.h"
 
 namespace tovan {
 

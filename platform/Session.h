@@ -3,9 +3,9 @@
 // and the client-side session handed to callers (iClientSession).
 #include <vector>
 
-#include "platform/Export.h"
-#include "platform/Object.h"
-#include "platform/String.h"
+#include "nvk/platform/Export.h"
+#include "nvk/platform/Object.h"
+#include "nvk/platform/String.h"
 
 namespace tovan {
 

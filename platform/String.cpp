@@ -1,4 +1,4 @@
-#include "platform/String.h"
+#include "nvk/platform/String.h"
 
 namespace tovan {
 

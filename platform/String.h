@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/Export.h"
+#include "nvk/platform/Export.h"
 
 namespace tovan {
 

@@ -1,10 +1,10 @@
-#include "platform/Util.h"
+#include "nvk/platform/Util.h"
 
 #include <charconv>
 #include <cmath>
 #include <cstring>
 
-#include "platform/Exception.h"
+#include "nvk/platform/Exception.h"
 
 namespace tovan::util {
 

@@ -2,8 +2,8 @@
 // Number and URL text helpers.
 #include <cstddef>
 
-#include "platform/Export.h"
-#include "platform/String.h"
+#include "nvk/platform/Export.h"
+#include "nvk/platform/String.h"
 
 namespace tovan::util {
 

@@ -1,6 +1,6 @@
-#include "platform/Value.h"
+#include "nvk/platform/Value.h"
 
-#include "platform/Util.h"
+#include "nvk/platform/Util.h"
 
 #include <charconv>
 #include <cmath>

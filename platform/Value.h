@@ -8,10 +8,10 @@
 #include <cstdint>
 #include <string>
 
-#include "platform/ByteStream.h"
-#include "platform/Export.h"
-#include "platform/Object.h"
-#include "platform/String.h"
+#include "nvk/platform/ByteStream.h"
+#include "nvk/platform/Export.h"
+#include "nvk/platform/Object.h"
+#include "nvk/platform/String.h"
 
 namespace tovan {
 

@@ -1,4 +1,4 @@
-#include "platform/Version.h"
+#include "nvk/platform/Version.h"
 
 namespace tovan {
 const char* libraryVersion() { return "0.1.0"; }

@@ -1,5 +1,5 @@
 #pragma once
-#include "platform/Export.h"
+#include "nvk/platform/Export.h"
 
 namespace tovan {
 /// "major.minor.patch" of the library.

@@ -7,8 +7,8 @@
 #include <unordered_map>
 #include <unordered_set>
 
-#include "platform/Exception.h"
-#include "platform/XPath_internal.h"
+#include "nvk/platform/Exception.h"
+#include "nvk/platform/XPath_internal.h"
 
 namespace tovan {
 

@@ -1,8 +1,8 @@
 // Lexer and parser of XPath 1.0 expressions.
 #include <string>
 
-#include "platform/Exception.h"
-#include "platform/XPath_internal.h"
+#include "nvk/platform/Exception.h"
+#include "nvk/platform/XPath_internal.h"
 
 namespace tovan::xpath {
 namespace {

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/XPath.h"
+#include "nvk/platform/XPath.h"
 
 namespace tovan::xpath {
 

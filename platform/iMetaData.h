@@ -1,10 +1,10 @@
 #pragma once
 // Metadata carried by nodes and properties: a flags word and an optional
 // collection of further named values (units, display hints).
-#include "platform/Export.h"
-#include "platform/MetaDataFlags.h"
-#include "platform/Object.h"
-#include "platform/iPropertyCollection.h"
+#include "nvk/platform/Export.h"
+#include "nvk/platform/MetaDataFlags.h"
+#include "nvk/platform/Object.h"
+#include "nvk/platform/iPropertyCollection.h"
 
 namespace tovan {
 

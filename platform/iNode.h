@@ -3,10 +3,10 @@
 // holds the node's value), metadata, ordered children and a weak parent link.
 #include <vector>
 
-#include "platform/Export.h"
-#include "platform/Object.h"
-#include "platform/String.h"
-#include "platform/iPropertyCollection.h"
+#include "nvk/platform/Export.h"
+#include "nvk/platform/Object.h"
+#include "nvk/platform/String.h"
+#include "nvk/platform/iPropertyCollection.h"
 
 namespace tovan {
 

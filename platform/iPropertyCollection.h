@@ -2,10 +2,10 @@
 // Named, typed properties and the ordered collections that hold them.
 #include <vector>
 
-#include "platform/Export.h"
-#include "platform/MetaDataFlags.h"
-#include "platform/Object.h"
-#include "platform/String.h"
+#include "nvk/platform/Export.h"
+#include "nvk/platform/MetaDataFlags.h"
+#include "nvk/platform/Object.h"
+#include "nvk/platform/String.h"
 
 namespace tovan {
 

@@ -1,4 +1,4 @@
-#include "platform/iProtocolInfo.h"
+#include "nvk/platform/iProtocolInfo.h"
 
 namespace tovan {
 

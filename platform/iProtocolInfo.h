@@ -7,9 +7,9 @@
 #include <cstdint>
 #include <vector>
 
-#include "platform/Export.h"
-#include "platform/Object.h"
-#include "platform/String.h"
+#include "nvk/platform/Export.h"
+#include "nvk/platform/Object.h"
+#include "nvk/platform/String.h"
 
 namespace tovan {
 

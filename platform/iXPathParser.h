@@ -1,10 +1,10 @@
 #pragma once
 // The path-expression evaluator that nodes use for `iNode::query` and that
 // property collections use to resolve hierarchical property names.
-#include "platform/Export.h"
-#include "platform/Object.h"
-#include "platform/String.h"
-#include "platform/iNode.h"
+#include "nvk/platform/Export.h"
+#include "nvk/platform/Object.h"
+#include "nvk/platform/String.h"
+#include "nvk/platform/iNode.h"
 
 namespace tovan {
 

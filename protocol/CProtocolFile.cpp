@@ -1,11 +1,11 @@
-#include "protocol/CProtocolFile.h"
+#include "nvk/protocol/CProtocolFile.h"
 
 #include <cmath>
 
-#include "interchange/CJsonReader.h"
-#include "interchange/CJsonWriter.h"
-#include "platform/Exception.h"
-#include "platform/FileInterface.h"
+#include "nvk/interchange/CJsonReader.h"
+#include "nvk/interchange/CJsonWriter.h"
+#include "nvk/platform/Exception.h"
+#include "nvk/platform/FileInterface.h"
 
 using namespace tovan;
 namespace json = cajun::json;

@@ -8,10 +8,10 @@
 // index, e.g. "flow.json: components[2].point: expected [x, y] with two 32-bit integers",
 // and no protocol is returned. Text that is not JSON is reported where it goes wrong, line and
 // column counted from 1: "flow.json:2:28: JSON parse error: Unexpected token: ]".
-#include "platform/Export.h"
-#include "platform/Object.h"
-#include "platform/iProtocolInfo.h"
-#include "protocol/CProtocolInfo.h"
+#include "nvk/platform/Export.h"
+#include "nvk/platform/Object.h"
+#include "nvk/platform/iProtocolInfo.h"
+#include "nvk/protocol/CProtocolInfo.h"
 
 namespace nvk {
 

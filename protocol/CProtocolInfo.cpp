@@ -1,6 +1,6 @@
-#include "protocol/CProtocolInfo.h"
+#include "nvk/protocol/CProtocolInfo.h"
 
-#include "platform/Exception.h"
+#include "nvk/platform/Exception.h"
 
 using namespace tovan;
 

@@ -7,8 +7,8 @@
 #include <variant>
 #include <vector>
 
-#include "platform/Export.h"
-#include "platform/iProtocolInfo.h"
+#include "nvk/platform/Export.h"
+#include "nvk/platform/iProtocolInfo.h"
 
 namespace nvk {
 

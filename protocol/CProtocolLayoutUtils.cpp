@@ -1,4 +1,4 @@
-#include "protocol/CProtocolLayoutUtils.h"
+#include "nvk/protocol/CProtocolLayoutUtils.h"
 
 #include <algorithm>
 #include <climits>
@@ -6,7 +6,7 @@
 #include <deque>
 #include <functional>
 
-#include "platform/Exception.h"
+#include "nvk/platform/Exception.h"
 
 using namespace tovan;
 

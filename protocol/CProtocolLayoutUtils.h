@@ -16,7 +16,7 @@
 // must lie below ask; nothing is pushed down twice.
 #include <vector>
 
-#include "protocol/CProtocolUtils.h"
+#include "nvk/protocol/CProtocolUtils.h"
 
 namespace nvk {
 

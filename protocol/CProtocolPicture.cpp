@@ -1,10 +1,10 @@
-#include "protocol/CProtocolPicture.h"
+#include "nvk/protocol/CProtocolPicture.h"
 
 #include <algorithm>
 #include <climits>
 #include <sstream>
 
-#include "protocol/CProtocolUtils.h"
+#include "nvk/protocol/CProtocolUtils.h"
 
 using namespace tovan;
 

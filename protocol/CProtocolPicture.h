@@ -4,8 +4,8 @@
 // one that runs backwards bent around below), sticky notes as notes with their text.
 #include <string>
 
-#include "platform/Export.h"
-#include "platform/iProtocolInfo.h"
+#include "nvk/platform/Export.h"
+#include "nvk/platform/iProtocolInfo.h"
 
 namespace nvk {
 

@@ -1,11 +1,11 @@
-#include "protocol/CProtocolUtils.h"
+#include "nvk/protocol/CProtocolUtils.h"
 
 #include <algorithm>
 #include <cmath>
 #include <deque>
 
-#include "platform/Exception.h"
-#include "protocol/DistanceWalk.h"
+#include "nvk/platform/Exception.h"
+#include "nvk/protocol/DistanceWalk.h"
 
 using namespace tovan;
 

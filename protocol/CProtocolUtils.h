@@ -12,10 +12,10 @@
 #include <unordered_map>
 #include <vector>
 
-#include "platform/BitsetValue.h"
-#include "platform/Export.h"
-#include "platform/Object.h"
-#include "platform/iProtocolInfo.h"
+#include "nvk/platform/BitsetValue.h"
+#include "nvk/platform/Export.h"
+#include "nvk/platform/Object.h"
+#include "nvk/platform/iProtocolInfo.h"
 
 namespace nvk {
 

@@ -1,10 +1,10 @@
-#include "protocol/DistanceWalk.h"
+#include "nvk/protocol/DistanceWalk.h"
 
 #include <algorithm>
 #include <limits>
 #include <span>
 
-#include "platform/Exception.h"
+#include "nvk/platform/Exception.h"
 
 using namespace tovan;
 

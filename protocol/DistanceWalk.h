@@ -28,8 +28,8 @@
 // The walk is kept as a separate module so that tests and benchmarks can run both.
 #include <vector>
 
-#include "platform/BitsetValue.h"
-#include "platform/Export.h"
+#include "nvk/platform/BitsetValue.h"
+#include "nvk/platform/Export.h"
 
 namespace nvk {
 

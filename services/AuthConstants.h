@@ -2,7 +2,7 @@
 // Texts shared with the server: names of its configuration objects, of the
 // authentication methods and requirement kinds, of the built-in roles and of
 // the job-sharing properties.
-#include "platform/String.h"
+#include "nvk/platform/String.h"
 
 // Server configuration objects.
 inline constexpr tovan::wchar NVK_AuthConfig[] = u"AuthConfig";

@@ -1,8 +1,8 @@
-#include "services/CAuthRoles.h"
+#include "nvk/services/CAuthRoles.h"
 
-#include "platform/Exception.h"
-#include "platform/Pool.h"
-#include "services/CAuthUtils.h"
+#include "nvk/platform/Exception.h"
+#include "nvk/platform/Pool.h"
+#include "nvk/services/CAuthUtils.h"
 
 using namespace tovan;
 

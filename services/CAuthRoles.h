@@ -4,11 +4,11 @@
 #include <cstdint>
 #include <vector>
 
-#include "platform/BitsetValue.h"
-#include "platform/Export.h"
-#include "platform/HashMap.h"
-#include "platform/Object.h"
-#include "platform/String.h"
+#include "nvk/platform/BitsetValue.h"
+#include "nvk/platform/Export.h"
+#include "nvk/platform/HashMap.h"
+#include "nvk/platform/Object.h"
+#include "nvk/platform/String.h"
 
 /// The server's table of role bit numbers and names. Filled once, stamped
 /// with its creation time, then shared (by reference count) and only read.

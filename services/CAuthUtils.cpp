@@ -1,8 +1,8 @@
-#include "services/CAuthUtils.h"
+#include "nvk/services/CAuthUtils.h"
 
-#include "platform/Base64.h"
-#include "platform/BlowFish.h"
-#include "platform/Exception.h"
+#include "nvk/platform/Base64.h"
+#include "nvk/platform/BlowFish.h"
+#include "nvk/platform/Exception.h"
 
 using namespace tovan;
 using Authentication::METHOD;

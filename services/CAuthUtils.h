@@ -3,9 +3,9 @@
 // parsing, legacy permission names, job sharing and stored passwords.
 #include <vector>
 
-#include "platform/Export.h"
-#include "platform/String.h"
-#include "services/AuthConstants.h"
+#include "nvk/platform/Export.h"
+#include "nvk/platform/String.h"
+#include "nvk/services/AuthConstants.h"
 
 namespace tovan {
 class iPropertyCollection;

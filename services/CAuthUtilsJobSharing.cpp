@@ -2,10 +2,10 @@
 #include <algorithm>
 #include <cstdint>
 
-#include "platform/ArrayValue.h"
-#include "platform/Exception.h"
-#include "platform/iPropertyCollection.h"
-#include "services/CAuthUtils.h"
+#include "nvk/platform/ArrayValue.h"
+#include "nvk/platform/Exception.h"
+#include "nvk/platform/iPropertyCollection.h"
+#include "nvk/services/CAuthUtils.h"
 
 using namespace tovan;
 

@@ -1,16 +1,16 @@
-#include "services/CCredentials.h"
+#include "nvk/services/CCredentials.h"
 
 #include <unistd.h>
 
 #include <cstring>
 #include <ctime>
 
-#include "platform/Base64.h"
-#include "platform/BlowFish.h"
-#include "platform/Hash.h"
-#include "platform/Lock.h"
-#include "platform/Random.h"
-#include "services/AuthConstants.h"
+#include "nvk/platform/Base64.h"
+#include "nvk/platform/BlowFish.h"
+#include "nvk/platform/Hash.h"
+#include "nvk/platform/Lock.h"
+#include "nvk/platform/Random.h"
+#include "nvk/services/AuthConstants.h"
 
 using namespace tovan;
 

@@ -6,11 +6,11 @@
 #include <string>
 #include <vector>
 
-#include "platform/Export.h"
-#include "platform/Pool.h"
-#include "platform/Session.h"
-#include "platform/String.h"
-#include "services/CAuthRoles.h"
+#include "nvk/platform/Export.h"
+#include "nvk/platform/Pool.h"
+#include "nvk/platform/Session.h"
+#include "nvk/platform/String.h"
+#include "nvk/services/CAuthRoles.h"
 
 namespace tovan {
 class vcBlowFish;

@@ -1,6 +1,6 @@
-#include "services/ClientSession.h"
+#include "nvk/services/ClientSession.h"
 
-#include "platform/Pool.h"
+#include "nvk/platform/Pool.h"
 
 using namespace tovan;
 

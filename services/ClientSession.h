@@ -1,10 +1,10 @@
 #pragma once
 // The client-side session handed to callers: the session key text and the
 // credentials decoded from it.
-#include "platform/Export.h"
-#include "platform/Object.h"
-#include "platform/Session.h"
-#include "services/CCredentials.h"
+#include "nvk/platform/Export.h"
+#include "nvk/platform/Object.h"
+#include "nvk/platform/Session.h"
+#include "nvk/services/CCredentials.h"
 
 class NVK_EXPORT ClientSession : public tovan::iClientSession {
 public:

@@ -1,6 +1,6 @@
-#include "services/LocatorEndpointIdentity.h"
+#include "nvk/services/LocatorEndpointIdentity.h"
 
-#include "platform/Exception.h"
+#include "nvk/platform/Exception.h"
 
 using namespace tovan;
 

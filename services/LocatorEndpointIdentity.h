@@ -2,8 +2,8 @@
 // Locator endpoint URLs and the host-and-port texts they are built from.
 #include <string>
 
-#include "platform/Export.h"
-#include "platform/String.h"
+#include "nvk/platform/Export.h"
+#include "nvk/platform/String.h"
 
 /// Path of the locator service under a server's address.
 inline constexpr tovan::wchar NVK_LocatorEndpoint[] = u"/locator/service";

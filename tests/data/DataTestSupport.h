@@ -3,9 +3,9 @@
 #include <string>
 #include <vector>
 
-#include "data/CBaseNode.h"
-#include "data/CPropertyCollection.h"
-#include "platform/Value.h"
+#include "nvk/data/CBaseNode.h"
+#include "nvk/data/CPropertyCollection.h"
+#include "nvk/platform/Value.h"
 
 namespace datatest {
 

@@ -3,9 +3,9 @@
 #include <atomic>
 #include <thread>
 
-#include "data/CBaseNode.h"
-#include "data/CPropertyCollection.h"
-#include "platform/ReferenceSet.h"
+#include "nvk/data/CBaseNode.h"
+#include "nvk/data/CPropertyCollection.h"
+#include "nvk/platform/ReferenceSet.h"
 #include "tests/data/DataTestSupport.h"
 #include "tests/support/TestSupport.h"
 

@@ -4,9 +4,9 @@
 
 #include <climits>
 
-#include "data/CBaseNode.h"
-#include "platform/ReferenceSet.h"
-#include "platform/Value.h"
+#include "nvk/data/CBaseNode.h"
+#include "nvk/platform/ReferenceSet.h"
+#include "nvk/platform/Value.h"
 #include "tests/data/DataTestSupport.h"
 #include "tests/support/TestSupport.h"
 

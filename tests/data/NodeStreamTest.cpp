@@ -1,16 +1,16 @@
 #include <random>
 
 #include "tests/data/DataTestSupport.h"
-#include "data/CMetaData.h"
-#include "data/CObjectTransportNode.h"
-#include "data/NodeStream.h"
-#include "data/StreamPrimitives.h"
-#include "platform/ArrayValue.h"
-#include "platform/BitsetValue.h"
-#include "platform/HashTableValue.h"
-#include "platform/NDimArrayValue.h"
-#include "platform/DateTimeValue.h"
-#include "platform/FileStream.h"
+#include "nvk/data/CMetaData.h"
+#include "nvk/data/CObjectTransportNode.h"
+#include "nvk/data/NodeStream.h"
+#include "nvk/data/StreamPrimitives.h"
+#include "nvk/platform/ArrayValue.h"
+#include "nvk/platform/BitsetValue.h"
+#include "nvk/platform/HashTableValue.h"
+#include "nvk/platform/NDimArrayValue.h"
+#include "nvk/platform/DateTimeValue.h"
+#include "nvk/platform/FileStream.h"
 #include "tests/support/TestSupport.h"
 
 using datatest::NodePtr;

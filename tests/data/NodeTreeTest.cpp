@@ -1,9 +1,9 @@
 #include <gtest/gtest.h>
 
-#include "data/CBaseNode.h"
-#include "data/CObjectTransportNode.h"
-#include "platform/ReferenceSet.h"
-#include "platform/iMetaData.h"
+#include "nvk/data/CBaseNode.h"
+#include "nvk/data/CObjectTransportNode.h"
+#include "nvk/platform/ReferenceSet.h"
+#include "nvk/platform/iMetaData.h"
 #include "tests/data/DataTestSupport.h"
 #include "tests/support/TestSupport.h"
 

@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
-#include "data/CPredefinedMetaData.h"
-#include "data/CPropertyCollection.h"
-#include "platform/ArrayValue.h"
+#include "nvk/data/CPredefinedMetaData.h"
+#include "nvk/data/CPropertyCollection.h"
+#include "nvk/platform/ArrayValue.h"
 #include "tests/support/TestSupport.h"
 
 using namespace tovan;

@@ -2,8 +2,8 @@
 
 #include <random>
 
-#include "data/CMetaData.h"
-#include "data/CPropertyCollection.h"
+#include "nvk/data/CMetaData.h"
+#include "nvk/data/CPropertyCollection.h"
 #include "tests/data/DataTestSupport.h"
 #include "tests/support/TestSupport.h"
 

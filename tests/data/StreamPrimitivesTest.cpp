@@ -1,6 +1,6 @@
 #include <climits>
 
-#include "data/StreamPrimitives.h"
+#include "nvk/data/StreamPrimitives.h"
 #include "tests/support/TestSupport.h"
 
 using tovan::Exception;

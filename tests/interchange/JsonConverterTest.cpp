@@ -1,6 +1,6 @@
 // From JSON text to data nodes: node structure, property types, arrays.
-#include "data/CBaseNode.h"
-#include "interchange/CJsonConverter.h"
+#include "nvk/data/CBaseNode.h"
+#include "nvk/interchange/CJsonConverter.h"
 #include "tests/interchange/JsonTestSupport.h"
 
 using nvk::CJsonConverter;

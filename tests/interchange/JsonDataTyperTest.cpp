@@ -1,5 +1,5 @@
 // Type inference for JSON elements and arrays.
-#include "interchange/CJsonDataTyper.h"
+#include "nvk/interchange/CJsonDataTyper.h"
 #include "tests/interchange/JsonTestSupport.h"
 
 using nvk::CJsonDataTyper;

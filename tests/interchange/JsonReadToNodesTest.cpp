@@ -7,7 +7,7 @@
 #include <random>
 #include <typeinfo>
 
-#include "interchange/CJsonConverter.h"
+#include "nvk/interchange/CJsonConverter.h"
 #include "tests/interchange/JsonTestSupport.h"
 
 namespace {

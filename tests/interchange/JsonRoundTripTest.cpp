@@ -1,7 +1,7 @@
 // JSON to nodes to JSON to nodes gives equal trees: the corpus documents and
 // many generated ones (seeded, so a failure repeats).
-#include "data/CBaseNode.h"
-#include "interchange/JsonUtilities.h"
+#include "nvk/data/CBaseNode.h"
+#include "nvk/interchange/JsonUtilities.h"
 #include "tests/interchange/JsonTestSupport.h"
 
 using jsontest::Nodes;

@@ -10,8 +10,8 @@
 #include <fstream>
 #include <map>
 
-#include "interchange/CJsonReader.h"
-#include "interchange/JsonParser.h"
+#include "nvk/interchange/CJsonReader.h"
+#include "nvk/interchange/JsonParser.h"
 #include "tests/support/TestSupport.h"
 
 namespace {

@@ -6,10 +6,10 @@
 #include <random>
 #include <string>
 
-#include "interchange/CJsonReader.h"
-#include "interchange/CJsonWriter.h"
-#include "interchange/JsonParser.h"
-#include "interchange/NodeTreeText.h"
+#include "nvk/interchange/CJsonReader.h"
+#include "nvk/interchange/CJsonWriter.h"
+#include "nvk/interchange/JsonParser.h"
+#include "nvk/interchange/NodeTreeText.h"
 #include "tests/support/TestSupport.h"
 
 namespace jsontest {

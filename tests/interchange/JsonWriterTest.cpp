@@ -4,8 +4,8 @@
 #include <limits>
 #include <random>
 
-#include "interchange/CJsonWriter.h"
-#include "platform/FileInterface.h"
+#include "nvk/interchange/CJsonWriter.h"
+#include "nvk/platform/FileInterface.h"
 #include "tests/support/TestSupport.h"
 
 using nvk::CJsonWriter;

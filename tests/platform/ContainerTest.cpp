@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/Array.h"
-#include "platform/BitsetValue.h"
-#include "platform/HashMap.h"
+#include "nvk/platform/Array.h"
+#include "nvk/platform/BitsetValue.h"
+#include "nvk/platform/HashMap.h"
 #include "tests/support/TestSupport.h"
 
 using namespace tovan;

@@ -5,12 +5,12 @@
 #include <thread>
 #include <utility>
 
-#include "platform/Exception.h"
-#include "platform/Lock.h"
-#include "platform/Object.h"
-#include "platform/Pool.h"
-#include "platform/String.h"
-#include "platform/Value.h"
+#include "nvk/platform/Exception.h"
+#include "nvk/platform/Lock.h"
+#include "nvk/platform/Object.h"
+#include "nvk/platform/Pool.h"
+#include "nvk/platform/String.h"
+#include "nvk/platform/Value.h"
 #include "tests/support/TestSupport.h"
 
 using namespace tovan;

@@ -2,10 +2,10 @@
 
 #include <set>
 
-#include "platform/Base64.h"
-#include "platform/BlowFish.h"
-#include "platform/Hash.h"
-#include "platform/Random.h"
+#include "nvk/platform/Base64.h"
+#include "nvk/platform/BlowFish.h"
+#include "nvk/platform/Hash.h"
+#include "nvk/platform/Random.h"
 #include "tests/support/TestSupport.h"
 
 using namespace tovan;

@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <ctime>
 
-#include "platform/DateTimeValue.h"
+#include "nvk/platform/DateTimeValue.h"
 #include "tests/support/TestSupport.h"
 
 using namespace tovan;

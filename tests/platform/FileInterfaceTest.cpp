@@ -3,7 +3,7 @@
 #include <fstream>
 #include <random>
 
-#include "platform/FileInterface.h"
+#include "nvk/platform/FileInterface.h"
 #include "tests/support/TestSupport.h"
 
 using namespace tovan;

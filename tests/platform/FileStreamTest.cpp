@@ -2,7 +2,7 @@
 
 #include <random>
 
-#include "platform/FileStream.h"
+#include "nvk/platform/FileStream.h"
 #include "tests/support/TestSupport.h"
 
 using namespace tovan;

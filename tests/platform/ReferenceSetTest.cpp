@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "platform/ReferenceSet.h"
+#include "nvk/platform/ReferenceSet.h"
 #include "tests/support/TestSupport.h"
 
 using namespace tovan;

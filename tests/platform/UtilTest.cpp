@@ -6,7 +6,7 @@
 #include <limits>
 #include <random>
 
-#include "platform/Util.h"
+#include "nvk/platform/Util.h"
 #include "tests/support/TestSupport.h"
 
 using namespace tovan;

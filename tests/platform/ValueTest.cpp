@@ -7,13 +7,13 @@
 #include <string>
 #include <vector>
 
-#include "platform/ArrayValue.h"
-#include "platform/BitsetValue.h"
-#include "platform/DateTimeValue.h"
-#include "platform/HashTableValue.h"
-#include "platform/NDimArrayValue.h"
-#include "platform/ByteStream.h"
-#include "platform/Value.h"
+#include "nvk/platform/ArrayValue.h"
+#include "nvk/platform/BitsetValue.h"
+#include "nvk/platform/DateTimeValue.h"
+#include "nvk/platform/HashTableValue.h"
+#include "nvk/platform/NDimArrayValue.h"
+#include "nvk/platform/ByteStream.h"
+#include "nvk/platform/Value.h"
 #include "tests/support/TestSupport.h"
 
 using namespace tovan;

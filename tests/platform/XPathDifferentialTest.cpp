@@ -7,7 +7,7 @@
 #include <pugixml.hpp>
 
 #include "XPathTestTree.h"
-#include "platform/Exception.h"
+#include "nvk/platform/Exception.h"
 
 using namespace tovan;
 using nvktest::TestNavigator;

@@ -5,8 +5,8 @@
 #include <cmath>
 
 #include "XPathTestTree.h"
-#include "platform/CXPathParser.h"
-#include "platform/Exception.h"
+#include "nvk/platform/CXPathParser.h"
+#include "nvk/platform/Exception.h"
 #include "tests/support/TestSupport.h"
 
 using namespace tovan;

@@ -1,6 +1,6 @@
 #include "XPathTestTree.h"
 
-#include "platform/String.h"
+#include "nvk/platform/String.h"
 
 namespace nvktest {
 

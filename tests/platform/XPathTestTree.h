@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/XPath.h"
+#include "nvk/platform/XPath.h"
 
 namespace nvktest {
 

@@ -4,7 +4,7 @@
 
 #include <random>
 
-#include "protocol/DistanceWalk.h"
+#include "nvk/protocol/DistanceWalk.h"
 #include "tests/support/TestSupport.h"
 
 using namespace nvk;

@@ -4,8 +4,8 @@
 
 #include <filesystem>
 
-#include "protocol/CProtocolFile.h"
-#include "protocol/CProtocolLayoutUtils.h"
+#include "nvk/protocol/CProtocolFile.h"
+#include "nvk/protocol/CProtocolLayoutUtils.h"
 #include "tests/support/TestSupport.h"
 
 using namespace nvk;

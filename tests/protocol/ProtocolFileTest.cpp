@@ -1,8 +1,8 @@
 // Protocol files: what is read, what is written back, and how bad files are refused.
 #include <gtest/gtest.h>
 
-#include "platform/Exception.h"
-#include "protocol/CProtocolFile.h"
+#include "nvk/platform/Exception.h"
+#include "nvk/protocol/CProtocolFile.h"
 #include "tests/protocol/ProtocolTestSupport.h"
 #include "tests/support/TestSupport.h"
 

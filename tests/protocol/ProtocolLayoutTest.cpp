@@ -7,8 +7,8 @@
 #include <random>
 #include <string>
 
-#include "platform/Exception.h"
-#include "protocol/CProtocolLayoutUtils.h"
+#include "nvk/platform/Exception.h"
+#include "nvk/protocol/CProtocolLayoutUtils.h"
 #include "tests/protocol/ProtocolTestSupport.h"
 #include "tests/support/TestSupport.h"
 

@@ -1,9 +1,9 @@
 // The in-memory protocol and the picture drawn of it.
 #include <gtest/gtest.h>
 
-#include "platform/Exception.h"
-#include "protocol/CProtocolInfo.h"
-#include "protocol/CProtocolPicture.h"
+#include "nvk/platform/Exception.h"
+#include "nvk/protocol/CProtocolInfo.h"
+#include "nvk/protocol/CProtocolPicture.h"
 #include "tests/protocol/ProtocolTestSupport.h"
 #include "tests/support/TestSupport.h"
 

@@ -2,10 +2,10 @@
 // Building small protocols for the protocol tests from their JSON form.
 #include <string>
 
-#include "platform/Exception.h"
-#include "platform/Object.h"
-#include "protocol/CProtocolFile.h"
-#include "protocol/CProtocolInfo.h"
+#include "nvk/platform/Exception.h"
+#include "nvk/platform/Object.h"
+#include "nvk/protocol/CProtocolFile.h"
+#include "nvk/protocol/CProtocolInfo.h"
 
 namespace nvktest {
 

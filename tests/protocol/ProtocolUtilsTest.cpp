@@ -2,8 +2,8 @@
 // execution order and drags.
 #include <gtest/gtest.h>
 
-#include "platform/Exception.h"
-#include "protocol/CProtocolUtils.h"
+#include "nvk/platform/Exception.h"
+#include "nvk/protocol/CProtocolUtils.h"
 #include "tests/protocol/ProtocolTestSupport.h"
 #include "tests/support/TestSupport.h"
 

@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
-#include "platform/Exception.h"
-#include "services/CAuthRoles.h"
-#include "services/CAuthUtils.h"
+#include "nvk/platform/Exception.h"
+#include "nvk/services/CAuthRoles.h"
+#include "nvk/services/CAuthUtils.h"
 #include "tests/support/TestSupport.h"
 
 using namespace tovan;

@@ -3,13 +3,13 @@
 #include <numeric>
 #include <thread>
 
-#include "platform/Base64.h"
-#include "platform/BlowFish.h"
-#include "platform/Hash.h"
-#include "services/AuthConstants.h"
-#include "services/CCredentials.h"
-#include "services/ClientSession.h"
-#include "services/LocatorEndpointIdentity.h"
+#include "nvk/platform/Base64.h"
+#include "nvk/platform/BlowFish.h"
+#include "nvk/platform/Hash.h"
+#include "nvk/services/AuthConstants.h"
+#include "nvk/services/CCredentials.h"
+#include "nvk/services/ClientSession.h"
+#include "nvk/services/LocatorEndpointIdentity.h"
 #include "tests/support/TestSupport.h"
 
 using namespace tovan;

@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
-#include "data/CPropertyCollection.h"
-#include "platform/ArrayValue.h"
-#include "services/CAuthUtils.h"
+#include "nvk/data/CPropertyCollection.h"
+#include "nvk/platform/ArrayValue.h"
+#include "nvk/services/CAuthUtils.h"
 #include "tests/support/TestSupport.h"
 
 using namespace tovan;

@@ -4,7 +4,7 @@
 
 #include <iostream>
 
-#include "platform/Pool.h"
+#include "nvk/platform/Pool.h"
 
 namespace {
 

@@ -2,9 +2,9 @@
 #include <fstream>
 #include <iostream>
 
-#include "protocol/CProtocolFile.h"
-#include "protocol/CProtocolLayoutUtils.h"
-#include "protocol/CProtocolPicture.h"
+#include "nvk/protocol/CProtocolFile.h"
+#include "nvk/protocol/CProtocolLayoutUtils.h"
+#include "nvk/protocol/CProtocolPicture.h"
 #include "tools/nvk/Command.h"
 
 namespace nvk {

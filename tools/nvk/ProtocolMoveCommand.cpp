@@ -1,8 +1,8 @@
 // nvk move: moves components of a protocol file by a given amount, as a drag would.
 #include <iostream>
 
-#include "protocol/CProtocolFile.h"
-#include "protocol/CProtocolLayoutUtils.h"
+#include "nvk/protocol/CProtocolFile.h"
+#include "nvk/protocol/CProtocolLayoutUtils.h"
 #include "tools/nvk/Command.h"
 
 namespace nvk {

@@ -1,9 +1,9 @@
 // nvk perceive: what perception finds in a protocol file, as text or as one JSON object.
 #include <iostream>
 
-#include "interchange/CJsonWriter.h"
-#include "protocol/CProtocolFile.h"
-#include "protocol/CProtocolUtils.h"
+#include "nvk/interchange/CJsonWriter.h"
+#include "nvk/protocol/CProtocolFile.h"
+#include "nvk/protocol/CProtocolUtils.h"
 #include "tools/nvk/Command.h"
 
 namespace nvk {

@@ -2,8 +2,8 @@
 #include <fstream>
 #include <iostream>
 
-#include "protocol/CProtocolFile.h"
-#include "protocol/CProtocolPicture.h"
+#include "nvk/protocol/CProtocolFile.h"
+#include "nvk/protocol/CProtocolPicture.h"
 #include "tools/nvk/Command.h"
 
 namespace nvk {

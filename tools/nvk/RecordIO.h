@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/iNode.h"
+#include "nvk/platform/iNode.h"
 #include "tools/nvk/Command.h"
 
 namespace nvk {

@@ -2,9 +2,9 @@
 #include <ctime>
 #include <iostream>
 
-#include "platform/Format.h"
-#include "platform/Object.h"
-#include "services/CCredentials.h"
+#include "nvk/platform/Format.h"
+#include "nvk/platform/Object.h"
+#include "nvk/services/CCredentials.h"
 #include "tools/nvk/Command.h"
 
 namespace nvk {

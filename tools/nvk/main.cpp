@@ -2,8 +2,8 @@
 #include <cstdio>
 #include <iostream>
 
-#include "platform/Exception.h"
-#include "platform/Version.h"
+#include "nvk/platform/Exception.h"
+#include "nvk/platform/Version.h"
 #include "tools/nvk/Command.h"
 
 namespace nvk {
