@@ -1,8 +1,10 @@
 #include "tests/support/TestSupport.h"
 
+#include <cstdlib>
 #include <fstream>
 #include <random>
 #include <sstream>
+#include <string_view>
 
 namespace nvktest {
 
@@ -16,6 +18,11 @@ std::filesystem::path corpusPath(const std::string& relative) {
     if (dir.empty()) return {};
     auto p = dir / relative;
     return std::filesystem::exists(p) ? p : std::filesystem::path();
+}
+
+bool corpusRequired() {
+    const char* ci = std::getenv("CI");
+    return ci && *ci && std::string_view(ci) != "false" && std::string_view(ci) != "0";
 }
 
 std::filesystem::path sourceDir() { return std::filesystem::path(NVK_SOURCE_DIR); }

@@ -12,8 +12,13 @@ namespace nvktest {
 
 /// The shared corpus folder, or an empty path when it is not there.
 std::filesystem::path corpusDir();
-/// A file or folder under the corpus; the caller should GTEST_SKIP when empty.
+/// A file or folder under the corpus, or an empty path when it is not there;
+/// callers check it with SKIP_WITHOUT_CORPUS.
 std::filesystem::path corpusPath(const std::string& relative);
+/// Whether a missing corpus fails a test rather than skipping it: in CI (the
+/// environment sets CI), where the corpus is always laid beside the checkout,
+/// a missing one means a wrong path, and a skip would hide every corpus test.
+bool corpusRequired();
 std::filesystem::path sourceDir();
 std::string readFile(const std::filesystem::path& path);
 
@@ -48,7 +53,13 @@ inline std::string utf8(const tovan::WString& s) { return tovan::toNarrow(s); }
         EXPECT_TRUE(nvk_caught_) << #stmt " did not throw " #cls;                                 \
     } while (0)
 
+/// Skips the test when `path` is empty (a corpus file that is not there), or
+/// fails it where the corpus is required (see corpusRequired).
 #define SKIP_WITHOUT_CORPUS(path)                                                                 \
     do {                                                                                          \
-        if ((path).empty()) GTEST_SKIP() << "shared corpus not found next to the checkout";       \
+        if ((path).empty()) {                                                                     \
+            if (nvktest::corpusRequired())                                                        \
+                FAIL() << "shared corpus not found at " NVK_CORPUS_DIR " (required when CI is set)"; \
+            GTEST_SKIP() << "shared corpus not found at " NVK_CORPUS_DIR;                          \
+        }                                                                                         \
     } while (0)
