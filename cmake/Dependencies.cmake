@@ -1,5 +1,5 @@
-# Libraries the library itself links. Test-only and benchmark-only peers are
-# found in tests/ and bench/.
+# Libraries the library itself links, privately: its users need neither their
+# headers nor their link names. Test-only and benchmark-only peers are found
+# in tests/ and bench/.
 pkg_check_modules(NETTLE REQUIRED IMPORTED_TARGET nettle)
-pkg_check_modules(EXPAT REQUIRED IMPORTED_TARGET expat)
-target_link_libraries(nvk PRIVATE PkgConfig::NETTLE PkgConfig::EXPAT)
+target_link_libraries(nvk PRIVATE PkgConfig::NETTLE)

@@ -1,5 +1,5 @@
 #include "nvk/platform/Version.h"
 
 namespace tovan {
-const char* libraryVersion() { return "0.1.0"; }
+const char* libraryVersion() { return NVK_VERSION; }
 }
