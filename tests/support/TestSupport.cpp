@@ -1,5 +1,8 @@
 #include "tests/support/TestSupport.h"
 
+#include <sys/wait.h>
+
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <random>
@@ -43,6 +46,25 @@ TempDir::TempDir() {
 TempDir::~TempDir() {
     std::error_code ec;
     std::filesystem::remove_all(path_, ec);
+}
+
+ToolRun runTool(const std::string& args) {
+    // Standard error goes to a file, not into the pipe, so that a message the
+    // tool writes on failure always follows its output instead of interleaving
+    // with whatever standard output had buffered.
+    static TempDir dir;
+    const std::string errPath = (dir / "stderr").string();
+    std::string command = std::string(NVK_TOOL_PATH) + " " + args + " 2>" + errPath;
+    ToolRun r{-1, {}};
+    if (FILE* pipe = popen(command.c_str(), "r")) {
+        char chunk[4096];
+        size_t n;
+        while ((n = fread(chunk, 1, sizeof chunk, pipe)) > 0) r.out.append(chunk, n);
+        int status = pclose(pipe);
+        r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+    r.out += readFile(errPath);
+    return r;
 }
 
 }  // namespace nvktest

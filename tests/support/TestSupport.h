@@ -36,6 +36,17 @@ private:
 
 inline std::string utf8(const tovan::WString& s) { return tovan::toNarrow(s); }
 
+/// What a run of the nvk tool gave: its exit status (-1 when it did not exit
+/// normally) and its standard output followed by its standard error.
+struct ToolRun {
+    int status;
+    std::string out;
+};
+
+/// Runs the built nvk tool through the shell with `args` (quoted as the shell
+/// reads them).
+ToolRun runTool(const std::string& args);
+
 }  // namespace nvktest
 
 /// Runs `stmt`, requires it to throw exactly `cls`, and requires the message

@@ -1,40 +1,19 @@
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <string>
 
 #include "tests/support/TestSupport.h"
 
-namespace {
-
-struct ToolRun {
-    int status;
-    std::string out;
-};
-
-/// Runs the nvk tool through the shell, standard error joined to the output.
-ToolRun nvk(const std::string& args) {
-    std::string command = std::string(NVK_TOOL_PATH) + " " + args + " 2>&1";
-    FILE* pipe = popen(command.c_str(), "r");
-    ToolRun r{-1, {}};
-    if (!pipe) return r;
-    char chunk[4096];
-    size_t n;
-    while ((n = fread(chunk, 1, sizeof chunk, pipe)) > 0) r.out.append(chunk, n);
-    int status = pclose(pipe);
-    r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return r;
-}
-
-}  // namespace
+using nvktest::runTool;
+using nvktest::ToolRun;
 
 TEST(CredentialsCommand, NewThenShowWithThePasswordMasked) {
-    ToolRun made = nvk("credentials new --user alice --domain LAB --password hunter2 --role Viewer --role Group:X "
+    ToolRun made = runTool("credentials new --user alice --domain LAB --password hunter2 --role Viewer --role Group:X "
                    "--flags 0x4004");
     ASSERT_EQ(made.status, 0) << made.out;
     ASSERT_FALSE(made.out.empty());
     std::string s = made.out.substr(0, made.out.size() - 1);
-    ToolRun shown = nvk("credentials show '" + s + "'");
+    ToolRun shown = runTool("credentials show '" + s + "'");
     ASSERT_EQ(shown.status, 0) << shown.out;
     EXPECT_NE(shown.out.find("\nuser: alice\n"), std::string::npos) << shown.out;
     EXPECT_NE(shown.out.find("\ndomain: LAB\n"), std::string::npos);
@@ -46,16 +25,16 @@ TEST(CredentialsCommand, NewThenShowWithThePasswordMasked) {
 }
 
 TEST(CredentialsCommand, ErrorsAreExactAndStatusesDiffer) {
-    ToolRun bad = nvk("credentials show abc");
+    ToolRun bad = runTool("credentials show abc");
     EXPECT_EQ(bad.status, 1);
     EXPECT_EQ(bad.out, "nvk credentials: Error decoding: abc...\n");
-    ToolRun empty = nvk("credentials show ''");
+    ToolRun empty = runTool("credentials show ''");
     EXPECT_EQ(empty.status, 1);
     EXPECT_EQ(empty.out, "nvk credentials: Empty Credentials\n");
-    EXPECT_EQ(nvk("credentials new --domain LAB").status, 2);
-    EXPECT_EQ(nvk("credentials new --user a --flags 12x").status, 2);
-    EXPECT_EQ(nvk("credentials frobnicate").status, 2);
-    ToolRun tooLong = nvk("credentials new --user " + std::string(256, 'u'));
+    EXPECT_EQ(runTool("credentials new --domain LAB").status, 2);
+    EXPECT_EQ(runTool("credentials new --user a --flags 12x").status, 2);
+    EXPECT_EQ(runTool("credentials frobnicate").status, 2);
+    ToolRun tooLong = runTool("credentials new --user " + std::string(256, 'u'));
     EXPECT_EQ(tooLong.status, 1);
     EXPECT_EQ(tooLong.out, "nvk credentials: String too long\n");
 }

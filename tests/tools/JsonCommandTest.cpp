@@ -1,44 +1,20 @@
 // The `nvk json` command on the bundled examples: output, files written,
 // messages and exit statuses.
-#include <sys/wait.h>
-
-#include <cstdio>
 #include <fstream>
 
 #include "tests/support/TestSupport.h"
 
+using nvktest::runTool;
+using nvktest::ToolRun;
+
 namespace {
-
-struct ToolRun {
-    int status;
-    std::string out;  // standard output and error, in that order
-};
-
-std::string errFile() {
-    static nvktest::TempDir dir;
-    return (dir / "stderr").string();
-}
-
-ToolRun nvk(const std::string& args) {
-    std::string command = std::string(NVK_TOOL_PATH) + " " + args + " 2>" + errFile();
-    ToolRun r{-1, {}};
-    if (FILE* p = popen(command.c_str(), "r")) {
-        char buf[4096];
-        size_t n;
-        while ((n = fread(buf, 1, sizeof buf, p)) > 0) r.out.append(buf, n);
-        int raw = pclose(p);
-        r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    }
-    r.out += nvktest::readFile(errFile());
-    return r;
-}
 
 std::string example(const char* name) { return (nvktest::sourceDir() / "examples" / name).string(); }
 
 }  // namespace
 
 TEST(JsonCommand, PrintsEveryRecordAsATree) {
-    ToolRun r = nvk("json " + example("bare-members.json"));
+    ToolRun r = runTool("json " + example("bare-members.json"));
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.out,
               "record 1\n"
@@ -48,7 +24,7 @@ TEST(JsonCommand, PrintsEveryRecordAsATree) {
               "    limits\n"
               "      low: Double = -Infinity\n"
               "      high: Double = 40.5\n");
-    r = nvk("json " + example("stations.json"));
+    r = runTool("json " + example("stations.json"));
     EXPECT_EQ(r.status, 0);
     EXPECT_NE(r.out.find("record 2\n  (unnamed)\n    station: String = \"lake-2\"\n"), std::string::npos) << r.out;
     EXPECT_NE(r.out.find("    readings: NDimArray 2x3 Double = [[1.5,2.25,3.0],[0.5,1.75,2.5]]\n"), std::string::npos);
@@ -57,25 +33,25 @@ TEST(JsonCommand, PrintsEveryRecordAsATree) {
 TEST(JsonCommand, WritesRecordsBackAsJsonThatReadsTheSame) {
     nvktest::TempDir dir;
     std::string out = (dir / "out.json").string();
-    ToolRun r = nvk("json " + example("stations.json") + " --to-json " + out);
+    ToolRun r = runTool("json " + example("stations.json") + " --to-json " + out);
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.out, "wrote 2 records to " + out + "\n");
     std::string text = nvktest::readFile(out);
     EXPECT_EQ(text.substr(0, 40), "[{\"station\":\"north-7\",\"active\":true,\"ele");
-    EXPECT_EQ(nvk("json " + out).out, nvk("json " + example("stations.json")).out);
+    EXPECT_EQ(runTool("json " + out).out, runTool("json " + example("stations.json")).out);
 }
 
 TEST(JsonCommand, ReportsWhereReadingStoppedAndBadUsage) {
-    ToolRun r = nvk("json " + example("broken.json"));
+    ToolRun r = runTool("json " + example("broken.json"));
     EXPECT_EQ(r.status, 1);
     EXPECT_EQ(r.out, "nvk json: " + example("broken.json") + ":2:28: JSON parse error: Unexpected token: ]\n");
-    r = nvk("json /nonexistent/x.json");
+    r = runTool("json /nonexistent/x.json");
     EXPECT_EQ(r.status, 1);
     EXPECT_EQ(r.out, "nvk json: Cannot open file \"/nonexistent/x.json\" for reading: No such file or directory\n");
-    EXPECT_EQ(nvk("json").status, 2);
-    EXPECT_EQ(nvk("json a.json b.json").status, 2);
-    EXPECT_EQ(nvk("json a.json --to-json").status, 2);
-    r = nvk("json a.json --pretty");
+    EXPECT_EQ(runTool("json").status, 2);
+    EXPECT_EQ(runTool("json a.json b.json").status, 2);
+    EXPECT_EQ(runTool("json a.json --to-json").status, 2);
+    r = runTool("json a.json --pretty");
     EXPECT_EQ(r.status, 2);
     EXPECT_EQ(r.out.substr(0, 38), "nvk json: unknown option '--pretty'\nus");
 }
@@ -85,19 +61,19 @@ TEST(JsonCommand, ReportsWhereReadingStoppedAndBadUsage) {
 TEST(BinCommand, NodeFilesPrintAndWriteLikeTheJsonTheyCameFrom) {
     nvktest::TempDir dir;
     for (const char* name : {"stations.json", "bare-members.json"}) {
-        const std::string printed = nvk("json " + example(name)).out;
+        const std::string printed = runTool("json " + example(name)).out;
         const std::string json = (dir / "json.json").string(), fromBin = (dir / "bin.json").string();
-        ASSERT_EQ(nvk("json " + example(name) + " --to-json " + json).status, 0);
+        ASSERT_EQ(runTool("json " + example(name) + " --to-json " + json).status, 0);
         for (int version : {1, 2, 3}) {
             SCOPED_TRACE(std::string(name) + " v" + std::to_string(version));
             const std::string bin = (dir / "out.bin").string();
-            ToolRun r = nvk("json " + example(name) + " --to-bin " + bin + " --stream-version " +
+            ToolRun r = runTool("json " + example(name) + " --to-bin " + bin + " --stream-version " +
                             std::to_string(version));
             EXPECT_EQ(r.status, 0);
             EXPECT_EQ(r.out.substr(r.out.find(" (")), " (stream version " + std::to_string(version) + ")\n");
             EXPECT_EQ(nvktest::readFile(bin).substr(0, 5), "nvkb" + std::string(1, char(version * 4)));
-            EXPECT_EQ(nvk("bin " + bin).out, printed);
-            EXPECT_EQ(nvk("bin " + bin + " --to-json " + fromBin).status, 0);
+            EXPECT_EQ(runTool("bin " + bin).out, printed);
+            EXPECT_EQ(runTool("bin " + bin + " --to-json " + fromBin).status, 0);
             EXPECT_EQ(nvktest::readFile(fromBin), nvktest::readFile(json));
         }
     }
@@ -106,16 +82,16 @@ TEST(BinCommand, NodeFilesPrintAndWriteLikeTheJsonTheyCameFrom) {
 TEST(BinCommand, ReportsTheByteWhereReadingStoppedAndBadUsage) {
     nvktest::TempDir dir;
     const std::string bin = (dir / "s.bin").string(), cut = (dir / "cut.bin").string();
-    ASSERT_EQ(nvk("json " + example("stations.json") + " --to-bin " + bin).status, 0);
+    ASSERT_EQ(runTool("json " + example("stations.json") + " --to-bin " + bin).status, 0);
     std::ofstream(cut, std::ios::binary) << nvktest::readFile(bin).substr(0, 30);
-    ToolRun r = nvk("bin " + cut);
+    ToolRun r = runTool("bin " + cut);
     EXPECT_EQ(r.status, 1);
     EXPECT_EQ(r.out, "nvk bin: " + cut + ": byte 30: EOF reading int as short\n");
-    r = nvk("bin " + example("stations.json"));
+    r = runTool("bin " + example("stations.json"));
     EXPECT_EQ(r.status, 1);
     EXPECT_EQ(r.out, "nvk bin: " + example("stations.json") + ": byte 4: File \"" + example("stations.json") +
                          "\" is not a node file\n");
-    r = nvk("bin /nonexistent/x.bin");
+    r = runTool("bin /nonexistent/x.bin");
     EXPECT_EQ(r.status, 1);
     EXPECT_EQ(r.out, "nvk bin: Cannot open file \"/nonexistent/x.bin\" for reading: No such file or directory\n");
 
@@ -131,9 +107,9 @@ TEST(BinCommand, ReportsTheByteWhereReadingStoppedAndBadUsage) {
         {"json a.json --to-bin x --stream-version 2x", "nvk json: unsupported stream version '2x' (supported: 1 to 3)\n"},
     };
     for (const auto& [args, message] : usage) {
-        r = nvk(args);
+        r = runTool(args);
         EXPECT_EQ(r.status, 2) << args;
         EXPECT_EQ(firstLine(r), message);
     }
-    EXPECT_NE(nvk("help").out.find("\n  bin           read a node file's records"), std::string::npos);
+    EXPECT_NE(runTool("help").out.find("\n  bin           read a node file's records"), std::string::npos);
 }

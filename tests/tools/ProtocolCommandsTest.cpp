@@ -1,37 +1,21 @@
 // The protocol commands on the bundled example: output, files written, exit statuses.
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <string>
 
 #include "tests/support/TestSupport.h"
 
+using nvktest::runTool;
+using nvktest::ToolRun;
+
 namespace {
-
-struct ProtocolRun {
-    int status;
-    std::string out;
-};
-
-ProtocolRun nvk(const std::string& args) {
-    std::string command = std::string(NVK_TOOL_PATH) + " " + args + " 2>&1";
-    FILE* pipe = popen(command.c_str(), "r");
-    ProtocolRun r{-1, {}};
-    if (!pipe) return r;
-    char chunk[4096];
-    size_t n;
-    while ((n = fread(chunk, 1, sizeof chunk, pipe)) > 0) r.out.append(chunk, n);
-    int status = pclose(pipe);
-    r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return r;
-}
 
 std::string example() { return (nvktest::sourceDir() / "examples" / "clean-and-score.json").string(); }
 
 }  // namespace
 
 TEST(ProtocolCommands, PerceiveAsJson) {
-    ProtocolRun r = nvk("perceive " + example() + " --json");
+    ToolRun r = runTool("perceive " + example() + " --json");
     ASSERT_EQ(r.status, 0) << r.out;
     EXPECT_EQ(r.out.rfind("{\"startNodes\":[1,2,10],\"distances\":{\"1\":0,\"2\":0,\"3\":1,", 0), 0u) << r.out;
     EXPECT_NE(r.out.find("\"unconnected\":[10],\"loopConnections\":[4],"), std::string::npos) << r.out;
@@ -42,7 +26,7 @@ TEST(ProtocolCommands, PerceiveAsJson) {
 TEST(ProtocolCommands, LayoutMoveAndSvgWriteFiles) {
     nvktest::TempDir dir;
     std::string out = (dir / "out.json").string(), svg = (dir / "out.svg").string();
-    ProtocolRun r = nvk("layout " + example() + " -o " + out + " --svg " + svg + " --fixed 10");
+    ToolRun r = runTool("layout " + example() + " -o " + out + " --svg " + svg + " --fixed 10");
     ASSERT_EQ(r.status, 0) << r.out;
     std::string laid = nvktest::readFile(out);
     EXPECT_NE(laid.find("{\"id\":1,\"name\":\"Read CSV\",\"ports\":[\"pass\",\"fail\"],\"point\":[90,"),
@@ -59,23 +43,23 @@ TEST(ProtocolCommands, LayoutMoveAndSvgWriteFiles) {
     EXPECT_NE(picture.find("stroke-dasharray"), std::string::npos);  // fail arrows
     EXPECT_NE(picture.find("Weights from the 2024"), std::string::npos);
 
-    ProtocolRun moved = nvk("move " + out + " --ids 6,7 --right 40 --down 20");
+    ToolRun moved = runTool("move " + out + " --ids 6,7 --right 40 --down 20");
     ASSERT_EQ(moved.status, 0) << moved.out;
     // Auto-layout is on, so the move is recorded as a drag from the laid-out place.
     EXPECT_NE(moved.out.find("\"movedFrom\":" + scorePoint), std::string::npos) << scorePoint << moved.out;
 }
 
 TEST(ProtocolCommands, BadUsageAndBadInput) {
-    EXPECT_EQ(nvk("layout").status, 2);
-    EXPECT_EQ(nvk("move " + example() + " --right 4").status, 2);
-    EXPECT_EQ(nvk("svg " + example()).status, 2);
-    ProtocolRun missing = nvk("perceive /nonexistent/flow.json");
+    EXPECT_EQ(runTool("layout").status, 2);
+    EXPECT_EQ(runTool("move " + example() + " --right 4").status, 2);
+    EXPECT_EQ(runTool("svg " + example()).status, 2);
+    ToolRun missing = runTool("perceive /nonexistent/flow.json");
     EXPECT_EQ(missing.status, 1);
-    ProtocolRun unknown = nvk("move " + example() + " --ids 77 --right 1 --down 1");
+    ToolRun unknown = runTool("move " + example() + " --ids 77 --right 1 --down 1");
     EXPECT_EQ(unknown.status, 1);
     EXPECT_NE(unknown.out.find("nvk move: Did not find localID 77"), std::string::npos) << unknown.out;
     const std::string broken = (nvktest::sourceDir() / "examples" / "broken.json").string();
-    ProtocolRun notJson = nvk("perceive " + broken);
+    ToolRun notJson = runTool("perceive " + broken);
     EXPECT_EQ(notJson.status, 1);
     EXPECT_NE(notJson.out.find("nvk perceive: " + broken + ":2:28: JSON parse error: Unexpected token: ]"), std::string::npos)
         << notJson.out;
