@@ -13,6 +13,7 @@
 #include "nvk/platform/BlowFish.h"
 #include "nvk/services/CCredentials.h"
 
+using namespace nvk;
 using namespace tovan;
 
 namespace {

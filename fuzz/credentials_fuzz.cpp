@@ -21,7 +21,7 @@ namespace {
 
 constexpr char Secret[] = "fuzz secret";
 
-class FuzzCredentials : public CCredentials {
+class FuzzCredentials : public nvk::CCredentials {
 protected:
     std::string GetEncryptionSecret() const override { return Secret; }
 };

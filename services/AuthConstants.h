@@ -4,6 +4,8 @@
 // the job-sharing properties.
 #include "nvk/platform/String.h"
 
+namespace nvk {
+
 // Server configuration objects.
 inline constexpr tovan::wchar NVK_AuthConfig[] = u"AuthConfig";
 inline constexpr tovan::wchar NVK_AuthUsers[] = u"AuthUsers";
@@ -47,3 +49,5 @@ inline constexpr tovan::wchar NVK_WebFormRole[] = u"Web Form User";
 inline constexpr tovan::wchar NVK_JobInfoAccessNames[] = u"JobAccessNames";
 inline constexpr tovan::wchar NVK_JobInfoAccessTypes[] = u"JobAccessTypes";
 inline constexpr tovan::wchar NVK_JobInfoAccessIncludes[] = u"JobAccessIncludes";
+
+}  // namespace nvk

@@ -6,6 +6,8 @@
 
 using namespace tovan;
 
+namespace nvk {
+
 namespace {
 
 LeakDetector& cacheDetector() {
@@ -208,3 +210,5 @@ bool CAuthRoles::IsMemberOfGroup(const WString& group) const {
     uint32_t bit = table.GetBit(name);
     return bit != CAuthRolesCache::NoBit && bits_.test(bit);
 }
+
+}  // namespace nvk

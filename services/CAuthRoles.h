@@ -10,6 +10,8 @@
 #include "nvk/platform/Object.h"
 #include "nvk/platform/String.h"
 
+namespace nvk {
+
 /// The server's table of role bit numbers and names. Filled once, stamped
 /// with its creation time, then shared (by reference count) and only read.
 class NVK_EXPORT CAuthRolesCache : public tovan::CountedObject {
@@ -133,3 +135,5 @@ private:
     tovan::BitsetValue bits_;
     tovan::Ptr<CAuthRolesCache> cache_;
 };
+
+}  // namespace nvk

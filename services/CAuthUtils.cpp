@@ -5,6 +5,9 @@
 #include "nvk/platform/Exception.h"
 
 using namespace tovan;
+
+namespace nvk {
+
 using Authentication::METHOD;
 
 METHOD CAuthUtils::decodeMethodString(const WString& text, bool* negated) {
@@ -123,3 +126,5 @@ void CAuthUtils::DecryptPassword(const WString& stored, WString& out, const WStr
         throw Exception("CAuthUtils", "DecryptPassword", u"Error in Decrypt");
     out = toWide(std::string_view(reinterpret_cast<const char*>(clear.data()), clear.size()));
 }
+
+}  // namespace nvk

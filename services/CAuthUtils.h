@@ -11,6 +11,8 @@ namespace tovan {
 class iPropertyCollection;
 }
 
+namespace nvk {
+
 namespace Authentication {
 
 enum METHOD {
@@ -88,3 +90,5 @@ public:
     /// "Error in Decrypt" when the cipher refuses it. `out` is unchanged then.
     static void DecryptPassword(const tovan::WString& stored, tovan::WString& out, const tovan::WString& secret);
 };
+
+}  // namespace nvk

@@ -9,6 +9,8 @@
 
 using namespace tovan;
 
+namespace nvk {
+
 namespace {
 
 void store(iPropertyCollection& props, const wchar* name, const Value& value) {
@@ -64,3 +66,5 @@ void CAuthUtils::GetJobSharingProps(std::vector<WString>& users, std::vector<WSt
     users.swap(u);
     groups.swap(g);
 }
+
+}  // namespace nvk

@@ -14,6 +14,8 @@
 
 using namespace tovan;
 
+namespace nvk {
+
 namespace {
 
 // Replaceable through GetEncryptionSecret; clients and server must agree on it.
@@ -575,3 +577,5 @@ void CCredentials::GetConversationHash(WString& out) {
     hash->Update(tail, sizeof tail);
     out = toWide(hash->FinalText());
 }
+
+}  // namespace nvk

@@ -16,6 +16,8 @@ namespace tovan {
 class vcBlowFish;
 }
 
+namespace nvk {
+
 // Client API kinds read from the body flags (GetClientAPI).
 inline constexpr tovan::wchar NVK_APITag_Java[] = u"Java";
 inline constexpr tovan::wchar NVK_APITag_DotNet[] = u"DotNet";
@@ -233,3 +235,5 @@ private:
     mutable std::shared_ptr<const tovan::vcBlowFish> cipher_;
     mutable std::string cipherSecret_;
 };
+
+}  // namespace nvk

@@ -4,6 +4,8 @@
 
 using namespace tovan;
 
+namespace nvk {
+
 namespace {
 
 LeakDetector& detector() {
@@ -51,3 +53,5 @@ DecryptStatusCode ClientSession::DecryptBody(bool) {
 void ClientSession::SetRolesCache(CountedObject* cache) {
     credentials_->SetRolesCache(cache ? &cache->getAs<CAuthRolesCache>() : nullptr);
 }
+
+}  // namespace nvk

@@ -6,6 +6,8 @@
 #include "nvk/platform/Session.h"
 #include "nvk/services/CCredentials.h"
 
+namespace nvk {
+
 class NVK_EXPORT ClientSession : public tovan::iClientSession {
 public:
     static const tovan::ClassTag Tag;  // "Norvatek.ClientSession"
@@ -45,3 +47,5 @@ private:
     tovan::WString key_;
     tovan::Ptr<CCredentials> credentials_;
 };
+
+}  // namespace nvk

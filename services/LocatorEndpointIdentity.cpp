@@ -4,6 +4,8 @@
 
 using namespace tovan;
 
+namespace nvk {
+
 namespace LocatorEndpointIdentity {
 
 void HostAndPortToEndPoint(const WString& host, int port, bool secure, WString& out) {
@@ -52,3 +54,5 @@ void EndPointToHostAndPort(const WString& endpoint, WString& out) {
 }
 
 }  // namespace LocatorEndpointIdentity
+
+}  // namespace nvk

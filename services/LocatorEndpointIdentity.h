@@ -5,6 +5,8 @@
 #include "nvk/platform/Export.h"
 #include "nvk/platform/String.h"
 
+namespace nvk {
+
 /// Path of the locator service under a server's address.
 inline constexpr tovan::wchar NVK_LocatorEndpoint[] = u"/locator/service";
 /// The port a secure endpoint uses when its URL names none.
@@ -28,3 +30,5 @@ NVK_EXPORT void HostAndPortToEndPoint(const tovan::WString& hostAndPort, tovan::
 NVK_EXPORT void EndPointToHostAndPort(const tovan::WString& endpoint, tovan::WString& out);
 
 }  // namespace LocatorEndpointIdentity
+
+}  // namespace nvk

@@ -5,6 +5,7 @@
 #include "nvk/services/CAuthUtils.h"
 #include "tests/support/TestSupport.h"
 
+using namespace nvk;
 using namespace tovan;
 using Authentication::METHOD;
 using nvktest::utf8;

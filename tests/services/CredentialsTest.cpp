@@ -12,6 +12,7 @@
 #include "nvk/services/LocatorEndpointIdentity.h"
 #include "tests/support/TestSupport.h"
 
+using namespace nvk;
 using namespace tovan;
 using tovan::util::Base64;
 using nvktest::utf8;
@@ -509,7 +510,7 @@ TEST(ClientSession, FollowsItsKey) {
     EXPECT_THROW_MSG(session->DecryptBody(true), Exception, "THIS METHOD IS DEPRECATED");
     Ptr<CAuthRoles> notATable(new CAuthRoles());
     EXPECT_THROW_MSG(session->SetRolesCache(notATable.get()), BadParameterException,
-                     "Object of class Norvatek.data.AuthRoles does not implement CAuthRolesCache");
+                     "Object of class Norvatek.data.AuthRoles does not implement nvk::CAuthRolesCache");
 
     ClientSession copy(*session);
     EXPECT_EQ(copy.GetUsername(), WString(u"ann"));

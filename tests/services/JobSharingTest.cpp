@@ -5,8 +5,8 @@
 #include "nvk/services/CAuthUtils.h"
 #include "tests/support/TestSupport.h"
 
+using namespace nvk;
 using namespace tovan;
-using nvk::CPropertyCollection;
 
 TEST(JobSharing, UsersAndGroupsRoundTripThroughThreeArrays) {
     Ptr<CPropertyCollection> props(CPropertyCollection::newInstance());
