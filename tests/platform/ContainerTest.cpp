@@ -268,4 +268,11 @@ TEST(HashMap, CollidingKeysShareAChainAndStayReachable) {
     int visited = 0;
     map.forEach([&](int k, int& v) { visited += k + v; });
     EXPECT_EQ(visited, 22);
+    // A third entry passes the threshold of 2 and takes the removed entry's place.
+    EXPECT_TRUE(map.put(5, 50));
+    EXPECT_EQ(map.bucketCount(), 7u);
+    EXPECT_EQ(map.bucketLength(0), 3u);  // 7 % 7
+    EXPECT_EQ(*map.find(5), 50);
+    EXPECT_EQ(*map.find(0), 0);
+    EXPECT_EQ(*map.find(2), 20);
 }
