@@ -130,12 +130,12 @@ int CNodeImplBase::GetChildIndex(const iNode* child) const {
 }
 
 void CNodeImplBase::CheckNewChild(const iNode* child, const char* operation) const {
-    if (!child) throw Exception(kClass, operation, u"%ls", WString(NullNodeMsg));
+    if (!child) throw Exception(kClass, operation, u"%ls", NullNodeMsg);
     // Only a child with children of its own is checked against the ancestors:
     // a leaf appended to itself slips through, and callers rely on the cheap path.
     if (!child->hasChildren()) return;
     for (const iNode* n = GetINode(); n; n = n->findParent())
-        if (n == child) throw Exception(kClass, operation, u"%ls", WString(OwnParentErrMsg));
+        if (n == child) throw Exception(kClass, operation, u"%ls", OwnParentErrMsg);
 }
 
 void CNodeImplBase::DetachFromParent(iNode* child) {
@@ -166,7 +166,7 @@ void CNodeImplBase::InsertChildBefore(iNode* newChild, iNode* refChild) {
     // within this node lands one place right of refChild.
     const int index = GetChildIndex(refChild);
     if (newChild == refChild) return;
-    if (newChild == GetINode()) throw Exception(kClass, "insertChildBefore", u"%ls", WString(OwnParentErrMsg));
+    if (newChild == GetINode()) throw Exception(kClass, "insertChildBefore", u"%ls", OwnParentErrMsg);
     reserveOneMore(children_);
     Ptr<iNode> hold(newChild);
     DetachFromParent(newChild);

@@ -40,11 +40,6 @@ Ptr<Value> numberValue(double d) {
     return Ptr<Value>(new tovan::DoubleValue(d));
 }
 
-[[noreturn]] void objectInArray() {
-    throw tovan::Exception("CJsonArrayConverter", "ProcessElement", u"%ls",
-                           u"A JSON object cannot be an element of an n-dimensional array");
-}
-
 // How an array element turns into a value of its own (inside a value array):
 // typed and n-dimensional arrays as CJsonDataTyper says, anything else as a
 // value array of its elements.
@@ -70,7 +65,9 @@ CJsonArrayConverter::CJsonArrayConverter(ValueType elementType) : elementType_(e
 CJsonArrayConverter::~CJsonArrayConverter() = default;
 
 void CJsonArrayConverter::ProcessArrayElement(const cajun::json::Array& array, const Array<unsigned int>& dims) {
-    if (elementType_ == CJsonDataTyper::TypeObject) objectInArray();
+    if (elementType_ == CJsonDataTyper::TypeObject)
+        throw tovan::Exception("CJsonArrayConverter", "ProcessElement",
+                               u"A JSON object cannot be an element of an n-dimensional array");
     int code = valueCodeOf(elementType_);
     if (!dims.isEmpty()) {
         auto* nd = new tovan::NDimArrayValue(code, dims);
@@ -152,7 +149,10 @@ void CJsonArrayConverter::Visit(const cajun::json::Array& element) {
     put(*nested);
 }
 
-void CJsonArrayConverter::Visit(const cajun::json::Object&) { objectInArray(); }
+void CJsonArrayConverter::Visit(const cajun::json::Object&) {
+    throw tovan::Exception("CJsonArrayConverter", "ProcessElement",
+                           u"A JSON object cannot be an element of an n-dimensional array");
+}
 
 void CJsonArrayConverter::Visit(const cajun::json::Number& element) {
     double d = element.Value();
@@ -362,7 +362,7 @@ void CJsonConverter::appendToTop(const Ptr<Value>& value) {
         converted = nullptr;
     }
     if (!converted)
-        throw tovan::Exception("CJsonConverter", "ProcessElement", u"%ls",
+        throw tovan::Exception("CJsonConverter", "ProcessElement",
                                u"Unable to convert array property to value array property");
     if (auto* values = dynamic_cast<tovan::ValueArrayValue*>(converted.get()))
         values->append(value.get());

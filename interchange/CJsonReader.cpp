@@ -77,7 +77,7 @@ tovan::Object* CJsonReader::clone() const { throw Exception("CJsonReader", "clon
 void CJsonReader::onDeactivate() { stream_.reset(); }
 
 void CJsonReader::setFileInterface(iFileInterface* file) {
-    if (!file) throw Exception("CJsonReader", "setFileInterface", u"%ls", u"Cannot read JSON data using a null input file");
+    if (!file) throw Exception("CJsonReader", "setFileInterface", u"Cannot read JSON data using a null input file");
     stream_ = std::make_unique<JsonInputStream>(file);
 }
 
@@ -110,7 +110,7 @@ bool CJsonReader::FindNextObject() {
         if (in.EOS()) return false;
         if (++skipped > kMaxSkippedCharacters) {
             errorLocation_ = in.GetLocation();
-            throw Exception("CJsonReader", "FindNextObject", u"%ls", u"Cannot find JSON object in source");
+            throw Exception("CJsonReader", "FindNextObject", u"Cannot find JSON object in source");
         }
     }
     return true;
@@ -126,14 +126,14 @@ void reporting(Read read, JsonInputStream& in, Location& errorLocation) {
         read();
     } catch (const ScanException& e) {
         errorLocation = e.location();
-        throw Exception("CJsonReader", "ReadNextObject", u"%ls", u"JSON scan error: " + e.getMessage().str());
+        throw Exception("CJsonReader", "ReadNextObject", u"JSON scan error: %ls", e.getMessage());
     } catch (const ParseException& e) {
         // A token list that ran out has no token to point at: the stream's end is the place.
         errorLocation = e.begin() == Location() && e.end() == Location() ? in.GetLocation() : e.begin();
-        throw Exception("CJsonReader", "ReadNextObject", u"%ls", u"JSON parse error: " + e.getMessage().str());
+        throw Exception("CJsonReader", "ReadNextObject", u"JSON parse error: %ls", e.getMessage());
     } catch (const JsonException& e) {
         errorLocation = in.GetLocation();
-        throw Exception("CJsonReader", "ReadNextObject", u"%ls", u"JSON read error: " + e.getMessage().str());
+        throw Exception("CJsonReader", "ReadNextObject", u"JSON read error: %ls", e.getMessage());
     }
 }
 

@@ -19,10 +19,6 @@ namespace {
 
 constexpr size_t kNumberBuffer = 80;
 
-[[noreturn]] void fail(const char* operation, const char16_t* message) {
-    throw Exception("CJsonWriter", operation, u"%ls", message);
-}
-
 }  // namespace
 
 CJsonWriter::Writer::~Writer() = default;
@@ -35,7 +31,7 @@ void CJsonWriter::Writer::write(std::u16string_view text) {
 void CJsonWriter::Writer::writeUtf8(std::string_view text) { write(std::u16string_view(tovan::utf8ToUtf16(text))); }
 
 CJsonWriter::CJsonWriter(Writer* sink, const wchar* variableName) : sink_(sink) {
-    if (!sink) fail("CJsonWriter", u"Invalid null output stream");
+    if (!sink) throw Exception("CJsonWriter", "CJsonWriter", u"Invalid null output stream");
     if (variableName && *variableName) {
         sink_->write(u"var ");
         sink_->write(variableName);
@@ -207,8 +203,8 @@ void CJsonWriter::fixUpDoubles(char* text, size_t capacity, bool strict) {
     auto insert = [&](size_t at, const char* what) {
         size_t n = std::strlen(what);
         if (length + n >= capacity)
-            throw Exception("CJsonWriter", "fixUpDoubles", u"%ls formatting: %s",
-                            u"Malformed JSON number format, but no space in buffer to fix", text);
+            throw Exception("CJsonWriter", "fixUpDoubles",
+                            u"Malformed JSON number format, but no space in buffer to fix formatting: %s", text);
         std::memmove(text + at + n, text + at, length - at + 1);
         std::memcpy(text + at, what, n);
         length += n;
@@ -347,11 +343,11 @@ void CJsonWriter::putValue(std::string_view text) {
 }
 
 void CJsonWriter::checkValue() {
-    if (mode_ != ModeArray && mode_ != ModeKey) fail("value", u"JSON value out of sequence");
+    if (mode_ != ModeArray && mode_ != ModeKey) throw Exception("CJsonWriter", "value", u"JSON value out of sequence");
 }
 
 void CJsonWriter::writeValue(const wchar* text, bool quote) {
-    if (!text) fail("value", u"Empty JSON value string");
+    if (!text) throw Exception("CJsonWriter", "value", u"Empty JSON value string");
     checkValue();
     emitValue(text, quote);
 }
@@ -362,14 +358,15 @@ void CJsonWriter::push(bool isObject) {
 }
 
 void CJsonWriter::pop(bool isObject) {
-    if (stack_.empty() || (stack_.back() != 0) != isObject) fail(isObject ? "endObject" : "endArray", u"JSON nesting error");
+    if (stack_.empty() || (stack_.back() != 0) != isObject)
+        throw Exception("CJsonWriter", isObject ? "endObject" : "endArray", u"JSON nesting error");
     stack_.pop_back();
     mode_ = stack_.empty() ? ModeDone : (stack_.back() ? ModeObject : ModeArray);
 }
 
 CJsonWriter& CJsonWriter::object() {
     Mode mode = mode_ == ModeInit ? ModeKey : mode_;  // a top-level object is welcome
-    if (mode != ModeArray && mode != ModeKey) fail("object", u"Misplaced JSON object");
+    if (mode != ModeArray && mode != ModeKey) throw Exception("CJsonWriter", "object", u"Misplaced JSON object");
     mode_ = mode;
     emitValue(u"{", false);
     push(true);
@@ -378,7 +375,8 @@ CJsonWriter& CJsonWriter::object() {
 }
 
 CJsonWriter& CJsonWriter::array() {
-    if (mode_ != ModeArray && mode_ != ModeInit && mode_ != ModeKey) fail("array", u"Misplaced JSON array");
+    if (mode_ != ModeArray && mode_ != ModeInit && mode_ != ModeKey)
+        throw Exception("CJsonWriter", "array", u"Misplaced JSON array");
     push(false);
     emitValue(u"[", false);  // with the new mode, so "[1,[" gets its comma
     needsSeparator_ = false;
@@ -396,13 +394,13 @@ CJsonWriter& CJsonWriter::array(const double* numbers, size_t count) {
 }
 
 CJsonWriter& CJsonWriter::key(const wchar* name) {
-    if (!name) fail("key", u"Empty JSON key string");
+    if (!name) throw Exception("CJsonWriter", "key", u"Empty JSON key string");
     return key(std::u16string_view(name));
 }
 
 CJsonWriter& CJsonWriter::key(std::u16string_view name) {
-    if (name.empty()) fail("key", u"Empty JSON key string");
-    if (mode_ != ModeObject) fail("key", u"Misplaced JSON key");
+    if (name.empty()) throw Exception("CJsonWriter", "key", u"Empty JSON key string");
+    if (mode_ != ModeObject) throw Exception("CJsonWriter", "key", u"Misplaced JSON key");
     stack_.back() = 1;
     if (needsSeparator_) scratch_ += u',';
     escape(name, scratch_);
@@ -486,8 +484,8 @@ void CJsonWriter::close(bool isObject) {
     // the text, so it stays.
     Mode required = isObject ? ModeObject : ModeArray;
     if (mode_ != required)
-        fail(isObject ? "endObject" : "endArray",
-             required == ModeKey ? u"Misplaced JSON end object" : u"Misplaced JSON end array");
+        throw Exception("CJsonWriter", isObject ? "endObject" : "endArray", u"%ls",
+                        required == ModeKey ? u"Misplaced JSON end object" : u"Misplaced JSON end array");
     pop(isObject);
     if (newLinePending_) {
         scratch_ += u'\n';

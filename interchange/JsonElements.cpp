@@ -2,13 +2,7 @@
 
 namespace cajun::json {
 
-JsonException::JsonException(const std::u16string& message) : tovan::Exception("cajun::json", "", u"%ls", message) {}
-
-ScanException::ScanException(const std::u16string& message, const Location& location)
-    : JsonException(message), location_(location) {}
-
-ParseException::ParseException(const std::u16string& message, const Location& begin, const Location& end)
-    : JsonException(message), begin_(begin), end_(end) {}
+JsonException::JsonException(tovan::WString message) : tovan::Exception("cajun::json", "", std::move(message)) {}
 
 // ---- Array ---------------------------------------------------------------
 
@@ -54,7 +48,7 @@ Object::iterator Object::Find(std::u16string_view name) {
 Object::const_iterator Object::Find(std::u16string_view name) const { return const_cast<Object&>(*this).Find(name); }
 
 Object::iterator Object::Insert(std::u16string name, Element element) {
-    if (Find(name) != members_.end()) throw JsonException(u"Object member already exists: " + name);
+    if (Find(name) != members_.end()) throw JsonException(u"Object member already exists: %ls", name);
     members_.push_back(Member{std::move(name), std::move(element)});
     return std::prev(members_.end());
 }
@@ -71,7 +65,7 @@ Element& Object::operator[](std::u16string_view name) {
 
 const Element& Object::operator[](std::u16string_view name) const {
     auto it = Find(name);
-    if (it == members_.end()) throw JsonException(u"Object member not found: " + std::u16string(name));
+    if (it == members_.end()) throw JsonException(u"Object member not found: %ls", name);
     return it->element;
 }
 

@@ -40,13 +40,18 @@ struct Location {
 /// into a plain tovan::Exception with a category prefix.
 class NVK_EXPORT JsonException : public tovan::Exception {
 public:
-    explicit JsonException(const std::u16string& message);
+    template <class... Args>
+    explicit JsonException(tovan::FormatFor<Args...> fmt, const Args&... args)
+        : JsonException(tovan::format<Args...>(fmt, args...)) {}
+    explicit JsonException(tovan::WString message);
 };
 
 /// The scanner stopped at `location` (the stream's counters at that moment).
 class NVK_EXPORT ScanException : public JsonException {
 public:
-    ScanException(const std::u16string& message, const Location& location);
+    template <class... Args>
+    ScanException(const Location& location, tovan::FormatFor<Args...> fmt, const Args&... args)
+        : JsonException(tovan::format<Args...>(fmt, args...)), location_(location) {}
     const Location& location() const { return location_; }
 
 private:
@@ -56,7 +61,9 @@ private:
 /// The parser met a token it could not use; its begin and end locations.
 class NVK_EXPORT ParseException : public JsonException {
 public:
-    ParseException(const std::u16string& message, const Location& begin, const Location& end);
+    template <class... Args>
+    ParseException(const Location& begin, const Location& end, tovan::FormatFor<Args...> fmt, const Args&... args)
+        : JsonException(tovan::format<Args...>(fmt, args...)), begin_(begin), end_(end) {}
     const Location& begin() const { return begin_; }
     const Location& end() const { return end_; }
 

@@ -23,9 +23,6 @@ Location copyOf(const Location& l) {
                     __atomic_load_n(&l.position, __ATOMIC_RELAXED)};
 }
 
-[[noreturn]] void unexpected(const JsonToken& token) {
-    throw ParseException(u"Unexpected token: " + std::u16string(token.text), token.begin, token.end);
-}
 
 }  // namespace
 
@@ -82,17 +79,15 @@ bool JsonNodeBuilder::peek() {
 
 const JsonToken& JsonNodeBuilder::match(TokenKind kind) {
     // The parser's two texts for running out differ in the case of one letter.
-    if (!peek()) throw ParseException(u"Unexpected End of token stream", Location(), Location());
-    if (token_.kind != kind) unexpected(token_);
+    if (!peek()) throw ParseException(Location(), Location(), u"Unexpected End of token stream");
+    if (token_.kind != kind) throw ParseException(token_.begin, token_.end, u"Unexpected token: %ls", token_.text);
     loaded_ = false;
     return token_;
 }
 
 void JsonNodeBuilder::enter(const JsonToken& token) {
     if (depth_ >= cajun::json::Parser::kMaxDepth)
-        throw ParseException(
-            u"Nesting deeper than " + tovan::format(u"%d", cajun::json::Parser::kMaxDepth).str() + u" levels",
-            token.begin, token.end);
+        throw ParseException(token.begin, token.end, u"Nesting deeper than %d levels", cajun::json::Parser::kMaxDepth);
     ++depth_;
 }
 
@@ -167,7 +162,7 @@ void JsonNodeBuilder::objectMembers() {
                 }
                 duplicate = !many->insert(slot).second;
             }
-            if (duplicate) throw ParseException(u"Duplicate object member token: " + text.str(), begin, end);
+            if (duplicate) throw ParseException(begin, end, u"Duplicate object member token: %ls", text.view());
             convert([&] {
                 if (nodes) converter_.popName();
                 converter_.endMember(text, 0);
@@ -183,7 +178,7 @@ void JsonNodeBuilder::objectMembers() {
 }
 
 void JsonNodeBuilder::value() {
-    if (!peek()) throw ParseException(u"Unexpected end of token stream", Location(), Location());
+    if (!peek()) throw ParseException(Location(), Location(), u"Unexpected end of token stream");
     switch (token_.kind) {
     case TokenKind::ObjectBegin:
         enter(match(TokenKind::ObjectBegin));
@@ -221,7 +216,8 @@ void JsonNodeBuilder::value() {
         loaded_ = false;
         convert([&] { converter_.deliver(tovan::Ptr<tovan::Value>(new tovan::NullValue())); });
         return;
-    default: unexpected(token_);
+    default:
+        throw ParseException(token_.begin, token_.end, u"Unexpected token: %ls", token_.text);
     }
 }
 
@@ -292,7 +288,7 @@ void JsonNodeBuilder::arrayElements() {
 }
 
 void JsonNodeBuilder::element(cajun::json::Element& out) {
-    if (!peek()) throw ParseException(u"Unexpected end of token stream", Location(), Location());
+    if (!peek()) throw ParseException(Location(), Location(), u"Unexpected end of token stream");
     switch (token_.kind) {
     case TokenKind::ObjectBegin:
         enter(match(TokenKind::ObjectBegin));
@@ -318,7 +314,8 @@ void JsonNodeBuilder::element(cajun::json::Element& out) {
         loaded_ = false;
         out.variant().emplace<cajun::json::Null>();
         return;
-    default: unexpected(token_);
+    default:
+        throw ParseException(token_.begin, token_.end, u"Unexpected token: %ls", token_.text);
     }
 }
 
@@ -340,7 +337,7 @@ void JsonNodeBuilder::elementObject(cajun::json::Object& out) {
                     for (const auto& m : out) names.insert(m.name);
                 duplicate = names.count(text) != 0;
             }
-            if (duplicate) throw ParseException(u"Duplicate object member token: " + text, begin, end);
+            if (duplicate) throw ParseException(begin, end, u"Duplicate object member token: %ls", text);
             out.append(std::move(text), std::move(member));
             if (!names.empty()) names.insert(std::prev(out.End())->name);
             if (!nextIs(TokenKind::NextElement)) break;

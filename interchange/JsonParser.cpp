@@ -15,9 +15,6 @@ namespace cajun::json {
 
 namespace {
 
-[[noreturn]] void unexpected(const JsonToken& token) {
-    throw ParseException(u"Unexpected token: " + std::u16string(token.text), token.begin, token.end);
-}
 
 // The longest prefix of `text` that a standard input stream's extraction of
 // a double takes in the classic locale: a sign, digits with at most one
@@ -104,30 +101,27 @@ double Parser::ParseNumber(const JsonToken& token) {
 
     size_t taken = extractablePrefix(text);
     if (taken < text.size())
-        throw ParseException(u"Unexpected character in NUMBER token: " + std::u16string(1, text[taken]), token.begin,
-                             token.end);
+        throw ParseException(token.begin, token.end, u"Unexpected character in NUMBER token: %c", text[taken]);
     return convertExtracted(text);
 }
 
 const JsonToken& Parser::match(TokenKind kind) {
     // Capital E on purpose: callers tell this case from the next one by the text.
-    if (next_ >= tokens_.size()) throw ParseException(u"Unexpected End of token stream", Location(), Location());
+    if (next_ >= tokens_.size()) throw ParseException(Location(), Location(), u"Unexpected End of token stream");
     const JsonToken& token = tokens_[next_];
-    if (token.kind != kind) unexpected(token);
+    if (token.kind != kind) throw ParseException(token.begin, token.end, u"Unexpected token: %ls", token.text);
     ++next_;
     return token;
 }
 
 void Parser::enter(const JsonToken& token) {
-    if (depth_ >= kMaxDepth)
-        throw ParseException(u"Nesting deeper than " + tovan::format(u"%d", kMaxDepth).str() + u" levels", token.begin,
-                             token.end);
+    if (depth_ >= kMaxDepth) throw ParseException(token.begin, token.end, u"Nesting deeper than %d levels", kMaxDepth);
 }
 
 void Parser::ParseObject(Object& object) { parseObject(object); }
 
 void Parser::ParseValue(Element& element) {
-    if (next_ >= tokens_.size()) throw ParseException(u"Unexpected end of token stream", Location(), Location());
+    if (next_ >= tokens_.size()) throw ParseException(Location(), Location(), u"Unexpected end of token stream");
     const JsonToken& token = tokens_[next_];
     switch (token.kind) {
     case TokenKind::ObjectBegin: parseObject(element.variant().emplace<Object>()); break;
@@ -148,7 +142,8 @@ void Parser::ParseValue(Element& element) {
         ++next_;
         element.variant().emplace<Null>();
         break;
-    default: unexpected(token);
+    default:
+        throw ParseException(token.begin, token.end, u"Unexpected token: %ls", token.text);
     }
 }
 
@@ -173,9 +168,7 @@ void Parser::parseObject(Object& object) {
                     for (const auto& m : object) names.insert(m.name);
                 duplicate = names.count(name.text) != 0;
             }
-            if (duplicate)
-                throw ParseException(u"Duplicate object member token: " + std::u16string(name.text), name.begin,
-                                     name.end);
+            if (duplicate) throw ParseException(name.begin, name.end, u"Duplicate object member token: %ls", name.text);
             object.append(std::u16string(name.text), std::move(value));
             if (!names.empty()) names.insert(std::prev(object.End())->name);
             if (!nextIs(TokenKind::NextElement)) break;

@@ -39,10 +39,6 @@ const std::array<bool, 128>& numberCharacters() {
 
 inline bool isNumberChar(const std::array<bool, 128>& table, wchar c) { return c < 128 && table[c]; }
 
-[[noreturn]] void scanError(JsonInputStream& in, const std::u16string& message) {
-    throw ScanException(message, in.GetLocation());
-}
-
 // Consumes white space, counting it, in bulk where the buffer allows: the
 // counters move once per run (a line feed starts a line, anything else is a
 // column), and indentation goes eight blanks at a time where SSE2 is there.
@@ -89,13 +85,12 @@ Location skipSpace(JsonInputStream& in) {
 
 void Scanner::matchWord(JsonInputStream& in, std::u16string_view word) {
     for (size_t i = 0; i < word.size(); ++i) {
-        if (in.EOS())
-            scanError(in, u"Expected string: " + std::u16string(word) + u"; found: end of input");
+        if (in.EOS()) throw ScanException(in.GetLocation(), u"Expected string: %ls; found: end of input", word);
         wchar c = in.Consume();
         if (c != word[i]) {
             std::u16string found(word.substr(0, i));
             found += c;
-            scanError(in, u"Expected string: " + std::u16string(word) + u"; found: " + found);
+            throw ScanException(in.GetLocation(), u"Expected string: %ls; found: %ls", word, found);
         }
     }
 }
@@ -151,12 +146,14 @@ void Scanner::scanString(JsonInputStream& in) {
                 value = value * 16 + unsigned(h <= u'9' ? h - u'0' : (h | 0x20) - u'a' + 10);
                 ++digits;
             }
-            if (digits < 4) scanError(in, u"Unrecognized unicode escape sequence found in string: \\u");
+            if (digits < 4)
+                throw ScanException(in.GetLocation(), u"Unrecognized unicode escape sequence found in string: \\u");
             // Surrogates are neither paired nor checked: each escape is one unit.
             text += wchar(value);
             break;
         }
-        default: scanError(in, u"Unrecognized escape sequence found in string: \\" + std::u16string(1, e));
+        default:
+            throw ScanException(in.GetLocation(), u"Unrecognized escape sequence found in string: \\%c", e);
         }
     }
     matchWord(in, u"\"");
@@ -351,7 +348,8 @@ bool Scanner::Next(JsonInputStream& in, JsonToken& token) {
         matchWord(in, u"null");
         token.text = u"null";
         break;
-    default: scanError(in, u"Unexpected character in stream: " + std::u16string(1, c));
+    default:
+        throw ScanException(in.GetLocation(), u"Unexpected character in stream: %c", c);
     }
     if (int(token.kind) <= int(TokenKind::MemberAssign)) {
         static const char16_t punctuation[] = u"{}[],:";

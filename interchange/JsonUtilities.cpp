@@ -82,7 +82,7 @@ private:
 }  // namespace
 
 CJsonWriter* CreateJsonWriter(tovan::vcFileInterface* file, const tovan::wchar* variableName) {
-    if (!file) throw tovan::Exception("JsonUtilities", "CreateJsonWriter", u"%ls", u"Invalid null output stream");
+    if (!file) throw tovan::Exception("JsonUtilities", "CreateJsonWriter", u"Invalid null output stream");
     return new FileWriter(file, variableName);
 }
 

@@ -49,14 +49,6 @@ uint8_t lookup(Ch c) {
 }
 
 template <class Ch>
-[[noreturn]] void badCharacter(Ch c, size_t pos) {
-    uint32_t code = uint32_t(std::make_unsigned_t<Ch>(c));
-    if (code >= 0x20 && code < 0x7F)
-        throw Exception("Base64", "Decode", u"Invalid Base64 character '%c' at position %d", char(code), pos);
-    throw Exception("Base64", "Decode", u"Invalid Base64 character 0x%02X at position %d", code, pos);
-}
-
-template <class Ch>
 void decodeInto(std::basic_string_view<Ch> text, std::vector<uint8_t>& out) {
     size_t n = text.size();
     if (n % 4 != 0)
@@ -74,7 +66,13 @@ void decodeInto(std::basic_string_view<Ch> text, std::vector<uint8_t>& out) {
     for (size_t i = 0; i < body; ++i) {
         uint8_t v = lookup(text[i]);
         if (v == Pad) throw Exception("Base64", "Decode", u"Invalid Base64 padding at position %d", i);
-        if (v == Invalid) badCharacter(text[i], i);
+        if (v == Invalid) {
+            // Printable characters are shown as they are, others by their code.
+            const uint32_t code = uint32_t(std::make_unsigned_t<Ch>(text[i]));
+            if (code >= 0x20 && code < 0x7F)
+                throw Exception("Base64", "Decode", u"Invalid Base64 character '%c' at position %d", char(code), i);
+            throw Exception("Base64", "Decode", u"Invalid Base64 character 0x%02X at position %d", code, i);
+        }
         acc = acc << 6 | v;
         if (i % 4 == 3) {
             result.push_back(uint8_t(acc >> 16));

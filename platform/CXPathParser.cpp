@@ -67,11 +67,6 @@ private:
 
 bool isEmptyNodeSet(const XPathValue& v) { return v.type == XPathType::NodeSet && v.nodes.empty(); }
 
-// A result that does not fit the asked-for kind: raised, or just false under QueryNoThrow.
-bool refuse(int flags, const BadParameterException& e) {
-    if (flags & QueryNoThrow) return false;
-    throw e;
-}
 
 }  // namespace
 
@@ -108,13 +103,17 @@ bool CXPathParser::evaluate(const WString& expr, int flags, NodeReferenceSet& re
     static const char* const op = "evaluate(NodeReferenceSet)";
     XPathValue v;
     if (!run(expr, flags, op, v)) return false;
-    if (v.type != XPathType::NodeSet)
-        return refuse(flags, BadParameterException("CXPathParser", op, u"XPath expression \"%ls\" gives a %hs, not a node-set",
-                                                   expr, xpathTypeName(v.type)));
+    if (v.type != XPathType::NodeSet) {
+        if (flags & QueryNoThrow) return false;
+        throw BadParameterException("CXPathParser", op, u"XPath expression \"%ls\" gives a %hs, not a node-set", expr,
+                                    xpathTypeName(v.type));
+    }
     for (const XPathItem& item : v.nodes)
-        if (item.kind != XPathItemKind::Node)
-            return refuse(flags, BadParameterException("CXPathParser", op,
-                                                       u"XPath expression \"%ls\" selects properties or text, not nodes", expr));
+        if (item.kind != XPathItemKind::Node) {
+            if (flags & QueryNoThrow) return false;
+            throw BadParameterException("CXPathParser", op,
+                                        u"XPath expression \"%ls\" selects properties or text, not nodes", expr);
+        }
     if (!(flags & QueryAppend)) result.clear();
     for (const XPathItem& item : v.nodes) {
         result.add(const_cast<iNode*>(&nodeOf(item.node)));
@@ -127,13 +126,17 @@ bool CXPathParser::evaluate(const WString& expr, int flags, PropertyReferenceSet
     static const char* const op = "evaluate(PropertyReferenceSet)";
     XPathValue v;
     if (!run(expr, flags, op, v)) return false;
-    if (v.type != XPathType::NodeSet)
-        return refuse(flags, BadParameterException("CXPathParser", op, u"XPath expression \"%ls\" gives a %hs, not a node-set",
-                                                   expr, xpathTypeName(v.type)));
+    if (v.type != XPathType::NodeSet) {
+        if (flags & QueryNoThrow) return false;
+        throw BadParameterException("CXPathParser", op, u"XPath expression \"%ls\" gives a %hs, not a node-set", expr,
+                                    xpathTypeName(v.type));
+    }
     for (const XPathItem& item : v.nodes)
-        if (item.kind != XPathItemKind::Attribute)
-            return refuse(flags, BadParameterException("CXPathParser", op,
-                                                       u"XPath expression \"%ls\" selects nodes or text, not properties", expr));
+        if (item.kind != XPathItemKind::Attribute) {
+            if (flags & QueryNoThrow) return false;
+            throw BadParameterException("CXPathParser", op,
+                                        u"XPath expression \"%ls\" selects nodes or text, not properties", expr);
+        }
     NodeNavigator navigator;
     std::vector<iProperty*> found;
     for (const XPathItem& item : v.nodes) found.push_back(&navigator.property(item.node, item.attribute));

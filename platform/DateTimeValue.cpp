@@ -106,7 +106,11 @@ public:
                         scale /= 10;
                         ++pos_;
                     }
-                    if (pos_ == start) fail(textf("expected a digit at position %d", int(pos_)));
+                    if (pos_ == start)
+                        throw BadParameterException(
+                            kClass, "fromIso8601",
+                            u"Invalid ISO 8601 date-time \"%ls\": expected a digit at position %d", original_,
+                            int(pos_));
                 }
             }
         }
@@ -117,13 +121,22 @@ public:
             zone = offset();
         } else if (at(u' ')) {
             ++pos_;
-            if (pos_ == s_.size()) fail(textf("expected a time zone name at position %d", int(pos_)));
+            if (pos_ == s_.size())
+                throw BadParameterException(
+                    kClass, "fromIso8601",
+                    u"Invalid ISO 8601 date-time \"%ls\": expected a time zone name at position %d", original_,
+                    int(pos_));
             zone = WString(s_.substr(pos_));
             pos_ = s_.size();
         }
-        if (pos_ != s_.size()) fail(textf("unexpected text at position %d", int(pos_)));
+        if (pos_ != s_.size())
+            throw BadParameterException(kClass, "fromIso8601",
+                                        u"Invalid ISO 8601 date-time \"%ls\": unexpected text at position %d",
+                                        original_, int(pos_));
         std::string reason = checkFields(y, mo, d, h, mi, sec, ms);
-        if (!reason.empty()) fail(reason);
+        if (!reason.empty())
+            throw BadParameterException(kClass, "fromIso8601", u"Invalid ISO 8601 date-time \"%ls\": %hs", original_,
+                                        reason);
         return DateTimeValue(y, mo, d, h, mi, sec, ms, zone);
     }
 
@@ -131,22 +144,23 @@ private:
     static bool isDigit(wchar c) { return c >= u'0' && c <= u'9'; }
     bool at(wchar c) const { return pos_ < s_.size() && s_[pos_] == c; }
 
-    [[noreturn]] void fail(const std::string& reason) const {
-        throw BadParameterException(kClass, "fromIso8601", u"Invalid ISO 8601 date-time \"%ls\": %hs", original_,
-                                    reason);
-    }
-
     int number(int digits) {
         int value = 0;
         for (int i = 0; i < digits; ++i, ++pos_) {
-            if (pos_ >= s_.size() || !isDigit(s_[pos_])) fail(textf("expected a digit at position %d", int(pos_)));
+            if (pos_ >= s_.size() || !isDigit(s_[pos_]))
+                throw BadParameterException(kClass, "fromIso8601",
+                                            u"Invalid ISO 8601 date-time \"%ls\": expected a digit at position %d",
+                                            original_, int(pos_));
             value = value * 10 + (s_[pos_] - u'0');
         }
         return value;
     }
 
     void expect(wchar c, const char* what) {
-        if (!at(c)) fail(textf("expected %s at position %d", what, int(pos_)));
+        if (!at(c))
+            throw BadParameterException(kClass, "fromIso8601",
+                                        u"Invalid ISO 8601 date-time \"%ls\": expected %s at position %d", original_,
+                                        what, int(pos_));
         ++pos_;
     }
 
@@ -159,8 +173,14 @@ private:
         } else if (pos_ < s_.size() && isDigit(s_[pos_])) {
             minutes = number(2);
         }
-        if (hours > 23) fail(textf("offset hour %d is out of range 0 to 23", hours));
-        if (minutes > 59) fail(textf("offset minute %d is out of range 0 to 59", minutes));
+        if (hours > 23)
+            throw BadParameterException(kClass, "fromIso8601",
+                                        u"Invalid ISO 8601 date-time \"%ls\": offset hour %d is out of range 0 to 23",
+                                        original_, hours);
+        if (minutes > 59)
+            throw BadParameterException(kClass, "fromIso8601",
+                                        u"Invalid ISO 8601 date-time \"%ls\": offset minute %d is out of range 0 to 59",
+                                        original_, minutes);
         std::string text = textf("%c%02d:%02d", char(sign), hours, minutes);
         return toWide(text);
     }

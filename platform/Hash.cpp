@@ -61,7 +61,8 @@ public:
             case SHA1: sha1_update(&ctx_.sha1, length, p); break;
             case SHA256: sha256_update(&ctx_.sha256, length, p); break;
             case SHA512: sha512_update(&ctx_.sha512, length, p); break;
-            default: notInitialised("Update");
+            default:
+                throw Exception("vcHash", "Update", u"Hash used before Init");
         }
     }
     std::vector<uint8_t> Final() override {
@@ -72,7 +73,8 @@ public:
             case SHA1: sha1_digest(&ctx_.sha1, out.size(), out.data()); break;
             case SHA256: sha256_digest(&ctx_.sha256, out.size(), out.data()); break;
             case SHA512: sha512_digest(&ctx_.sha512, out.size(), out.data()); break;
-            default: notInitialised("Final");
+            default:
+                throw Exception("vcHash", "Final", u"Hash used before Init");
         }
         return out;
     }
@@ -80,9 +82,6 @@ public:
     static Object* create() { return new vcHash(); }
 
 private:
-    [[noreturn]] static void notInitialised(const char* operation) {
-        throw Exception("vcHash", operation, u"Hash used before Init");
-    }
     static LeakDetector& detector() {
         static LeakDetector d("vcHash");
         return d;

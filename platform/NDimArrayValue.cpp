@@ -1,7 +1,6 @@
 #include "nvk/platform/NDimArrayValue.h"
 
 #include <string>
-#include <string_view>
 
 namespace tovan {
 
@@ -23,19 +22,17 @@ WString dimsText(const Array<unsigned>& dims) {
 /// The element count of `dims`, checked against the uint32 limit of the byte
 /// form. Bad dimensions from a caller are a BadParameterException; from a
 /// stream, a plain Exception like every other reading failure.
+template <class Raised>
 size_t elementCount(const Array<unsigned>& dims, const char* operation) {
-    const bool reading = std::string_view(operation) == "deserialize";
-    auto fail = [&](WString message) -> size_t {
-        if (reading) throw Exception("NDimArrayValue", operation, std::move(message));
-        throw BadParameterException("NDimArrayValue", operation, std::move(message));
-    };
-    if (dims.isEmpty()) return fail(WString(u"An n-dimensional array needs at least one dimension"));
+    if (dims.isEmpty())
+        throw Raised("NDimArrayValue", operation, u"An n-dimensional array needs at least one dimension");
     uint64_t n = 1;
     for (unsigned d : dims) {
         n *= d;
         if (n > UINT32_MAX) n = uint64_t(UINT32_MAX) + 1;  // saturate: stays too large
     }
-    if (n > UINT32_MAX) return fail(format(u"Dimensions %ls hold too many elements", dimsText(dims)));
+    if (n > UINT32_MAX)
+        throw Raised("NDimArrayValue", operation, u"Dimensions %ls hold too many elements", dimsText(dims));
     return size_t(n);
 }
 
@@ -55,7 +52,7 @@ Ptr<ArrayValue> makeFlat(int elementTypeCode, size_t count, const char* operatio
 NDimArrayValue::NDimArrayValue() : dims_{0u}, flat_(new NullArrayValue()) {}
 
 NDimArrayValue::NDimArrayValue(int elementTypeCode, const Array<unsigned>& dims) : dims_(dims) {
-    flat_ = makeFlat(elementTypeCode, elementCount(dims, "NDimArrayValue"), "NDimArrayValue");
+    flat_ = makeFlat(elementTypeCode, elementCount<BadParameterException>(dims, "NDimArrayValue"), "NDimArrayValue");
 }
 
 NDimArrayValue::NDimArrayValue(const NDimArrayValue& other)
@@ -138,7 +135,7 @@ void NDimArrayValue::deserialize(iByteInputStream& in) {
     const uint32_t ndims = readUInt32LE(in, "NDimArrayValue");
     Array<unsigned> dims;
     for (uint32_t k = 0; k < ndims; ++k) dims.append(readUInt32LE(in, "NDimArrayValue"));
-    const size_t expected = elementCount(dims, "deserialize");
+    const size_t expected = elementCount<Exception>(dims, "deserialize");
     Ptr<Value> flat = readTypedValue(in, isStrictReading(), "NDimArrayValue");
     auto* array = flat->findAs<ArrayValue>();
     if (!array || ArrayValue::arrayTypeFor(array->getElementTypeCode()) != array->getTypeCode())

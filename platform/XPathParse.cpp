@@ -64,23 +64,18 @@ public:
 
     ExprPtr run() {
         tokenize();
-        if (tokens_.size() == 1) fail(0, u"empty expression");
+        if (tokens_.size() == 1)
+            throw BadParameterException("CXPathParser", "parse",
+                                        u"XPath syntax error at offset %d in \"%ls\": empty expression", 0, text_);
         ExprPtr e = parseOr();
-        if (peek().kind != Tok::End) unexpected();
+        if (const Token& t = peek(); t.kind != Tok::End)
+            throw BadParameterException("CXPathParser", "parse",
+                                        u"XPath syntax error at offset %d in \"%ls\": unexpected '%ls'", t.pos, text_,
+                                        tokenText(t));
         return e;
     }
 
 private:
-    [[noreturn]] void fail(size_t pos, std::u16string_view detail) const {
-        throw BadParameterException("CXPathParser", "parse", u"XPath syntax error at offset %d in \"%ls\": %ls", pos, text_,
-                        detail);
-    }
-    [[noreturn]] void unexpected() const {
-        const Token& t = peek();
-        if (t.kind == Tok::End) fail(t.pos, u"unexpected end of expression");
-        fail(t.pos, u"unexpected '" + std::u16string(tokenText(t)) + u"'");
-    }
-
     std::u16string_view tokenText(const Token& t) const { return text_.substr(t.pos, t.end - t.pos); }
 
     // ---- lexer ------------------------------------------------------------
@@ -134,7 +129,10 @@ private:
             const char16_t next = i + 1 < text_.size() ? text_[i + 1] : 0;
             if (c == u'"' || c == u'\'') {
                 size_t close = text_.find(c, i + 1);
-                if (close == std::u16string_view::npos) fail(start, u"unterminated string literal");
+                if (close == std::u16string_view::npos)
+                    throw BadParameterException(
+                        "CXPathParser", "parse",
+                        u"XPath syntax error at offset %d in \"%ls\": unterminated string literal", start, text_);
                 add(Tok::Literal, start, std::u16string(text_.substr(i + 1, close - i - 1)));
                 i = close + 1;
             } else if (isDigit(c) || (c == u'.' && isDigit(next))) {
@@ -176,12 +174,18 @@ private:
                 case u'=': kind = Tok::Equal; break;
                 case u'$': kind = Tok::Dollar; break;
                 case u':':
-                    if (next != u':') fail(start, u"unexpected character ':'");
+                    if (next != u':')
+                        throw BadParameterException(
+                            "CXPathParser", "parse",
+                            u"XPath syntax error at offset %d in \"%ls\": unexpected character ':'", start, text_);
                     kind = Tok::ColonColon;
                     len = 2;
                     break;
                 case u'!':
-                    if (next != u'=') fail(start, u"unexpected character '!'");
+                    if (next != u'=')
+                        throw BadParameterException(
+                            "CXPathParser", "parse",
+                            u"XPath syntax error at offset %d in \"%ls\": unexpected character '!'", start, text_);
                     kind = Tok::NotEqual;
                     len = 2;
                     break;
@@ -194,7 +198,9 @@ private:
                     len = next == u'=' ? 2 : 1;
                     break;
                 default:
-                    fail(start, u"unexpected character '" + std::u16string(1, c) + u"'");
+                    throw BadParameterException(
+                        "CXPathParser", "parse",
+                        u"XPath syntax error at offset %d in \"%ls\": unexpected character '%c'", start, text_, c);
                 }
                 add(kind, start);
                 i += len;
@@ -215,7 +221,9 @@ private:
                 add(Tok::OperatorName, start, std::move(name));
                 return i;
             }
-            fail(start, u"unexpected '" + name + u"'");
+            throw BadParameterException("CXPathParser", "parse",
+                                        u"XPath syntax error at offset %d in \"%ls\": unexpected '%ls'", start, text_,
+                                        name);
         }
         // "p:*" and "p:local"; a following "::" belongs to an axis.
         if (i + 1 < text_.size() && text_[i] == u':' && text_[i + 1] != u':') {
@@ -223,7 +231,10 @@ private:
                 add(Tok::NameTest, start, name + u":*");
                 return i + 2;
             }
-            if (!isNameStart(text_[i + 1])) fail(i, u"unexpected character ':'");
+            if (!isNameStart(text_[i + 1]))
+                throw BadParameterException("CXPathParser", "parse",
+                                            u"XPath syntax error at offset %d in \"%ls\": unexpected character ':'", i,
+                                            text_);
             i = scanName(i + 1);
             add(Tok::NameTest, start, std::u16string(text_.substr(start, i - start)));
             return i;
@@ -250,7 +261,9 @@ private:
         return true;
     }
     void expect(Tok kind, std::u16string_view detail) {
-        if (!accept(kind)) fail(peek().pos, detail);
+        if (!accept(kind))
+            throw BadParameterException("CXPathParser", "parse", u"XPath syntax error at offset %d in \"%ls\": %ls",
+                                        peek().pos, text_, detail);
     }
     bool acceptOperator(std::u16string_view name) {
         if (peek().kind != Tok::OperatorName || peek().text != name) return false;
@@ -261,7 +274,10 @@ private:
     struct DepthGuard {
         Parser& p;
         DepthGuard(Parser& parser, size_t pos) : p(parser) {
-            if (++p.depth_ > kMaxNesting) p.fail(pos, u"expression nested too deeply");
+            if (++p.depth_ > kMaxNesting)
+                throw BadParameterException("CXPathParser", "parse",
+                                            u"XPath syntax error at offset %d in \"%ls\": expression nested too deeply",
+                                            pos, p.text_);
         }
         ~DepthGuard() { --p.depth_; }
     };
@@ -347,7 +363,9 @@ private:
             const size_t pos = next().pos;
             ExprPtr r = parsePathExpr();
             if (e->type != XPathType::NodeSet || r->type != XPathType::NodeSet)
-                fail(pos, u"'|' needs node-sets on both sides");
+                throw BadParameterException(
+                    "CXPathParser", "parse",
+                    u"XPath syntax error at offset %d in \"%ls\": '|' needs node-sets on both sides", pos, text_);
             e = binary(ExprKind::Union, XPathType::NodeSet, std::move(e), std::move(r));
         }
         return e;
@@ -364,14 +382,20 @@ private:
         }
         ExprPtr e = parsePrimary();
         if (peek().kind == Tok::LBracket) {
-            if (e->type != XPathType::NodeSet) fail(peek().pos, u"a predicate needs a node-set");
+            if (e->type != XPathType::NodeSet)
+                throw BadParameterException("CXPathParser", "parse",
+                                            u"XPath syntax error at offset %d in \"%ls\": a predicate needs a node-set",
+                                            peek().pos, text_);
             auto filter = std::make_unique<Expr>(ExprKind::Filter, XPathType::NodeSet);
             filter->left = std::move(e);
             while (peek().kind == Tok::LBracket) filter->args.push_back(parsePredicate());
             e = std::move(filter);
         }
         if (peek().kind != Tok::Slash && peek().kind != Tok::DoubleSlash) return e;
-        if (e->type != XPathType::NodeSet) fail(peek().pos, u"'/' needs a node-set on its left");
+        if (e->type != XPathType::NodeSet)
+            throw BadParameterException("CXPathParser", "parse",
+                                        u"XPath syntax error at offset %d in \"%ls\": '/' needs a node-set on its left",
+                                        peek().pos, text_);
         auto path = std::make_unique<Expr>(ExprKind::Path, XPathType::NodeSet);
         path->left = std::move(e);
         while (peek().kind == Tok::Slash || peek().kind == Tok::DoubleSlash) {
@@ -486,7 +510,10 @@ private:
         }
         if (peek().kind == Tok::AxisName) {
             const Token& t = next();
-            if (!axisFromName(t.text, step.axis)) fail(t.pos, u"unknown axis '" + t.text + u"'");
+            if (!axisFromName(t.text, step.axis))
+                throw BadParameterException("CXPathParser", "parse",
+                                            u"XPath syntax error at offset %d in \"%ls\": unknown axis '%ls'", t.pos,
+                                            text_, t.text);
             next();  // the "::" the lexer saw
         } else if (accept(Tok::At)) {
             step.axis = Axis::Attribute;
@@ -509,9 +536,13 @@ private:
             expect(Tok::LParen, u"expected '('");
             expect(Tok::RParen, u"expected ')'");
         } else if (t.kind == Tok::End) {
-            fail(t.pos, u"unexpected end of expression");
+            throw BadParameterException("CXPathParser", "parse",
+                                        u"XPath syntax error at offset %d in \"%ls\": unexpected end of expression",
+                                        t.pos, text_);
         } else {
-            fail(t.pos, u"expected a node test");
+            throw BadParameterException("CXPathParser", "parse",
+                                        u"XPath syntax error at offset %d in \"%ls\": expected a node test", t.pos,
+                                        text_);
         }
         while (peek().kind == Tok::LBracket) step.predicates.push_back(parsePredicate());
         return step;
@@ -520,7 +551,10 @@ private:
     ExprPtr parsePredicate() {
         const size_t pos = next().pos;  // '['
         DepthGuard guard(*this, pos);
-        if (peek().kind == Tok::RBracket) fail(peek().pos, u"empty predicate");
+        if (peek().kind == Tok::RBracket)
+            throw BadParameterException("CXPathParser", "parse",
+                                        u"XPath syntax error at offset %d in \"%ls\": empty predicate", peek().pos,
+                                        text_);
         ExprPtr e = parseOr();
         expect(Tok::RBracket, u"expected ']'");
         return e;
@@ -545,7 +579,10 @@ private:
             expect(Tok::RParen, u"expected ')'");
             return e;
         }
-        case Tok::Dollar: fail(t.pos, u"variables are not supported");
+        case Tok::Dollar:
+            throw BadParameterException("CXPathParser", "parse",
+                                        u"XPath syntax error at offset %d in \"%ls\": variables are not supported",
+                                        t.pos, text_);
         default: return parseCall(t);
         }
     }
@@ -579,7 +616,10 @@ private:
         const FunctionInfo* info = nullptr;
         for (const auto& f : functions)
             if (f.name == nameToken.text) info = &f;
-        if (!info) fail(nameToken.pos, u"unknown function '" + nameToken.text + u"()'");
+        if (!info)
+            throw BadParameterException("CXPathParser", "parse",
+                                        u"XPath syntax error at offset %d in \"%ls\": unknown function '%ls()'",
+                                        nameToken.pos, text_, nameToken.text);
 
         auto call = std::make_unique<Expr>(ExprKind::Call, info->result);
         call->function = info->function;
@@ -590,7 +630,10 @@ private:
                 const size_t argPos = peek().pos;
                 call->args.push_back(parseOr());
                 if (info->nodeSetArg && call->args.back()->type != XPathType::NodeSet)
-                    fail(argPos, std::u16string(info->name) + u"() needs a node-set argument");
+                    throw BadParameterException(
+                        "CXPathParser", "parse",
+                        u"XPath syntax error at offset %d in \"%ls\": %ls() needs a node-set argument", argPos, text_,
+                        info->name);
                 if (accept(Tok::RParen)) break;
                 expect(Tok::Comma, u"expected ',' or ')'");
             }
@@ -600,9 +643,10 @@ private:
             std::u16string expected = info->minArgs == info->maxArgs
                                           ? format(u"%d", info->minArgs).str()
                                           : format(u"%d or %d", info->minArgs, info->maxArgs).str();
-            fail(nameToken.pos, format(u"%ls() takes %ls argument%ls, %d given", info->name, expected,
-                                       info->maxArgs == 1 ? u"" : u"s", given)
-                                    .str());
+            throw BadParameterException(
+                "CXPathParser", "parse",
+                u"XPath syntax error at offset %d in \"%ls\": %ls() takes %ls argument%ls, %d given", nameToken.pos,
+                text_, info->name, expected, info->maxArgs == 1 ? u"" : u"s", given);
         }
         return call;
     }

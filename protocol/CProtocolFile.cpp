@@ -23,7 +23,9 @@ public:
         return FieldPath(text_.empty() ? std::u16string(name) : text_ + u"." + std::u16string(name));
     }
     FieldPath item(size_t i) const { return FieldPath(text_ + u"[" + format(u"%d", int(i)).str() + u"]"); }
-    const std::u16string& text() const { return text_; }
+    /// The path as it follows the file's name in a message: ": components[2].point",
+    /// or nothing at the top of the document.
+    std::u16string where() const { return text_.empty() ? std::u16string() : u": " + text_; }
 
 private:
     std::u16string text_;
@@ -33,34 +35,30 @@ class Loader {
 public:
     explicit Loader(WString file) : file_(std::move(file)) {}
 
-    [[noreturn]] void fail(const FieldPath& at, const WString& what) const {
-        if (at.text().empty()) throw Exception(kClass, "Read", u"%ls: %ls", file_, what);
-        throw Exception(kClass, "Read", u"%ls: %ls: %ls", file_, WString(at.text()), what);
-    }
-
     const json::Element* find(const json::Object& o, std::u16string_view name) const {
         auto it = o.Find(name);
         return it == o.End() ? nullptr : &it->element;
     }
     const json::Element& require(const json::Object& o, std::u16string_view name, const FieldPath& at) const {
         const json::Element* e = find(o, name);
-        if (!e) fail(at.member(name), u"missing required field");
+        if (!e) throw Exception(kClass, "Read", u"%ls%ls: missing required field", file_, at.member(name).where());
         return *e;
     }
     const json::Object& object(const json::Element& e, const FieldPath& at) const {
-        if (!e.Is<json::Object>()) fail(at, u"expected an object");
+        if (!e.Is<json::Object>()) throw Exception(kClass, "Read", u"%ls%ls: expected an object", file_, at.where());
         return e.As<json::Object>();
     }
     const json::Array& array(const json::Element& e, const FieldPath& at) const {
-        if (!e.Is<json::Array>()) fail(at, u"expected an array");
+        if (!e.Is<json::Array>()) throw Exception(kClass, "Read", u"%ls%ls: expected an array", file_, at.where());
         return e.As<json::Array>();
     }
     WString text(const json::Element& e, const FieldPath& at) const {
-        if (!e.Is<json::String>()) fail(at, u"expected a text");
+        if (!e.Is<json::String>()) throw Exception(kClass, "Read", u"%ls%ls: expected a text", file_, at.where());
         return WString(e.As<json::String>().Value());
     }
     bool boolean(const json::Element& e, const FieldPath& at) const {
-        if (!e.Is<json::Boolean>()) fail(at, u"expected true or false");
+        if (!e.Is<json::Boolean>())
+            throw Exception(kClass, "Read", u"%ls%ls: expected true or false", file_, at.where());
         return e.As<json::Boolean>().Value();
     }
     static bool isInt32(const json::Element& e) {
@@ -69,13 +67,13 @@ public:
         return std::isfinite(d) && d == std::floor(d) && d >= -2147483648.0 && d <= 2147483647.0;
     }
     int32_t int32(const json::Element& e, const FieldPath& at) const {
-        if (!isInt32(e)) fail(at, u"expected a 32-bit integer");
+        if (!isInt32(e)) throw Exception(kClass, "Read", u"%ls%ls: expected a 32-bit integer", file_, at.where());
         return int32_t(e.As<json::Number>().Value());
     }
     AttributePoint point(const json::Element& e, const FieldPath& at) const {
         if (!e.Is<json::Array>() || e.As<json::Array>().Size() != 2 || !isInt32(e.As<json::Array>()[0]) ||
             !isInt32(e.As<json::Array>()[1]))
-            fail(at, u"expected [x, y] with two 32-bit integers");
+            throw Exception(kClass, "Read", u"%ls%ls: expected [x, y] with two 32-bit integers", file_, at.where());
         const json::Array& a = e.As<json::Array>();
         return {int32_t(a[0].As<json::Number>().Value()), int32_t(a[1].As<json::Number>().Value())};
     }
@@ -100,12 +98,15 @@ public:
             for (size_t i = 0; i < a.Size(); ++i) items.push_back(parameter(a[i], at.item(i), true));
             return ParameterValue::ofArray(std::move(items));
         }
-        fail(at, inArray ? u"expected a text, number or boolean" : u"expected a text, number, boolean or array of them");
+        throw Exception(
+            kClass, "Read", u"%ls%ls: %ls", file_, at.where(),
+            inArray ? u"expected a text, number or boolean" : u"expected a text, number, boolean or array of them");
     }
 
     Ptr<CProtocolInfo> protocol(const json::Object& doc, const FieldPath& at, int depth) const {
         if (depth > CProtocolFile::MaxNesting)
-            fail(at, format(u"subprotocols nest deeper than %d levels", CProtocolFile::MaxNesting));
+            throw Exception(kClass, "Read", u"%ls%ls: subprotocols nest deeper than %d levels", file_, at.where(),
+                            CProtocolFile::MaxNesting);
         WString name = text(require(doc, u"name", at), at.member(u"name"));
         Ptr<CProtocolInfo> p(new CProtocolInfo(name));
         if (const json::Element* e = find(doc, u"autoLayout"))
@@ -132,11 +133,16 @@ public:
             if (port == u"input") ports |= PortInput;
             else if (port == u"pass") ports |= PortPass;
             else if (port == u"fail") ports |= PortFail;
-            else fail(portsAt.item(i), format(u"unknown port \"%ls\" (expected \"input\", \"pass\" or \"fail\")", port));
+            else
+                throw Exception(kClass, "Read",
+                                u"%ls%ls: unknown port \"%ls\" (expected \"input\", \"pass\" or \"fail\")", file_,
+                                portsAt.item(i).where(), port);
         }
         AttributePoint pt = point(require(c, u"point", at), at.member(u"point"));
         int existing = p.findComponentIndex(id);
-        if (existing >= 0) fail(at.member(u"id"), format(u"duplicate local ID %d (also components[%d])", id, existing));
+        if (existing >= 0)
+            throw Exception(kClass, "Read", u"%ls%ls: duplicate local ID %d (also components[%d])", file_,
+                            at.member(u"id").where(), id, existing);
         iComponentInfo* comp = p.addComponent(id, name);
         comp->setBoolAttribute(NVK_ComponentTakesInput, (ports & PortInput) != 0);
         comp->setBoolAttribute(NVK_ComponentReturnsPass, (ports & PortPass) != 0);
@@ -151,7 +157,8 @@ public:
         if (const json::Element* e = find(c, u"parameters")) {
             FieldPath paramsAt = at.member(u"parameters");
             for (const auto& m : object(*e, paramsAt)) {
-                if (m.name.empty()) fail(paramsAt, u"a parameter needs a name");
+                if (m.name.empty())
+                    throw Exception(kClass, "Read", u"%ls%ls: a parameter needs a name", file_, paramsAt.where());
                 comp->setParameter(WString(m.name), parameter(m.element, paramsAt.member(m.name), false));
             }
         }
@@ -168,16 +175,23 @@ public:
         WString port = text(require(c, u"port", at), at.member(u"port"));
         Port kind = PortPass;
         if (port == u"fail") kind = PortFail;
-        else if (!(port == u"pass")) fail(at.member(u"port"), format(u"unknown port \"%ls\" (expected \"pass\" or \"fail\")", port));
+        else if (!(port == u"pass"))
+            throw Exception(kClass, "Read", u"%ls%ls: unknown port \"%ls\" (expected \"pass\" or \"fail\")", file_,
+                            at.member(u"port").where(), port);
         int fromIndex = p.findComponentIndex(from), toIndex = p.findComponentIndex(to);
-        if (fromIndex < 0) fail(at.member(u"from"), format(u"unknown local ID %d", from));
-        if (toIndex < 0) fail(at.member(u"to"), format(u"unknown local ID %d", to));
+        if (fromIndex < 0)
+            throw Exception(kClass, "Read", u"%ls%ls: unknown local ID %d", file_, at.member(u"from").where(), from);
+        if (toIndex < 0)
+            throw Exception(kClass, "Read", u"%ls%ls: unknown local ID %d", file_, at.member(u"to").where(), to);
         bool has = false;
         p.getComponent(fromIndex)->getBoolAttribute(kind == PortFail ? NVK_ComponentReturnsFail : NVK_ComponentReturnsPass, has);
         if (!has)
-            fail(at.member(u"port"), format(u"component %d (components[%d]) has no %ls port", from, fromIndex, port));
+            throw Exception(kClass, "Read", u"%ls%ls: component %d (components[%d]) has no %ls port", file_,
+                            at.member(u"port").where(), from, fromIndex, port);
         p.getComponent(toIndex)->getBoolAttribute(NVK_ComponentTakesInput, has);
-        if (!has) fail(at.member(u"to"), format(u"component %d (components[%d]) has no input port", to, toIndex));
+        if (!has)
+            throw Exception(kClass, "Read", u"%ls%ls: component %d (components[%d]) has no input port", file_,
+                            at.member(u"to").where(), to, toIndex);
         p.addConnection({from, to, kind});
     }
 
@@ -197,7 +211,7 @@ Ptr<CProtocolInfo> readFrom(iFileInterface& file, const WString& name) {
         const json::Location at = reader.GetErrorLocation();
         throw Exception(kClass, "Read", u"%ls:%d:%d: %ls", name, at.line + 1, at.column + 1, e.getMessage());
     }
-    if (!found) loader.fail(FieldPath(), u"no JSON object found");
+    if (!found) throw Exception(kClass, "Read", u"%ls: no JSON object found", name);
     return loader.protocol(doc, FieldPath(), 0);
 }
 

@@ -255,7 +255,7 @@ void CCredentials::Clear() {
 // ---- fields -------------------------------------------------------------------
 
 void CCredentials::setString(StringSlot slot, const WString& value, const char* operation) {
-    if (value.length() > MaxStringLength) throw BadParameterException("CCredentials", operation, WString(StringTooLong));
+    if (value.length() > MaxStringLength) throw BadParameterException("CCredentials", operation, u"%ls", StringTooLong);
     if (value.isNull()) strings_[slot].clear();
     else strings_[slot] = value;
 }
@@ -454,21 +454,28 @@ void CCredentials::SetCredentialsString(const WString& text, WString* error) {
 }
 
 DecryptStatusCode CCredentials::DecryptBody(bool throwOnError) {
-    auto fail = [&](DecryptStatusCode status, const WString& message) {
+    WString message;
+    const DecryptStatusCode status = decryptBody(message);
+    if (status != DecryptSuccess) {
         if (credentialDebug().isActive()) debugText(credentialDebug().name(), message);
         if (throwOnError) throw Exception("CCredentials", "DecryptBody", message);
-        return status;
-    };
+    }
+    return status;
+}
+
+DecryptStatusCode CCredentials::decryptBody(WString& message) {
     std::vector<uint8_t> clearText;
     bool inside = encryptedLength_ >= 0 && HeaderSize + size_t(encryptedLength_) <= buffer_.size();
     if (!inside || !cipher().Decrypt(buffer_.data() + HeaderSize, size_t(encryptedLength_), clearText)) {
-        return fail(DecryptCipherFailed, WString(u"Decrypt failed"));
+        message = u"Decrypt failed";
+        return DecryptCipherFailed;
     }
     std::vector<uint8_t> body;
     try {
         util::Base64::Decode(std::string_view(reinterpret_cast<const char*>(clearText.data()), clearText.size()), body);
     } catch (const Exception&) {
-        return fail(DecryptDecodeFailed, WString(u"Decode failed"));
+        message = u"Decode failed";
+        return DecryptDecodeFailed;
     }
 
     Body fields;
@@ -523,7 +530,10 @@ DecryptStatusCode CCredentials::DecryptBody(bool throwOnError) {
         r.error = format(u"Credentials body has %d bytes left over after its last field", body.size() - r.pos);
         ok = false;
     }
-    if (!ok) return fail(DecryptMalformedBody, r.error);
+    if (!ok) {
+        message = std::move(r.error);
+        return DecryptMalformedBody;
+    }
 
     buffer_.resize(HeaderSize);
     buffer_.insert(buffer_.end(), body.begin(), body.end());

@@ -216,6 +216,9 @@ private:
     void setString(StringSlot slot, const tovan::WString& value, const char* operation);
     const tovan::vcBlowFish& cipher() const;
     void assignFields(const CCredentials& other);
+    /// DecryptBody without the reporting: the status, and the reason in
+    /// `message` when it is not DecryptSuccess.
+    tovan::DecryptStatusCode decryptBody(tovan::WString& message);
 
     std::vector<uint8_t> buffer_;
     uint8_t version_ = CurrentFormatVersion;
