@@ -2,7 +2,7 @@
 // the file. A protocol read must write back to text that reads back to the same protocol. Its
 // perception, layout, a move and a picture must end normally or in a framework exception, and
 // laying out the same text twice must give the same result; the picture must be well-formed
-// XML. On small protocols the fast distance walk must also give what the walk as written
+// XML. On small protocols the fast distance walk must also give what the reference walk
 // gives, in both directions.
 #include <algorithm>
 #include <cstddef>
@@ -19,7 +19,7 @@
 #include "nvk/protocol/CProtocolFile.h"
 #include "nvk/protocol/CProtocolLayoutUtils.h"
 #include "nvk/protocol/CProtocolPicture.h"
-#include "nvk/protocol/DistanceWalk.h"
+#include "nvk/protocol/DistanceWalk_internal.h"
 
 namespace {
 
@@ -27,7 +27,7 @@ using tovan::WString;
 
 const WString kName(u"fuzz.json");
 
-// Layout costs grow faster than the file, and the walk as written can take exponential time,
+// Layout costs grow faster than the file, and the reference walk can take exponential time,
 // so both are kept to protocols that a run gets through quickly.
 constexpr int kMaxLaidOut = 64;
 constexpr int kMaxWalkedBothWays = 12;
@@ -134,10 +134,10 @@ void compareWalks(const nvk::CProtocolUtils& u, const nvk::CProtocolInfo& p) {
         std::vector<int> slow(n, 7), fast(n, 7);
         tovan::BitsetValue slowLoops, fastLoops;
         bool slowHas = false, fastHas = false;
-        nvk::DistanceWalkAsWritten(g, set, furthest, slow, slowLoops, slowHas);
-        nvk::DistanceWalk(g, set, furthest, fast, fastLoops, fastHas);
+        nvk::ReferenceDistanceWalk(g, set, furthest, slow, slowLoops, slowHas);
+        nvk::FastDistanceWalk(g, set, furthest, fast, fastLoops, fastHas);
         if (slow != fast || !(slowLoops == fastLoops) || slowHas != fastHas)
-            fail("the fast walk differs from the walk as written", furthest ? "furthest" : "nearest");
+            fail("the fast walk differs from the reference walk", furthest ? "furthest" : "nearest");
     }
 }
 

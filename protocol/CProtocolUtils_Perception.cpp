@@ -472,7 +472,7 @@ void CProtocolUtils::PerceiveDistanceFromStartNodeForSet(const BitsetValue& set,
     g.initialX = &walkInitialX_;
     g.outgoing = &walkOutgoing_;
     if (loopConnections_.size() < connFrom_.size()) loopConnections_.resize(connFrom_.size());
-    DistanceWalk(g, set, wantFurthest, distances, loopConnections_, hasLoops_);
+    FastDistanceWalk(g, set, wantFurthest, distances, loopConnections_, hasLoops_);
 }
 
 }  // namespace nvk

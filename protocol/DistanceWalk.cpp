@@ -5,6 +5,7 @@
 #include <span>
 
 #include "nvk/platform/Exception.h"
+#include "nvk/protocol/DistanceWalk_internal.h"
 
 using namespace tovan;
 
@@ -47,7 +48,7 @@ std::vector<int> localStartNodes(const DistanceWalkGraph& g, const BitsetValue& 
 
 }  // namespace
 
-void DistanceWalkAsWritten(const DistanceWalkGraph& g, const BitsetValue& set, bool wantFurthest,
+void ReferenceDistanceWalk(const DistanceWalkGraph& g, const BitsetValue& set, bool wantFurthest,
                            std::vector<int>& distances, BitsetValue& loops, bool& hasLoops) {
     const int n = g.size();
     distances.resize(size_t(n), -1);
@@ -417,8 +418,8 @@ private:
 
 }  // namespace
 
-void DistanceWalk(const DistanceWalkGraph& g, const BitsetValue& set, bool wantFurthest, std::vector<int>& distances,
-                  BitsetValue& loops, bool& hasLoops) {
+void FastDistanceWalk(const DistanceWalkGraph& g, const BitsetValue& set, bool wantFurthest, std::vector<int>& distances,
+                      BitsetValue& loops, bool& hasLoops) {
     distances.resize(size_t(g.size()), -1);
     FastWalk(g, set, wantFurthest, loops, hasLoops).run(distances);
 }

@@ -1,10 +1,10 @@
-// The fast distance walk must give exactly what the walk with path copies gives, on every
+// The fast distance walk must give exactly what the reference walk (path copies) gives, on every
 // kind of graph: loops, self-loops, parallel pass and fail connections, partial sets.
 #include <gtest/gtest.h>
 
 #include <random>
 
-#include "nvk/protocol/DistanceWalk.h"
+#include "nvk/protocol/DistanceWalk_internal.h"
 #include "tests/support/TestSupport.h"
 
 using namespace nvk;
@@ -40,8 +40,8 @@ void expectSameWalks(const RandomGraph& g, const BitsetValue& set, int round, in
         std::vector<int> slow(g.down.size(), 7), fast(g.down.size(), 7);
         BitsetValue slowLoops, fastLoops;
         bool slowHas = false, fastHas = false;
-        DistanceWalkAsWritten(g.view(), set, furthest, slow, slowLoops, slowHas);
-        DistanceWalk(g.view(), set, furthest, fast, fastLoops, fastHas);
+        ReferenceDistanceWalk(g.view(), set, furthest, slow, slowLoops, slowHas);
+        FastDistanceWalk(g.view(), set, furthest, fast, fastLoops, fastHas);
         ASSERT_EQ(slow, fast) << "round " << round << " furthest " << furthest;
         ASSERT_EQ(slowLoops, fastLoops) << "round " << round << " furthest " << furthest;
         ASSERT_EQ(slowHas, fastHas) << "round " << round << " furthest " << furthest;
@@ -62,7 +62,7 @@ RandomGraph makeGraph(std::mt19937& rng, int n, int edges, bool forwardOnly) {
 
 }  // namespace
 
-TEST(DistanceWalk, MatchesTheWalkAsWrittenOnRandomGraphs) {
+TEST(DistanceWalk, MatchesTheReferenceWalkOnRandomGraphs) {
     std::mt19937 rng(20261122);
     int withLoops = 0, compared = 0;
     for (int round = 0; round < 6000; ++round) {
