@@ -99,7 +99,7 @@ public:
     ///   ... writer calls ...
     ///   batch.finish();   // a failing sink raises here
     ///
-    /// Ended by an exception instead, it hands over what was written before
+    /// Ended by an exception instead, it hands over what had been written before
     /// the failure and ignores a failure of the sink.
     class NVK_EXPORT Batch {
     public:

@@ -365,7 +365,7 @@ public:
     explicit Utf8Out(std::string& text) : text_(text), at_(text.data() + text.size()), end_(at_) {}
     Utf8Out(const Utf8Out&) = delete;
     Utf8Out& operator=(const Utf8Out&) = delete;
-    /// Cuts the text back to what was written.
+    /// Cuts the text back to what has been written.
     ~Utf8Out() { text_.resize(size_t(at_ - text_.data())); }
 
     Utf8Out& operator+=(char c) {

@@ -46,7 +46,7 @@ enum ValueTypeCode : int {
 /// reading rejects bytes that our writers never produce (a boolean byte other
 /// than 0 or 1, bits set beyond a bitset's size, a key twice in a hash table);
 /// lenient reading, for streams older than version 3 whose writers were
-/// less careful, takes them as written (non-zero is true, stray bits are
+/// less careful, takes them as they stand (non-zero is true, stray bits are
 /// dropped, the later key wins). The layout of the bytes is the same in both.
 ///
 /// A deserialize that fails leaves the value exactly as it was before the call.

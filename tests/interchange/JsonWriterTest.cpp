@@ -228,7 +228,7 @@ TEST(JsonWriter, HandsEachCallOverInOnePieceOrABatchAtItsEnd) {
     }
     EXPECT_EQ(sink.text, u"[1.5,\"a\\\"b\",{\"k\":true},7");
     EXPECT_EQ(sink.calls, 4);
-    // A batch left by an exception still hands over what was written.
+    // A batch left by an exception still hands over what had been written.
     try {
         CJsonWriter::Batch batch(w);
         w.value(8);

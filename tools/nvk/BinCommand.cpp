@@ -13,7 +13,7 @@ const CommandRegistration binCommand{
      "nvk bin FILE [--to-json OUT]\n\n"
      "Reads every record of the node file FILE (\"nvkb\", the stream version, one root node per\n"
      "record, an end mark), whatever its stream version. Without options each record is printed\n"
-     "as an indented tree, exactly as 'nvk json' prints the JSON it was written from; --to-json\n"
+     "as an indented tree, exactly as 'nvk json' prints the JSON it came from; --to-json\n"
      "OUT writes the records to OUT as one JSON array of objects, one per line.\n"
      "A file that cannot be read is reported as FILE: byte OFFSET: MESSAGE, OFFSET being the\n"
      "number of bytes read when reading stopped, exit 1.",
