@@ -10,10 +10,8 @@ cd "$(dirname "$0")/.."
 seconds="${1:-60}"
 shift || true
 
-cmake -S . -B build/fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-  -DCMAKE_CXX_COMPILER=clang++ -DNVK_FUZZ=ON -DNVK_SANITIZE=ON \
-  -DNVK_BUILD_TESTS=OFF -DNVK_BUILD_BENCH=OFF >/dev/null
-cmake --build build/fuzz -j2
+# Installs clang and its runtime when missing, then builds the preset fuzz.
+scripts/setup.sh fuzz
 
 targets=("$@")
 if ((${#targets[@]} == 0)); then
