@@ -39,5 +39,7 @@ NVK_EXPORT size_t doubleToString(double value, char* buffer, size_t capacity, in
 /// "%20" (never "+", which some servers would keep as a plus sign). A lone
 /// surrogate is encoded as U+FFFD ("%EF%BF%BD"). A null text gives a null text.
 NVK_EXPORT WString urlEncodeComponent(const WString& text);
+/// The same encoding appended to `out`, for builders of whole URLs (no text per component).
+NVK_EXPORT void urlEncodeComponent(std::u16string_view text, std::u16string& out);
 
 }  // namespace tovan::util
