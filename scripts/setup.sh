@@ -14,8 +14,9 @@ packages=(g++ cmake ninja-build pkg-config nettle-dev)
 configure=()
 case "$preset" in
   default | asan | tsan)
-    # pugixml's XPath is the reference of the XPath differential test.
-    packages+=(libgtest-dev libgmock-dev libpugixml-dev)
+    # pugixml's XPath is the reference of the XPath differential test; launch links are
+    # read back with libcurl's URL parser and their web-form object with nlohmann's JSON.
+    packages+=(libgtest-dev libgmock-dev libpugixml-dev libcurl4-openssl-dev nlohmann-json3-dev)
     [ -n "${CI:-}" ] && configure+=(-DNVK_WERROR=ON)
     ;;
   bench)
