@@ -114,13 +114,13 @@ bool CPropertyCollection::resolve(const WString& name, bool create, iPropertyCol
     if (!owner) return false;
     Ptr<tovan::iNode> node;
     if (path.isEmpty()) {
-        node = owner->getRoot();
+        node.reset(owner->getRoot());
     } else {
         // "//x" names the property x of the first node anywhere.
         WString expr = path == u"/" ? WString(u"//*") : path;
         tovan::NodeReferenceSet found;
         owner->query(expr, tovan::QueryFirstOnly, found);
-        node = found.first();
+        node.reset(found.first());
     }
     if (!node) return false;
     if (create)

@@ -105,7 +105,7 @@ public:
     Ptr() = default;
     Ptr(std::nullptr_t) {}
     /// Takes a new reference on `p`.
-    Ptr(T* p) : p_(p) {
+    explicit Ptr(T* p) : p_(p) {
         if (p_) p_->addRef();
     }
     Ptr(const Ptr& o) : Ptr(o.p_) {}
@@ -132,6 +132,10 @@ public:
     void reset() {
         if (T* p = std::exchange(p_, nullptr)) p->release();
     }
+    /// Holds `p` instead, taking a new reference on it: the raw-pointer form
+    /// of assignment, spelled out because construction from a raw pointer is
+    /// explicit (a pointer that already carries a reference goes to `adopt`).
+    void reset(T* p) { *this = Ptr(p); }
     T* get() const { return p_; }
     T* operator->() const { return p_; }
     T& operator*() const { return *p_; }

@@ -79,7 +79,7 @@ void CComponentInfo::setSubprotocol(iProtocolInfo* sub) {
             throw BadParameterException("CComponentInfo", "setSubprotocol",
                                         u"A protocol cannot be a subprotocol of one of its own components");
     if (auto* old = dynamic_cast<CProtocolInfo*>(subprotocol_.get())) old->parent_ = nullptr;
-    subprotocol_ = sub;
+    subprotocol_.reset(sub);
     if (auto* now = dynamic_cast<CProtocolInfo*>(sub)) now->parent_ = this;
 }
 

@@ -71,7 +71,7 @@ void CProtocolUtils::LoadProtocolComponents(iProtocolInfo* protocol) {
     static DebugTarget t("LoadProtocolComponents");
     if (!protocol) throw Exception(kClass, "LoadProtocolComponents", u"Cannot dereference a NULL pointer");
     ClearProtocolState();
-    protocol_ = protocol;
+    protocol_.reset(protocol);
     RemoveComponentOffsetsFromComponentPoints();
     PerceiveComponentsAndPoints();
     PerceiveAdjacency();

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <chrono>
 #include <thread>
+#include <type_traits>
 #include <utility>
 
 #include "nvk/platform/Exception.h"
@@ -128,6 +129,11 @@ TEST(Objects, FactoryCreatesByTag) {
     EXPECT_THROW_MSG(o->clone(), Exception, "Unable to clone Test.Widget");
 }
 
+// A raw pointer never turns into a holder unseen: it may already carry the
+// reference the caller meant to hand over (adopt), or none at all.
+static_assert(!std::is_convertible_v<Plain*, Ptr<Plain>>);
+static_assert(std::is_constructible_v<Ptr<Plain>, Plain*>);
+
 TEST(Objects, PtrCountsReferences) {
     auto* raw = new Plain;
     {
@@ -138,6 +144,13 @@ TEST(Objects, PtrCountsReferences) {
         Ptr<Plain> c = std::move(b);
         EXPECT_EQ(raw->getRefCount(), 2);
         EXPECT_FALSE(b);
+        // reset(raw) takes its own reference and drops the one held before.
+        auto* other = new Plain;
+        c.reset(other);
+        EXPECT_EQ(raw->getRefCount(), 1);
+        EXPECT_EQ(other->getRefCount(), 1);
+        c.reset(other);  // the same object again: nothing freed on the way
+        EXPECT_EQ(other->getRefCount(), 1);
     }
     // The last reference deleted it; a fresh object proves the count restarts.
     Ptr<Plain> d = Ptr<Plain>::adopt([] { auto* p = new Plain; p->addRef(); return p; }());
