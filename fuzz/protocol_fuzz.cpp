@@ -72,7 +72,7 @@ bool sameProtocol(const tovan::iProtocolInfo& a, const tovan::iProtocolInfo& b) 
         const std::vector<WString> names = ca.getParameterNames();
         if (names != cb.getParameterNames()) return false;
         for (const WString& name : names)
-            if (!(*ca.findParameter(name) == *cb.findParameter(name))) return false;
+            if (!(ca.findParameter(name)->getValue() == cb.findParameter(name)->getValue())) return false;
         const tovan::iProtocolInfo *sa = ca.getSubprotocol(), *sb = cb.getSubprotocol();
         if (!sa != !sb || (sa && !sameProtocol(*sa, *sb))) return false;
     }

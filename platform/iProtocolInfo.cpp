@@ -2,6 +2,8 @@
 
 namespace tovan {
 
+iParameter::~iParameter() = default;
+
 ParameterValue ParameterValue::ofText(WString t) {
     ParameterValue v;
     v.kind = Text;

@@ -10,6 +10,7 @@
 #include "nvk/platform/Export.h"
 #include "nvk/platform/Object.h"
 #include "nvk/platform/String.h"
+#include "nvk/platform/iParameter.h"
 
 namespace tovan {
 
@@ -52,24 +53,6 @@ inline constexpr wchar NVK_ProtocolStickyNotes[] = u"Protocol.StickyNotes";
 /// bool: the protocol is laid out automatically after every edit.
 inline constexpr wchar NVK_ProtocolAutoLayout[] = u"Protocol.AutoLayout";
 
-/// One component parameter: a text, an integer, a real number, a boolean, or an array of them.
-struct NVK_EXPORT ParameterValue {
-    enum Kind { Text, Integer, Real, Boolean, Array };
-    Kind kind = Text;
-    WString text = WString::empty();
-    int64_t integer = 0;
-    double real = 0;
-    bool boolean = false;
-    std::vector<ParameterValue> items;
-
-    static ParameterValue ofText(WString t);
-    static ParameterValue ofInteger(int64_t v);
-    static ParameterValue ofReal(double v);
-    static ParameterValue ofBoolean(bool v);
-    static ParameterValue ofArray(std::vector<ParameterValue> items);
-    bool operator==(const ParameterValue& o) const;
-};
-
 /// A point-valued attribute.
 struct AttributePoint {
     int32_t x = 0;
@@ -106,10 +89,18 @@ public:
     /// The protocol that holds the component (a weak link; null once removed from it).
     virtual iProtocolInfo* getProtocol() const = 0;
 
-    virtual std::vector<WString> getParameterNames() const = 0;  // in the order they were set
-    virtual const ParameterValue* findParameter(const WString& name) const = 0;  // names fold A-Z
-    virtual void setParameter(const WString& name, const ParameterValue& value) = 0;
+    // The component's parameters, in the order they were created; names fold A-Z.
+    virtual std::vector<WString> getParameterNames() const = 0;
+    /// The parameter or null.
+    virtual iParameter* findParameter(const WString& name) const = 0;
+    /// Gives the named parameter the value, creating it (type NVK_StringType, no metadata) when
+    /// missing; returns it. An empty name raises BadParameterException "A parameter needs a name".
+    virtual iParameter& setParameter(const WString& name, const ParameterValue& value) = 0;
     virtual bool removeParameter(const WString& name) = 0;
+    /// Renames a parameter and keeps its place, value, type and metadata. Raises Exception
+    /// "Parameter '%ls' not found" or "Parameter '%ls' already exists" (a change of case alone
+    /// is allowed), and BadParameterException for an empty new name.
+    virtual void renameParameter(const WString& oldName, const WString& newName) = 0;
 
     /// The nested protocol of a group component, or null.
     virtual iProtocolInfo* getSubprotocol() const = 0;

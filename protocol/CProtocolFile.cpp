@@ -294,7 +294,7 @@ void writeProtocol(CJsonWriter& w, const iProtocolInfo& p) {
             w.key(u"parameters").object();
             for (const WString& name2 : params) {
                 w.key(name2.view());
-                writeParameter(w, *c->findParameter(name2));
+                writeParameter(w, c->findParameter(name2)->getValue());
             }
             w.endObject();
         }

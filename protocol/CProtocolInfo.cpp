@@ -1,5 +1,6 @@
 #include "nvk/protocol/CProtocolInfo.h"
 
+#include "nvk/data/CPropertyCollection.h"
 #include "nvk/platform/Exception.h"
 
 using namespace tovan;
@@ -41,34 +42,65 @@ iProtocolInfo* CComponentInfo::getProtocol() const { return owner_; }
 
 std::vector<WString> CComponentInfo::getParameterNames() const {
     std::vector<WString> out;
-    for (const auto& p : parameters_) out.push_back(p.first);
+    for (const auto& p : parameters_) out.push_back(p->name_);
     return out;
 }
 
-const ParameterValue* CComponentInfo::findParameter(const WString& name) const {
+iParameter* CComponentInfo::findParameter(const WString& name) const {
     for (const auto& p : parameters_)
-        if (namesEqual(p.first, name)) return &p.second;
+        if (namesEqual(p->name_, name)) return p.get();
     return nullptr;
 }
 
-void CComponentInfo::setParameter(const WString& name, const ParameterValue& value) {
+iParameter& CComponentInfo::setParameter(const WString& name, const ParameterValue& value) {
     if (name.isEmpty())
         throw BadParameterException("CComponentInfo", "setParameter", u"A parameter needs a name");
     for (auto& p : parameters_)
-        if (namesEqual(p.first, name)) {
-            p.second = value;
-            return;
+        if (namesEqual(p->name_, name)) {
+            p->value_ = value;
+            return *p;
         }
-    parameters_.emplace_back(name, value);
+    parameters_.emplace_back(new CParameter(name, value));
+    return *parameters_.back();
 }
 
 bool CComponentInfo::removeParameter(const WString& name) {
     for (auto it = parameters_.begin(); it != parameters_.end(); ++it)
-        if (namesEqual(it->first, name)) {
+        if (namesEqual((*it)->name_, name)) {
             parameters_.erase(it);
             return true;
         }
     return false;
+}
+
+void CComponentInfo::renameParameter(const WString& oldName, const WString& newName) {
+    if (newName.isEmpty())
+        throw BadParameterException("CComponentInfo", "renameParameter", u"A parameter needs a name");
+    CParameter* found = nullptr;
+    for (auto& p : parameters_) {
+        if (namesEqual(p->name_, oldName))
+            found = p.get();
+        else if (namesEqual(p->name_, newName))
+            throw Exception("CComponentInfo", "renameParameter", u"Parameter '%ls' already exists", newName);
+    }
+    if (!found) throw Exception("CComponentInfo", "renameParameter", u"Parameter '%ls' not found", oldName);
+    found->name_ = newName;
+}
+
+// ---- CParameter ----------------------------------------------------------------------------
+
+const ClassTag CParameter::Tag("Norvatek.protocol.Parameter");
+
+CParameter::CParameter(const WString& name, const ParameterValue& value)
+    : name_(name), value_(value), type_(NVK_StringType) {}
+
+CParameter::~CParameter() = default;
+
+void CParameter::setTypeText(const WString& type) { type_ = type.isNull() ? WString(NVK_StringType) : type; }
+
+iPropertyCollection& CParameter::getMetaData() {
+    if (!metaData_) metaData_ = Ptr<iPropertyCollection>(CPropertyCollection::newInstance());
+    return *metaData_;
 }
 
 void CComponentInfo::setSubprotocol(iProtocolInfo* sub) {

@@ -71,6 +71,31 @@ protected:
 
 class CProtocolInfo;
 
+/// A component parameter held in memory; its metadata is a CPropertyCollection made on demand.
+class NVK_EXPORT CParameter : public tovan::iParameter {
+public:
+    static const tovan::ClassTag Tag;  // "Norvatek.protocol.Parameter"
+    const tovan::ClassTag& getClass() const override { return Tag; }
+
+    CParameter(const tovan::WString& name, const tovan::ParameterValue& value);
+    ~CParameter() override;
+
+    const tovan::WString& getName() const override { return name_; }
+    const tovan::ParameterValue& getValue() const override { return value_; }
+    void setValue(const tovan::ParameterValue& value) override { value_ = value; }
+    const tovan::WString& getTypeText() const override { return type_; }
+    void setTypeText(const tovan::WString& type) override;
+    tovan::iPropertyCollection& getMetaData() override;
+    tovan::iPropertyCollection* findMetaData() const override { return metaData_.get(); }
+
+private:
+    friend class CComponentInfo;
+    tovan::WString name_;
+    tovan::ParameterValue value_;
+    tovan::WString type_;
+    tovan::Ptr<tovan::iPropertyCollection> metaData_;
+};
+
 /// A component: attributes, parameters and an optional subprotocol.
 class NVK_EXPORT CComponentInfo : public AttributesIn<tovan::iComponentInfo> {
 public:
@@ -86,16 +111,17 @@ public:
 
     tovan::iProtocolInfo* getProtocol() const override;
     std::vector<tovan::WString> getParameterNames() const override;
-    const tovan::ParameterValue* findParameter(const tovan::WString& name) const override;
-    void setParameter(const tovan::WString& name, const tovan::ParameterValue& value) override;
+    tovan::iParameter* findParameter(const tovan::WString& name) const override;
+    tovan::iParameter& setParameter(const tovan::WString& name, const tovan::ParameterValue& value) override;
     bool removeParameter(const tovan::WString& name) override;
+    void renameParameter(const tovan::WString& oldName, const tovan::WString& newName) override;
     tovan::iProtocolInfo* getSubprotocol() const override { return subprotocol_.get(); }
     void setSubprotocol(tovan::iProtocolInfo* sub) override;
 
 private:
     friend class CProtocolInfo;
     CProtocolInfo* owner_;  // weak: the protocol holds the reference on us
-    std::vector<std::pair<tovan::WString, tovan::ParameterValue>> parameters_;
+    std::vector<tovan::Ptr<CParameter>> parameters_;
     tovan::Ptr<tovan::iProtocolInfo> subprotocol_;
 };
 

@@ -39,9 +39,9 @@ TEST(ProtocolFile, ReadsEveryField) {
     EXPECT_TRUE(c->getBoolAttribute(tovan::NVK_ComponentReturnsFail, flag) && flag);
     EXPECT_TRUE(c->getBoolAttribute(tovan::NVK_ComponentTakesInput, flag) && !flag);
     ASSERT_NE(c->findParameter(u"limit"), nullptr);  // parameter names fold A-Z
-    EXPECT_EQ(c->findParameter(u"Limit")->kind, tovan::ParameterValue::Integer);
-    EXPECT_EQ(c->findParameter(u"Ratio")->kind, tovan::ParameterValue::Real);
-    EXPECT_EQ(c->findParameter(u"Columns")->items.size(), 3u);
+    EXPECT_EQ(c->findParameter(u"Limit")->getValue().kind, tovan::ParameterValue::Integer);
+    EXPECT_EQ(c->findParameter(u"Ratio")->getValue().kind, tovan::ParameterValue::Real);
+    EXPECT_EQ(c->findParameter(u"Columns")->getValue().items.size(), 3u);
     ASSERT_NE(p->getComponent(1)->getSubprotocol(), nullptr);
     EXPECT_EQ(p->getComponent(1)->getSubprotocol()->getParentComponent(), p->getComponent(1));
     EXPECT_EQ(p->getConnection(0), (tovan::ConnectionInfo{1, 2, tovan::PortPass}));
@@ -95,10 +95,10 @@ TEST(ProtocolFile, TextsWithNulCharactersSurviveWriting) {
     ASSERT_TRUE(c->getTextArrayAttribute(tovan::NVK_ComponentStickyNotes, notes));
     EXPECT_EQ(notes.at(0).str(), std::u16string(u"e\0f", 3));
     EXPECT_EQ(c->getParameterNames(), p->getComponent(0)->getParameterNames());
-    const tovan::ParameterValue* g = c->findParameter(tovan::WString(std::u16string(u"\0g", 2)));
+    const tovan::iParameter* g = c->findParameter(tovan::WString(std::u16string(u"\0g", 2)));
     ASSERT_NE(g, nullptr);
-    EXPECT_EQ(*g, *p->getComponent(0)->findParameter(tovan::WString(std::u16string(u"\0g", 2))));
-    EXPECT_EQ(*c->findParameter(u"i"), *p->getComponent(0)->findParameter(u"i"));
+    EXPECT_EQ(g->getValue(), p->getComponent(0)->findParameter(tovan::WString(std::u16string(u"\0g", 2)))->getValue());
+    EXPECT_EQ(c->findParameter(u"i")->getValue(), p->getComponent(0)->findParameter(u"i")->getValue());
     EXPECT_EQ(CProtocolFile::WriteText(back.get()), CProtocolFile::WriteText(p.get()));
 }
 

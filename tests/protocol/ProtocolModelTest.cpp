@@ -55,10 +55,30 @@ TEST(ProtocolModel, AttributesAndParameters) {
     c->setParameter(u"Limit", tovan::ParameterValue::ofInteger(5));
     c->setParameter(u"LIMIT", tovan::ParameterValue::ofInteger(6));  // the same name, folded
     EXPECT_EQ(c->getParameterNames(), std::vector<tovan::WString>{u"Limit"});
-    EXPECT_EQ(*c->findParameter(u"limit"), tovan::ParameterValue::ofInteger(6));
+    EXPECT_EQ(c->findParameter(u"limit")->getValue(), tovan::ParameterValue::ofInteger(6));
+    EXPECT_EQ(c->findParameter(u"limit")->getTypeText(), tovan::WString(tovan::NVK_StringType));
+    EXPECT_EQ(c->findParameter(u"limit")->findMetaData(), nullptr);
     EXPECT_FALSE(tovan::ParameterValue::ofInteger(1) == tovan::ParameterValue::ofReal(1.0));
     EXPECT_THROW_MSG(c->setParameter(u"", tovan::ParameterValue::ofBoolean(true)), tovan::BadParameterException,
                      "A parameter needs a name");
+    // Renaming keeps place, value, type and metadata; failures change nothing.
+    tovan::iParameter& second = c->setParameter(u"Other", tovan::ParameterValue::ofText(u"x"));
+    second.setTypeText(tovan::NVK_LinkParentParameterType);
+    second.getMetaData().define(tovan::NVK_RevertName, tovan::WString(u"Other"));
+    EXPECT_THROW_MSG(c->renameParameter(u"Other", u"limit"), tovan::Exception, "Parameter 'limit' already exists");
+    EXPECT_THROW_MSG(c->renameParameter(u"Missing", u"New"), tovan::Exception, "Parameter 'Missing' not found");
+    EXPECT_THROW_MSG(c->renameParameter(u"Other", u""), tovan::BadParameterException, "A parameter needs a name");
+    EXPECT_EQ(c->getParameterNames(), (std::vector<tovan::WString>{u"Limit", u"Other"}));
+    c->renameParameter(u"other", u"OTHER");  // a change of case alone
+    c->renameParameter(u"Limit", u"Max");
+    EXPECT_EQ(c->getParameterNames(), (std::vector<tovan::WString>{u"Max", u"OTHER"}));
+    EXPECT_EQ(c->findParameter(u"other"), &second);
+    EXPECT_EQ(second.getTypeText(), tovan::WString(tovan::NVK_LinkParentParameterType));
+    second.setTypeText(tovan::WString());
+    EXPECT_EQ(second.getTypeText(), tovan::WString(tovan::NVK_StringType));
+    EXPECT_TRUE(c->removeParameter(u"other"));
+    EXPECT_TRUE(c->removeParameter(u"max"));
+    c->setParameter(u"Limit", tovan::ParameterValue::ofInteger(6));
     EXPECT_TRUE(c->removeParameter(u"limit"));
     EXPECT_EQ(c->findParameter(u"Limit"), nullptr);
     EXPECT_EQ(c->getProtocol(), p.get());

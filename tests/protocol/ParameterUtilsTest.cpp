@@ -1,0 +1,347 @@
+// Parameter link types, promotion stacks and series parameter names.
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <random>
+#include <string>
+
+#include "nvk/data/CPropertyCollection.h"
+#include "nvk/platform/ArrayValue.h"
+#include "nvk/platform/Exception.h"
+#include "nvk/platform/Value.h"
+#include "nvk/protocol/CParameterUtils.h"
+#include "nvk/protocol/CPropertyUtils.h"
+#include "nvk/protocol/CProtocolInfo.h"
+#include "tests/support/TestSupport.h"
+
+using namespace nvk;
+using namespace tovan;
+using nvktest::utf8;
+
+namespace {
+
+// The stack as stored, bottom first; a single (older) text as one element; none as empty.
+std::vector<std::string> stackOf(const iPropertyCollection* md) {
+    std::vector<std::string> out;
+    const iProperty* e = md ? md->find(NVK_PromotedFromNew) : nullptr;
+    if (!e) return out;
+    if (auto* a = dynamic_cast<const StringArrayValue*>(&e->getValue())) {
+        for (size_t i = 0; i < a->size(); ++i) out.push_back(utf8(a->get(i)));
+    } else {
+        out.push_back("single:" + utf8(e->getValue().toString()));
+    }
+    return out;
+}
+
+std::string top(const iProperty& p) {
+    WString name = u"stale";
+    return CPropertyUtils::topPromotedFrom(p, name) ? utf8(name) : "(none, name '" + utf8(name) + "')";
+}
+
+}  // namespace
+
+TEST(ParameterUtils, LinkTypesBothWays) {
+    const std::pair<ParamLinkType, const char16_t*> table[] = {
+        {ParamLinkParentParameter, u"LinkParentParameter"},   {ParamLinkGlobalProperty, u"LinkGlobalProperty"},
+        {ParamLinkDataProperty, u"LinkDataProperty"},         {ParamLinkAliasParameter, u"LinkAliasParameter"},
+        {ParamLinkComponentParameter, u"LinkComponentParameter"}, {ParamLinkTextURL, u"LinkTextURL"},
+        {ParamLinkExpression, u"LinkExpression"},             {ParamLinkSingleParentParameter, u"LinkSingleParentParameter"},
+    };
+    for (auto [type, text] : table) {
+        EXPECT_EQ(CParameterUtils::getParamLinkType(WString(text)), type) << utf8(text);
+        EXPECT_EQ(WString(CParameterUtils::getParamLinkTypeText(type)), WString(text));
+        std::u16string folded(text);
+        for (char16_t& c : folded) c = (c >= u'A' && c <= u'Z') ? c + 32 : (c >= u'a' && c <= u'z' ? c - 32 : c);
+        EXPECT_EQ(CParameterUtils::getParamLinkType(WString(folded)), type) << utf8(WString(folded));
+        EXPECT_TRUE(CParameterUtils::isLinkType(type));
+        EXPECT_EQ(CParameterUtils::isParentLinkType(type),
+                  type == ParamLinkParentParameter || type == ParamLinkSingleParentParameter);
+    }
+    for (const WString& text : {WString(), WString::empty(), WString(u"x"), WString(u"L"), WString(u"Lx"),
+                                WString(u"String"), WString(u" LinkExpression"), WString(u"LinkExpressionX"),
+                                WString(u"\u212ainkExpression")})  // Kelvin sign: no fold beyond A-Z
+        EXPECT_EQ(CParameterUtils::getParamLinkType(text), ParamStringType) << utf8(text);
+    for (int outside : {0, -1, 9, 1000}) EXPECT_EQ(WString(CParameterUtils::getParamLinkTypeText(outside)), WString(u"String"));
+    EXPECT_FALSE(CParameterUtils::isLinkType(ParamStringType));
+    EXPECT_FALSE(CParameterUtils::isParentLinkType(ParamStringType));
+
+    Ptr<CProtocolInfo> protocol(new CProtocolInfo(u"p"));
+    iParameter& p = protocol->addComponent(1, u"A")->setParameter(u"x", ParameterValue::ofText(u"y"));
+    EXPECT_EQ(CParameterUtils::getParamLinkType(p), ParamStringType);
+    p.setTypeText(u"linkdataproperty");
+    EXPECT_EQ(CParameterUtils::getParamLinkType(p), ParamLinkDataProperty);
+}
+
+TEST(ParameterUtils, InitializeUsingNeedsTheSingleParentTypeFirst) {
+    Ptr<CProtocolInfo> protocol(new CProtocolInfo(u"p"));
+    iParameter& p = protocol->addComponent(1, u"A")->setParameter(u"x", ParameterValue::ofText(u"Parent"));
+    p.setTypeText(NVK_LinkSingleParentParameterType);
+    EXPECT_FALSE(CParameterUtils::isInitializeUsingParentParameterType(p));  // no setting
+    iProperty& setting = p.getMetaData().define(NVK_InitializeUsing, BooleanValue(false));
+    EXPECT_FALSE(CParameterUtils::isInitializeUsingParentParameterType(p));
+    setting.setValue(BooleanValue(true));
+    EXPECT_TRUE(CParameterUtils::isInitializeUsingParentParameterType(p));
+    setting.setValue(StringValue(u"TRUE"));
+    EXPECT_TRUE(CParameterUtils::isInitializeUsingParentParameterType(p));
+    setting.setValue(StringValue(u"yes"));
+    EXPECT_FALSE(CParameterUtils::isInitializeUsingParentParameterType(p));
+    setting.setValue(BooleanValue(true));
+    p.setTypeText(u"LINKSINGLEPARENTPARAMETER");
+    EXPECT_TRUE(CParameterUtils::isInitializeUsingParentParameterType(p));
+    for (const char16_t* other : {u"LinkParentParameter", u"String", u"LinkSingleParentParameter "}) {
+        p.setTypeText(other);
+        EXPECT_FALSE(CParameterUtils::isInitializeUsingParentParameterType(p)) << utf8(other);
+    }
+}
+
+TEST(PropertyUtils, PromotionStackOnPropertiesAndParameters) {
+    Ptr<CPropertyCollection> c(CPropertyCollection::newInstance());
+    iProperty& prop = c->define(u"p", WString(u"v"));
+    EXPECT_FALSE(CPropertyUtils::hasPromotedFrom(prop));
+    EXPECT_FALSE(CPropertyUtils::popPromotedFrom(prop));
+    EXPECT_EQ(prop.findMetaData(), nullptr);  // asking made no metadata
+    EXPECT_EQ(top(prop), "(none, name '')");
+
+    CPropertyUtils::pushPromotedFrom(prop, u"A");
+    CPropertyUtils::pushPromotedFrom(prop, u"B");
+    EXPECT_EQ(stackOf(prop.findMetaData()), (std::vector<std::string>{"A", "B"}));
+    EXPECT_EQ(top(prop), "B");
+    EXPECT_TRUE(CPropertyUtils::popPromotedFrom(prop));
+    EXPECT_EQ(top(prop), "A");
+    EXPECT_TRUE(CPropertyUtils::popPromotedFrom(prop));  // the last name takes the entry
+    EXPECT_FALSE(CPropertyUtils::hasPromotedFrom(prop));
+    EXPECT_EQ(prop.findMetaData()->getSize(), 0);
+    EXPECT_FALSE(CPropertyUtils::popPromotedFrom(prop));
+
+    // An older single text is a one-element stack; a push replaces it by an array.
+    prop.getMetaData().define(NVK_PromotedFromNew, WString(u"Old"));
+    EXPECT_EQ(top(prop), "Old");
+    CPropertyUtils::pushPromotedFrom(prop, u"New");
+    EXPECT_EQ(stackOf(prop.findMetaData()), (std::vector<std::string>{"New"}));
+    prop.findMetaData()->get(NVK_PromotedFromNew).setValue(StringValue(u"Old"));
+    EXPECT_TRUE(CPropertyUtils::popPromotedFrom(prop));
+    EXPECT_FALSE(CPropertyUtils::hasPromotedFrom(prop));
+    // An empty array exists but has no top; popping removes it.
+    prop.getMetaData().define(NVK_PromotedFromNew, StringArrayValue{});
+    EXPECT_TRUE(CPropertyUtils::hasPromotedFrom(prop));
+    EXPECT_EQ(top(prop), "(none, name '')");
+    EXPECT_TRUE(CPropertyUtils::popPromotedFrom(prop));
+    EXPECT_FALSE(CPropertyUtils::hasPromotedFrom(prop));
+    // Other metadata stays where it was.
+    prop.getMetaData().define(u"Units", WString(u"mm"));
+    CPropertyUtils::pushPromotedFrom(prop, u"A");
+    CPropertyUtils::popPromotedFrom(prop);
+    EXPECT_EQ(prop.findMetaData()->getSize(), 1);
+
+    // Parameters keep the same stack in their own metadata.
+    Ptr<CProtocolInfo> protocol(new CProtocolInfo(u"p"));
+    iParameter& param = protocol->addComponent(1, u"A")->setParameter(u"x", ParameterValue::ofText(u""));
+    CPropertyUtils::pushPromotedFrom(param, u"Item 3");
+    CPropertyUtils::pushPromotedFrom(param, u"Item 4 extra");
+    EXPECT_TRUE(CPropertyUtils::hasPromotedFrom(param));
+    WString name;
+    EXPECT_TRUE(CPropertyUtils::topPromotedFrom(param, name));
+    EXPECT_EQ(name, WString(u"Item 4 extra"));
+
+    // The top moves from one series index to another only when it carries the old index.
+    EXPECT_FALSE(CPropertyUtils::updatePromotionFromMetadata(param, 3, 9));
+    EXPECT_TRUE(CPropertyUtils::updatePromotionFromMetadata(param, 4, 12));
+    EXPECT_EQ(stackOf(param.findMetaData()), (std::vector<std::string>{"Item 3", "Item 12 extra"}));
+    CPropertyUtils::pushPromotedFrom(param, u"NoNumber");
+    EXPECT_FALSE(CPropertyUtils::updatePromotionFromMetadata(param, -1, 2));  // -1 is no index
+    EXPECT_EQ(stackOf(param.findMetaData()), (std::vector<std::string>{"Item 3", "Item 12 extra", "NoNumber"}));
+    iProperty& bare = c->define(u"bare", WString(u"v"));
+    EXPECT_FALSE(CPropertyUtils::updatePromotionFromMetadata(bare, -1, 1));
+    EXPECT_EQ(bare.findMetaData(), nullptr);
+}
+
+TEST(ParameterUtils, RenameSeriesParameterMovesStackAndRevertInfo) {
+    Ptr<CProtocolInfo> protocol(new CProtocolInfo(u"p"));
+    iComponentInfo* c = protocol->addComponent(1, u"A");
+    c->setParameter(u"Item 1", ParameterValue::ofText(u"one"));
+    iParameter& item = c->setParameter(u"Item 2", ParameterValue::ofText(u"two"));
+    CPropertyUtils::pushPromotedFrom(item, u"Source");
+    CPropertyUtils::pushPromotedFrom(item, u"Item 2");
+    item.getMetaData().define(NVK_RevertName, WString(u"Item 2"));
+
+    EXPECT_THROW_MSG(CParameterUtils::renameSeriesParameter(*c, u"Item 2", u"item 1"), Exception,
+                     "Parameter 'item 1' already exists");
+    EXPECT_THROW_MSG(CParameterUtils::renameSeriesParameter(*c, u"Item 5", u"Item 6"), Exception,
+                     "Parameter 'Item 5' not found");
+    EXPECT_EQ(c->getParameterNames(), (std::vector<WString>{u"Item 1", u"Item 2"}));
+    EXPECT_EQ(stackOf(item.findMetaData()), (std::vector<std::string>{"Source", "Item 2"}));
+    EXPECT_EQ(item.findMetaData()->get(NVK_RevertName).getValue().toString(), WString(u"Item 2"));
+
+    CParameterUtils::renameSeriesParameter(*c, u"item 2", u"Item 3");
+    EXPECT_EQ(c->getParameterNames(), (std::vector<WString>{u"Item 1", u"Item 3"}));
+    EXPECT_EQ(c->findParameter(u"Item 3"), &item);
+    EXPECT_EQ(stackOf(item.findMetaData()), (std::vector<std::string>{"Source", "Item 3"}));
+    EXPECT_EQ(item.findMetaData()->get(NVK_RevertName).getValue().toString(), WString(u"Item 3"));
+
+    // A parameter without revert info gets none; a non-series rename leaves the stack.
+    iParameter& plain = c->setParameter(u"Plain", ParameterValue::ofText(u""));
+    CPropertyUtils::pushPromotedFrom(plain, u"Plain 1");
+    CParameterUtils::renameSeriesParameter(*c, u"Plain", u"Other 2");
+    EXPECT_EQ(stackOf(plain.findMetaData()), (std::vector<std::string>{"Plain 1"}));
+    EXPECT_EQ(plain.findMetaData()->find(NVK_RevertName), nullptr);
+    EXPECT_FALSE(CParameterUtils::renameRevertInfo(plain, u"x"));
+}
+
+TEST(ParameterUtils, AncestorsFollowParentLinksUpTheGroups) {
+    // outer: H holds group protocol mid; mid: G holds group protocol inner; inner: C.
+    Ptr<CProtocolInfo> outer(new CProtocolInfo(u"outer"));
+    Ptr<CProtocolInfo> mid(new CProtocolInfo(u"mid"));
+    Ptr<CProtocolInfo> inner(new CProtocolInfo(u"inner"));
+    iComponentInfo* h = outer->addComponent(1, u"H");
+    iComponentInfo* g = mid->addComponent(1, u"G");
+    iComponentInfo* c = inner->addComponent(1, u"C");
+    h->setSubprotocol(mid.get());
+    g->setSubprotocol(inner.get());
+    h->setParameter(u"Root", ParameterValue::ofText(u"42"));
+    iParameter& midParam = g->setParameter(u"Mid", ParameterValue::ofText(u"root"));  // names fold A-Z
+    midParam.setTypeText(NVK_LinkParentParameterType);
+    iParameter& leaf = c->setParameter(u"Leaf", ParameterValue::ofText(u"Mid"));
+    leaf.setTypeText(NVK_LinkSingleParentParameterType);
+
+    std::vector<WString> names{u"stale"};
+    CParameterUtils::getAncestors(*c, leaf, names);
+    EXPECT_EQ(names, (std::vector<WString>{u"Mid", u"Root"}));
+    CParameterUtils::getAncestors(*g, midParam, names);
+    EXPECT_EQ(names, (std::vector<WString>{u"Root"}));
+    leaf.setValue(ParameterValue::ofText(u"Missing"));
+    CParameterUtils::getAncestors(*c, leaf, names);
+    EXPECT_TRUE(names.empty());
+    leaf.setValue(ParameterValue::ofText(u"Mid"));
+    leaf.setTypeText(NVK_LinkAliasParameterType);  // not a parent link
+    CParameterUtils::getAncestors(*c, leaf, names);
+    EXPECT_TRUE(names.empty());
+    iParameter& top = h->setParameter(u"Up", ParameterValue::ofText(u"Root"));
+    top.setTypeText(NVK_LinkParentParameterType);  // the top protocol has no group above
+    CParameterUtils::getAncestors(*h, top, names);
+    EXPECT_TRUE(names.empty());
+}
+
+TEST(ParameterUtils, NevershowParameterIsCreatedHidden) {
+    Ptr<CProtocolInfo> protocol(new CProtocolInfo(u"p"));
+    iComponentInfo* c = protocol->addComponent(1, u"A");
+    iParameter& made = CParameterUtils::setNevershowParameter(*c, u"Hidden", ParameterValue::ofInteger(3));
+    EXPECT_EQ(c->findParameter(u"hidden"), &made);
+    EXPECT_EQ(made.getValue(), ParameterValue::ofInteger(3));
+    EXPECT_EQ(made.getTypeText(), WString(NVK_StringType));
+    EXPECT_TRUE(made.findMetaData()->get(NVK_NeverShow).getValue().equals(BooleanValue(true)));
+    iParameter& shown = c->setParameter(u"Shown", ParameterValue::ofText(u"a"));
+    EXPECT_EQ(&CParameterUtils::setNevershowParameter(*c, u"SHOWN", ParameterValue::ofBoolean(true)), &shown);
+    EXPECT_EQ(shown.getValue(), ParameterValue::ofBoolean(true));
+    EXPECT_EQ(shown.findMetaData(), nullptr);
+    EXPECT_THROW_MSG(CParameterUtils::setNevershowParameter(*c, u"", ParameterValue::ofText(u"")), BadParameterException,
+                     "A parameter needs a name");
+    EXPECT_EQ(c->getParameterNames().size(), 2u);
+}
+
+namespace {
+
+struct Parsed {
+    bool ok = false;
+    std::u16string prefix, suffix;
+    int index = -1;
+    bool operator==(const Parsed&) const = default;
+    friend void PrintTo(const Parsed& p, std::ostream* os) {
+        *os << (p.ok ? "parsed '" : "not parsed '") << utf8(WString(p.prefix)) << "' " << p.index << " '"
+            << utf8(WString(p.suffix)) << "'";
+    }
+};
+
+bool space(char16_t c) { return c == u'\t' || c == u'\n' || c == u'\r' || c == u' ' || c == 0xA0; }
+bool digit(char16_t c) { return c >= u'0' && c <= u'9'; }
+
+// The rule read forwards: the last whitespace directly followed by a digit; the digits after
+// it are the index, the text before it the prefix, the rest trimmed the suffix.
+Parsed plainParse(const std::u16string& s) {
+    Parsed r;
+    size_t at = std::u16string::npos;
+    for (size_t i = 0; i + 1 < s.size(); ++i)
+        if (space(s[i]) && digit(s[i + 1])) at = i;
+    if (at == std::u16string::npos) return r;
+    size_t end = at + 1;
+    while (end < s.size() && digit(s[end])) ++end;
+    std::u16string digits = s.substr(at + 1, end - at - 1);
+    size_t first = digits.find_first_not_of(u'0');
+    if (first != std::u16string::npos && (digits.size() - first > 10 ||
+                                         std::stoll(std::string(digits.begin() + first, digits.end())) > INT_MAX))
+        return r;
+    size_t b = end, e = s.size();
+    while (b < e && space(s[b])) ++b;
+    while (e > b && space(s[e - 1])) --e;
+    r = {true, s.substr(0, at), s.substr(b, e - b),
+         first == std::u16string::npos ? 0 : int(std::stoll(std::string(digits.begin() + first, digits.end())))};
+    return r;
+}
+
+Parsed ours(const WString& name) {
+    WString prefix = u"old", suffix = u"old";
+    int index = 77;
+    Parsed r;
+    r.ok = CPropertyUtils::parseSeriesParameterName(name, prefix, index, suffix);
+    r.prefix = prefix.str();
+    r.suffix = suffix.str();
+    r.index = index;
+    if (!r.ok && !name.isEmpty()) {
+        EXPECT_EQ(r, (Parsed{false, u"", u"", -1})) << utf8(name);  // outputs cleared
+    }
+    if (!r.ok) r = Parsed{};
+    EXPECT_EQ(CPropertyUtils::getSeriesParameterIndex(name), r.ok ? r.index : -1);
+    return r;
+}
+
+}  // namespace
+
+TEST(PropertyUtils, SeriesNames) {
+    EXPECT_EQ(ours(u"Item 7"), (Parsed{true, u"Item", u"", 7}));
+    EXPECT_EQ(ours(u"Item7"), Parsed{});
+    EXPECT_EQ(ours(u"Item 7 extra"), (Parsed{true, u"Item", u"extra", 7}));
+    EXPECT_EQ(ours(u"Step 12 of 3"), (Parsed{true, u"Step 12 of", u"", 3}));
+    EXPECT_EQ(ours(u"Step 3b"), (Parsed{true, u"Step", u"b", 3}));
+    EXPECT_EQ(ours(u"Item\u00a007\t \r\n"), (Parsed{true, u"Item", u"", 7}));
+    EXPECT_EQ(ours(u" 5"), (Parsed{true, u"", u"", 5}));
+    EXPECT_EQ(ours(u"7 x"), Parsed{});  // no whitespace before the number
+    EXPECT_EQ(ours(u"Item \u0667"), Parsed{});  // Arabic-Indic seven is not an ASCII digit
+    EXPECT_EQ(ours(u"Item\v7"), Parsed{});  // vertical tab is not in the set
+    EXPECT_EQ(ours(u"Item 2147483647"), (Parsed{true, u"Item", u"", 2147483647}));
+    EXPECT_EQ(ours(u"Item 2147483648"), Parsed{});
+    // A null or empty name leaves the outputs alone.
+    for (const WString& name : {WString(), WString::empty()}) {
+        WString prefix = u"p", suffix = u"s";
+        int index = 5;
+        EXPECT_FALSE(CPropertyUtils::parseSeriesParameterName(name, prefix, index, suffix));
+        EXPECT_EQ(prefix, WString(u"p"));
+        EXPECT_EQ(suffix, WString(u"s"));
+        EXPECT_EQ(index, 5);
+        EXPECT_EQ(CPropertyUtils::getSeriesParameterIndex(name), -1);
+    }
+
+    WString made = u"stale";
+    CPropertyUtils::createSeriesParameterName(u"Item", 7, WString::empty(), made);
+    EXPECT_EQ(made, WString(u"Item 7"));
+    EXPECT_EQ(CPropertyUtils::createSeriesParameterName(u"Item", 7, u"extra"), WString(u"Item 7 extra"));
+    EXPECT_EQ(CPropertyUtils::createSeriesParameterName(u"Item", -2), WString(u"Item -2"));
+}
+
+TEST(PropertyUtils, SeriesNamesAgainstAPlainReadingOfTheRule) {
+    std::mt19937 rng(35);
+    const std::u16string alphabet = u"aZq09 \t\n\r\u00a0\v\f";
+    for (int round = 0; round < 20000; ++round) {
+        std::u16string name;
+        for (size_t i = 0, n = rng() % 14; i < n; ++i) name += alphabet[rng() % alphabet.size()];
+        if (rng() % 50 == 0) name += u" 99999999999";
+        Parsed expected = name.empty() ? Parsed{} : plainParse(name);
+        ASSERT_EQ(ours(WString(name)), expected) << utf8(WString(name));
+        bool suffixHasNumber = false;
+        for (size_t i = 0; i + 1 < expected.suffix.size(); ++i)
+            suffixHasNumber |= space(expected.suffix[i]) && digit(expected.suffix[i + 1]);
+        if (expected.ok && !suffixHasNumber) {
+            // What parses is made again by the maker, unless its suffix holds a series number.
+            WString rebuilt = CPropertyUtils::createSeriesParameterName(expected.prefix, expected.index, expected.suffix);
+            EXPECT_EQ(CPropertyUtils::getSeriesParameterIndex(rebuilt), expected.index) << utf8(rebuilt);
+        }
+    }
+}
