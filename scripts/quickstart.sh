@@ -9,6 +9,11 @@ set -x
 "$nvk" help
 credentials=$("$nvk" credentials new --user alice --domain LAB --password secret --role Viewer --role Group:Chemists --flags 0x4)
 "$nvk" credentials show "$credentials"
+"$nvk" link --server workflows.example:9943 --protocol 'Protocols\Demo\Clean and Score' --param Threshold=0.5 --param Tags=raw --param Tags=clean --style 3:report.pdf
+"$nvk" link --server https://workflows.example --protocol 'Protocols\Demo\Clean and Score' --run-as creator --session 0a1b2c3d --progress 'Scoring...'
+"$nvk" series parse 'Step 12 of 3'
+"$nvk" series parse 'Item 7 extra' --json
+"$nvk" series make Item 8 extra
 "$nvk" perceive examples/clean-and-score.json
 "$nvk" perceive examples/clean-and-score.json --json
 "$nvk" layout examples/clean-and-score.json -o build/default/clean-and-score.laid-out.json --svg build/default/clean-and-score.svg
