@@ -90,6 +90,7 @@ CProtocolLinkBuilder& CProtocolLinkBuilder::operator=(const CProtocolLinkBuilder
 CProtocolLinkBuilder::~CProtocolLinkBuilder() = default;
 
 void CProtocolLinkBuilder::SetParameter(const WString& name, const WString& value) {
+    if (name.isEmpty()) throw BadParameterException(kClass, "SetParameter", u"A parameter needs a name");
     StringValue v(value.isNull() ? WString::empty() : value);
     if (iProperty* p = parameters_->find(name))
         p->setValue(v);
@@ -98,6 +99,7 @@ void CProtocolLinkBuilder::SetParameter(const WString& name, const WString& valu
 }
 
 void CProtocolLinkBuilder::SetParameter(const WString& name, const std::vector<WString>& values) {
+    if (name.isEmpty()) throw BadParameterException(kClass, "SetParameter", u"A parameter needs a name");
     StringArrayValue v;
     for (const WString& value : values) v.append(value.isNull() ? WString::empty() : value);
     if (iProperty* p = parameters_->find(name))

@@ -65,7 +65,8 @@ public:
     CProtocolLinkBuilder& operator=(const CProtocolLinkBuilder& other);
     ~CProtocolLinkBuilder();
 
-    /// Stores a single text value under `name`.
+    /// Stores a single text value under `name`. A null or empty name raises
+    /// BadParameterException "A parameter needs a name".
     void SetParameter(const tovan::WString& name, const tovan::WString& value);
     /// Stores an array of texts (a string-array value) under `name`.
     void SetParameter(const tovan::WString& name, const std::vector<tovan::WString>& values);

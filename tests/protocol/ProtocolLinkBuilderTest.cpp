@@ -84,6 +84,7 @@ TEST(ProtocolLinkBuilder, LaunchLinkCarriesEveryParameterAsAsked) {
     b.SetParameter(u"Tags", texts({u"a", u"", u"c&d"}));
     b.SetParameter(u"None", std::vector<WString>{});
     b.SetParameter(u"threshold", u"0.75");  // same name folded: replaced in place
+    b.SetParameter(u"/Path/like", u"v");     // no hierarchical lookup in a builder
     b.SetProgressMessage(u"Scoring\u2026 50%");
     b.SetArrayDelimiter(u",");
     ParsedLink p = parse(b.Construct());
@@ -100,7 +101,8 @@ TEST(ProtocolLinkBuilder, LaunchLinkCarriesEveryParameterAsAsked) {
                       {"Empty", ""},
                       {"Tags", "a"},
                       {"Tags", ""},
-                      {"Tags", "c&d"}};
+                      {"Tags", "c&d"},
+                      {"/Path/like", "v"}};
     EXPECT_EQ(p.query, expected);
     // "?" only once, before the identifier; "$protocol=" is sent as it is, the rest encoded.
     EXPECT_EQ(p.rawQuery.substr(0, 54), "$protocol=Protocols%2FWeb%20Services%2FScore&%24stream");
@@ -245,6 +247,10 @@ TEST(ProtocolLinkBuilder, FailuresLeaveTheBuilderAsItWas) {
                      "Unknown result style 0");
     EXPECT_THROW_MSG(b.SetResultStyle(CProtocolLinkBuilder::ResultStyle(6)), tovan::BadParameterException,
                      "Unknown result style 6");
+    EXPECT_THROW_MSG(b.SetParameter(WString(), u"v"), tovan::BadParameterException, "A parameter needs a name");
+    EXPECT_THROW_MSG(b.SetParameter(u"", std::vector<WString>{u"v"}), tovan::BadParameterException,
+                     "A parameter needs a name");
+    EXPECT_EQ(b.getParameters().getSize(), 1);
     unchanged();
 
     for (const WString& id : {WString(), WString::empty()}) {
