@@ -3,7 +3,8 @@
 # against the installed tree only, the two ways users do: CMake's
 # find_package(nvk) and a plain compiler line from pkg-config. Both programs
 # must run and print the same. Every installed header must also compile on
-# its own. Usage: scripts/consumer.sh (after scripts/setup.sh or scripts/test.sh)
+# its own, and examples/cpp must build and run against the installed tree.
+# Usage: scripts/consumer.sh (after scripts/setup.sh or scripts/test.sh)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup.sh default >/dev/null
@@ -38,4 +39,10 @@ LD_LIBRARY_PATH="$libdir" "$scratch/consumer-pc" >"$scratch/pc.out"
 
 diff "$scratch/cmake.out" "$scratch/pc.out"
 cat "$scratch/cmake.out"
-echo "consumer: both builds ran"
+
+echo "consumer: examples/cpp, as the README builds it"
+cmake -S examples/cpp -B "$scratch/example" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" \
+  -DCMAKE_CXX_FLAGS="${warnings[*]}" >/dev/null
+cmake --build "$scratch/example" >/dev/null
+"$scratch/example/first_steps" examples/stations.json examples/clean-and-score.json "$scratch" >/dev/null
+echo "consumer: all builds ran"

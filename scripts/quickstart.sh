@@ -28,3 +28,5 @@ credentials=$("$nvk" credentials new --user alice --domain LAB --password secret
 "$nvk" json examples/bare-members.json --to-bin build/bare-members-v1.nvkb --stream-version 1
 "$nvk" bin build/bare-members-v1.nvkb --to-json build/bare-members-from-bin.json
 "$nvk" json examples/broken.json || echo "(broken.json is refused on purpose, exit status $?)"
+# The same from C++: examples/cpp/first_steps.cpp.
+build/default/nvk_example examples/stations.json examples/clean-and-score.json build/default
