@@ -111,7 +111,7 @@ void CProtocolLinkBuilder::SetParameter(const WString& name, const std::vector<W
 void CProtocolLinkBuilder::SetRunUser(RunAsUser kind, const WString& sessionID) {
     if (kind < RunAsCreator || kind > RunAsAnonymous)
         throw BadParameterException(kClass, "SetRunUser", u"Unknown run-as kind %d", int(kind));
-    if (kind == RunAsCreator && sessionID.isEmpty())
+    if (kind == RunAsCreator && sessionID.isNull())
         throw Exception(kClass, "SetRunUser", u"A session ID must be registered to run as the protocol link creator");
     runAs_ = kind;
     sessionID_ = kind == RunAsCreator ? sessionID : WString::empty();
@@ -141,10 +141,8 @@ void CProtocolLinkBuilder::AppendQueryParam(std::u16string& out, std::u16string_
 }
 
 void CProtocolLinkBuilder::AppendScheme(std::u16string& out) const {
-    std::u16string_view base = serverBase_.view();
-    while (!base.empty() && base.back() == u'/') base.remove_suffix(1);
-    if (!startsWith(base, u"http")) out += u"https://";
-    out += base;
+    if (!startsWith(serverBase_.view(), u"http")) out += u"https://";
+    out += serverBase_.view();
 }
 
 void CProtocolLinkBuilder::AppendParameters(std::u16string& out) {

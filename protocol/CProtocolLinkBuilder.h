@@ -13,8 +13,8 @@
 // Every query name and value goes through util::urlEncodeComponent (UTF-8, everything but
 // A-Z a-z 0-9 - _ . ~ percent-encoded). Choices the link format leaves open:
 // - A server base without a scheme gets "https://"; one that begins with "http" (exactly
-//   those letters, in lower case) is used as it is. Slashes at the end of the base are
-//   dropped so that the path does not start with "//".
+//   those letters, in lower case) is used as it is. The base is otherwise sent as given: a
+//   slash at its end stays, and the path then starts with "//".
 // - The protocol identifier is a query value after "$protocol=" and "protocol=", encoded
 //   whole ("/" too); after "/protocols/" it is a path, so each of its "/"-separated segments
 //   is encoded and the slashes stay.
@@ -70,9 +70,10 @@ public:
     void SetParameter(const tovan::WString& name, const tovan::WString& value);
     /// Stores an array of texts (a string-array value) under `name`.
     void SetParameter(const tovan::WString& name, const std::vector<tovan::WString>& values);
-    /// Kind 1 needs a session ID: a null or empty one raises Exception "A session ID must be
-    /// registered to run as the protocol link creator". Other kinds clear the stored ID. A kind
-    /// outside 1 to 3 raises BadParameterException "Unknown run-as kind %d".
+    /// Kind 1 needs a session ID: a null one raises Exception "A session ID must be registered
+    /// to run as the protocol link creator"; an empty one is stored and sent as it is. Other
+    /// kinds clear the stored ID. A kind outside 1 to 3 raises BadParameterException
+    /// "Unknown run-as kind %d".
     void SetRunUser(RunAsUser kind, const tovan::WString& sessionID = tovan::WString());
     /// A null or empty value clears the stored one. A style outside 1 to 5 raises
     /// BadParameterException "Unknown result style %d".

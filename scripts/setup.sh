@@ -15,8 +15,8 @@ configure=()
 case "$preset" in
   default | asan | tsan)
     # pugixml's XPath is the reference of the XPath differential test; launch links are
-    # read back with libcurl's URL parser and their web-form object with nlohmann's JSON.
-    packages+=(libgtest-dev libgmock-dev libpugixml-dev libcurl4-openssl-dev nlohmann-json3-dev)
+    # read back with libcurl's URL parser.
+    packages+=(libgtest-dev libgmock-dev libpugixml-dev libcurl4-openssl-dev)
     [ -n "${CI:-}" ] && configure+=(-DNVK_WERROR=ON)
     ;;
   bench)
