@@ -118,9 +118,9 @@ bool CPropertyUtils::parseSeriesParameterName(const WString& name, WString& pref
     suffix = WString::empty();
     index = -1;
     const std::u16string_view text = name.view();
-    // Backward scan: the run of digits seen last (its start and length) and the whitespace
-    // before it. Anything else ends the run, so the run always starts right after the
-    // whitespace that ends the scan.
+    // Backward scan: the run of digits seen last (its start and length) and the leftmost
+    // whitespace since anything else was seen. Whitespace ends the scan once a run is seen;
+    // a scan that reaches the first character may end on a run with whitespace after it.
     size_t runStart = 0, runLength = 0, space = std::u16string_view::npos;
     for (size_t i = text.size(); i-- > 0;) {
         char16_t c = text[i];
@@ -135,7 +135,7 @@ bool CPropertyUtils::parseSeriesParameterName(const WString& name, WString& pref
             space = std::u16string_view::npos;
         }
     }
-    if (runLength == 0 || space == std::u16string_view::npos || space > runStart) return false;
+    if (runLength == 0 || space == std::u16string_view::npos) return false;
     long long value = 0;
     for (size_t i = runStart; i < runStart + runLength; ++i) {
         value = value * 10 + (text[i] - u'0');

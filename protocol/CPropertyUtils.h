@@ -12,9 +12,10 @@
 // directly follows whitespace (tab, line feed, carriage return, space or no-break space) is
 // the index, the text before that whitespace the prefix, and the text after the number, with
 // whitespace trimmed from both ends, the suffix ("Step 12 of 3": "Step 12 of", 3, "";
-// "Step 3b": "Step", 3, "b"). Choices the rule leaves open: a number without whitespace
-// before it never parses, even when whitespace follows it ("7 x"); only the ASCII digits
-// count; and a number too large for a 32-bit int does not parse.
+// "Step 3b": "Step", 3, "b"). A name that begins with its number, with whitespace after the
+// number and no number after that whitespace, takes the text before that whitespace (the
+// number itself) as prefix: "7 x" gives "7", 7, "x". Choices the rule leaves open: only the
+// ASCII digits count, and a number too large for a 32-bit int does not parse.
 //
 // All operations are static and take the caller's objects; none keeps state.
 #include "nvk/platform/Export.h"
