@@ -4,8 +4,10 @@
 
 #include "nvk/interchange/CJsonReader.h"
 #include "nvk/interchange/CJsonWriter.h"
+#include "nvk/platform/ArrayValue.h"
 #include "nvk/platform/Exception.h"
 #include "nvk/platform/FileInterface.h"
+#include "nvk/platform/Value.h"
 
 using namespace tovan;
 namespace json = cajun::json;
@@ -100,7 +102,53 @@ public:
         }
         throw Exception(
             kClass, "Read", u"%ls%ls: %ls", file_, at.where(),
-            inArray ? u"expected a text, number or boolean" : u"expected a text, number, boolean or array of them");
+            inArray ? u"expected a text, number or boolean"
+                    : u"expected a text, number, boolean, array of them or an object with a value");
+    }
+
+    // Metadata entries keep texts, booleans, numbers (an integral one in the 32-bit range is
+    // an integer) and arrays of texts.
+    Ptr<Value> metaValue(const json::Element& e, const FieldPath& at) const {
+        if (e.Is<json::String>()) return Ptr<Value>(new StringValue(WString(e.As<json::String>().Value())));
+        if (e.Is<json::Boolean>()) return Ptr<Value>(new BooleanValue(e.As<json::Boolean>().Value()));
+        if (isInt32(e)) return Ptr<Value>(new IntegerValue(int32_t(e.As<json::Number>().Value())));
+        if (e.Is<json::Number>()) return Ptr<Value>(new DoubleValue(e.As<json::Number>().Value()));
+        if (!e.Is<json::Array>())
+            throw Exception(kClass, "Read", u"%ls%ls: expected a text, number, boolean or array of texts", file_,
+                            at.where());
+        Ptr<StringArrayValue> items(new StringArrayValue);
+        for (const WString& item : texts(e, at)) items->append(item);
+        return items;
+    }
+
+    // A bare value, or {"value": V, "type": T, "metadata": {...}} for a parameter that has a
+    // link type or metadata.
+    void parameterInto(iComponentInfo& comp, const WString& name, const json::Element& e, const FieldPath& at) const {
+        if (!e.Is<json::Object>()) {
+            comp.setParameter(name, parameter(e, at, false));
+            return;
+        }
+        const json::Object& o = e.As<json::Object>();
+        ParameterValue value = parameter(require(o, u"value", at), at.member(u"value"), false);
+        WString type = NVK_StringType;
+        if (const json::Element* t = find(o, u"type")) type = text(*t, at.member(u"type"));
+        std::vector<std::pair<WString, Ptr<Value>>> entries;
+        if (const json::Element* md = find(o, u"metadata")) {
+            FieldPath mdAt = at.member(u"metadata");
+            for (const auto& m : object(*md, mdAt)) {
+                WString key(m.name);
+                if (key.isEmpty() || key[0] == u'/')
+                    throw Exception(kClass, "Read", u"%ls%ls: a metadata entry needs a plain name", file_, mdAt.where());
+                for (const auto& [other, unused] : entries)
+                    if (namesEqual(other, key))
+                        throw Exception(kClass, "Read", u"%ls%ls: the name is given twice", file_,
+                                        mdAt.member(m.name).where());
+                entries.emplace_back(key, metaValue(m.element, mdAt.member(m.name)));
+            }
+        }
+        iParameter& p = comp.setParameter(name, value);
+        p.setTypeText(type);
+        for (const auto& [key, v] : entries) p.getMetaData().define(key, *v);
     }
 
     Ptr<CProtocolInfo> protocol(const json::Object& doc, const FieldPath& at, int depth) const {
@@ -159,7 +207,7 @@ public:
             for (const auto& m : object(*e, paramsAt)) {
                 if (m.name.empty())
                     throw Exception(kClass, "Read", u"%ls%ls: a parameter needs a name", file_, paramsAt.where());
-                comp->setParameter(WString(m.name), parameter(m.element, paramsAt.member(m.name), false));
+                parameterInto(*comp, WString(m.name), m.element, paramsAt.member(m.name));
             }
         }
         if (const json::Element* e = find(c, u"subprotocol")) {
@@ -236,7 +284,7 @@ void writeTexts(CJsonWriter& w, const std::vector<WString>& items) {
     w.endArray();
 }
 
-void writeParameter(CJsonWriter& w, const ParameterValue& v) {
+void writeParameterValue(CJsonWriter& w, const ParameterValue& v) {
     switch (v.kind) {
         case ParameterValue::Text: w.value(v.text.view()); break;
         case ParameterValue::Integer: w.value(format(u"%lld", (long long)v.integer).c_str(), false); break;
@@ -244,10 +292,54 @@ void writeParameter(CJsonWriter& w, const ParameterValue& v) {
         case ParameterValue::Boolean: w.value(v.boolean); break;
         case ParameterValue::Array:
             w.array();
-            for (const ParameterValue& item : v.items) writeParameter(w, item);
+            for (const ParameterValue& item : v.items) writeParameterValue(w, item);
             w.endArray();
             break;
     }
+}
+
+void writeMetaValue(CJsonWriter& w, const iParameter& p, const iProperty& entry) {
+    const Value& v = entry.getValue();
+    if (auto* text = dynamic_cast<const StringValue*>(&v)) {
+        w.value(text->get().view());
+    } else if (auto* flag = dynamic_cast<const BooleanValue*>(&v)) {
+        w.value(flag->get());
+    } else if (auto* integer = dynamic_cast<const IntegerValue*>(&v)) {
+        w.value(long(integer->get()));
+    } else if (auto* real = dynamic_cast<const DoubleValue*>(&v)) {
+        w.value(real->get());
+    } else if (auto* items = dynamic_cast<const StringArrayValue*>(&v)) {
+        w.array();
+        for (size_t i = 0; i < items->size(); ++i) w.value(items->get(i).view());
+        w.endArray();
+    } else {
+        // Not refused: the rest of the protocol still gets written, and the caller is told.
+        Exception::warn(u"Metadata '%ls' of parameter '%ls' is written as its text", entry.getName(), p.getName());
+        w.value(v.toString().view());
+    }
+}
+
+// Parameters with a type of their own or metadata become objects; plain ones stay bare
+// values, as every file had them before parameters could carry either.
+void writeParameter(CJsonWriter& w, const iParameter& p) {
+    const iPropertyCollection* md = p.findMetaData();
+    const bool typed = p.getTypeText() != WString(NVK_StringType);
+    if (!typed && (!md || md->getSize() == 0)) {
+        writeParameterValue(w, p.getValue());
+        return;
+    }
+    w.object().key(u"value");
+    writeParameterValue(w, p.getValue());
+    if (typed) w.key(u"type").value(p.getTypeText().view());
+    if (md && md->getSize() > 0) {
+        w.key(u"metadata").object();
+        for (int i = 0; i < md->getSize(); ++i) {
+            w.key(md->get(i).getName().view());
+            writeMetaValue(w, p, md->get(i));
+        }
+        w.endObject();
+    }
+    w.endObject();
 }
 
 void writeProtocol(CJsonWriter& w, const iProtocolInfo& p) {
@@ -294,7 +386,7 @@ void writeProtocol(CJsonWriter& w, const iProtocolInfo& p) {
             w.key(u"parameters").object();
             for (const WString& name2 : params) {
                 w.key(name2.view());
-                writeParameter(w, c->findParameter(name2)->getValue());
+                writeParameter(w, *c->findParameter(name2));
             }
             w.endObject();
         }

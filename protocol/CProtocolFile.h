@@ -3,6 +3,15 @@
 // components with their ports, points, offsets, drag marks, parameters and subprotocols,
 // and connections), read with the library's JSON reader and written with its writer.
 //
+// A parameter is its bare value ("Limit": 100). One whose type text is not NVK_StringType, or
+// that has metadata, is written as an object so that neither is lost:
+//   "Leaf": {"value": "Mid", "type": "LinkSingleParentParameter",
+//            "metadata": {"PromotedFromNew": ["Item 2", "Item 3"], "InitializeUsing": true}}
+// ("type" and "metadata" are each left out when there is nothing to keep). Metadata values are
+// texts, booleans, numbers and arrays of texts; a number reads back as an integer when it is
+// integral and fits 32 bits, else as a real. Any other metadata value is written as its text,
+// with a warning through Exception::warn.
+//
 // Reading checks everything before it builds anything: a failure raises Exception (class
 // "CProtocolFile") whose text names the file, the field and the component or connection
 // index, e.g. "flow.json: components[2].point: expected [x, y] with two 32-bit integers",

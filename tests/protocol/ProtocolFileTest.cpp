@@ -1,7 +1,9 @@
 // Protocol files: what is read, what is written back, and how bad files are refused.
 #include <gtest/gtest.h>
 
+#include "nvk/platform/ArrayValue.h"
 #include "nvk/platform/Exception.h"
+#include "nvk/platform/Value.h"
 #include "nvk/protocol/CProtocolFile.h"
 #include "tests/protocol/ProtocolTestSupport.h"
 #include "tests/support/TestSupport.h"
@@ -76,9 +78,23 @@ TEST(ProtocolFile, ErrorsNameTheFileFieldAndIndex) {
           "\"pass\" or \"fail\")");
     fails(R"({"name": "x", "components": [{"id": 4000000000, "name": "A", "ports": [], "point": [0, 0]}], "connections": []})",
           "flow.json: components[0].id: expected a 32-bit integer");
-    fails(R"({"name": "x", "components": [{"id": 1, "name": "A", "ports": [], "point": [0, 0], "parameters": {"p": {}}}],
-          "connections": []})",
-          "flow.json: components[0].parameters.p: expected a text, number, boolean or array of them");
+    auto params = [](const std::string& parameters) {
+        return R"({"name": "x", "components": [{"id": 1, "name": "A", "ports": [], "point": [0, 0], "parameters": )" +
+               parameters + "}], \"connections\": []}";
+    };
+    const char* at = "flow.json: components[0].parameters.p";
+    fails(params(R"({"p": null})"), (at + std::string(": expected a text, number, boolean, array of them or an object "
+                                                        "with a value")).c_str());
+    fails(params(R"({"p": {}})"), (at + std::string(".value: missing required field")).c_str());
+    fails(params(R"({"p": {"value": 1, "type": 3}})"), (at + std::string(".type: expected a text")).c_str());
+    fails(params(R"({"p": {"value": 1, "metadata": {"": 1}}})"),
+          (at + std::string(".metadata: a metadata entry needs a plain name")).c_str());
+    fails(params(R"({"p": {"value": 1, "metadata": {"k": 1, "K": 2}}})"),
+          (at + std::string(".metadata.K: the name is given twice")).c_str());
+    fails(params(R"({"p": {"value": 1, "metadata": {"k": [1]}}})"),
+          (at + std::string(".metadata.k[0]: expected a text")).c_str());
+    fails(params(R"({"p": {"value": 1, "metadata": {"k": null}}})"),
+          (at + std::string(".metadata.k: expected a text, number, boolean or array of texts")).c_str());
     fails("[1, 2]", "flow.json: no JSON object found");
     // Errors of the JSON reader keep its text after the file name and where it went wrong.
     fails("{\"name\": \"x\",\n  \"components\": [}", "flow.json:2:18: JSON parse error: Unexpected token: }");
@@ -100,6 +116,39 @@ TEST(ProtocolFile, TextsWithNulCharactersSurviveWriting) {
     EXPECT_EQ(g->getValue(), p->getComponent(0)->findParameter(tovan::WString(std::u16string(u"\0g", 2)))->getValue());
     EXPECT_EQ(c->findParameter(u"i")->getValue(), p->getComponent(0)->findParameter(u"i")->getValue());
     EXPECT_EQ(CProtocolFile::WriteText(back.get()), CProtocolFile::WriteText(p.get()));
+}
+
+TEST(ProtocolFile, ParameterTypesAndMetadataSurvive) {
+    using namespace tovan;
+    auto p = read(R"({"name": "x", "components": [{"id": 1, "name": "A", "ports": [], "point": [0, 0],
+        "parameters": {"Plain": 1, "Leaf": {"value": "Mid", "type": "LinkSingleParentParameter", "metadata":
+        {"PromotedFromNew": ["Item 2", "Item 3"], "InitializeUsing": true, "Count": 4, "Ratio": 0.5, "RevertName": "L"}},
+        "Hidden": {"value": [1, "a"], "metadata": {"NeverShow": true}}}}], "connections": []})");
+    iComponentInfo* c = p->getComponent(0);
+    const iParameter& leaf = *c->findParameter(u"leaf");
+    EXPECT_EQ(leaf.getValue(), ParameterValue::ofText(u"Mid"));
+    EXPECT_EQ(leaf.getTypeText(), WString(NVK_LinkSingleParentParameterType));
+    const iPropertyCollection& md = *leaf.findMetaData();
+    ASSERT_EQ(md.getSize(), 5);
+    EXPECT_TRUE(md.get(NVK_PromotedFromNew).getValue().equals(StringArrayValue{u"Item 2", u"Item 3"}));
+    EXPECT_TRUE(md.get(NVK_InitializeUsing).getValue().equals(BooleanValue(true)));
+    EXPECT_TRUE(md.get(u"Count").getValue().equals(IntegerValue(4)));
+    EXPECT_TRUE(md.get(u"Ratio").getValue().equals(DoubleValue(0.5)));
+    EXPECT_EQ(c->findParameter(u"Hidden")->getTypeText(), WString(NVK_StringType));
+    EXPECT_EQ(c->findParameter(u"Plain")->findMetaData(), nullptr);
+
+    // Written back as read; a plain parameter stays a bare value.
+    const WString text = CProtocolFile::WriteText(p.get());
+    EXPECT_EQ(CProtocolFile::WriteText(CProtocolFile::ReadText(text, u"again.json").get()), text);
+    EXPECT_NE(text.view().find(u"\"Plain\":1,"), std::u16string::npos) << toNarrow(text);
+
+    // A value the file cannot hold is kept as its text, and the caller is told.
+    c->findParameter(u"Plain")->getMetaData().define(u"Code", ByteValue(7));
+    DiagnosticCapture capture;
+    auto back = CProtocolFile::ReadText(CProtocolFile::WriteText(p.get()), u"again.json");
+    EXPECT_EQ(capture.warnings(), std::vector<std::string>{"Metadata 'Code' of parameter 'Plain' is written as its text"});
+    EXPECT_TRUE(back->getComponent(0)->findParameter(u"Plain")->findMetaData()->get(u"Code").getValue().equals(
+        StringValue(u"7")));
 }
 
 TEST(ProtocolFile, WritesAndReadsFiles) {
