@@ -24,27 +24,24 @@ using Query = std::vector<std::pair<std::string, std::string>>;
 namespace {
 
 struct ParsedLink {
-    std::string scheme, host, port, path, rawQuery;
-    Query query;  // decoded, in order
+    std::string where;     // "scheme host path"
+    std::string rawQuery;  // as sent
+    Query query;           // decoded, in order
 };
-
-std::string part(CURLU* u, CURLUPart which) {
-    char* text = nullptr;
-    if (curl_url_get(u, which, &text, 0) != CURLUE_OK) return "";
-    std::string out = text;
-    curl_free(text);
-    return out;
-}
 
 ParsedLink parse(const WString& link) {
     ParsedLink p;
     CURLU* u = curl_url();
     EXPECT_EQ(curl_url_set(u, CURLUPART_URL, utf8(link).c_str(), 0), CURLUE_OK) << utf8(link);
-    p.scheme = part(u, CURLUPART_SCHEME);
-    p.host = part(u, CURLUPART_HOST);
-    p.port = part(u, CURLUPART_PORT);
-    p.path = part(u, CURLUPART_PATH);
-    p.rawQuery = part(u, CURLUPART_QUERY);
+    auto part = [u](CURLUPart which) {
+        char* text = nullptr;
+        if (curl_url_get(u, which, &text, 0) != CURLUE_OK) return std::string();
+        std::string out = text;
+        curl_free(text);
+        return out;
+    };
+    p.where = part(CURLUPART_SCHEME) + " " + part(CURLUPART_HOST) + " " + part(CURLUPART_PATH);
+    p.rawQuery = part(CURLUPART_QUERY);
     curl_url_cleanup(u);
     auto unescape = [](const std::string& s) {
         int length = 0;
@@ -67,146 +64,99 @@ ParsedLink parse(const WString& link) {
 
 std::vector<WString> texts(std::initializer_list<const char16_t*> list) { return {list.begin(), list.end()}; }
 
-// Names and values a server must get back exactly: non-ASCII (with a surrogate pair),
-// every reserved character, a space, a plus, a percent.
-const WString kAwkwardName = u"na me&=?/#%+";
-const WString kAwkwardValue = u"\u00e9t\u00e9 \u20ac\U0001F600 :/?#[]@!$&'()*+,;=%";
-
 }  // namespace
 
-TEST(ProtocolLinkBuilder, LaunchLinkCarriesEveryParameterAsAsked) {
-    B b(u"server.example:9943", u"Protocols\\Web Services\\Score");
-    EXPECT_EQ(b.getProtocolIdentifier(), WString(u"Protocols/Web Services/Score"));
-    b.SetParameter(u"Threshold", u"0.5");
-    b.SetParameter(kAwkwardName, kAwkwardValue);
-    b.SetParameter(u"Empty", WString::empty());
-    b.SetParameter(u"Tags", texts({u"a", u"", u"c&d"}));
-    b.SetParameter(u"None", std::vector<WString>{});
-    b.SetParameter(u"threshold", u"0.75");  // same name folded: replaced in place
-    b.SetProgressMessage(u"Scoring\u2026 50%");
-    b.SetArrayDelimiter(u",");
-    ParsedLink p = parse(b.Construct());
-    EXPECT_EQ(p.scheme + " " + p.host + " " + p.port + " " + p.path, "https server.example 9943 /auth/launchjob");
-    EXPECT_EQ(p.query, (Query{{"$protocol", "Protocols/Web Services/Score"},
-                              {"$streamdata", "*"},
-                              {"$progressmessage", "Scoring\u2026 50%"},
-                              {"$arraydelim", ","},
-                              {"Threshold", "0.75"},
-                              {utf8(kAwkwardName), utf8(kAwkwardValue)},
-                              {"Empty", ""},
-                              {"Tags", "a"},
-                              {"Tags", ""},
-                              {"Tags", "c&d"}}));
-    EXPECT_EQ(b.getLink().find(u'?'), b.getLink().rfind(u'?'));
-}
-
-TEST(ProtocolLinkBuilder, SchemeBasePathAndResultStyles) {
+TEST(ProtocolLinkBuilder, EveryFormReadsBackAsAsked) {
     struct Case {
         const char16_t* base;
         const char16_t* id;
         B::RunAsUser runAs;
         B::ResultStyle style;
         const char16_t* value;
-        const char* schemeHostPath;
-        const char* rawQuery;  // raw, to see "?" against "&" and what is encoded
+        const char* where;
+        std::string rawQuery;  // raw: "?" against "&", and what is encoded
     };
+    const std::string tail = "&%24progressmessage=m&%24arraydelim=%2C&A=1&A=2&B=x%20y";
+    const std::string creator = "_compat=1&_protocol=Demo%2FFlow&_progressmessage=m&_arraydelim=%2C&A=1&A=2&B=x%20y";
     const Case cases[] = {
         {u"http://host:8080", u"Demo", B::RunAsAuthenticated, B::StreamData, nullptr, "http host /auth/launchjob",
-         "$protocol=Demo&%24streamdata=%2A"},
+         "$protocol=Demo&%24streamdata=%2A" + tail},
         // The base as given: a slash at its end stays.
         {u"https://host/", u"Demo", B::RunAsAnonymous, B::StreamData, u"json", "https host //auth/anon/launchjob",
-         "$protocol=Demo&%24streamdata=%2A&%24format=json"},
+         "$protocol=Demo&%24streamdata=%2A&%24format=json" + tail},
         {u"host", u"protocols/My Flows/A b", B::RunAsAuthenticated, B::StreamNamedData, u"Out Data",
-         "https host /protocols/protocols/My%20Flows/A%20b", "%24streamdata=Out%20Data"},
+         "https host /protocols/protocols/My%20Flows/A%20b", "%24streamdata=Out%20Data" + tail},
         {u"host", u"protocols\\x", B::RunAsAnonymous, B::StreamFile, u"r\u00e9sum\u00e9.pdf",
-         "https host /protocols/anon/protocols/x", "%24streamfile=r%C3%A9sum%C3%A9.pdf"},
-        {u"host", u"P", B::RunAsAuthenticated, B::RedirectFile, u"a/b.html", "https host /auth/launchjob",
-         "$protocol=P&%24redirectfile=a%2Fb.html"},
-        {u"host", u"P", B::RunAsAuthenticated, B::RedirectFile, u"", "https host /auth/launchjob",
-         "$protocol=P&%24redirectfile="},
+         "https host /protocols/anon/protocols/x", "%24streamfile=r%C3%A9sum%C3%A9.pdf" + tail},
+        {u"host", u"Dir\\P", B::RunAsAuthenticated, B::RedirectFile, u"", "https host /auth/launchjob",
+         "$protocol=Dir%2FP&%24redirectfile=" + tail},
+        {u"https://host", u"Demo\\Flow", B::RunAsCreator, B::StreamFile, u"S3ss/ion+ID==", "https host /auth/rj/launchjob",
+         creator + "&_session=S3ss%2Fion%2BID%3D%3D"},
+        {u"host", u"Demo\\Flow", B::RunAsCreator, B::StreamFile, u"", "https host /auth/rj/launchjob",
+         creator + "&_session="},  // only a null session is refused
     };
     for (const Case& c : cases) {
         B b(c.base, c.id);
-        b.SetRunUser(c.runAs);
+        b.SetParameter(u"A", u"replaced");
+        b.SetParameter(u"B", u"x y");
+        b.SetParameter(u"a", texts({u"1", u"2"}));  // the same name folded: replaced in place
+        b.SetParameter(u"None", std::vector<WString>{});
+        b.SetProgressMessage(u"m");
+        b.SetArrayDelimiter(u",");
         b.SetResultStyle(B::StreamFile, u"stale");
-        b.SetResultStyle(c.style, c.value);
-        EXPECT_EQ(b.getResultStyleValue(), WString(c.value ? c.value : u""));
-        const WString& link = b.Construct();
-        ParsedLink p = parse(link);
-        EXPECT_EQ(p.scheme + " " + p.host + " " + p.path, c.schemeHostPath) << utf8(link);
-        EXPECT_EQ(p.rawQuery, c.rawQuery) << utf8(link);
+        if (c.runAs == B::RunAsCreator) {
+            b.SetRunUser(B::RunAsCreator, c.value);  // the creator form has no result style
+        } else {
+            b.SetRunUser(c.runAs);
+            b.SetResultStyle(c.style, c.value);
+        }
+        ParsedLink p = parse(b.Construct());
+        EXPECT_EQ(p.where, c.where) << utf8(b.getLink());
+        EXPECT_EQ(p.rawQuery, c.rawQuery) << utf8(b.getLink());
     }
+    // Running as anyone else forgets the session.
+    B b(u"h", u"P");
+    b.SetRunUser(B::RunAsCreator, u"sid");
+    b.SetRunUser(B::RunAsAuthenticated, u"other");
+    EXPECT_EQ(b.getSessionID(), WString(u""));
+    EXPECT_EQ(parse(b.Construct()).where, "https h /auth/launchjob");
 }
 
 TEST(ProtocolLinkBuilder, WebFormSendsAParametersObject) {
     B b(u"host", u"Folder\\Form \"One\"");
     b.SetResultStyle(B::WebForm, u"ignored");
-    b.SetParameter(kAwkwardName, kAwkwardValue);
+    b.SetParameter(u"na me&=?/#%+", u"\u00e9t\u00e9 \u20ac\U0001F600 :/?#[]@!$&'()*+,;=%");
     b.SetParameter(u"Quote\"Back\\slash", u"line\nbreak\t\"q\"");
     b.SetParameter(u"List", texts({u"x", u"", u"\u00fc"}));
     b.SetParameter(u"Empty", std::vector<WString>{});
     ParsedLink p = parse(b.Construct());
-    EXPECT_EQ(p.path, "/webform/");
-    ASSERT_GE(p.query.size(), 4u);
+    EXPECT_EQ(p.where, "https host /webform/");
+    ASSERT_EQ(p.query.size(), 9u) << p.rawQuery;
     EXPECT_EQ(p.rawQuery.substr(0, 35), "protocol=Folder%2FForm%20%22One%22&");
     EXPECT_EQ(Query(p.query.begin(), p.query.begin() + 3),
               (Query{{"protocol", "Folder/Form \"One\""}, {"container", "true"}, {"timeout", "600"}}));
     EXPECT_EQ(p.query[3].first, "parameters");
+    // Then the parameters follow as pairs, as in every style.
+    EXPECT_EQ(p.query[8], (std::pair<std::string, std::string>{"List", "\u00fc"}));
 
     // The object, read with the library's reader, in the collection's order.
     tovan::vcFileInterface file;
     file.openText(tovan::toWide(p.query[3].second), u"parameters");
     CJsonReader reader(&file);
     reader.ResetStream();
-    cajun::json::Object object;
+    cajun::json::Object object, expected;
     ASSERT_TRUE(reader.ReadNextObject(object)) << p.query[3].second;
     using cajun::json::String;
-    cajun::json::Array list, empty;
+    cajun::json::Array list;
     for (const char16_t* item : {u"x", u"", u"\u00fc"}) list.PushBack(String(item));
-    cajun::json::Object expected;
-    expected.Insert(kAwkwardName.str(), String(kAwkwardValue.str()));
+    expected.Insert(u"na me&=?/#%+", String(u"\u00e9t\u00e9 \u20ac\U0001F600 :/?#[]@!$&'()*+,;=%"));
     expected.Insert(u"Quote\"Back\\slash", String(u"line\nbreak\t\"q\""));
     expected.Insert(u"List", list);
-    expected.Insert(u"Empty", empty);
+    expected.Insert(u"Empty", cajun::json::Array());
     EXPECT_EQ(object, expected) << p.query[3].second;
-
-    // Then the parameters follow as pairs, as in every style.
-    EXPECT_EQ(Query(p.query.begin() + 4, p.query.end()), (Query{{utf8(kAwkwardName), utf8(kAwkwardValue)},
-                                                               {"Quote\"Back\\slash", "line\nbreak\t\"q\""},
-                                                               {"List", "x"},
-                                                               {"List", ""},
-                                                               {"List", "\u00fc"}}));
 }
 
-TEST(ProtocolLinkBuilder, RunAsCreator) {
-    B b(u"https://host", u"Demo\\Flow");
-    b.SetResultStyle(B::StreamFile, u"not used by this form");
-    b.SetProgressMessage(u"wait");
-    b.SetArrayDelimiter(u"|");
-    b.SetParameter(u"A", texts({u"1", u"2"}));
-    b.SetParameter(u"B", u"x y");
-    b.SetRunUser(B::RunAsCreator, u"S3ss/ion+ID==");
-    ParsedLink p = parse(b.Construct());
-    EXPECT_EQ(p.path, "/auth/rj/launchjob");
-    EXPECT_EQ(p.query, (Query{{"_compat", "1"},
-                              {"_protocol", "Demo/Flow"},
-                              {"_progressmessage", "wait"},
-                              {"_arraydelim", "|"},
-                              {"A", "1"},
-                              {"A", "2"},
-                              {"B", "x y"},
-                              {"_session", "S3ss/ion+ID=="}}));
-    // Only a null session is refused: an empty one is sent as it is.
-    b.SetRunUser(B::RunAsCreator, WString::empty());
-    EXPECT_EQ(parse(b.Construct()).query.back(), (std::pair<std::string, std::string>{"_session", ""}));
-    // Running as anyone else forgets the session.
-    b.SetRunUser(B::RunAsCreator, u"sid");
-    b.SetRunUser(B::RunAsAuthenticated, u"other");
-    EXPECT_EQ(b.getSessionID(), WString(u""));
-    EXPECT_EQ(parse(b.Construct()).path, "/auth/launchjob");
-}
-
-TEST(ProtocolLinkBuilder, FailuresLeaveTheBuilderAsItWas) {
+TEST(ProtocolLinkBuilder, FailuresLeaveTheBuilderAsItWasAndCopiesAreWhole) {
     B b(u"host", u"P");
     b.SetParameter(u"x", u"1");
     b.SetRunUser(B::RunAsAnonymous);
@@ -219,36 +169,22 @@ TEST(ProtocolLinkBuilder, FailuresLeaveTheBuilderAsItWas) {
     EXPECT_THROW_MSG(b.SetResultStyle(B::ResultStyle(6)), tovan::BadParameterException, "Unknown result style 6");
     EXPECT_THROW_MSG(b.SetParameter(WString(), u"v"), tovan::BadParameterException, "A parameter needs a name");
     EXPECT_THROW_MSG(b.SetParameter(u"", texts({u"v"})), tovan::BadParameterException, "A parameter needs a name");
-    EXPECT_EQ(b.getRunUser(), B::RunAsAnonymous);
-    EXPECT_EQ(b.getSessionID(), WString(u""));
-    EXPECT_EQ(b.getResultStyleValue(), WString(u"f"));
     EXPECT_EQ(b.getParameters().getSize(), 1);
     EXPECT_EQ(b.Construct(), before);
+    for (const WString& id : {WString(), WString::empty()})
+        EXPECT_THROW_MSG(B(u"host", id).Construct(), tovan::Exception, "No protocol identifier specified");
 
-    for (const WString& id : {WString(), WString::empty()}) {
-        B none(u"host", id);
-        EXPECT_THROW_MSG(none.Construct(), tovan::Exception, "No protocol identifier specified");
-        EXPECT_EQ(none.getLink(), WString(u""));
-    }
-}
-
-TEST(ProtocolLinkBuilder, CopiesAreWholeAndIndependent) {
-    B a(u"host", u"P");
-    a.SetParameter(u"x", texts({u"1", u"2"}));
-    a.SetRunUser(B::RunAsCreator, u"sid");
-    a.SetProgressMessage(u"m");
-    a.SetArrayDelimiter(u";");
-    const WString link = a.Construct();
-    B copy(a);
-    B assigned(u"other", u"Q");
+    b.SetRunUser(B::RunAsCreator, u"sid");
+    const WString link = b.Construct();
+    B copy(b), assigned(u"other", u"Q");
     assigned.SetParameter(u"gone", u"1");
-    assigned = a;
-    for (B* b : {&copy, &assigned}) {
-        EXPECT_EQ(b->getLink(), link);
-        EXPECT_EQ(b->Construct(), link);
-        b->SetParameter(u"x", u"changed");
+    assigned = b;
+    for (B* c : {&copy, &assigned}) {
+        EXPECT_EQ(c->getLink(), link);
+        EXPECT_EQ(c->Construct(), link);
+        c->SetParameter(u"x", u"changed");
     }
-    EXPECT_EQ(a.Construct(), link);  // the copies' edits never reached the original
+    EXPECT_EQ(b.Construct(), link);  // the copies' edits never reached the original
 }
 
 TEST(ProtocolLinkBuilder, LengthWarningEdge) {
@@ -267,8 +203,9 @@ TEST(ProtocolLinkBuilder, LengthWarningEdge) {
     }
 }
 
-// Random names and values of every kind of character, parsed back and compared; and the
-// component encoder against libcurl's on the same texts.
+// Random names and values of every kind of character (reserved, non-ASCII, surrogate pairs,
+// empty), single and in arrays, parsed back and compared; and the component encoder against
+// libcurl's on the same texts.
 TEST(ProtocolLinkBuilder, RandomParametersSurviveTheRoundTrip) {
     std::mt19937 rng(21);
     const std::u16string pool = u"aZ09-_.~ !\"#$%&'()*+,/:;<=>?@[\\]^`{|}\u00a0\u00e9\u0416\u20ac\u4e2d";
