@@ -16,6 +16,7 @@
 
 #include "nvk/platform/Exception.h"
 #include "nvk/platform/String.h"
+#include "nvk/platform/Value.h"
 #include "nvk/protocol/CProtocolFile.h"
 #include "nvk/protocol/CProtocolLayoutUtils.h"
 #include "nvk/protocol/CProtocolPicture.h"
@@ -71,8 +72,16 @@ bool sameProtocol(const tovan::iProtocolInfo& a, const tovan::iProtocolInfo& b) 
         if (!sameAttributes(ca, cb)) return false;
         const std::vector<WString> names = ca.getParameterNames();
         if (names != cb.getParameterNames()) return false;
-        for (const WString& name : names)
-            if (!(ca.findParameter(name)->getValue() == cb.findParameter(name)->getValue())) return false;
+        for (const WString& name : names) {
+            const tovan::iParameter &pa = *ca.findParameter(name), &pb = *cb.findParameter(name);
+            if (!(pa.getValue() == pb.getValue()) || !(pa.getTypeText() == pb.getTypeText())) return false;
+            const tovan::iPropertyCollection *ma = pa.findMetaData(), *mb = pb.findMetaData();
+            const int entries = ma ? ma->getSize() : 0;
+            if (entries != (mb ? mb->getSize() : 0)) return false;
+            for (int k = 0; k < entries; ++k)
+                if (!(ma->get(k).getName() == mb->get(k).getName()) || !ma->get(k).getValue().equals(mb->get(k).getValue()))
+                    return false;
+        }
         const tovan::iProtocolInfo *sa = ca.getSubprotocol(), *sb = cb.getSubprotocol();
         if (!sa != !sb || (sa && !sameProtocol(*sa, *sb))) return false;
     }
