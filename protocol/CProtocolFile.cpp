@@ -137,8 +137,6 @@ public:
             FieldPath mdAt = at.member(u"metadata");
             for (const auto& m : object(*md, mdAt)) {
                 WString key(m.name);
-                if (key.isEmpty() || key[0] == u'/')
-                    throw Exception(kClass, "Read", u"%ls%ls: a metadata entry needs a plain name", file_, mdAt.where());
                 for (const auto& [other, unused] : entries)
                     if (namesEqual(other, key))
                         throw Exception(kClass, "Read", u"%ls%ls: the name is given twice", file_,
@@ -334,6 +332,11 @@ void writeParameter(CJsonWriter& w, const iParameter& p) {
     if (md && md->getSize() > 0) {
         w.key(u"metadata").object();
         for (int i = 0; i < md->getSize(); ++i) {
+            if (md->get(i).getName().isEmpty()) {
+                // JSON keys are never empty here; the rest of the protocol is still written.
+                Exception::warn(u"Metadata without a name of parameter '%ls' is left out", p.getName());
+                continue;
+            }
             w.key(md->get(i).getName().view());
             writeMetaValue(w, p, md->get(i));
         }

@@ -10,7 +10,8 @@
 // ("type" and "metadata" are each left out when there is nothing to keep). Metadata values are
 // texts, booleans, numbers and arrays of texts; a number reads back as an integer when it is
 // integral and fits 32 bits, else as a real. Any other metadata value is written as its text,
-// with a warning through Exception::warn.
+// and an entry without a name (JSON keys here are never empty) is left out, each with a
+// warning through Exception::warn; the rest of the protocol is written all the same.
 //
 // Reading checks everything before it builds anything: a failure raises Exception (class
 // "CProtocolFile") whose text names the file, the field and the component or connection

@@ -87,8 +87,6 @@ TEST(ProtocolFile, ErrorsNameTheFileFieldAndIndex) {
                                                         "with a value")).c_str());
     fails(params(R"({"p": {}})"), (at + std::string(".value: missing required field")).c_str());
     fails(params(R"({"p": {"value": 1, "type": 3}})"), (at + std::string(".type: expected a text")).c_str());
-    fails(params(R"({"p": {"value": 1, "metadata": {"": 1}}})"),
-          (at + std::string(".metadata: a metadata entry needs a plain name")).c_str());
     fails(params(R"({"p": {"value": 1, "metadata": {"k": 1, "K": 2}}})"),
           (at + std::string(".metadata.K: the name is given twice")).c_str());
     fails(params(R"({"p": {"value": 1, "metadata": {"k": [1]}}})"),
@@ -142,13 +140,19 @@ TEST(ProtocolFile, ParameterTypesAndMetadataSurvive) {
     EXPECT_EQ(CProtocolFile::WriteText(CProtocolFile::ReadText(text, u"again.json").get()), text);
     EXPECT_NE(text.view().find(u"\"Plain\":1,"), std::u16string::npos) << toNarrow(text);
 
-    // A value the file cannot hold is kept as its text, and the caller is told.
+    // A value the file cannot hold is kept as its text, an entry without a name is left out,
+    // and the caller is told of both.
     c->findParameter(u"Plain")->getMetaData().define(u"Code", ByteValue(7));
+    c->findParameter(u"Plain")->getMetaData().define(u"", WString(u"/x"));
+    c->findParameter(u"Plain")->getMetaData().define(u"/x", WString(u""));
     DiagnosticCapture capture;
     auto back = CProtocolFile::ReadText(CProtocolFile::WriteText(p.get()), u"again.json");
-    EXPECT_EQ(capture.warnings(), std::vector<std::string>{"Metadata 'Code' of parameter 'Plain' is written as its text"});
-    EXPECT_TRUE(back->getComponent(0)->findParameter(u"Plain")->findMetaData()->get(u"Code").getValue().equals(
-        StringValue(u"7")));
+    EXPECT_EQ(capture.warnings(), (std::vector<std::string>{"Metadata 'Code' of parameter 'Plain' is written as its text",
+                                                            "Metadata without a name of parameter 'Plain' is left out"}));
+    const iPropertyCollection& kept = *back->getComponent(0)->findParameter(u"Plain")->findMetaData();
+    ASSERT_EQ(kept.getSize(), 2);
+    EXPECT_TRUE(kept.get(u"Code").getValue().equals(StringValue(u"7")));
+    EXPECT_TRUE(kept.get(u"/x").getValue().equals(StringValue(u"")));
 }
 
 TEST(ProtocolFile, WritesAndReadsFiles) {
