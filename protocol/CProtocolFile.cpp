@@ -146,7 +146,14 @@ public:
         }
         iParameter& p = comp.setParameter(name, value);
         p.setTypeText(type);
-        for (const auto& [key, v] : entries) p.getMetaData().define(key, *v);
+        // A name given twice (folding A-Z) is one parameter, the later entries winning, as for
+        // bare values.
+        for (const auto& [key, v] : entries) {
+            if (iProperty* old = p.getMetaData().find(key))
+                old->setValue(*v);
+            else
+                p.getMetaData().define(key, *v);
+        }
     }
 
     Ptr<CProtocolInfo> protocol(const json::Object& doc, const FieldPath& at, int depth) const {
