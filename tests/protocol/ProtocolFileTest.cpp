@@ -135,6 +135,11 @@ TEST(ProtocolFile, ParameterTypesAndMetadataSurvive) {
     EXPECT_EQ(c->findParameter(u"Hidden")->getTypeText(), WString(NVK_StringType));
     EXPECT_EQ(c->findParameter(u"Plain")->findMetaData(), nullptr);
 
+    // A name given twice (folded) is one parameter; the later entries win.
+    auto twice = read(R"({"name": "x", "components": [{"id": 1, "name": "A", "ports": [], "point": [0, 0], "parameters":
+        {"p": {"value": 1, "metadata": {"k": 1}}, "P": {"value": 2, "metadata": {"K": 2}}}}], "connections": []})");
+    EXPECT_TRUE(twice->getComponent(0)->findParameter(u"p")->findMetaData()->get(u"k").getValue().equals(IntegerValue(2)));
+
     // Written back as read; a plain parameter stays a bare value.
     const WString text = CProtocolFile::WriteText(p.get());
     EXPECT_EQ(CProtocolFile::WriteText(CProtocolFile::ReadText(text, u"again.json").get()), text);
