@@ -26,10 +26,11 @@ libdir=$(dirname "$(find "$root" -name 'libnvk.so.*' -print -quit)")
 # The package names in Depends, one a line (versions and alternatives dropped).
 depends=$(dpkg-deb --field "$deb" Depends | sed 's/([^)]*)//g; s/|/,/g' | tr ',' '\n' | tr -d ' ')
 mapfile -t elves < <(find "$root" -type f \( -name 'libnvk.so.*' -o -path '*/bin/*' \))
+ldconfig=$(command -v ldconfig || echo /sbin/ldconfig)  # /sbin is not on every user's PATH
 missing=0
 for lib in $(for f in "${elves[@]}"; do readelf -d "$f" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p'; done | sort -u); do
   [ -e "$libdir/$lib" ] && continue
-  path=$(ldconfig -p | awk -v l="$lib" '$1 == l && $NF ~ /^\// {print $NF; exit}')
+  path=$("$ldconfig" -p | awk -v l="$lib" '$1 == l && $NF ~ /^\// {print $NF; exit}')
   [ -n "$path" ] || { echo "package: $lib is not on this system" >&2; missing=1; continue; }
   owner=$(dpkg -S "$(readlink -f "$path")" 2>/dev/null | head -n1 | cut -d: -f1) ||
     owner=$(dpkg -S "$path" | head -n1 | cut -d: -f1)
