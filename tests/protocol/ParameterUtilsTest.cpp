@@ -42,15 +42,12 @@ std::string top(const iProperty& p) {
 }  // namespace
 
 TEST(ParameterUtils, LinkTypesBothWaysAndTheSingleParentTest) {
-    const std::pair<ParamLinkType, const char16_t*> table[] = {
-        {ParamLinkParentParameter, u"LinkParentParameter"},   {ParamLinkGlobalProperty, u"LinkGlobalProperty"},
-        {ParamLinkDataProperty, u"LinkDataProperty"},         {ParamLinkAliasParameter, u"LinkAliasParameter"},
-        {ParamLinkComponentParameter, u"LinkComponentParameter"}, {ParamLinkTextURL, u"LinkTextURL"},
-        {ParamLinkExpression, u"LinkExpression"},             {ParamLinkSingleParentParameter, u"LinkSingleParentParameter"},
-    };
-    for (auto [type, text] : table) {
-        EXPECT_EQ(WString(CParameterUtils::getParamLinkTypeText(type)), WString(text));
-        std::u16string swapped(text);  // every A-Z letter in the other case
+    const char16_t* texts[] = {u"LinkParentParameter", u"LinkGlobalProperty",     u"LinkDataProperty",
+                               u"LinkAliasParameter",  u"LinkComponentParameter", u"LinkTextURL",
+                               u"LinkExpression",      u"LinkSingleParentParameter"};
+    for (int type = 1; type <= 8; ++type) {
+        EXPECT_EQ(WString(CParameterUtils::getParamLinkTypeText(type)), WString(texts[type - 1]));
+        std::u16string swapped(texts[type - 1]);  // every A-Z letter in the other case
         for (char16_t& c : swapped) c = (c >= u'A' && c <= u'Z') ? c + 32 : (c >= u'a' && c <= u'z' ? c - 32 : c);
         EXPECT_EQ(CParameterUtils::getParamLinkType(WString(swapped)), type) << utf8(WString(swapped));
     }
