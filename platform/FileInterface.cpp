@@ -5,10 +5,6 @@
 #include <cstdint>
 #include <cstring>
 
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
-
 #include "nvk/platform/Exception.h"
 
 namespace tovan {
@@ -27,82 +23,6 @@ constexpr const char* kClass = "vcFileInterface";
 
 std::string systemError(int error) { return std::strerror(error); }
 
-/// Decodes UTF-8 into `out` (room for one unit per byte is enough) by the
-/// same rule as utf8ToUtf16. Unless `final`, a sequence cut off by the end of
-/// the input is left unconsumed so that the next block can complete it.
-/// Returns the bytes consumed; `produced` receives the units written.
-size_t decodeUtf8(const unsigned char* begin, const unsigned char* end, bool final, char16_t* out,
-                  size_t& produced) {
-    const unsigned char* p = begin;
-    char16_t* o = out;
-    while (p < end) {
-        unsigned char b = *p;
-        if (b < 0x80) {
-            // Runs of ASCII dominate real documents; copy them without branching
-            // on the rest, sixteen bytes at a time where SSE2 is there (x86-64).
-#if defined(__SSE2__)
-            const __m128i zero = _mm_setzero_si128();
-            while (end - p >= 16) {
-                __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-                if (_mm_movemask_epi8(v) != 0) break;
-                _mm_storeu_si128(reinterpret_cast<__m128i*>(o), _mm_unpacklo_epi8(v, zero));
-                _mm_storeu_si128(reinterpret_cast<__m128i*>(o + 8), _mm_unpackhi_epi8(v, zero));
-                p += 16;
-                o += 16;
-            }
-#endif
-            while (p < end && *p < 0x80) *o++ = *p++;
-            continue;
-        }
-        const unsigned char* start = p;
-        int extra;
-        unsigned char lo = 0x80, hi = 0xBF;
-        char32_t cp;
-        if (b >= 0xC2 && b <= 0xDF) { extra = 1; cp = b & 0x1F; }
-        else if (b == 0xE0) { extra = 2; cp = b & 0x0F; lo = 0xA0; }
-        else if (b == 0xED) { extra = 2; cp = b & 0x0F; hi = 0x9F; }
-        else if (b >= 0xE1 && b <= 0xEF) { extra = 2; cp = b & 0x0F; }
-        else if (b == 0xF0) { extra = 3; cp = b & 0x07; lo = 0x90; }
-        else if (b >= 0xF1 && b <= 0xF3) { extra = 3; cp = b & 0x07; }
-        else if (b == 0xF4) { extra = 3; cp = b & 0x07; hi = 0x8F; }
-        else {
-            *o++ = 0xFFFD;
-            ++p;
-            continue;
-        }
-        ++p;
-        bool ok = true;
-        for (int i = 0; i < extra; ++i) {
-            if (p >= end) {
-                if (!final) {
-                    produced = size_t(o - out);
-                    return size_t(start - begin);
-                }
-                ok = false;
-                break;
-            }
-            unsigned char c = *p;
-            if (c < (i == 0 ? lo : 0x80) || c > (i == 0 ? hi : 0xBF)) {
-                ok = false;
-                break;
-            }
-            cp = (cp << 6) | (c & 0x3F);
-            ++p;
-        }
-        if (!ok) {
-            *o++ = 0xFFFD;
-        } else if (cp >= 0x10000) {
-            cp -= 0x10000;
-            *o++ = char16_t(0xD800 + (cp >> 10));
-            *o++ = char16_t(0xDC00 + (cp & 0x3FF));
-        } else {
-            *o++ = char16_t(cp);
-        }
-    }
-    produced = size_t(o - out);
-    return size_t(p - begin);
-}
-
 /// Pairs of bytes to units; an odd byte waits for the next block, or becomes
 /// U+FFFD at the very end.
 size_t decodeUtf16(const unsigned char* begin, const unsigned char* end, bool bigEndian, bool final,
@@ -115,7 +35,7 @@ size_t decodeUtf16(const unsigned char* begin, const unsigned char* end, bool bi
     produced = pairs;
     size_t used = pairs * 2;
     if (final && used < size_t(end - begin)) {
-        out[produced++] = 0xFFFD;
+        out[produced++] = char16_t(kReplacementCharacter);
         ++used;
     }
     return used;
@@ -318,7 +238,8 @@ bool vcFileInterface::decodeNext() {
         if (decoded_.size() < need) decoded_.resize(need);
         size_t produced = 0;
         size_t used = (encoding_ == TextEncoding::Utf8 || encoding_ == TextEncoding::Utf8Bom)
-                          ? decodeUtf8(begin, end, final, decoded_.data(), produced)
+                          ? decodeUtf8(reinterpret_cast<const char*>(begin), reinterpret_cast<const char*>(end),
+                                       final, decoded_.data(), produced)
                           : decodeUtf16(begin, end, encoding_ == TextEncoding::Utf16BE, final, decoded_.data(),
                                         produced);
         rawStart_ += used;
@@ -356,82 +277,43 @@ size_t vcFileInterface::readText(wchar* dest, size_t capacity) {
 void vcFileInterface::writeChar(wchar c) {
     requireWritable("writeChar");
     if (pendingHigh_) {
-        if (c >= 0xDC00 && c <= 0xDFFF) {
-            appendUtf8(out_, 0x10000 + ((char32_t(pendingHigh_) - 0xD800) << 10) + (c - 0xDC00));
-            pendingHigh_ = 0;
+        const char32_t high = pendingHigh_;
+        pendingHigh_ = 0;
+        if (isLowSurrogate(c)) {
+            appendUtf8(out_, combineSurrogates(high, c));
+            if (out_.size() >= blockBytes_) flush();
             return;
         }
-        appendUtf8(out_, 0xFFFD);
-        pendingHigh_ = 0;
+        appendUtf8(out_, kReplacementCharacter);
     }
-    if (c >= 0xD800 && c <= 0xDBFF) pendingHigh_ = c;
-    else if (c >= 0xDC00 && c <= 0xDFFF) appendUtf8(out_, 0xFFFD);
-    else appendUtf8(out_, c);
+    if (isHighSurrogate(c)) pendingHigh_ = c;
+    else appendUtf8(out_, isSurrogate(c) ? kReplacementCharacter : c);
     if (out_.size() >= blockBytes_) flush();
 }
 
 void vcFileInterface::writeText(std::u16string_view text) {
     requireWritable("writeText");
-    size_t i = 0;
-    // A pending high surrogate, and every surrogate, go the careful way; runs
-    // of ASCII are copied in bulk (writers hand over whole values at a time),
-    // other units are encoded one by one.
-    while (i < text.size()) {
-        wchar c = text[i];
-        if (c < 0x80 && !pendingHigh_) {
-            // The run's length first, at most up to the block size (so a long
-            // text is flushed in blocks too), then the units narrowed.
-            size_t old = out_.size();
-            size_t room = std::min(text.size() - i, std::max<size_t>(blockBytes_ - std::min(old, blockBytes_), 1));
-            const wchar* src = text.data() + i;
-            size_t n = 0;
-#if defined(__SSE2__)
-            // Eight units at a time: vector instructions every x86-64 has.
-            const __m128i top = _mm_set1_epi16(0x7F), zero = _mm_setzero_si128();
-            while (n + 8 <= room) {
-                __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + n));
-                if (_mm_movemask_epi8(_mm_cmpeq_epi16(_mm_subs_epu16(v, top), zero)) != 0xFFFF) break;
-                n += 8;
-            }
-#endif
-            while (n < room && src[n] < 0x80) ++n;
-            out_.resize(old + n);
-            char* dest = out_.data() + old;
-            size_t k = 0;
-#if defined(__SSE2__)
-            for (; k + 16 <= n; k += 16) {
-                __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + k));
-                __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + k + 8));
-                _mm_storeu_si128(reinterpret_cast<__m128i*>(dest + k), _mm_packus_epi16(a, b));
-            }
-#endif
-            for (; k < n; ++k) dest[k] = char(src[k]);
-            i += n;
-        } else if (pendingHigh_ || (c >= 0xD800 && c <= 0xDFFF)) {
-            writeChar(c);
-            ++i;
-        } else {
-            // A run of other units below U+10000: two or three bytes each.
-            // The run is measured first so that the output grows by what it
-            // needs, not by three bytes for every unit of the rest of the
-            // text (a writer hands over many short runs in one text).
-            size_t old = out_.size();
-            size_t room = std::min(text.size() - i, std::max<size_t>((blockBytes_ - std::min(old, blockBytes_)) / 3, 1));
-            size_t run = 0;
-            while (run < room && text[i + run] >= 0x80 && (text[i + run] < 0xD800 || text[i + run] > 0xDFFF)) ++run;
-            room = run;
-            out_.resize(old + 3 * room);
-            char* dest = out_.data() + old;
-            const wchar* src = text.data() + i;
-            size_t n = 0;
-            for (; n < room; ++n) {
-                wchar u = src[n];
-                if (u < 0x80 || (u >= 0xD800 && u <= 0xDFFF)) break;
-                dest = putUtf8(dest, u);
-            }
-            out_.resize(size_t(dest - out_.data()));
-            i += n;
+    while (!text.empty()) {
+        if (pendingHigh_) {  // its partner, or not, comes first
+            writeChar(text.front());
+            text.remove_prefix(1);
+            continue;
         }
+        // Up to what fills the block (so a long text is flushed in blocks
+        // too), converted in bulk: measured first, so that the output grows
+        // by what it needs rather than by three bytes a unit.
+        size_t n = std::min(text.size(), std::max<size_t>(blockBytes_ - std::min(out_.size(), blockBytes_), 1));
+        size_t take = n;
+        if (isHighSurrogate(text[n - 1])) {
+            if (n == text.size()) --take;  // its partner may come with the next call
+            else take = ++n;               // a pair stays in one piece
+        }
+        const std::u16string_view part = text.substr(0, take);
+        const size_t old = out_.size();
+        out_.resize(old + utf8Length(part));
+        encodeUtf8(part, out_.data() + old);
+        if (take < n) pendingHigh_ = text[take];
+        text.remove_prefix(n);
         if (out_.size() >= blockBytes_) flush();
     }
 }
@@ -439,7 +321,7 @@ void vcFileInterface::writeText(std::u16string_view text) {
 void vcFileInterface::writeUtf8(std::string_view text) {
     requireWritable("writeUtf8");
     if (pendingHigh_) {
-        appendUtf8(out_, 0xFFFD);
+        appendUtf8(out_, kReplacementCharacter);
         pendingHigh_ = 0;
     }
     while (!text.empty()) {
@@ -479,7 +361,7 @@ void vcFileInterface::close() {
     int error = 0;
     if (mode_ != FileMode::Read) {
         if (pendingHigh_) {
-            appendUtf8(out_, 0xFFFD);
+            appendUtf8(out_, kReplacementCharacter);
             pendingHigh_ = 0;
         }
         try {

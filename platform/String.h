@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "nvk/platform/Export.h"
+#include "nvk/platform/Utf.h"
 
 namespace tovan {
 
@@ -113,40 +114,7 @@ NVK_EXPORT int compareNoCase(std::u16string_view a, std::u16string_view b);
 /// hash = hash * 31 + folded unit, unsigned 32-bit, from 0.
 NVK_EXPORT uint32_t hashNoCase(std::u16string_view s);
 
-/// UTF-8 to UTF-16. Invalid input (a bad lead byte, a missing or bad
-/// continuation byte, an overlong form, a surrogate code point or a value above
-/// U+10FFFF) gives one U+FFFD per maximal invalid subsequence, as the Unicode
-/// standard recommends; the conversion itself never fails.
-NVK_EXPORT std::u16string utf8ToUtf16(std::string_view utf8);
-/// UTF-16 to UTF-8. A pair of surrogates becomes one 4-byte sequence; a lone
-/// surrogate becomes U+FFFD (EF BF BD).
-NVK_EXPORT std::string utf16ToUtf8(std::u16string_view utf16);
-/// The UTF-8 bytes of one code point written at `out` (room for four);
-/// returns the end. Surrogates are the caller's to pair (or replace) first.
-inline char* putUtf8(char* out, char32_t cp) {
-    if (cp < 0x80) {
-        *out++ = char(cp);
-        return out;
-    }
-    if (cp < 0x800) {
-        *out++ = char(0xC0 | (cp >> 6));
-    } else {
-        if (cp < 0x10000) {
-            *out++ = char(0xE0 | (cp >> 12));
-        } else {
-            *out++ = char(0xF0 | (cp >> 18));
-            *out++ = char(0x80 | ((cp >> 12) & 0x3F));
-        }
-        *out++ = char(0x80 | ((cp >> 6) & 0x3F));
-    }
-    *out++ = char(0x80 | (cp & 0x3F));
-    return out;
-}
-/// The same, appended to `out`.
-inline void appendUtf8(std::string& out, char32_t cp) {
-    char bytes[4];
-    out.append(bytes, size_t(putUtf8(bytes, cp) - bytes));
-}
+/// The conversions of Utf.h for null-aware strings (a null string gives "").
 NVK_EXPORT WString toWide(std::string_view utf8);
 NVK_EXPORT std::string toNarrow(const WString& s);
 

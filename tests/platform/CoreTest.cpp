@@ -50,13 +50,6 @@ TEST(String, HashFoldsCaseAndWrapsAt32Bits) {
     EXPECT_EQ(hashNoCase(u"A LONG NAME THAT OVERFLOWS"), 4044307176u);
 }
 
-// The file interface's reader and writer are checked against these two on random runs
-// of valid and invalid text, and pinned on their own; what those runs leave out is here.
-TEST(Utf, ConvertsAllPlanesAndReplacesInvalidInput) {
-    EXPECT_EQ(utf16ToUtf8(u"a\u00e9\u20ac\U0001F600z"), "a\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80z");
-    EXPECT_EQ(utf8ToUtf16("\xc0\xaf"), u"\uFFFD\uFFFD");  // overlong '/'
-}
-
 TEST(Exception, CarriesMessageAndContext) {
     try {
         throw Exception("CPropertyCollection", "define(string)", u"Property %ls already exists\n", WString(u"a"));
