@@ -4,6 +4,7 @@
 #include <climits>
 
 #include "nvk/platform/Exception.h"
+#include "nvk/platform/ByteOrder.h"
 
 namespace nvk {
 
@@ -46,7 +47,7 @@ void readUtf16Units(iByteInputStream& in, char16_t* dest, int from, int to, int 
             got += n;
         }
         int units = int(got / 2);
-        for (int i = 0; i < units; ++i) dest[done + i] = char16_t(raw[2 * i] | (raw[2 * i + 1] << 8));
+        for (int i = 0; i < units; ++i) dest[done + i] = char16_t(tovan::loadLE<uint16_t>(raw + 2 * i));
         if (got < want)
             throw Exception(kClass, "readWideString", u"EOF reading byte %d in string of length %d", done + units + 1,
                             len);
@@ -108,13 +109,11 @@ void writeCompactInt(iByteOutputStream& out, int32_t v) {
         n = 2;
     } else if (v >= -32768 && v <= 32767) {
         b[0] = 2;
-        b[1] = uint8_t(v);
-        b[2] = uint8_t(uint32_t(v) >> 8);
+        tovan::storeLE(b + 1, uint16_t(v));
         n = 3;
     } else {
-        uint32_t u = uint32_t(v);
         b[0] = 3;
-        for (int i = 0; i < 4; ++i) b[1 + i] = uint8_t(u >> (8 * i));
+        tovan::storeLE(b + 1, uint32_t(v));
         n = 5;
     }
     out.write(b, n);
@@ -128,10 +127,10 @@ int32_t readCompactIntAfterHeader(iByteInputStream& in, uint8_t h) {
             return int8_t(b[0]);
         case 2:
             if (!readAll(in, b, 2)) throw Exception(kClass, "readInt", u"EOF reading int as short");
-            return int16_t(uint16_t(b[0] | (b[1] << 8)));
+            return int16_t(tovan::loadLE<uint16_t>(b));
         case 3:
             if (!readAll(in, b, 4)) throw Exception(kClass, "readInt", u"EOF reading int as int");
-            return int32_t(uint32_t(b[0]) | (uint32_t(b[1]) << 8) | (uint32_t(b[2]) << 16) | (uint32_t(b[3]) << 24));
+            return int32_t(tovan::loadLE<uint32_t>(b));
         default:
             return int8_t(h) >> 2;  // arithmetic: 0xFC is -1
     }
@@ -188,20 +187,13 @@ void writeWideString(iByteOutputStream& out, const WString& s) {
     for (char16_t u : s.view()) {
         if (version == 1) {
             flushIfFull(2);
-            buf[used++] = uint8_t(u);
-            buf[used++] = uint8_t(u >> 8);
-        } else if (u < 0x80) {
-            flushIfFull(1);
-            buf[used++] = uint8_t(u);
-        } else if (u < 0x800) {
-            flushIfFull(2);
-            buf[used++] = uint8_t(0xC0 | (u >> 6));
-            buf[used++] = uint8_t(0x80 | (u & 0x3F));
+            tovan::storeLE(buf + used, uint16_t(u));
+            used += 2;
         } else {
+            // Each unit as its own sequence: a surrogate too, unpaired.
             flushIfFull(3);
-            buf[used++] = uint8_t(0xE0 | (u >> 12));
-            buf[used++] = uint8_t(0x80 | ((u >> 6) & 0x3F));
-            buf[used++] = uint8_t(0x80 | (u & 0x3F));
+            char* at = reinterpret_cast<char*>(buf + used);
+            used += size_t(tovan::putUtf8(at, u) - at);
         }
     }
     if (used) out.write(buf, used);

@@ -8,7 +8,7 @@
 #endif
 
 #include "nvk/platform/Exception.h"
-#include "nvk/platform/Util.h"
+#include "nvk/platform/NumberText.h"
 
 namespace nvk {
 
@@ -94,7 +94,6 @@ size_t plainRun(const wchar* p, size_t n) {
 }  // namespace
 
 void CJsonWriter::escape(std::u16string_view text, std::u16string& out) {
-    static const char16_t hex[] = u"0123456789abcdef";
     out += u'"';
     size_t run = 0;  // start of the characters that go out unchanged
     const size_t size = text.size();
@@ -118,10 +117,7 @@ void CJsonWriter::escape(std::u16string_view text, std::u16string& out) {
             // Control characters, C1 controls and U+2000..U+20FF (the line and
             // paragraph separators among them) are not safe in script text.
             out += u"\\u";
-            out += hex[(c >> 12) & 15];
-            out += hex[(c >> 8) & 15];
-            out += hex[(c >> 4) & 15];
-            out += hex[c & 15];
+            for (int shift = 12; shift >= 0; shift -= 4) out += char16_t(tovan::kHexDigits[(c >> shift) & 15]);
         }
     }
     out.append(text.data() + run, text.size() - run);
@@ -139,7 +135,6 @@ void CJsonWriter::escapeUtf8(std::u16string_view text, std::string& out) {
 // than six bytes, and checking the length at every byte would cost more
 // than the rest.
 char* CJsonWriter::escapeUtf8(std::u16string_view text, char* d) {
-    static const char hex[] = "0123456789abcdef";
     const wchar* p = text.data();
     const size_t size = text.size();
     *d++ = '"';
@@ -155,19 +150,22 @@ char* CJsonWriter::escapeUtf8(std::u16string_view text, char* d) {
         }
 #endif
         if (i >= size) break;
-        const wchar c = p[i++];
+        const wchar c = p[i];
         if (c < 128 && kPlainAscii[c]) {
             *d++ = char(c);
-        } else if (c >= 0xD800 && c <= 0xDFFF) {
+            ++i;
+            continue;
+        }
+        if (c >= 128 && isPlain(c)) {
             // Surrogates are plain text to escape(); the file turns a pair
             // into one character and a lone one into U+FFFD, and so does this.
-            char32_t cp = 0xFFFD;
-            if (c <= 0xDBFF && i < size && p[i] >= 0xDC00 && p[i] <= 0xDFFF)
-                cp = 0x10000 + ((char32_t(c) - 0xD800) << 10) + (char32_t(p[i++]) - 0xDC00);
-            d = tovan::putUtf8(d, cp);
-        } else if (c >= 128 && isPlain(c)) {
-            d = tovan::putUtf8(d, c);
-        } else if (c == u'/' && (i == 1 || p[i - 2] != u'<')) {
+            const wchar* at = p + i;
+            d = tovan::putUtf8(d, at, p + size);
+            i = size_t(at - p);
+            continue;
+        }
+        ++i;
+        if (c == u'/' && (i == 1 || p[i - 2] != u'<')) {
             *d++ = '/';
         } else {
             char two = 0;
@@ -187,7 +185,9 @@ char* CJsonWriter::escapeUtf8(std::u16string_view text, char* d) {
                 *d++ = two;
                 continue;
             }
-            const char unit[] = {'\\', 'u', hex[(c >> 12) & 15], hex[(c >> 8) & 15], hex[(c >> 4) & 15], hex[c & 15]};
+            using tovan::kHexDigits;
+            const char unit[] = {'\\', 'u', kHexDigits[(c >> 12) & 15], kHexDigits[(c >> 8) & 15],
+                                 kHexDigits[(c >> 4) & 15], kHexDigits[c & 15]};
             std::memcpy(d, unit, sizeof unit);
             d += sizeof unit;
         }
@@ -431,16 +431,10 @@ CJsonWriter& CJsonWriter::value(double d) {
 
 namespace {
 
-template <class Unsigned>
-void appendDigits(Unsigned m, std::u16string& out) {
-    char16_t buf[24];
-    char16_t* end = buf + 24;
-    char16_t* p = end;
-    do {
-        *--p = char16_t(u'0' + m % 10);
-        m /= 10;
-    } while (m);
-    out.append(p, size_t(end - p));
+template <std::integral T>
+void appendDigits(T n, std::u16string& out) {
+    char16_t text[tovan::kIntegerTextMax];
+    out.append(text, tovan::putInteger(text, n));
 }
 
 }  // namespace
@@ -448,8 +442,7 @@ void appendDigits(Unsigned m, std::u16string& out) {
 CJsonWriter& CJsonWriter::value(long n) {
     checkValue();
     beginValue();
-    if (n < 0) scratch_ += u'-';
-    appendDigits(n < 0 ? 0ULL - (unsigned long long)n : (unsigned long long)n, scratch_);
+    appendDigits(n, scratch_);
     endValue();
     return *this;
 }

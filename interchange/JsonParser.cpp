@@ -1,95 +1,21 @@
 #include "nvk/interchange/JsonParser.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <charconv>
 #include <cmath>
 #include <cstdint>
-#include <cstdlib>
 #include <limits>
 #include <string>
 #include <string_view>
 #include <unordered_set>
 
+#include "nvk/platform/NumberText.h"
+
 namespace cajun::json {
-
-namespace {
-
-
-// The longest prefix of `text` that a standard input stream's extraction of
-// a double takes in the classic locale: a sign, digits with at most one
-// decimal point, then "e" or "E" (only after a digit) with an optional sign
-// and digits.
-size_t extractablePrefix(std::u16string_view text) {
-    size_t i = 0;
-    if (i < text.size() && (text[i] == u'+' || text[i] == u'-')) ++i;
-    bool digit = false, point = false, exponent = false;
-    while (i < text.size()) {
-        char16_t c = text[i];
-        if (c >= u'0' && c <= u'9') {
-            digit = true;
-        } else if (c == u'.' && !point && !exponent) {
-            point = true;
-        } else if ((c == u'e' || c == u'E') && !exponent && digit) {
-            exponent = true;
-            if (i + 1 < text.size() && (text[i + 1] == u'+' || text[i + 1] == u'-')) ++i;
-        } else {
-            break;
-        }
-        ++i;
-    }
-    return i;
-}
-
-// Converts what extractablePrefix accepted, with the stream's results for the
-// texts it cannot take whole: zero for a text that is no number ("-", "1e"),
-// the largest finite magnitude for one that overflows.
-double convertExtracted(std::u16string_view text) {
-    char small[64];
-    std::string large;
-    char* buf = small;
-    if (text.size() >= sizeof small) {
-        large.resize(text.size() + 1);
-        buf = large.data();
-    }
-    size_t n = 0;
-    for (char16_t c : text) buf[n++] = char(c);
-    buf[n] = 0;
-    const char* begin = buf;
-    if (*begin == '+') ++begin;  // from_chars takes no plus sign
-    double value = 0;
-    auto [ptr, ec] = std::from_chars(begin, buf + n, value);
-    if (ec == std::errc() && ptr == buf + n) return value;
-    if (ec == std::errc::result_out_of_range) {
-        char* end = nullptr;
-        double v = std::strtod(buf, &end);
-        if (end != buf + n) return 0;
-        if (std::isinf(v)) return v > 0 ? std::numeric_limits<double>::max() : -std::numeric_limits<double>::max();
-        return v;
-    }
-    return 0;
-}
-
-}  // namespace
 
 double Parser::ParseNumber(const JsonToken& token) {
     std::u16string_view text = token.text;
-    // Most numbers in records are short integers: up to nine digits convert
-    // exactly by hand, with the same result as the general path (-0 too).
-    {
-        const bool minus = !text.empty() && text[0] == u'-';
-        const size_t digits = text.size() - (minus ? 1 : 0);
-        if (digits >= 1 && digits <= 9) {
-            uint32_t v = 0;
-            size_t i = minus ? 1 : 0;
-            for (; i < text.size(); ++i) {
-                const unsigned d = unsigned(text[i]) - u'0';
-                if (d > 9) break;
-                v = v * 10 + d;
-            }
-            if (i == text.size()) return minus ? -double(v) : double(v);
-        }
-    }
+    double value;
+    if (tovan::parseShortDecimal(text, value)) return value;
     std::u16string_view unsigned_ = text;
     bool negative = false;
     if (!unsigned_.empty() && (unsigned_[0] == u'+' || unsigned_[0] == u'-')) {
@@ -99,10 +25,10 @@ double Parser::ParseNumber(const JsonToken& token) {
     if (unsigned_ == u"Inf" || unsigned_ == u"Infinity")
         return negative ? -std::numeric_limits<double>::infinity() : std::numeric_limits<double>::infinity();
 
-    size_t taken = extractablePrefix(text);
+    size_t taken = tovan::streamDoublePrefix(text);
     if (taken < text.size())
         throw ParseException(token.begin, token.end, u"Unexpected character in NUMBER token: %c", text[taken]);
-    return convertExtracted(text);
+    return tovan::streamDoubleValue(text);
 }
 
 const JsonToken& Parser::match(TokenKind kind) {

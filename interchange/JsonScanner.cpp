@@ -8,6 +8,8 @@
 #include <emmintrin.h>
 #endif
 
+#include "nvk/platform/NumberText.h"
+
 namespace cajun::json {
 
 using tovan::wchar;
@@ -19,11 +21,6 @@ namespace {
 // host that switches locales cannot change what the reader skips, and
 // because this test runs once per character of every document.
 inline bool isSpace(wchar c) { return c == u' ' || (c >= 9 && c <= 13); }
-
-// iswdigit is 0-9 in every locale.
-inline bool isHexDigit(wchar c) {
-    return (c >= u'0' && c <= u'9') || (c >= u'a' && c <= u'f') || (c >= u'A' && c <= u'F');
-}
 
 // The characters a number token may hold, built once from the literal that
 // defines them: the digits, ".", "e", "E", "-", "+" and the letters of
@@ -141,9 +138,9 @@ void Scanner::scanString(JsonInputStream& in) {
             unsigned value = 0;
             int digits = 0;
             while (digits < 4 && !in.EOS()) {
-                wchar h = in.Consume();
-                if (!isHexDigit(h)) break;  // consumed all the same
-                value = value * 16 + unsigned(h <= u'9' ? h - u'0' : (h | 0x20) - u'a' + 10);
+                const int digit = tovan::hexDigitValue(in.Consume());
+                if (digit < 0) break;  // consumed all the same
+                value = value * 16 + unsigned(digit);
                 ++digits;
             }
             if (digits < 4)

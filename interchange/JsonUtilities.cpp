@@ -1,7 +1,6 @@
 #include "nvk/interchange/JsonUtilities.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <map>
 #include <cstdint>
@@ -17,6 +16,7 @@
 #include "nvk/platform/ArrayValue.h"
 #include "nvk/platform/Exception.h"
 #include "nvk/platform/NDimArrayValue.h"
+#include "nvk/platform/NumberText.h"
 #include "nvk/platform/Prefetch.h"
 
 namespace nvk::JsonUtilities {
@@ -615,65 +615,36 @@ private:
         return true;
     }
 
-    // A double as value(double) writes it. When the shortest text already has
-    // a point followed by a digit, the writer's repairs change nothing and it
-    // goes straight in; anything else takes the writer's way.
+    // A double as value(double) writes it: for a finite number that is the
+    // text of doubleToString's option 1, which always has a point followed
+    // by a digit, so the writer's repairs would change nothing.
     void number(double d) {
-        if (std::isfinite(d)) {
-            char text[32];
-            const auto result = std::to_chars(text, text + sizeof text, d);
-            if (result.ec == std::errc()) {
-                const size_t n = size_t(result.ptr - text);
-                size_t point = 0;
-                while (point < n && text[point] != '.') ++point;
-                if (point + 1 < n && text[point + 1] >= '0' && text[point + 1] <= '9') {
-                    if constexpr (std::is_same_v<Char, char>) {
-                        out_.append(text, n);
-                    } else {
-                        Char wide[32];
-                        for (size_t i = 0; i < n; ++i) wide[i] = Char(text[i]);
-                        out_.append(wide, n);
-                    }
-                    return;
-                }
-            }
+        if (!std::isfinite(d)) {
+            if constexpr (std::is_same_v<Char, char>)
+                out_.number(d, strict_);
+            else
+                CJsonWriter::AppendDouble(d, strict_, out_);
+            return;
         }
-        if constexpr (std::is_same_v<Char, char>)
-            out_.number(d, strict_);
-        else
-            CJsonWriter::AppendDouble(d, strict_, out_);
+        char text[tovan::kDoubleTextMax];
+        const size_t n = tovan::util::doubleToString(d, text, sizeof text, 1);
+        if constexpr (std::is_same_v<Char, char>) {
+            out_.append(text, n);
+        } else {
+            Char wide[tovan::kDoubleTextMax];
+            for (size_t i = 0; i < n; ++i) wide[i] = Char(text[i]);
+            out_.append(wide, n);
+        }
     }
 
-    // The writer's digits, two at a time: integers are most of the values
-    // of many records.
+    // Integers are most of the values of many records.
     void digits(long n) {
-        static constexpr char kPairs[] =
-            "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
-            "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
-            "8081828384858687888990919293949596979899";
-        // The text ends halfway, so that 24 bytes from wherever it starts can
-        // be moved at once (fixed-size moves need no call).
-        Char buf[48];
-        Char* const end = buf + 24;
-        Char* p = end;
-        unsigned long long m = n < 0 ? 0ULL - (unsigned long long)n : (unsigned long long)n;
-        while (m >= 100) {
-            const unsigned pair = unsigned(m % 100) * 2;
-            m /= 100;
-            *--p = Char(kPairs[pair + 1]);
-            *--p = Char(kPairs[pair]);
-        }
-        if (m >= 10) {
-            *--p = Char(kPairs[m * 2 + 1]);
-            *--p = Char(kPairs[m * 2]);
-        } else {
-            *--p = Char('0' + m);
-        }
-        if (n < 0) *--p = Char('-');
+        Char text[tovan::kIntegerTextMax];
+        const Char* end = tovan::putInteger(text, n);
         if constexpr (std::is_same_v<Char, char>)
-            out_.appendShort(p, size_t(end - p));
+            out_.appendShort(text, size_t(end - text));
         else
-            out_.append(p, size_t(end - p));
+            out_.append(text, size_t(end - text));
     }
 
     // As writeValue, for the kinds records hold.

@@ -3,6 +3,7 @@
 #include "nvk/interchange/JsonUtilities.h"
 #include "nvk/platform/ArrayValue.h"
 #include "nvk/platform/NDimArrayValue.h"
+#include "nvk/platform/NumberText.h"
 
 namespace nvk {
 
@@ -45,7 +46,7 @@ std::string DescribeValueType(const tovan::Value& value) {
         word += ' ';
         for (size_t d = 0; d < nd->getDimensionCount(); ++d) {
             if (d) word += 'x';
-            word += std::to_string(nd->getDimensions()[d]);
+            word += tovan::integerText(nd->getDimensions()[d]);
         }
         int code = nd->getElementTypeCode();
         const char* tag = code == tovan::ArrayValue::AnyElementType ? "Value" : tovan::Value::classTagOf(code);

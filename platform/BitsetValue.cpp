@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <string>
 
+#include "nvk/platform/ByteOrder.h"
+#include "nvk/platform/NumberText.h"
+
 namespace tovan {
 
 const ClassTag BitsetValue::Tag("Norvatek.BitsetValue");
@@ -139,7 +142,7 @@ WString BitsetValue::toString() const {
     forEachSetBit([&](size_t i) {
         if (!first) s += u", ";
         first = false;
-        for (char c : std::to_string(i)) s.push_back(wchar(c));
+        s += integerWide(i).view();
     });
     s += u"}";
     return WString(std::move(s));
@@ -159,7 +162,8 @@ void BitsetValue::serialize(iByteOutputStream& out) const {
     size_t pos = 0;
     for (size_t k = 0, total = wordsFor(size_); k < total; ++k) {
         const uint64_t w = k >= base_ && k < end() ? words_[k - base_] : 0;
-        for (int b = 0; b < 8; ++b) buf[pos++] = uint8_t(w >> (8 * b));
+        storeLE(buf + pos, w);
+        pos += 8;
         if (pos == sizeof buf) {
             out.write(buf, pos);
             pos = 0;
@@ -179,9 +183,7 @@ void BitsetValue::deserialize(iByteInputStream& in) {
         size_t chunk = std::min(nwords - words.size(), sizeof buf / 8);
         in.readExactly(buf, chunk * 8, "BitsetValue");
         for (size_t i = 0; i < chunk; ++i) {
-            uint64_t w = 0;
-            for (int b = 0; b < 8; ++b) w |= uint64_t(buf[8 * i + size_t(b)]) << (8 * b);
-            words.push_back(w);
+            words.push_back(loadLE<uint64_t>(buf + 8 * i));
         }
     }
     if (size & 63) {

@@ -4,6 +4,7 @@
 #include <bit>
 #include <cstring>
 
+#include "nvk/platform/ByteOrder.h"
 #include "nvk/platform/Exception.h"
 
 namespace tovan {
@@ -64,7 +65,7 @@ namespace {
 template <class U>
 void putLE(iByteOutputStream& out, U v) {
     uint8_t b[sizeof(U)];
-    for (size_t i = 0; i < sizeof(U); ++i) b[i] = uint8_t(v >> (8 * i));
+    storeLE(b, v);
     out.write(b, sizeof(U));
 }
 
@@ -72,9 +73,7 @@ template <class U>
 U getLE(iByteInputStream& in, const char* className) {
     uint8_t b[sizeof(U)];
     in.readExactly(b, sizeof(U), className);
-    U v = 0;
-    for (size_t i = 0; i < sizeof(U); ++i) v |= U(b[i]) << (8 * i);
-    return v;
+    return loadLE<U>(b);
 }
 
 }  // namespace

@@ -1,10 +1,10 @@
 #include "nvk/platform/DateTimeValue.h"
 
 #include <chrono>
-#include <cstdio>
 #include <ctime>
 #include <string>
 
+#include "nvk/platform/ByteOrder.h"
 #include "nvk/platform/Exception.h"
 
 namespace tovan {
@@ -40,22 +40,22 @@ void civilFromDays(int64_t z, int64_t& y, int& m, int& d) {
     y = yoe + era * 400 + (m <= 2);
 }
 
-std::string textf(const char* fmt, auto... args) {
-    char buffer[128];
-    std::snprintf(buffer, sizeof buffer, fmt, args...);  // reasons are short and fixed in form
-    return buffer;
+/// A reason, in the framework's format (narrow, for the messages that quote it).
+template <class... Args>
+std::string textf(FormatFor<Args...> fmt, const Args&... args) {
+    return toNarrow(format(fmt, args...));
 }
 
 /// Empty when every field is in range, else the reason.
 std::string checkFields(int y, int mo, int d, int h, int mi, int s, int ms) {
-    if (y < 1 || y > 9999) return textf("year %d is out of range 1 to 9999", y);
-    if (mo < 1 || mo > 12) return textf("month %d is out of range 1 to 12", mo);
+    if (y < 1 || y > 9999) return textf(u"year %d is out of range 1 to 9999", y);
+    if (mo < 1 || mo > 12) return textf(u"month %d is out of range 1 to 12", mo);
     int last = DateTimeValue::daysInMonth(y, mo);
-    if (d < 1 || d > last) return textf("day %d is out of range 1 to %d for %04d-%02d", d, last, y, mo);
-    if (h < 0 || h > 23) return textf("hour %d is out of range 0 to 23", h);
-    if (mi < 0 || mi > 59) return textf("minute %d is out of range 0 to 59", mi);
-    if (s < 0 || s > 59) return textf("second %d is out of range 0 to 59", s);
-    if (ms < 0 || ms > 999) return textf("millisecond %d is out of range 0 to 999", ms);
+    if (d < 1 || d > last) return textf(u"day %d is out of range 1 to %d for %04d-%02d", d, last, y, mo);
+    if (h < 0 || h > 23) return textf(u"hour %d is out of range 0 to 23", h);
+    if (mi < 0 || mi > 59) return textf(u"minute %d is out of range 0 to 59", mi);
+    if (s < 0 || s > 59) return textf(u"second %d is out of range 0 to 59", s);
+    if (ms < 0 || ms > 999) return textf(u"millisecond %d is out of range 0 to 999", ms);
     return {};
 }
 
@@ -181,7 +181,7 @@ private:
             throw BadParameterException(kClass, "fromIso8601",
                                         u"Invalid ISO 8601 date-time \"%ls\": offset minute %d is out of range 0 to 59",
                                         original_, minutes);
-        std::string text = textf("%c%02d:%02d", char(sign), hours, minutes);
+        std::string text = textf(u"%c%02d:%02d", char(sign), hours, minutes);
         return toWide(text);
     }
 
@@ -363,8 +363,8 @@ void DateTimeValue::convertToLocal() {
 }
 
 WString DateTimeValue::toIso8601() const {
-    std::string text = textf("%04d-%02d-%02dT%02d:%02d:%02d", year_, month_, day_, hour_, minute_, second_);
-    if (millisecond_ != 0) text += textf(".%03d", millisecond_);
+    std::string text = textf(u"%04d-%02d-%02dT%02d:%02d:%02d", year_, month_, day_, hour_, minute_, second_);
+    if (millisecond_ != 0) text += textf(u".%03d", millisecond_);
     int offset;
     if (timeZone_ == u"UTC") text += 'Z';
     else if (labelOffset(timeZone_, offset)) text += toNarrow(timeZone_);
@@ -394,8 +394,9 @@ void DateTimeValue::assign(const Value& other) {
 }
 
 void DateTimeValue::serialize(iByteOutputStream& out) const {
-    uint8_t fields[9] = {uint8_t(year_), uint8_t(year_ >> 8), uint8_t(month_), uint8_t(day_), uint8_t(hour_),
-                         uint8_t(minute_), uint8_t(second_), uint8_t(millisecond_), uint8_t(millisecond_ >> 8)};
+    uint8_t fields[9] = {0, 0, uint8_t(month_), uint8_t(day_), uint8_t(hour_), uint8_t(minute_), uint8_t(second_)};
+    storeLE(fields, uint16_t(year_));
+    storeLE(fields + 7, uint16_t(millisecond_));
     out.write(fields, sizeof fields);
     writeValueText(out, timeZone_);
 }
@@ -403,7 +404,7 @@ void DateTimeValue::serialize(iByteOutputStream& out) const {
 void DateTimeValue::deserialize(iByteInputStream& in) {
     uint8_t f[9];
     in.readExactly(f, sizeof f, kClass);
-    int year = int16_t(f[0] | f[1] << 8), millisecond = int16_t(f[7] | f[8] << 8);
+    int year = int16_t(loadLE<uint16_t>(f)), millisecond = int16_t(loadLE<uint16_t>(f + 7));
     WString zone = readValueText(in, kClass);
     std::string reason = checkFields(year, f[2], f[3], f[4], f[5], f[6], millisecond);
     if (!reason.empty())

@@ -1,6 +1,8 @@
 #include "nvk/platform/Format.h"
 
-#include <cstdio>
+#include <cmath>
+
+#include "nvk/platform/NumberText.h"
 
 namespace tovan {
 namespace {
@@ -35,15 +37,12 @@ void appendInteger(std::u16string& out, const FormatArg& a, const detail::Conver
     } else {
         magnitude = a.u;
     }
-    unsigned base = (s.conv == u'x' || s.conv == u'X') ? 16 : s.conv == u'o' ? 8 : 10;
-    const char* digits = s.conv == u'X' ? "0123456789ABCDEF" : "0123456789abcdef";
-    char16_t buf[72];
-    int n = 0;
-    do {
-        buf[n++] = char16_t(digits[magnitude % base]);
-        magnitude /= base;
-    } while (magnitude);
-    if (s.precision == 0 && n == 1 && buf[0] == u'0') n = 0;
+    const int base = (s.conv == u'x' || s.conv == u'X') ? 16 : s.conv == u'o' ? 8 : 10;
+    char digits[kIntegerTextMax];
+    int n = int(putInteger(digits, magnitude, base) - digits);
+    if (s.conv == u'X')
+        for (int k = 0; k < n; ++k) digits[k] = kHexDigitsUpper[hexDigitValue(char32_t(digits[k]))];
+    if (s.precision == 0 && magnitude == 0) n = 0;
     std::u16string body;
     if (negative) body.push_back(u'-');
     else if (isSigned && s.plus) body.push_back(u'+');
@@ -53,28 +52,23 @@ void appendInteger(std::u16string& out, const FormatArg& a, const detail::Conver
     if (s.zero && !s.left && s.precision < 0 && s.width > 0 && size_t(s.width) > body.size() + size_t(n))
         digitsWanted = int(size_t(s.width) - body.size());
     body.append(size_t(digitsWanted - n), u'0');
-    while (n > 0) body.push_back(buf[--n]);
+    body.append(digits, digits + n);
     appendAligned(out, body, s);
 }
 
 void appendReal(std::u16string& out, double v, const detail::ConversionSpec& s) {
-    char spec[32];
-    int k = 0;
-    spec[k++] = '%';
-    if (s.left) spec[k++] = '-';
-    if (s.plus) spec[k++] = '+';
-    if (s.space) spec[k++] = ' ';
-    if (s.alt) spec[k++] = '#';
-    if (s.zero) spec[k++] = '0';
-    k += std::snprintf(spec + k, sizeof spec - k, "%d.%d", s.width > 0 ? s.width : 0,
-                       s.precision >= 0 ? s.precision : 6);
-    spec[k++] = char(s.conv);
-    spec[k] = 0;
-    char buf[512];
-    int len = std::snprintf(buf, sizeof buf, spec, v);
-    if (len < 0) return;
-    if (size_t(len) >= sizeof buf) len = sizeof buf - 1;
-    for (int i = 0; i < len; ++i) out.push_back(char16_t(static_cast<unsigned char>(buf[i])));
+    const std::string text = printfDoubleText(v, char(s.conv), s.precision, s.alt);
+    const bool negative = text[0] == '-';
+    std::u16string body;
+    if (negative) body.push_back(u'-');
+    else if (s.plus) body.push_back(u'+');
+    else if (s.space) body.push_back(u' ');
+    const size_t digits = text.size() - (negative ? 1 : 0);
+    // Zeros go between the sign and the digits; "inf" and "nan" get spaces.
+    if (s.zero && !s.left && std::isfinite(v) && s.width > 0 && size_t(s.width) > body.size() + digits)
+        body.append(size_t(s.width) - body.size() - digits, u'0');
+    body.append(text.begin() + (negative ? 1 : 0), text.end());
+    appendAligned(out, body, s);
 }
 
 void appendText(std::u16string& out, const FormatArg& a, const detail::ConversionSpec& s) {

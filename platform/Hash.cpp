@@ -4,18 +4,18 @@
 #include <nettle/sha1.h>
 #include <nettle/sha2.h>
 
+#include "nvk/platform/NumberText.h"
 #include "nvk/platform/Pool.h"
 
 namespace tovan {
 
 std::string iHash::FinalText() {
-    static const char digits[] = "0123456789abcdef";
     std::vector<uint8_t> d = Final();
     std::string out;
     out.reserve(d.size() * 2);
     for (uint8_t b : d) {
-        out.push_back(digits[b >> 4]);
-        out.push_back(digits[b & 15]);
+        out.push_back(kHexDigits[b >> 4]);
+        out.push_back(kHexDigits[b & 15]);
     }
     return out;
 }

@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "nvk/platform/NumberText.h"
 namespace tovan {
 
 const ClassTag NDimArrayValue::Tag("Norvatek.NDimArrayValue");
@@ -14,7 +15,7 @@ WString dimsText(const Array<unsigned>& dims) {
     std::u16string s;
     for (size_t i = 0; i < dims.size(); ++i) {
         if (i) s += u'x';
-        for (char c : std::to_string(dims.get(i))) s += char16_t(c);
+        s += integerWide(dims.get(i)).view();
     }
     return WString(std::move(s));
 }

@@ -1,7 +1,10 @@
 #include "nvk/platform/Random.h"
 
+#include <algorithm>
 #include <chrono>
 #include <random>
+
+#include "nvk/platform/ByteOrder.h"
 
 namespace tovan {
 
@@ -36,7 +39,7 @@ void vcRandom::FillUnpredictable(uint8_t* out, size_t length) {
     }();
     for (size_t i = 0; i < length; i += 8) {
         uint64_t v = engine();
-        for (size_t k = 0; k < 8 && i + k < length; ++k) out[i + k] = uint8_t(v >> (8 * k));
+        storeLE(out + i, v, std::min<size_t>(8, length - i));
     }
 }
 

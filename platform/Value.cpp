@@ -1,8 +1,9 @@
 #include "nvk/platform/Value.h"
 
+#include "nvk/platform/ByteOrder.h"
+#include "nvk/platform/NumberText.h"
 #include "nvk/platform/Util.h"
 
-#include <charconv>
 #include <cmath>
 #include <cstring>
 #include <map>
@@ -203,8 +204,8 @@ void writeValueText(iByteOutputStream& out, const WString& text) {
     uint8_t buf[1024];
     size_t pos = 0;
     for (wchar c : text.view()) {
-        buf[pos++] = uint8_t(c);
-        buf[pos++] = uint8_t(c >> 8);
+        storeLE(buf + pos, uint16_t(c));
+        pos += 2;
         if (pos == sizeof buf) {
             out.write(buf, pos);
             pos = 0;
@@ -224,7 +225,7 @@ WString readValueText(iByteInputStream& in, const char* className) {
     while (left) {
         size_t units = std::min(left, sizeof buf / 2);
         in.readExactly(buf, units * 2, className);
-        for (size_t i = 0; i < units; ++i) text.push_back(wchar(buf[2 * i] | (buf[2 * i + 1] << 8)));
+        for (size_t i = 0; i < units; ++i) text.push_back(wchar(loadLE<uint16_t>(buf + 2 * i)));
         left -= units;
     }
     return WString(std::move(text));
@@ -251,8 +252,6 @@ const ValueRegistration<NullValue> regNull(VT_Null);
 const ValueRegistration<MissingValue> regMissing(VT_Missing);
 const ValueRegistration<FlexValue> regFlex(VT_Flex);
 
-WString narrowToWide(std::string_view s) { return WString(std::u16string(s.begin(), s.end())); }
-
 template <class V>
 const V* asSame(const Value& self, const Value& other) {
     return self.sameClass(other) ? static_cast<const V*>(&other) : nullptr;
@@ -275,7 +274,7 @@ bool IntegerValue::equals(const Value& other) const {
     const auto* o = asSame<IntegerValue>(*this, other);
     return o && o->value_ == value_;
 }
-WString IntegerValue::toString() const { return narrowToWide(std::to_string(value_)); }
+WString IntegerValue::toString() const { return integerWide(value_); }
 void IntegerValue::assign(const Value& other) {
     const auto* o = asSame<IntegerValue>(*this, other);
     if (!o) failAssign(other);
@@ -322,7 +321,7 @@ bool ByteValue::equals(const Value& other) const {
     const auto* o = asSame<ByteValue>(*this, other);
     return o && o->value_ == value_;
 }
-WString ByteValue::toString() const { return narrowToWide(std::to_string(value_)); }
+WString ByteValue::toString() const { return integerWide(value_); }
 void ByteValue::assign(const Value& other) {
     const auto* o = asSame<ByteValue>(*this, other);
     if (!o) failAssign(other);
@@ -371,22 +370,15 @@ bool trimmedAscii(const WString& text, std::string& out) {
 int32_t FlexValue::asInteger() const {
     std::string s;
     int32_t v = 0;
-    if (!text_.isNull() && trimmedAscii(text_, s) && !s.empty()) {
-        const char* first = s.data() + (s[0] == '+' && s.size() > 1 && s[1] != '-' ? 1 : 0);
-        auto r = std::from_chars(first, s.data() + s.size(), v);
-        if (r.ec == std::errc() && r.ptr == s.data() + s.size()) return v;
-    }
+    if (!text_.isNull() && trimmedAscii(text_, s) && parseInteger(std::string_view(s), v, NumberSigns::PlusOrMinus))
+        return v;
     throw BadParameterException("FlexValue", "asInteger", u"Cannot read '%ls' as %hs", text_, "an integer");
 }
 
 double FlexValue::asDouble() const {
     std::string s;
     double v = 0;
-    if (!text_.isNull() && trimmedAscii(text_, s) && !s.empty()) {
-        const char* first = s.data() + (s[0] == '+' && s.size() > 1 && s[1] != '-' ? 1 : 0);
-        auto r = std::from_chars(first, s.data() + s.size(), v);
-        if (r.ec == std::errc() && r.ptr == s.data() + s.size()) return v;
-    }
+    if (!text_.isNull() && trimmedAscii(text_, s) && parseDouble(s, v, NumberSigns::PlusOrMinus)) return v;
     throw BadParameterException("FlexValue", "asDouble", u"Cannot read '%ls' as %hs", text_, "a double");
 }
 

@@ -1,13 +1,13 @@
 // Evaluation of parsed XPath expressions over a navigated tree, and XPath's
 // conversions between its four value types.
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <limits>
 #include <unordered_map>
 #include <unordered_set>
 
 #include "nvk/platform/Exception.h"
+#include "nvk/platform/NumberText.h"
 #include "nvk/platform/XPath_internal.h"
 
 namespace tovan {
@@ -95,60 +95,13 @@ bool xpathToBoolean(const XPathValue& v) {
 }
 
 double xpathParseNumber(std::u16string_view text) {
-    constexpr double nan = std::numeric_limits<double>::quiet_NaN();
     size_t b = 0, e = text.size();
     while (b < e && isXmlSpace(text[b])) ++b;
     while (e > b && isXmlSpace(text[e - 1])) --e;
-    std::string ascii;
-    ascii.reserve(e - b);
-    size_t digits = 0, dots = 0;
-    for (size_t i = b; i < e; ++i) {
-        const char16_t c = text[i];
-        if (c >= u'0' && c <= u'9')
-            ++digits;
-        else if (c == u'.')
-            ++dots;
-        else if (!(c == u'-' && i == b))
-            return nan;
-        ascii.push_back(char(c));
-    }
-    if (digits == 0 || dots > 1) return nan;
-    double value = 0;
-    auto r = std::from_chars(ascii.data(), ascii.data() + ascii.size(), value, std::chars_format::fixed);
-    // Out of range is the one failure left: the digits were checked above.
-    if (r.ec == std::errc::result_out_of_range) {
-        bool negative = ascii[0] == '-';
-        bool tiny = ascii.find_first_not_of("-0.") != std::string::npos &&
-                    ascii.find_first_of("123456789") > ascii.find('.');
-        if (tiny) return negative ? -0.0 : 0.0;
-        return negative ? -std::numeric_limits<double>::infinity() : std::numeric_limits<double>::infinity();
-    }
-    return r.ptr == ascii.data() + ascii.size() ? value : nan;
+    return parsePlainDecimal(text.substr(b, e - b));
 }
 
-std::u16string xpathFormatNumber(double value) {
-    if (std::isnan(value)) return u"NaN";
-    if (std::isinf(value)) return value > 0 ? u"Infinity" : u"-Infinity";
-    if (value == 0) return u"0";
-    char buf[64];
-    auto r = std::to_chars(buf, buf + sizeof buf, value, std::chars_format::scientific);
-    std::string s(buf, r.ptr);  // shortest round trip: [-]d[.ddd]e(+|-)xx
-    const bool negative = s[0] == '-';
-    if (negative) s.erase(0, 1);
-    const size_t e = s.find('e');
-    const int exponent = std::stoi(s.substr(e + 1));
-    std::string digits = s.substr(0, e);
-    digits.erase(std::remove(digits.begin(), digits.end(), '.'), digits.end());
-    const long pointAt = long(exponent) + 1;  // digits before the decimal point
-    std::string out = negative ? "-" : "";
-    if (pointAt <= 0)
-        out += "0." + std::string(size_t(-pointAt), '0') + digits;
-    else if (size_t(pointAt) >= digits.size())
-        out += digits + std::string(size_t(pointAt) - digits.size(), '0');
-    else
-        out += digits.substr(0, size_t(pointAt)) + "." + digits.substr(size_t(pointAt));
-    return std::u16string(out.begin(), out.end());
-}
+std::u16string xpathFormatNumber(double value) { return plainDoubleText(value); }
 
 namespace xpath {
 namespace {

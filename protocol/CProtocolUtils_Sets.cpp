@@ -3,9 +3,9 @@
 #include "nvk/protocol/CProtocolUtils.h"
 
 #include <cstdint>
-#include <cstdlib>
 
 #include "nvk/platform/Exception.h"
+#include "nvk/platform/NumberText.h"
 
 using namespace tovan;
 
@@ -24,11 +24,9 @@ bool CProtocolUtils::ConvertIDsToBitset(const std::vector<WString>& ids, BitsetV
         size_t start = s.find_first_not_of(' '), end = s.find_last_not_of(' ');
         s = start == std::string::npos ? std::string() : s.substr(start, end - start + 1);
         int index = -1;
-        if (!s.empty()) {
-            char* stop = nullptr;
-            long long v = std::strtoll(s.c_str(), &stop, 10);
-            if (*stop == '\0' && v >= INT32_MIN && v <= INT32_MAX) index = GetComponentIndexByLocalID(int32_t(v));
-        }
+        int32_t localID;
+        if (parseInteger(std::string_view(s), localID, NumberSigns::PlusOrMinus))
+            index = GetComponentIndexByLocalID(localID);
         if (index < 0) {
             error = WString(u"Did not find:");
             error += text.view();

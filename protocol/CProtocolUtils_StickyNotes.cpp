@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "nvk/platform/Exception.h"
+#include "nvk/platform/NumberText.h"
 #include "nvk/protocol/CProtocolUtils_internal.h"
 
 using namespace tovan;
@@ -18,30 +19,12 @@ namespace {
 /// Parses "a b w h": four integers separated by single spaces.
 bool parseGeometry(const WString& text, int32_t out[4]) {
     std::u16string_view s = text.view();
-    size_t pos = 0;
     for (int k = 0; k < 4; ++k) {
-        if (k > 0) {
-            if (pos >= s.size() || s[pos] != u' ') return false;
-            ++pos;
-        }
-        bool negative = false;
-        if (pos < s.size() && s[pos] == u'-') {
-            negative = true;
-            ++pos;
-        }
-        size_t start = pos;
-        int64_t v = 0;
-        while (pos < s.size() && s[pos] >= u'0' && s[pos] <= u'9') {
-            v = v * 10 + (s[pos] - u'0');
-            if (v > int64_t(INT32_MAX) + 1) return false;
-            ++pos;
-        }
-        if (pos == start) return false;
-        v = negative ? -v : v;
-        if (v > INT32_MAX || v < INT32_MIN) return false;
-        out[k] = int32_t(v);
+        const size_t end = k < 3 ? s.find(u' ') : s.size();
+        if (end == std::u16string_view::npos || !parseInteger(s.substr(0, end), out[k])) return false;
+        s.remove_prefix(k < 3 ? end + 1 : end);
     }
-    return pos == s.size();
+    return true;
 }
 
 std::vector<WString> readNoteArray(const iAttributeHolder* owner, const wchar* key) {

@@ -7,6 +7,7 @@
 
 #include "nvk/platform/Base64.h"
 #include "nvk/platform/BlowFish.h"
+#include "nvk/platform/ByteOrder.h"
 #include "nvk/platform/Hash.h"
 #include "nvk/platform/Lock.h"
 #include "nvk/platform/Random.h"
@@ -28,36 +29,11 @@ const DebugTarget& credentialDebug() {
     return target;
 }
 
-/// Bytes that utf16ToUtf8 produces for `s` (lone surrogates become U+FFFD).
-size_t utf8Length(std::u16string_view s) {
-    size_t n = 0;
-    for (size_t i = 0; i < s.size(); ++i) {
-        char16_t c = s[i];
-        if (c < 0x80) n += 1;
-        else if (c < 0x800) n += 2;
-        else if (c >= 0xD800 && c < 0xDC00 && i + 1 < s.size() && s[i + 1] >= 0xDC00 && s[i + 1] < 0xE000) {
-            n += 4;
-            ++i;
-        } else n += 3;
-    }
-    return n;
-}
-
 /// Bytes reserved for the bitset's count. Counts of 0x10000 and more take a
 /// fourth byte when written; the buffer grows for it.
 size_t reservedCountLength(size_t bits) { return bits < 0x80 ? 1 : bits < 0x800 ? 2 : 3; }
 
 constexpr size_t MaxBitsetBits = 0x200000;  // the largest count four bytes can carry
-
-void putLE(std::vector<uint8_t>& buf, size_t at, uint64_t v, size_t bytes) {
-    for (size_t i = 0; i < bytes; ++i) buf[at + i] = uint8_t(v >> (8 * i));
-}
-
-uint64_t getLE(const uint8_t* p, size_t bytes) {
-    uint64_t v = 0;
-    for (size_t i = 0; i < bytes; ++i) v |= uint64_t(p[i]) << (8 * i);
-    return v;
-}
 
 /// Appends to a buffer sized in advance, growing it when a field turns out longer.
 struct Writer {
@@ -69,7 +45,7 @@ struct Writer {
     }
     void put(uint64_t v, size_t bytes) {
         room(bytes);
-        putLE(buf, pos, v, bytes);
+        storeLE(buf.data() + pos, v, bytes);
         pos += bytes;
     }
     void bytes(const void* data, size_t n) {
@@ -98,7 +74,7 @@ struct Reader {
     }
     bool get(uint64_t& v, size_t bytes, const char* field) {
         if (!need(bytes, field)) return false;
-        v = getLE(data + pos, bytes);
+        v = loadLE(data + pos, bytes);
         pos += bytes;
         return true;
     }
@@ -357,22 +333,9 @@ void CCredentials::GenerateCredentialsString(WString& out) {
         scratch_ = utf16ToUtf8(strings_[i].view());
         w.string(scratch_);
     }
-    size_t n = bits.size();
-    if (n < 0x80) {
-        w.put(n, 1);
-    } else if (n < 0x800) {
-        w.put(0xC0 | (n >> 6), 1);
-        w.put(0x80 | (n & 0x3F), 1);
-    } else if (n < 0x10000) {
-        w.put(0xE0 | (n >> 12), 1);
-        w.put(0x80 | ((n >> 6) & 0x3F), 1);
-        w.put(0x80 | (n & 0x3F), 1);
-    } else {
-        w.put(0xF0 | (n >> 18), 1);
-        w.put(0x80 | ((n >> 12) & 0x3F), 1);
-        w.put(0x80 | ((n >> 6) & 0x3F), 1);
-        w.put(0x80 | (n & 0x3F), 1);
-    }
+    // The count is written as the UTF-8 form of a code point of that value.
+    char count[4];
+    w.bytes(count, size_t(putUtf8(count, char32_t(bits.size())) - count));
     w.room(bitBytes);
     for (size_t bit : bits.setBits()) buf[w.pos + bit / 8] |= uint8_t(1u << (bit % 8));
     w.pos += bitBytes;
@@ -579,11 +542,9 @@ void CCredentials::GetConversationHash(WString& out) {
     }
     uint8_t tail[13];
     tail[0] = GetRandomNumber();
-    for (int i = 0; i < 4; ++i) {
-        tail[1 + i] = uint8_t(serverIP_ >> (8 * i));
-        tail[5 + i] = uint8_t(clientIP_ >> (8 * i));
-        tail[9 + i] = uint8_t((bodyFlags_ & 0x40004) >> (8 * i));
-    }
+    storeLE(tail + 1, uint32_t(serverIP_));
+    storeLE(tail + 5, uint32_t(clientIP_));
+    storeLE(tail + 9, uint32_t(bodyFlags_ & 0x40004));
     hash->Update(tail, sizeof tail);
     out = toWide(hash->FinalText());
 }

@@ -1,6 +1,7 @@
 #include "nvk/services/LocatorEndpointIdentity.h"
 
 #include "nvk/platform/Exception.h"
+#include "nvk/platform/NumberText.h"
 
 using namespace tovan;
 
@@ -21,12 +22,9 @@ void HostAndPortToEndPoint(const std::string& host, int port, bool secure, std::
 void HostAndPortToEndPoint(const WString& hostAndPort, WString& out, int& port) {
     std::u16string_view s = hostAndPort.view();
     size_t colon = s.rfind(u':');
-    long value = 0;
-    bool valid = colon != std::u16string_view::npos && colon + 1 < s.size() && s.size() - colon - 1 <= 5;
-    for (size_t i = colon + 1; valid && i < s.size(); ++i) {
-        if (s[i] < u'0' || s[i] > u'9') valid = false;
-        else value = value * 10 + (s[i] - u'0');
-    }
+    int value = 0;
+    const bool valid = colon != std::u16string_view::npos && s.size() - colon - 1 <= 5 &&
+                       parseInteger(s.substr(colon + 1), value, NumberSigns::None);
     if (!valid || value < 1 || value > 65535)
         throw BadParameterException("LocatorEndpointIdentity", "HostAndPortToEndPoint",
                                     u"Host and port \"%ls\" has no valid port", hostAndPort);

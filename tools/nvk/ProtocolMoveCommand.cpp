@@ -1,6 +1,7 @@
 // nvk move: moves components of a protocol file by a given amount, as a drag would.
 #include <iostream>
 
+#include "nvk/platform/NumberText.h"
 #include "nvk/protocol/CProtocolFile.h"
 #include "nvk/protocol/CProtocolLayoutUtils.h"
 #include "tools/nvk/Command.h"
@@ -24,14 +25,11 @@ const CommandRegistration reg{
      &runMove}};
 
 bool parseInt(const std::string& text, long long lo, long long hi, long long& out) {
-    if (text.empty()) return false;
-    size_t used = 0;
-    try {
-        out = std::stoll(text, &used);
-    } catch (...) {
+    long long v = 0;
+    if (!tovan::parseInteger(std::string_view(text), v, tovan::NumberSigns::PlusOrMinus) || v < lo || v > hi)
         return false;
-    }
-    return used == text.size() && out >= lo && out <= hi;
+    out = v;
+    return true;
 }
 
 int runMove(const std::vector<std::string>& args) {

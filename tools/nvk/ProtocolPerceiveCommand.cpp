@@ -2,6 +2,7 @@
 #include <iostream>
 
 #include "nvk/interchange/CJsonWriter.h"
+#include "nvk/platform/NumberText.h"
 #include "nvk/protocol/CProtocolFile.h"
 #include "nvk/protocol/CProtocolUtils.h"
 #include "tools/nvk/Command.h"
@@ -45,7 +46,7 @@ void writeIDs(CJsonWriter& w, const CProtocolUtils& u, const tovan::BitsetValue&
 
 std::string idList(const CProtocolUtils& u, const tovan::BitsetValue& set) {
     std::string s;
-    set.forEachSetBit([&](size_t c) { s += (s.empty() ? "" : " ") + std::to_string(u.GetLocalID(int(c))); });
+    set.forEachSetBit([&](size_t c) { s += (s.empty() ? "" : " ") + tovan::integerText(u.GetLocalID(int(c))); });
     return s.empty() ? "-" : s;
 }
 
@@ -73,7 +74,7 @@ int runPerceive(const std::vector<std::string>& args) {
         writeIDs(w, u, starts);
         w.key("distances").object();
         for (int c = 0; c < u.GetNumComponents(); ++c)
-            w.key(std::to_string(u.GetLocalID(c)).c_str()).value(long(u.GetDistance(c)));
+            w.key(tovan::integerText(u.GetLocalID(c)).c_str()).value(long(u.GetDistance(c)));
         w.endObject().key("chain");
         writeIDs(w, u, u.GetChainComponents());
         w.key("ring");

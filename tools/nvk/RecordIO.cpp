@@ -8,16 +8,17 @@
 #include "nvk/interchange/NodeTreeText.h"
 #include "nvk/platform/Exception.h"
 #include "nvk/platform/FileInterface.h"
+#include "nvk/platform/NumberText.h"
 
 namespace nvk {
 
 namespace {
 
 std::string supportedVersions() {
-    return std::to_string(kMinNodeFileVersion) + " to " + std::to_string(kMaxNodeFileVersion);
+    return tovan::integerText(kMinNodeFileVersion) + " to " + tovan::integerText(kMaxNodeFileVersion);
 }
 
-std::string recordCount(size_t n) { return std::to_string(n) + (n == 1 ? " record" : " records"); }
+std::string recordCount(size_t n) { return tovan::integerText(n) + (n == 1 ? " record" : " records"); }
 
 }  // namespace
 
@@ -43,10 +44,9 @@ int parseRecordArgs(const Command& self, const std::vector<std::string>& args, i
     if (out.input.empty()) return usageError(self, "no input file");
     if (!version.empty()) {
         if (out.toBin.empty()) return usageError(self, "--stream-version applies only to --to-bin");
-        // Digits only: stoi would accept "2x" and " 2".
-        const bool digits = version.size() <= 3 && version.find_first_not_of("0123456789") == std::string::npos;
-        const int v = digits ? std::stoi(version) : 0;
-        if (v < kMinNodeFileVersion || v > kMaxNodeFileVersion)
+        int v = 0;
+        if (!tovan::parseInteger(std::string_view(version), v, tovan::NumberSigns::None) || v < kMinNodeFileVersion ||
+            v > kMaxNodeFileVersion)
             return usageError(self, "unsupported stream version '" + version + "' (supported: " +
                                         supportedVersions() + ")");
         out.streamVersion = v;

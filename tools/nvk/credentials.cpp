@@ -3,6 +3,7 @@
 #include <iostream>
 
 #include "nvk/platform/Format.h"
+#include "nvk/platform/NumberText.h"
 #include "nvk/platform/Object.h"
 #include "nvk/services/CCredentials.h"
 #include "tools/nvk/Command.h"
@@ -26,21 +27,9 @@ const Command& self() { return *findCommand("credentials"); }
 
 /// Decimal, or hexadecimal after "0x"; the whole text must be a number below 2^32.
 bool parseFlags(const std::string& text, uint32_t& out) {
-    size_t start = text.rfind("0x", 0) == 0 || text.rfind("0X", 0) == 0 ? 2 : 0;
-    int base = start ? 16 : 10;
-    if (text.size() == start || text.size() - start > (base == 16 ? 8u : 10u)) return false;
-    uint64_t v = 0;
-    for (size_t i = start; i < text.size(); ++i) {
-        char c = text[i];
-        int d = c >= '0' && c <= '9' ? c - '0' : base == 16 && c >= 'a' && c <= 'f' ? c - 'a' + 10
-                                             : base == 16 && c >= 'A' && c <= 'F' ? c - 'A' + 10
-                                                                                  : -1;
-        if (d < 0) return false;
-        v = v * base + uint64_t(d);
-    }
-    if (v > 0xFFFFFFFFull) return false;
-    out = uint32_t(v);
-    return true;
+    const bool hex = text.rfind("0x", 0) == 0 || text.rfind("0X", 0) == 0;
+    return tovan::parseInteger(std::string_view(text).substr(hex ? 2 : 0), out, tovan::NumberSigns::None,
+                               hex ? 16 : 10);
 }
 
 int runNew(const std::vector<std::string>& args) {
@@ -84,8 +73,8 @@ int runNew(const std::vector<std::string>& args) {
 }
 
 std::string dotted(uint32_t ip) {
-    return std::to_string(ip & 0xFF) + "." + std::to_string((ip >> 8) & 0xFF) + "." +
-           std::to_string((ip >> 16) & 0xFF) + "." + std::to_string(ip >> 24);
+    return tovan::integerText(ip & 0xFF) + "." + tovan::integerText((ip >> 8) & 0xFF) + "." +
+           tovan::integerText((ip >> 16) & 0xFF) + "." + tovan::integerText(ip >> 24);
 }
 
 std::string hex32(uint32_t v) { return tovan::toNarrow(tovan::format(u"0x%08X", v)); }
@@ -97,14 +86,14 @@ int runShow(const std::vector<std::string>& args) {
     c->DecryptBody(true);
     auto line = [](const char* label, const std::string& value) { std::cout << label << ": " << value << "\n"; };
     auto text = [&](const char* label, const tovan::WString& value) { line(label, tovan::toNarrow(value)); };
-    line("format version", std::to_string(c->GetFormatVersionNumber()));
-    line("random number", std::to_string(c->GetRandomNumberRaw()));
+    line("format version", tovan::integerText(c->GetFormatVersionNumber()));
+    line("random number", tovan::integerText(c->GetRandomNumberRaw()));
     line("session key form", c->IsSessionKey() ? "yes (read-only)" : "no");
     line("header flags", hex32(c->GetHeaderFlags()));
     line("body flags", hex32(c->GetBodyFlags()));
     line("server IP", dotted(c->GetServerIP()));
     line("client IP", dotted(c->GetClientIP()));
-    line("login time", std::to_string(c->GetLoginTime()));
+    line("login time", tovan::integerText(c->GetLoginTime()));
     text("user", c->GetUsername());
     line("password", c->GetPassword().isEmpty() ? "" : "********");
     text("client description", c->GetClientDescription());
