@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "nvk/platform/Exception.h"
+#include "nvk/platform/Utf_internal.h"
 
 namespace tovan {
 
@@ -238,7 +239,7 @@ bool vcFileInterface::decodeNext() {
         if (decoded_.size() < need) decoded_.resize(need);
         size_t produced = 0;
         size_t used = (encoding_ == TextEncoding::Utf8 || encoding_ == TextEncoding::Utf8Bom)
-                          ? decodeUtf8(reinterpret_cast<const char*>(begin), reinterpret_cast<const char*>(end),
+                          ? decodeUtf8Inline(reinterpret_cast<const char*>(begin), reinterpret_cast<const char*>(end),
                                        final, decoded_.data(), produced)
                           : decodeUtf16(begin, end, encoding_ == TextEncoding::Utf16BE, final, decoded_.data(),
                                         produced);

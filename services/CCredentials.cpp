@@ -361,9 +361,9 @@ void CCredentials::GenerateCredentialsString(WString& out) {
     for (uint8_t b : sealed) sum += b;
     buf[0] = version;
     buf[1] = random;
-    putLE(buf, 2, uint16_t(sealed.size()), 2);
-    putLE(buf, 4, sum, 4);
-    putLE(buf, 8, headerFlags_, 4);
+    storeLE(buf.data() + 2, uint16_t(sealed.size()));
+    storeLE(buf.data() + 4, uint32_t(sum));
+    storeLE(buf.data() + 8, uint32_t(headerFlags_));
 
     out = WString(util::Base64::EncodeWide(buf.data(), buf.size()));
     version_ = version;
@@ -399,9 +399,9 @@ bool CCredentials::Deserialize(const WString& text, WString& error) {
     if (buffer_.size() >= HeaderSize) {
         version_ = buffer_[0];
         random_ = buffer_[1];
-        encryptedLength_ = int16_t(getLE(&buffer_[2], 2));
-        checksum_ = uint32_t(getLE(&buffer_[4], 4));
-        headerFlags_ = uint32_t(getLE(&buffer_[8], 4));
+        encryptedLength_ = int16_t(loadLE<uint16_t>(&buffer_[2]));
+        checksum_ = loadLE<uint32_t>(&buffer_[4]);
+        headerFlags_ = loadLE<uint32_t>(&buffer_[8]);
     }
     if (!VerifyChecksum()) {
         error = format(u"Invalid checksum decoding: %ls - not a valid session string", data);
