@@ -1,15 +1,15 @@
 #include "nvk/protocol/CPropertyUtils.h"
 
-#include <limits>
-
 #include "nvk/platform/ArrayValue.h"
 #include "nvk/platform/Format.h"
+#include "nvk/platform/NumberText.h"
 #include "nvk/platform/Value.h"
 
 namespace nvk {
 
 using tovan::iParameter;
 using tovan::iProperty;
+using tovan::NumberSigns;
 using tovan::NVK_PromotedFromNew;
 using tovan::StringArrayValue;
 using tovan::WString;
@@ -136,11 +136,8 @@ bool CPropertyUtils::parseSeriesParameterName(const WString& name, WString& pref
         }
     }
     if (runLength == 0 || space == std::u16string_view::npos) return false;
-    long long value = 0;
-    for (size_t i = runStart; i < runStart + runLength; ++i) {
-        value = value * 10 + (text[i] - u'0');
-        if (value > std::numeric_limits<int>::max()) return false;
-    }
+    int value = 0;
+    if (!tovan::parseInteger(text.substr(runStart, runLength), value, NumberSigns::None)) return false;
     std::u16string_view rest = text.substr(runStart + runLength);
     while (!rest.empty() && isSeriesSpace(rest.front())) rest.remove_prefix(1);
     while (!rest.empty() && isSeriesSpace(rest.back())) rest.remove_suffix(1);

@@ -3,6 +3,7 @@
 #include <iostream>
 #include <utility>
 
+#include "nvk/platform/NumberText.h"
 #include "nvk/protocol/CProtocolLinkBuilder.h"
 #include "tools/nvk/Command.h"
 
@@ -40,8 +41,11 @@ const Command& self() { return *findCommand("link"); }
 bool parseStyle(const std::string& text, CProtocolLinkBuilder::ResultStyle& style, WString& value) {
     size_t colon = text.find(':');
     std::string number = text.substr(0, colon);
-    if (number.size() != 1 || number[0] < '1' || number[0] > '5') return false;
-    style = CProtocolLinkBuilder::ResultStyle(number[0] - '0');
+    int n = 0;
+    if (number.size() != 1 || !tovan::parseInteger(std::string_view(number), n, tovan::NumberSigns::None) || n < 1 ||
+        n > 5)
+        return false;
+    style = CProtocolLinkBuilder::ResultStyle(n);
     value = colon == std::string::npos ? WString::empty() : tovan::toWide(text.substr(colon + 1));
     return true;
 }

@@ -1,8 +1,8 @@
 // nvk series parse|make: series parameter names ("Item 7 extra").
-#include <charconv>
 #include <iostream>
 
 #include "nvk/interchange/CJsonWriter.h"
+#include "nvk/platform/NumberText.h"
 #include "nvk/protocol/CPropertyUtils.h"
 #include "tools/nvk/Command.h"
 
@@ -57,8 +57,7 @@ int runMake(const std::vector<std::string>& args) {
     if (args.size() != 3 && args.size() != 4) return usageError(self(), "make takes PREFIX INDEX [SUFFIX]");
     const std::string& text = args[2];
     int index = 0;
-    auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), index);
-    if (text.empty() || ec != std::errc() || end != text.data() + text.size())
+    if (!tovan::parseInteger(std::string_view(text), index))
         return usageError(self(), "INDEX must be a 32-bit integer, not '" + text + "'");
     WString suffix = args.size() == 4 ? tovan::toWide(args[3]) : WString::empty();
     std::cout << tovan::toNarrow(CPropertyUtils::createSeriesParameterName(tovan::toWide(args[1]), index, suffix)) << "\n";
