@@ -76,38 +76,26 @@ void CProtocolLayoutUtils::AvoidProtocolStickyNote(int n, int noteIndex, Extent&
     const int netDown = e.bottom + margin_ - extent.top;
     const int noteRight = extent.right + margin_ - e.left;
     const int noteDown = extent.bottom + margin_ - e.top;
-    int best = std::min({netRight, netDown, noteRight, noteDown});
-    if (best == netRight) {
-        debug(t, u"net %d moving right %d to avoid sticky note %d TBLR(%d %d %d %d)", n, netRight, noteIndex, e.top,
-              e.bottom, e.left, e.right);
-        MoveNetwork(n, netRight, 0);
-        extent.left += netRight;
-        extent.right += netRight;
-        debug(t, u"For network %d: NO overlap with protocol sticky note %d AFTER move RIGHT %d", n, noteIndex, netRight);
-    } else if (best == netDown) {
-        debug(t, u"net %d moving down %d to avoid sticky note %d TBLR(%d %d %d %d)", n, netDown, noteIndex, e.top,
-              e.bottom, e.left, e.right);
-        MoveNetwork(n, 0, netDown);
-        extent.top += netDown;
-        extent.bottom += netDown;
-        debug(t, u"For network %d: NO overlap with protocol sticky note %d AFTER move DOWN %d", n, noteIndex, netDown);
-    } else if (best == noteRight) {
-        debug(t, u"net %d moving STICKY NOTE right %d to avoid net: note %d TBLR(%d %d %d %d)", n, noteRight, noteIndex,
-              e.top, e.bottom, e.left, e.right);
-        e.left += noteRight;
-        e.right += noteRight;
-        note.changed = true;
-        debug(t, u"For network %d: NO overlap with protocol sticky note %d AFTER STICKY NOTE move RIGHT %d", n, noteIndex,
-              noteRight);
+    const int best = std::min({netRight, netDown, noteRight, noteDown});
+    const bool moveNetwork = best == netRight || best == netDown;
+    const bool right = moveNetwork ? best == netRight : best == noteRight;
+    const int dx = right ? best : 0, dy = right ? 0 : best;
+    Extent& moved = moveNetwork ? extent : e;
+    if (moveNetwork) {
+        debug(t, u"net %d moving %ls %d to avoid sticky note %d TBLR(%d %d %d %d)", n, right ? u"right" : u"down", best,
+              noteIndex, e.top, e.bottom, e.left, e.right);
+        MoveNetwork(n, dx, dy);
     } else {
-        debug(t, u"net %d moving STICKY NOTE down %d to avoid net: note %d TBLR(%d %d %d %d)", n, noteDown, noteIndex,
-              e.top, e.bottom, e.left, e.right);
-        e.top += noteDown;
-        e.bottom += noteDown;
+        debug(t, u"net %d moving STICKY NOTE %ls %d to avoid net: note %d TBLR(%d %d %d %d)", n,
+              right ? u"right" : u"down", best, noteIndex, e.top, e.bottom, e.left, e.right);
         note.changed = true;
-        debug(t, u"For network %d: NO overlap with protocol sticky note %d AFTER STICKY NOTE move DOWN %d", n, noteIndex,
-              noteDown);
     }
+    moved.left += dx;
+    moved.right += dx;
+    moved.top += dy;
+    moved.bottom += dy;
+    debug(t, u"For network %d: NO overlap with protocol sticky note %d AFTER %lsmove %ls %d", n, noteIndex,
+          moveNetwork ? u"" : u"STICKY NOTE ", right ? u"RIGHT" : u"DOWN", best);
 }
 
 void CProtocolLayoutUtils::SaveComponentStickyNotes(BitsetValue& changed) {

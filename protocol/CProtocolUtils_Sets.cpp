@@ -196,32 +196,39 @@ std::vector<unsigned> CProtocolUtils::ComponentBitsetToArray(const BitsetValue& 
 
 // ---- debug text -----------------------------------------------------------------------------
 
-void CProtocolUtils::ComponentSetText(const BitsetValue& set, WString& out) const {
+namespace {
+
+/// Writes the members of `set` below `count` with `item`, joined by ", ", or
+/// "Empty" when there are none.
+template <class Item>
+void setText(const BitsetValue& set, size_t count, WString& out, Item&& item) {
     out = WString::empty();
     bool any = false;
-    set.forEachSetBit([&](size_t c) {
-        if (c >= displayName_.size()) return;
+    set.forEachSetBit([&](size_t i) {
+        if (i >= count) return;
         if (any) out += u", ";
-        out += u'"';
-        out += displayName_[c].view();
-        out += u'"';
+        item(i);
         any = true;
     });
     if (!any) out = WString(u"Empty");
 }
 
+}  // namespace
+
+void CProtocolUtils::ComponentSetText(const BitsetValue& set, WString& out) const {
+    setText(set, displayName_.size(), out, [&](size_t c) {
+        out += u'"';
+        out += displayName_[c].view();
+        out += u'"';
+    });
+}
+
 void CProtocolUtils::ConnectionSetText(const BitsetValue& set, WString& out) const {
-    out = WString::empty();
-    bool any = false;
-    set.forEachSetBit([&](size_t k) {
-        if (k >= connFrom_.size()) return;
-        if (any) out += u", ";
+    setText(set, connFrom_.size(), out, [&](size_t k) {
         out += format(u"\"%ls\"->\"%ls\" (%ls)", displayName_[size_t(connFrom_[k])], displayName_[size_t(connTo_[k])],
                       connPort_[k] == PortFail ? u"fail" : u"pass")
                    .view();
-        any = true;
     });
-    if (!any) out = WString(u"Empty");
 }
 
 void CProtocolUtils::DebugComponentSet(const DebugTarget& target, const WString& label, const BitsetValue& set) const {

@@ -49,6 +49,16 @@ ToolRun runTool(const std::string& args);
 
 }  // namespace nvktest
 
+/// Runs `nvk tool_args` and expects exit status `tool_status` and exactly the
+/// text `tool_out` (standard error after standard output).
+#define EXPECT_TOOL(tool_args, tool_status, tool_out)                                             \
+    do {                                                                                          \
+        const std::string nvk_args_ = (tool_args);                                                \
+        const nvktest::ToolRun nvk_run_ = nvktest::runTool(nvk_args_);                            \
+        EXPECT_EQ(nvk_run_.status, (tool_status)) << nvk_args_;                                   \
+        EXPECT_EQ(nvk_run_.out, (tool_out)) << nvk_args_;                                         \
+    } while (0)
+
 /// Runs `stmt`, requires it to throw exactly `cls`, and requires the message
 /// (UTF-8) to equal `msg`.
 #define EXPECT_THROW_MSG(stmt, cls, msg)                                                          \

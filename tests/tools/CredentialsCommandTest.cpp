@@ -25,16 +25,10 @@ TEST(CredentialsCommand, NewThenShowWithThePasswordMasked) {
 }
 
 TEST(CredentialsCommand, ErrorsAreExactAndStatusesDiffer) {
-    ToolRun bad = runTool("credentials show abc");
-    EXPECT_EQ(bad.status, 1);
-    EXPECT_EQ(bad.out, "nvk credentials: Error decoding: abc...\n");
-    ToolRun empty = runTool("credentials show ''");
-    EXPECT_EQ(empty.status, 1);
-    EXPECT_EQ(empty.out, "nvk credentials: Empty Credentials\n");
+    EXPECT_TOOL("credentials show abc", 1, "nvk credentials: Error decoding: abc...\n");
+    EXPECT_TOOL("credentials show ''", 1, "nvk credentials: Empty Credentials\n");
     EXPECT_EQ(runTool("credentials new --domain LAB").status, 2);
     EXPECT_EQ(runTool("credentials new --user a --flags 12x").status, 2);
     EXPECT_EQ(runTool("credentials frobnicate").status, 2);
-    ToolRun tooLong = runTool("credentials new --user " + std::string(256, 'u'));
-    EXPECT_EQ(tooLong.status, 1);
-    EXPECT_EQ(tooLong.out, "nvk credentials: String too long\n");
+    EXPECT_TOOL("credentials new --user " + std::string(256, 'u'), 1, "nvk credentials: String too long\n");
 }

@@ -33,9 +33,7 @@ TEST(JsonCommand, PrintsEveryRecordAsATree) {
 TEST(JsonCommand, WritesRecordsBackAsJsonThatReadsTheSame) {
     nvktest::TempDir dir;
     std::string out = (dir / "out.json").string();
-    ToolRun r = runTool("json " + example("stations.json") + " --to-json " + out);
-    EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.out, "wrote 2 records to " + out + "\n");
+    EXPECT_TOOL("json " + example("stations.json") + " --to-json " + out, 0, "wrote 2 records to " + out + "\n");
     std::string text = nvktest::readFile(out);
     EXPECT_EQ(text.substr(0, 40), "[{\"station\":\"north-7\",\"active\":true,\"ele");
     EXPECT_EQ(runTool("json " + out).out, runTool("json " + example("stations.json")).out);

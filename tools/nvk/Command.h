@@ -1,6 +1,7 @@
 #pragma once
 // Subcommands of the nvk tool register themselves, one file each:
 //   static const nvk::CommandRegistration reg{{"json", "read JSON records", "nvk json FILE [...]", &runJson}};
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -25,5 +26,16 @@ const Command* findCommand(const std::string& name);
 
 /// Prints "nvk NAME: message" and the command's usage on standard error, returns ExitUsage.
 int usageError(const Command& command, const std::string& message);
+
+/// One word of a command with subcommands ("nvk credentials new"); `run` gets
+/// the arguments from the subcommand's name on.
+struct Subcommand {
+    const char* name;
+    int (*run)(const std::vector<std::string>& args);
+};
+
+/// Runs the subcommand that args[0] names, or reports a usage error: "expected
+/// 'a' or 'b'" without one, "unknown subcommand 'x'" for another word.
+int runSubcommand(const Command& command, const std::vector<std::string>& args, std::initializer_list<Subcommand> subs);
 
 }  // namespace nvk

@@ -65,10 +65,7 @@ int runMake(const std::vector<std::string>& args) {
 }
 
 int runSeries(const std::vector<std::string>& args) {
-    if (args.empty()) return usageError(self(), "expected 'parse' or 'make'");
-    if (args[0] == "parse") return runParse(args);
-    if (args[0] == "make") return runMake(args);
-    return usageError(self(), "unknown subcommand '" + args[0] + "'");
+    return runSubcommand(self(), args, {{"parse", &runParse}, {"make", &runMake}});
 }
 
 }  // namespace

@@ -110,10 +110,7 @@ int runShow(const std::vector<std::string>& args) {
 }
 
 int runCredentials(const std::vector<std::string>& args) {
-    if (args.empty()) return usageError(self(), "expected 'new' or 'show'");
-    if (args[0] == "new") return runNew(args);
-    if (args[0] == "show") return runShow(args);
-    return usageError(self(), "unknown subcommand '" + args[0] + "'");
+    return runSubcommand(self(), args, {{"new", &runNew}, {"show", &runShow}});
 }
 
 }  // namespace

@@ -70,6 +70,20 @@ int usageError(const Command& command, const std::string& message) {
     return ExitUsage;
 }
 
+int runSubcommand(const Command& command, const std::vector<std::string>& args, std::initializer_list<Subcommand> subs) {
+    if (!args.empty())
+        for (const Subcommand& sub : subs)
+            if (args[0] == sub.name) return sub.run(args);
+    if (!args.empty()) return usageError(command, "unknown subcommand '" + args[0] + "'");
+    std::string choices;
+    size_t i = 0;
+    for (const Subcommand& sub : subs) {
+        if (i++) choices += i == subs.size() ? " or " : ", ";
+        choices += "'" + std::string(sub.name) + "'";
+    }
+    return usageError(command, "expected " + choices);
+}
+
 }  // namespace nvk
 
 int main(int argc, char** argv) {
