@@ -17,6 +17,7 @@
 namespace nvk::JsonUtilities {
 
 using detail::appendNode;
+using detail::forEachProperty;
 using detail::GroupOrder;
 using detail::sameName;
 using detail::writeValue;
@@ -145,27 +146,19 @@ void writeProperties(CJsonWriter& w, const tovan::iPropertyCollection* propertie
     }
     const CPropertyCollectionData* data = static_cast<const CPropertyCollection*>(properties)->findData();
     if (!data) return;
-    const std::vector<CProperty*>& slots = data->GetSlots();
-    const size_t n = slots.size();
-    for (size_t k = 0; k < n; ++k) {
-        // Each property and each value is an object of its own wherever its
-        // pool put it, so the walk mostly waits for memory: the property two
-        // ahead and the value one ahead are asked for early.
-        if (k + 2 < n && slots[k + 2]) __builtin_prefetch(slots[k + 2]);
-        if (k + 1 < n && slots[k + 1]) __builtin_prefetch(slots[k + 1]->findValue());
-        const CProperty* p = slots[k];
-        if (!p) continue;  // a hole left by a removal
-        if (typeid(*p) != typeid(CProperty)) {
-            w.key(std::u16string_view(p->getName().view()));
-            writeValue(w, p->getValue());
-            continue;
+    forEachProperty(data->GetSlots(), [&](const CProperty& p) {
+        if (typeid(p) != typeid(CProperty)) {
+            w.key(std::u16string_view(p.getName().view()));
+            writeValue(w, p.getValue());
+        } else {
+            w.key(std::u16string_view(p.CProperty::getName().view()));
+            if (const tovan::Value* value = p.findValue())
+                writeValue(w, *value);
+            else
+                w.value(u"null", false);  // a property without a value reads as the null value
         }
-        w.key(std::u16string_view(p->CProperty::getName().view()));
-        if (const tovan::Value* value = p->findValue())
-            writeValue(w, *value);
-        else
-            w.value(u"null", false);  // a property without a value reads as the null value
-    }
+        return true;
+    });
 }
 
 // The usual shape, children whose names come in a few runs that never

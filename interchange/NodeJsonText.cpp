@@ -21,6 +21,7 @@
 
 namespace nvk::JsonUtilities {
 
+using detail::forEachProperty;
 using detail::GroupOrder;
 using detail::sameName;
 
@@ -199,22 +200,12 @@ private:
         if (typeid(*properties) != typeid(CPropertyCollection)) return false;
         const CPropertyCollectionData* data = static_cast<const CPropertyCollection*>(properties)->findData();
         if (!data) return true;
-        const std::vector<CProperty*>& slots = data->GetSlots();
-        const size_t n = slots.size();
-        for (size_t k = 0; k < n; ++k) {
-            if (k + 2 < n && slots[k + 2]) __builtin_prefetch(slots[k + 2]);
-            if (k + 1 < n && slots[k + 1]) __builtin_prefetch(slots[k + 1]->findValue());
-            const CProperty* p = slots[k];
-            if (!p) continue;
-            if (typeid(*p) != typeid(CProperty)) return false;
-            if (!key(p->CProperty::getName(), first)) return false;
-            if (const tovan::Value* v = p->findValue()) {
-                if (!value(*v)) return false;
-            } else {
-                put("null");
-            }
-        }
-        return true;
+        return forEachProperty(data->GetSlots(), [&](const CProperty& p) {
+            if (typeid(p) != typeid(CProperty) || !key(p.CProperty::getName(), first)) return false;
+            if (const tovan::Value* v = p.findValue()) return value(*v);
+            put("null");
+            return true;
+        });
     }
 
     bool key(const tovan::WString& name, bool& first) {

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "nvk/data/CProperty.h"
 #include "nvk/interchange/CJsonWriter.h"
 #include "nvk/platform/String.h"
 #include "nvk/platform/Value.h"
@@ -29,6 +30,22 @@ struct GroupOrder {
         for (size_t i = 0; i < groupOf.size(); ++i) ordered[next[groupOf[i]]++] = int(i);
     }
 };
+
+/// Calls `each(property)` for the properties in `slots` in order, skipping the
+/// holes removals leave, and stops at the first call that returns false (the
+/// result). Each property and each value is an object of its own wherever its
+/// pool put it, so the walk mostly waits for memory: the property two ahead and
+/// the value one ahead are asked for early.
+template <class Each>
+bool forEachProperty(const std::vector<CProperty*>& slots, Each&& each) {
+    const size_t n = slots.size();
+    for (size_t k = 0; k < n; ++k) {
+        if (k + 2 < n && slots[k + 2]) __builtin_prefetch(slots[k + 2]);
+        if (k + 1 < n && slots[k + 1]) __builtin_prefetch(slots[k + 1]->findValue());
+        if (const CProperty* p = slots[k]; p && !each(*p)) return false;
+    }
+    return true;
+}
 
 inline bool sameName(const tovan::WString& a, const tovan::WString& b) {
     return a.isNull() ? b.isNull() : !b.isNull() && a == b;  // a null name is apart from the empty one

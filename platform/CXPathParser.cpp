@@ -21,6 +21,26 @@ constexpr int kKnownFlags = QueryFirstOnly | QueryIgnoreCase | QueryAppend | Que
 
 const iNode& nodeOf(XPathHandle h) { return *static_cast<const iNode*>(h); }
 
+/// Whether `v` is a node-set of `kind` items only (nodes, or properties); when
+/// it is not, false under QueryNoThrow and BadParameterException otherwise.
+bool isSetOf(const XPathValue& v, XPathItemKind kind, const WString& expr, int flags, const char* op) {
+    if (v.type != XPathType::NodeSet) {
+        if (flags & QueryNoThrow) return false;
+        throw BadParameterException("CXPathParser", op, u"XPath expression \"%ls\" gives a %hs, not a node-set", expr,
+                                    xpathTypeName(v.type));
+    }
+    for (const XPathItem& item : v.nodes) {
+        if (item.kind == kind) continue;
+        if (flags & QueryNoThrow) return false;
+        if (kind == XPathItemKind::Node)
+            throw BadParameterException("CXPathParser", op,
+                                        u"XPath expression \"%ls\" selects properties or text, not nodes", expr);
+        throw BadParameterException("CXPathParser", op, u"XPath expression \"%ls\" selects nodes or text, not properties",
+                                    expr);
+    }
+    return true;
+}
+
 // A data tree through the navigator's eyes. Attributes are the properties
 // without the node-value flag; which property sits behind attribute i is
 // remembered for the node asked about last, since the evaluator asks about
@@ -102,18 +122,7 @@ bool CXPathParser::run(const WString& expr, int flags, const char* operation, XP
 bool CXPathParser::evaluate(const WString& expr, int flags, NodeReferenceSet& result) {
     static const char* const op = "evaluate(NodeReferenceSet)";
     XPathValue v;
-    if (!run(expr, flags, op, v)) return false;
-    if (v.type != XPathType::NodeSet) {
-        if (flags & QueryNoThrow) return false;
-        throw BadParameterException("CXPathParser", op, u"XPath expression \"%ls\" gives a %hs, not a node-set", expr,
-                                    xpathTypeName(v.type));
-    }
-    for (const XPathItem& item : v.nodes)
-        if (item.kind != XPathItemKind::Node) {
-            if (flags & QueryNoThrow) return false;
-            throw BadParameterException("CXPathParser", op,
-                                        u"XPath expression \"%ls\" selects properties or text, not nodes", expr);
-        }
+    if (!run(expr, flags, op, v) || !isSetOf(v, XPathItemKind::Node, expr, flags, op)) return false;
     if (!(flags & QueryAppend)) result.clear();
     for (const XPathItem& item : v.nodes) {
         result.add(const_cast<iNode*>(&nodeOf(item.node)));
@@ -125,18 +134,7 @@ bool CXPathParser::evaluate(const WString& expr, int flags, NodeReferenceSet& re
 bool CXPathParser::evaluate(const WString& expr, int flags, PropertyReferenceSet& result) {
     static const char* const op = "evaluate(PropertyReferenceSet)";
     XPathValue v;
-    if (!run(expr, flags, op, v)) return false;
-    if (v.type != XPathType::NodeSet) {
-        if (flags & QueryNoThrow) return false;
-        throw BadParameterException("CXPathParser", op, u"XPath expression \"%ls\" gives a %hs, not a node-set", expr,
-                                    xpathTypeName(v.type));
-    }
-    for (const XPathItem& item : v.nodes)
-        if (item.kind != XPathItemKind::Attribute) {
-            if (flags & QueryNoThrow) return false;
-            throw BadParameterException("CXPathParser", op,
-                                        u"XPath expression \"%ls\" selects nodes or text, not properties", expr);
-        }
+    if (!run(expr, flags, op, v) || !isSetOf(v, XPathItemKind::Attribute, expr, flags, op)) return false;
     NodeNavigator navigator;
     std::vector<iProperty*> found;
     for (const XPathItem& item : v.nodes) found.push_back(&navigator.property(item.node, item.attribute));

@@ -118,25 +118,24 @@ void vcFileInterface::open(const WString& path, FileMode mode, TextEncoding enco
     if (encoding == TextEncoding::Utf8Bom && startsEmpty) out_ = "\xEF\xBB\xBF";
 }
 
-void vcFileInterface::openText(const WString& text, const WString& name) {
+void vcFileInterface::openMemory(const WString& name) {
     close();
     reset();
     memoryOut_.clear();
     name_ = name;
     mode_ = FileMode::Read;
     kind_ = Kind::Memory;
+}
+
+void vcFileInterface::openText(const WString& text, const WString& name) {
+    openMemory(name);
     decoded_ = text.str();
     decodedLen_ = decoded_.size();
     rawEnd_ = true;
 }
 
 void vcFileInterface::openBytes(std::string bytes, const WString& name) {
-    close();
-    reset();
-    memoryOut_.clear();
-    name_ = name;
-    mode_ = FileMode::Read;
-    kind_ = Kind::Memory;
+    openMemory(name);
     raw_ = std::move(bytes);
     rawEnd_ = true;
     detectEncoding();

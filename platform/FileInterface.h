@@ -131,6 +131,7 @@ private:
     void detectEncoding();
     bool decodeNext();
     void reset();
+    void openMemory(const WString& name);  // closed, emptied, reading from memory under `name`
 
     Kind kind_ = Kind::Closed;
     FileMode mode_ = FileMode::Read;
