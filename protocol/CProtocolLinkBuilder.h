@@ -21,8 +21,8 @@
 // - An array parameter is sent as one name=value pair per element under the same name, in
 //   every form (the run-as-creator form too); an empty array sends nothing. The web form
 //   gets the parameters twice: in its "parameters" object and, like every style, as query
-//   pairs after it. In the web-form
-//   "parameters" object it is a JSON array of strings, a single value a JSON string:
+//   pairs after it. In the web-form "parameters" object an array is a JSON array of
+//   strings, a single value a JSON string:
 //   {"Threshold":"0.5","Tags":["a","b"]}, written by the library's JSON writer (so quotes,
 //   backslashes and control characters are JSON-escaped), and that text is then encoded as
 //   one query value.
