@@ -93,6 +93,7 @@ TEST(ProtocolFile, ErrorsNameTheFileFieldAndIndex) {
           (at + std::string(".metadata.k[0]: expected a text")).c_str());
     fails(params(R"({"p": {"value": 1, "metadata": {"k": null}}})"),
           (at + std::string(".metadata.k: expected a text, number, boolean or array of texts")).c_str());
+    fails(params(R"({"": 1})"), "flow.json: components[0].parameters: a parameter needs a name");
     fails("[1, 2]", "flow.json: no JSON object found");
     // Errors of the JSON reader keep its text after the file name and where it went wrong.
     fails("{\"name\": \"x\",\n  \"components\": [}", "flow.json:2:18: JSON parse error: Unexpected token: }");
