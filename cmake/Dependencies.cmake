@@ -3,3 +3,8 @@
 # in tests/ and bench/.
 pkg_check_modules(NETTLE REQUIRED IMPORTED_TARGET nettle)
 target_link_libraries(nvk PRIVATE PkgConfig::NETTLE)
+# Regular expressions (vcRegex) on PCRE2's 16-bit library, which searches wide
+# text as it is; the HTTP client (CHttp) on libcurl.
+pkg_check_modules(PCRE2 REQUIRED IMPORTED_TARGET libpcre2-16)
+pkg_check_modules(CURL REQUIRED IMPORTED_TARGET libcurl)
+target_link_libraries(nvk PRIVATE PkgConfig::PCRE2 PkgConfig::CURL)
