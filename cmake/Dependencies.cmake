@@ -8,3 +8,6 @@ target_link_libraries(nvk PRIVATE PkgConfig::NETTLE)
 pkg_check_modules(PCRE2 REQUIRED IMPORTED_TARGET libpcre2-16)
 pkg_check_modules(CURL REQUIRED IMPORTED_TARGET libcurl)
 target_link_libraries(nvk PRIVATE PkgConfig::PCRE2 PkgConfig::CURL)
+# XML documents (XmlReader) on expat.
+pkg_check_modules(EXPAT REQUIRED IMPORTED_TARGET expat)
+target_link_libraries(nvk PRIVATE PkgConfig::EXPAT)

@@ -1,11 +1,11 @@
 cmake_minimum_required(VERSION 3.25)
 # A folder includes only itself and the folders below it:
-#   platform < data < {interchange, protocol, services} < tools
+#   platform < data < interchange < {protocol, services} < tools
 set(allowed_platform platform)
 set(allowed_data platform data)
 set(allowed_interchange platform data interchange)
 set(allowed_protocol platform data interchange protocol)
-set(allowed_services platform data services)
+set(allowed_services platform data interchange services)
 set(known platform data interchange protocol services tools)
 set(failures "")
 foreach(layer platform data interchange protocol services)
