@@ -306,7 +306,13 @@ void CProtocolLayoutUtils::WidenStackSeparation(int n) {
 }
 
 void CProtocolLayoutUtils::AddComponentOffsets(const std::vector<int>& members) {
-    for (int c : members) MoveComponent(c, offset_[size_t(c)].x, offset_[size_t(c)].y);
+    // Loading took every offset off its point, fixed components' too; putting it back is
+    // not a move, so a fixed component gets it as well and is saved where it was read.
+    // Through MoveComponent it would be saved shifted by its offset, again on each layout.
+    for (int c : members) {
+        point_[size_t(c)].x += offset_[size_t(c)].x;
+        point_[size_t(c)].y += offset_[size_t(c)].y;
+    }
 }
 
 void CProtocolLayoutUtils::ShiftToStartingLeftTop(const std::vector<int>& members) {

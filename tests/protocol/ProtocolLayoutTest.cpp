@@ -93,6 +93,27 @@ TEST(ProtocolLayout, FixedComponentsStayPut) {
     EXPECT_EQ(tovan::toNarrow(CProtocolFile::WriteText(p.get())), before);
 }
 
+TEST(ProtocolLayout, FixedComponentsWithOffsetsStayPutLayoutAfterLayout) {
+    // B is fixed in a stack with an unfixed member, D is alone in a fixed stack, and both
+    // carry offsets: each layout must save them where they were read, however often it runs.
+    auto p = fan();
+    CProtocolUtils::SetComponentOffset(p->getComponent(1), {15, -25});
+    CProtocolUtils::SetComponentOffset(p->getComponent(4), {-7, 40});
+    CProtocolLayoutUtils l;
+    std::vector<Point> firstRun;
+    for (int run = 0; run < 3; ++run) {
+        SCOPED_TRACE(run);
+        layout(l, p, u"2,5");
+        expectPoints(p, {{1, {10, 20}}, {4, {3, 3}}});
+        EXPECT_EQ(CProtocolUtils::GetComponentOffset(p->getComponent(1)), (Point{15, -25}));
+        EXPECT_EQ(CProtocolUtils::GetComponentOffset(p->getComponent(4)), (Point{-7, 40}));
+        std::vector<Point> points;
+        for (int c = 0; c < 5; ++c) points.push_back(pointOf(p, c));
+        if (run == 0) firstRun = points;
+        EXPECT_EQ(points, firstRun);  // the free components settle too
+    }
+}
+
 TEST(ProtocolLayout, UnconnectedPortlessComponentsShareARowOrStack) {
     auto p = makeProtocol({{1, "Note", 400, 400, ""}, {2, "Other", 0, 0, ""}}, {});
     CProtocolLayoutUtils l;
