@@ -10,10 +10,14 @@
 // against each other keep the same spacing as rows and stacks inside one network.
 //
 // Order: the components one component feeds, and the start nodes, run in protocol order,
-// so each lies above the next, in one column or across columns. Once the stacks are
-// aligned, one pass over the network in an order that honours all of these constraints
-// moves each component down only as far as the one above it in its stack and those it
-// must lie below ask; nothing is pushed down twice.
+// so each should lie above the next. Each stack honours these constraints as it is aligned
+// with the one before; a later move of a block of components can still carry one past a
+// component of another stack it should stay above, and layout leaves it there, as the
+// reference layout does. Networks are tucked up against the network directly above only,
+// so one may come to overlap an earlier network that was tucked up beside that one.
+//
+// Fixed components never move, also where their stack holds free members that the first
+// placement puts in rows (see InitialLayoutUsingDistanceFromStart).
 #include <vector>
 
 #include "nvk/protocol/CProtocolUtils.h"
@@ -67,13 +71,17 @@ public:
     /// or both) of components that must not move; an unknown ID throws
     /// "Did not find:<ID>" before anything is written. `changed` receives the components
     /// whose point, offset or sticky notes were written; `stickyNotesChanged` whether the
-    /// protocol's own notes were rewritten.
+    /// protocol's own notes were rewritten. A component with a moved-from mark (a drag)
+    /// gets a moved-to mark at its present point, and the layout consumes the drag: the
+    /// moved-from mark goes when the results are written.
     void LayoutProtocol(tovan::iProtocolInfo* protocol, const tovan::WString& fixedComponents, BitsetValue& changed,
                         bool& stickyNotesChanged);
-    /// Moves the components with these local IDs by (right, down), offsets included.
+    /// Moves the components with these local IDs by (right, down), offsets included. With
+    /// the protocol's auto-layout flag on, each move marks where the component started.
     void MoveProtocolComponents(tovan::iProtocolInfo* protocol, const std::vector<int32_t>& localIDs, int right,
                                 int down, BitsetValue& changed);
-    /// Places a component that was just connected, from its neighbours' places.
+    /// Places a component that was just connected, from its neighbours' places: the point
+    /// written is that place, and the offset its upstream components' average offset.
     void PositionNewComponent(tovan::iProtocolInfo* protocol, tovan::iComponentInfo* component);
 
     // ---- networks -------------------------------------------------------------------------
@@ -94,6 +102,7 @@ public:
 
 protected:
     void SaveMovedTo();
+    void RestoreMovedTo();
     void DefineFixedComponents(const tovan::WString& fixedComponents);
     void CalculateComponentsMoveWith();
     void InitialLayoutUsingDistanceFromStart(int n);
@@ -101,7 +110,6 @@ protected:
     void FixStartNodes(int n, bool allowMoveUp);
     void MoveStartNodesUpIfNeeded(int n, const std::vector<int>& order);
     void ProcessStack(int n, int k);
-    void EnforceMustBeAbove(int n);
     void WidenStackSeparation(int n);
     void AddComponentOffsets(const std::vector<int>& members);
     void ShiftToStartingLeftTop(const std::vector<int>& members);
@@ -149,17 +157,14 @@ private:
     std::vector<int> stackOf_;       // stack of each component within its network
     std::vector<int> dragged_;  // components with a moved-from mark, increasing index
     std::vector<Point> movedFrom_, movedTo_;
+    struct PreviousMark {
+        int component;
+        bool had;
+        Point point;
+    };
+    std::vector<PreviousMark> previousMovedTo_;  // the marks SaveMovedTo replaced, for a failed layout
     std::vector<Point> finalOffset_;
-    // Per-component scratch of EnforceMustBeAbove.
-    std::vector<int> pending_, rank_;
     std::vector<int> walkScratch_;
-    // While LayoutNetworks runs: how many networks are placed, a tree of their extents
-    // (leaf placedLeaves_ + f is network f, every node the box around its leaves), and a
-    // prefix-maximum tree of their start nodes' Y over component indices.
-    int placedCount_ = 0;
-    size_t placedLeaves_ = 1;
-    std::vector<Extent> placedTree_;
-    std::vector<int> placedStartY_;  // distances of the walks over a network's unplaced members
 };
 
 }  // namespace nvk

@@ -17,6 +17,7 @@ void CProtocolLayoutUtils::SaveMovedTo() {
     dragged_.clear();
     movedFrom_.assign(components_.size(), {});
     movedTo_.assign(components_.size(), {});
+    previousMovedTo_.clear();
     for (size_t c = 0; c < components_.size(); ++c) {
         Point from;
         if (!GetComponentMovedFrom(components_[c], from)) continue;
@@ -25,7 +26,20 @@ void CProtocolLayoutUtils::SaveMovedTo() {
         movedTo_[c] = storedPoint_[c];
         debug(t, u"SMT: component \"%ls\" movedFrom %d %d movedTo %d %d", displayName_[c], from.x, from.y,
               movedTo_[c].x, movedTo_[c].y);
+        PreviousMark previous{int(c), false, {}};
+        previous.had = GetComponentMovedTo(components_[c], previous.point);
+        previousMovedTo_.push_back(previous);
+        SetComponentMovedTo(components_[c], movedTo_[c]);
     }
+}
+
+void CProtocolLayoutUtils::RestoreMovedTo() {
+    for (const PreviousMark& previous : previousMovedTo_) {
+        iComponentInfo* c = components_[size_t(previous.component)];
+        if (previous.had) SetComponentMovedTo(c, previous.point);
+        else c->removeAttribute(NVK_ComponentMovedTo);
+    }
+    previousMovedTo_.clear();
 }
 
 void CProtocolLayoutUtils::ProcessMovesToOffsets() {
@@ -93,8 +107,9 @@ void CProtocolLayoutUtils::MoveProtocolComponents(iProtocolInfo* protocol, const
     for (int c : indexes) {
         iComponentInfo* comp = components_[size_t(c)];
         Point stored = storedPoint_[size_t(c)];
-        Point existing;
-        if (autoLayout && !GetComponentMovedFrom(comp, existing)) {
+        if (autoLayout) {
+            // Each move records where it started, over the mark of an earlier move not yet
+            // laid out: the next layout judges the last move only.
             debug(t, u"MPC set MovedFrom %d %d", stored.x, stored.y);
             SetComponentMovedFrom(comp, stored);
         }

@@ -59,7 +59,13 @@ void CProtocolLayoutUtils::LayoutProtocol(iProtocolInfo* protocol, const WString
     if (considerStickyNotes_) MoveProtocolStickyNotesOnscreen();
     SaveMovedTo();
     debug(t, u"[DefineFixedComponents]");
-    DefineFixedComponents(fixedComponents);
+    try {
+        DefineFixedComponents(fixedComponents);
+    } catch (...) {
+        // A failed layout leaves the protocol as it was: the moved-to marks just written go.
+        RestoreMovedTo();
+        throw;
+    }
     debug(t, u"[LoadNetworks]");
     LoadNetworks();
     debug(t, u"[CalculateComponentsMoveWith]");
@@ -109,12 +115,10 @@ void CProtocolLayoutUtils::SaveCoordinates(BitsetValue& written) {
             written.set(c);
         }
     }
-    // A drag is consumed by the layout that saw it; the mark of where it ended stays.
-    for (int c : dragged_) {
-        RemoveComponentMovedFrom(components_[size_t(c)]);
-        SetComponentMovedTo(components_[size_t(c)], movedTo_[size_t(c)]);
-        written.set(size_t(c));
-    }
+    // A drag is consumed by the layout that saw it. Left in place, the moved-from mark would
+    // have every further layout see the same drag: a dragged start node, whose drag is always
+    // kept, would get it added to its offset once more each time and creep away.
+    for (int c : dragged_) RemoveComponentMovedFrom(components_[size_t(c)]);
 }
 
 void CProtocolLayoutUtils::PositionNewComponent(iProtocolInfo* protocol, iComponentInfo* component) {
@@ -162,9 +166,11 @@ void CProtocolLayoutUtils::PositionNewComponent(iProtocolInfo* protocol, iCompon
     } else {
         throw Exception(kClass, "PositionNewComponent", u"Unexpected pipe configuration - please contact Orvenda Support");
     }
-    Point stored{result.x + avgOff.x, result.y + avgOff.y};
-    debug(t, u"PNC: setting point %ls", format(u"%d %d", stored.x, stored.y));
-    SetComponentPoint(component, stored);
+    // The point is written without the offset added, unlike a layout's: the next load
+    // takes the offset off, so the component is seen displaced by it against its
+    // neighbours until a layout places it. Kept as the reference does it.
+    debug(t, u"PNC: setting point %ls", format(u"%d %d", result.x, result.y));
+    SetComponentPoint(component, result);
     debug(t, u"PNC: setting offset %ls", format(u"%d %d", avgOff.x, avgOff.y));
     SetComponentOffset(component, avgOff);
 }

@@ -1,6 +1,6 @@
 // Laying out one network: its members in stacks (columns) by distance from the start, each
-// stack aligned with the one before it, the order constraints enforced, then offsets,
-// shifting to the top left and wrapping long pipelines.
+// stack aligned with the one before it, then offsets, shifting to the top left and wrapping
+// long pipelines.
 #include "nvk/protocol/CProtocolLayoutUtils.h"
 
 #include <algorithm>
@@ -23,6 +23,9 @@ void CProtocolLayoutUtils::InitialLayoutUsingDistanceFromStart(int n) {
         for (size_t j = 0; j < stack.size(); ++j)
             debug(t, u"NET %d STACK %d member %d: \"%ls\"", n, int(k), int(j), displayName_[size_t(stack[j])]);
         if (std::all_of(stack.begin(), stack.end(), [&](int c) { return fixed_[size_t(c)] != 0; })) continue;
+        // The reference placement also puts the fixed members of a mixed stack in rows; that
+        // would throw away the place the caller asked to keep, so fixed members stay and
+        // the free ones take the rows of their sorted positions around them.
         std::vector<int> sorted(stack);
         std::stable_sort(sorted.begin(), sorted.end(),
                          [&](int a, int b) { return getLocationMetric(point_[size_t(a)]) < getLocationMetric(point_[size_t(b)]); });
@@ -40,7 +43,6 @@ void CProtocolLayoutUtils::ProcessAllStacks(int n) {
     FixStartNodes(n, true);
     for (int k = 0; k + 1 < int(net.stacks.size()); ++k) ProcessStack(n, k);
     FixStartNodes(n, false);
-    EnforceMustBeAbove(n);
     WidenStackSeparation(n);
     AddComponentOffsets(net.members);
     ShiftToStartingLeftTop(net.members);
@@ -191,90 +193,8 @@ void CProtocolLayoutUtils::ProcessStack(int n, int k) {
         havePrev = true;
         prevY = point_[size_t(c)].y;
     }
-    // A member that must lie above a component of an earlier stack that is not below it
-    // yet is settled by EnforceMustBeAbove, which moves that component down.
-}
-
-void CProtocolLayoutUtils::EnforceMustBeAbove(int n) {
-    // ProcessStack settles each constraint when its second component is placed, but a later
-    // block move can carry a component past one it only indirectly had to stay above. A
-    // sweep takes the network's members in one order that honours every constraint, in a
-    // stack or across stacks, and otherwise goes from the highest member down; each member
-    // moves down only as far as the member before it in its stack (by the row height) and
-    // the members it must lie below (by the separation) need. Ordering each stack on its own
-    // could put a member above one that it must, through members of other stacks, lie
-    // below: the sweeps then pushed such a ring of members down without end. With one order
-    // every requirement points forwards, so one sweep meets them all; a second one finds
-    // the same order and nothing to move. The constraints always point from a lower index
-    // to a higher one, so the order exists.
-    static DebugTarget t("LayoutMustBeAbove");
-    Network& net = networks_[size_t(n)];
-    // Scratch kept between networks: a network's members are reset before it returns, so
-    // the cost follows the network's size, not the protocol's.
-    std::vector<int>& pending = pending_;
-    std::vector<int>& rank = rank_;
-    pending.resize(components_.size(), 0);
-    rank.resize(components_.size(), 0);
-    std::vector<int> members;
-    for (const std::vector<int>& stack : net.stacks)
-        for (size_t i = 0; i < stack.size(); ++i) {
-            rank[size_t(stack[i])] = int(i);
-            members.push_back(stack[i]);
-        }
-    auto inNetwork = [&](int c) { return networkOf_[size_t(c)] == n; };
-    // Highest first; ties by stack, then by place in the stack, so the order is total.
-    auto after = [&](int a, int b) {
-        int64_t ma = getLocationMetric(point_[size_t(a)]), mb = getLocationMetric(point_[size_t(b)]);
-        if (ma != mb) return ma > mb;
-        if (stackOf_[size_t(a)] != stackOf_[size_t(b)]) return stackOf_[size_t(a)] > stackOf_[size_t(b)];
-        return rank[size_t(a)] > rank[size_t(b)];
-    };
-    std::vector<int> ready, sequence;
-    std::vector<char> stackStarted(net.stacks.size(), 0);
-    std::vector<int64_t> stackLastY(net.stacks.size(), 0);
-    for (int pass = 0; pass < 64; ++pass) {
-        for (int c : members) {
-            pending[size_t(c)] = 0;
-            for (int a : mustBeBelow_[size_t(c)])
-                if (inNetwork(a)) ++pending[size_t(c)];
-        }
-        ready.clear();
-        for (int c : members)
-            if (pending[size_t(c)] == 0) ready.push_back(c);
-        std::make_heap(ready.begin(), ready.end(), after);
-        sequence.clear();
-        while (!ready.empty()) {
-            std::pop_heap(ready.begin(), ready.end(), after);
-            const int c = ready.back();
-            ready.pop_back();
-            sequence.push_back(c);
-            for (int b : mustBeAbove_[size_t(c)])
-                if (inNetwork(b) && --pending[size_t(b)] == 0) {
-                    ready.push_back(b);
-                    std::push_heap(ready.begin(), ready.end(), after);
-                }
-        }
-        std::fill(stackStarted.begin(), stackStarted.end(), 0);
-        bool moved = false;
-        for (int c : sequence) {
-            const size_t k = size_t(stackOf_[size_t(c)]);
-            int64_t required = stackStarted[k] ? stackLastY[k] + rowHeight_ : INT64_MIN;
-            for (int a : mustBeBelow_[size_t(c)])
-                if (inNetwork(a) && size_t(stackOf_[size_t(a)]) != k)
-                    required = std::max(required, int64_t(point_[size_t(a)].y) + minVerticalSeparation_);
-            if (!fixed_[size_t(c)] && point_[size_t(c)].y < required) {
-                const int dy = int(std::min<int64_t>(required - point_[size_t(c)].y, INT32_MAX / 4));
-                if (t)
-                    debug(t, u"CONSTRAINT: moving down %d components %ls", 1,
-                          format(u"\"%ls\" by %d", displayName_[size_t(c)], dy));
-                point_[size_t(c)].y += dy;
-                moved = true;
-            }
-            stackStarted[k] = 1;
-            stackLastY[k] = point_[size_t(c)].y;
-        }
-        if (!moved) break;
-    }
+    // A member that must lie above a component of an earlier stack can end up below it;
+    // the earlier stack is not moved again for it, as in the reference layout.
 }
 
 void CProtocolLayoutUtils::WidenStackSeparation(int n) {
