@@ -106,11 +106,13 @@ void CProtocolLayoutUtils::SaveComponentStickyNotes(BitsetValue& changed) {
         bool anyChanged = !(point_[c] == storedPoint_[c]);
         for (int k : list) anyChanged = anyChanged || notes_[size_t(k)].changed;
         if (!anyChanged) continue;
+        // Read against the point without its offset, so written back against the same.
+        const Point owner{point_[c].x - finalOffset_[c].x, point_[c].y - finalOffset_[c].y};
         std::vector<WString> items{WString(u"%VERSION 3%")};
         for (int k : list) {
             StickyNote& note = notes_[size_t(k)];
-            note.geometry = StickyNoteGeometry(note.extent, point_[c]);
-            debug(t, u"LTWH %d %d %d %d", note.extent.left + point_[c].x, -note.extent.top - point_[c].y,
+            note.geometry = StickyNoteGeometry(note.extent, owner);
+            debug(t, u"LTWH %d %d %d %d", note.extent.left + owner.x, -note.extent.top - owner.y,
                   note.extent.right - note.extent.left, note.extent.bottom - note.extent.top);
             items.push_back(note.geometry);
             items.push_back(note.text2);

@@ -78,7 +78,7 @@ std::vector<NoteBox> placedNotes(const CProtocolUtils& utils) {
     for (const auto& note : utils.GetStickyNotes()) {
         CProtocolUtils::Extent e = note.extent;
         if (!note.isProtocolNote) {
-            CProtocolUtils::Point p = utils.GetStoredPoint(note.owner);
+            CProtocolUtils::Point p = utils.GetPoint(note.owner);  // the point the note was read against
             e.left += p.x;
             e.right += p.x;
             e.top += p.y;

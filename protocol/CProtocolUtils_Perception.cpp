@@ -264,9 +264,12 @@ void CProtocolUtils::PerceiveRings() {
             }
         }
     }
-    std::erase_if(candidates, [&](int c) { return chainComponents_.test(size_t(c)); });
+    // Ring components are all that did not join the chain set, the unconnected ones too:
+    // they were set aside before the peeling and never joined it. No ring connection or
+    // assembly reaches them, so only the set itself shows them.
     ringComponents_ = BitsetValue(n);
-    for (int c : candidates) ringComponents_.set(size_t(c));
+    ringComponents_.setAll();
+    ringComponents_ -= chainComponents_;
     ringConnections_ = BitsetValue(m);
     chainRingConnections_ = BitsetValue(m);
     for (size_t k = 0; k < m; ++k) {

@@ -76,7 +76,8 @@ void CProtocolUtils::GetStickyNotes(const iAttributeHolder* owner, int ownerInde
     if (noteCount(items) == 0 && (items.empty() || (items.size() == 1 && items[0].isEmpty()))) return;
     if (!(items[0] == u"%VERSION 3%"))
         throw Exception(kClass, "GetStickyNotes", u"Cannot handle older-version sticky notes yet :(");
-    Point owner0 = ownerIndex < 0 ? Point{} : storedPoint_[size_t(ownerIndex)];
+    // The owner's point is its laid-out place, the offset taken off, as perception sees it.
+    Point owner0 = ownerIndex < 0 ? Point{} : point_[size_t(ownerIndex)];
     for (int i = 0; i < noteCount(items); ++i) {
         StickyNote note;
         note.geometry = items[size_t(1 + 3 * i)];

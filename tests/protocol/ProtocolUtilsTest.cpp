@@ -95,6 +95,15 @@ TEST(ProtocolPerception, RingsAndChains) {
     u.LoadProtocolComponents(pair.get());
     EXPECT_EQ(members(u.GetRingComponents()), (std::vector<int>{1, 2}));
     EXPECT_EQ(members(u.GetChainComponents()), (std::vector<int>{0, 3}));
+    // An unconnected component never joins the chain set, so it counts among the ring
+    // components, though no ring connection or assembly reaches it.
+    auto withLone = makeProtocol({{1, "S", 0, 0}, {2, "X", 300, 0}, {3, "Lone", 0, 400}, {4, "Y", 600, 0}},
+                                 {{1, 2}, {2, 4}, {4, 2, "fail"}});
+    Perceived lone(withLone);
+    EXPECT_EQ(members(lone.GetUnconnectedComponents()), std::vector<int>{2});
+    EXPECT_EQ(members(lone.GetRingComponents()), (std::vector<int>{1, 2, 3}));
+    EXPECT_EQ(members(lone.GetChainComponents()), std::vector<int>{0});
+    EXPECT_EQ(members(lone.GetRingConnections()), (std::vector<int>{1, 2}));
     EXPECT_EQ(members(u.GetChainRingConnections()), (std::vector<int>{0, 3}));
     EXPECT_TRUE(u.GetChainChainConnections().none());
     // Two single components hang off the ring, then the ring itself.
@@ -149,6 +158,13 @@ TEST(ProtocolPerception, StickyNotes) {
     EXPECT_EQ(mine.owner, 0);
     EXPECT_EQ(CProtocolUtils::StickyNoteGeometry(mine.extent, {100, 200}), tovan::WString(u"130 -260 220 90"));
     EXPECT_FALSE(u.ProtocolStickyNotesChanged());
+    // With an offset, the owner's point is the one perception sees, the offset taken off.
+    CProtocolUtils::SetComponentOffset(p->getComponent(0), {20, -50});
+    u.LoadProtocolComponents(p.get());
+    const auto& shifted = u.GetStickyNotes()[size_t(u.GetComponentStickyNotes(0)[0])];
+    EXPECT_EQ(shifted.extent, (CProtocolUtils::Extent{10, 100, 50, 270}));  // point (80, 250)
+    CProtocolUtils::RemoveComponentOffset(p->getComponent(0));
+    u.LoadProtocolComponents(p.get());
     EXPECT_EQ(CProtocolUtils::GetNumStickyNotes(p.get()), 2);
     tovan::WString t1, t2, t3;
     CProtocolUtils::GetIthStickyNote(p.get(), 1, t1, t2, t3);
