@@ -278,18 +278,16 @@ void CNodeImplBase::GetIndexPathExpression(WString& text, const iNode* relativeT
 
 void CNodeImplBase::AssignFrom(const iNode& source, bool deep) {
     iNode* self = GetINode();
+    // Assigning a node from itself would empty it: its properties and children go before
+    // the (same) source's are copied. It is left as it is.
     if (&source == self) return;
-    // Copies first, so a failure leaves this node as it was.
+    // Copies first, so a failure leaves this node as it was, and so a source that is one of
+    // this node's descendants is copied before removing the children frees it.
     std::vector<Ptr<iNode>> copies;
     if (deep) {
         const int n = source.getNumberOfChildren();
         copies.reserve(size_t(n));
         for (int i = 0; i < n; ++i) copies.push_back(source.getChildAt(i)->cloneNode(true));
-    }
-    Ptr<CPropertyCollection> props;
-    if (const tovan::iPropertyCollection* sp = source.getProperties(); sp && sp->getSize() > 0) {
-        props = Ptr<CPropertyCollection>(CPropertyCollection::newInstance());
-        props->assignFrom(sp, true);
     }
     Ptr<CMetaData> meta;
     if (tovan::iMetaData* sm = source.findInfo()) {
@@ -297,15 +295,14 @@ void CNodeImplBase::AssignFrom(const iNode& source, bool deep) {
         meta->assignFrom(*sm);
     }
 
+    // The node's own collection and metadata are refilled, not replaced: a caller holding
+    // them sees the new content. The collection's assignFrom changes nothing when it fails.
     // The value is a property, so it travels with the properties.
-    name_.setName(source.getName());
-    if (props) {
-        props->_setOwner(self);
-        DeletePropCollection();
-        properties_ = props.detach();
-    } else if (properties_) {
+    if (const tovan::iPropertyCollection* sp = source.getProperties(); sp && sp->getSize() > 0)
+        EnsurePropCollectionExists().assignFrom(sp, true);
+    else if (properties_)
         properties_->removeAll();
-    }
+    name_.setName(source.getName());
     if (deep) {
         RemoveAllChildren();
         for (Ptr<iNode>& c : copies) {
@@ -313,8 +310,8 @@ void CNodeImplBase::AssignFrom(const iNode& source, bool deep) {
             children_.push_back(c.detach());
         }
     }
-    DeleteMetaData();
-    metaData_ = meta.detach();
+    if (meta) EnsureMetaDataExists().assignFrom(*meta);
+    else DeleteMetaData();
 }
 
 void CNodeImplBase::DropXPathParser() {

@@ -116,10 +116,12 @@ bool CPropertyCollection::resolve(const WString& name, bool create, iPropertyCol
     if (path.isEmpty()) {
         node.reset(owner->getRoot());
     } else {
-        // "//x" names the property x of the first node anywhere.
+        // "//x" names the property x of the first node anywhere. A path that is not a valid
+        // expression finds no node, like one that matches nothing: find gives null, and the
+        // operations that need the node say they did not find the location.
         WString expr = path == u"/" ? WString(u"//*") : path;
         tovan::NodeReferenceSet found;
-        owner->query(expr, tovan::QueryFirstOnly, found);
+        owner->query(expr, tovan::QueryFirstOnly | tovan::QueryNoThrow, found);
         node.reset(found.first());
     }
     if (!node) return false;

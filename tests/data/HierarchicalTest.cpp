@@ -42,12 +42,16 @@ TEST(HierarchicalNames, DefineAndFindThroughPaths) {
     EXPECT_EQ(fromB.find(u"/c/x"), nullptr);
     EXPECT_EQ(fromB.find(u"/nowhere/x"), nullptr);
     EXPECT_THROW_MSG(fromB.get(u"/c/x"), Exception, "Property '/c/x' not found");
-    // A path that does not parse is an error, not an absent property.
-    EXPECT_THROW_MSG(fromB.find(u"/a[/x"), BadParameterException,
-                     "XPath syntax error at offset 3 in \"/a[\": unexpected end of expression");
+    // A path that does not parse finds no node: a lookup gives null, the rest say so.
+    EXPECT_EQ(fromB.find(u"/a[/x"), nullptr);
+    EXPECT_EQ(fromB.findIndex(u"/a[/x"), -1);
+    EXPECT_THROW_MSG(fromB.get(u"/a[/x"), Exception, "Property '/a[/x' not found");
+    EXPECT_THROW_MSG(fromB.define(u"/a[/y", DefineHierarchical), Exception,
+                     "Failed to find hierarchical location \"/a[\"\n");
 
     EXPECT_THROW_MSG(fromB.define(u"/nowhere/y", DefineHierarchical), Exception,
                      "Failed to find hierarchical location \"/nowhere\"\n");
+    EXPECT_EQ(propertyNames(t.a->getProperties()), "id,x");
     EXPECT_THROW_MSG(fromB.define(u"/a/x", DefineHierarchical), Exception, "Property x already exists\n");
     // Without the flag the name is taken literally, and a literal name wins lookups.
     iProperty& literal = fromB.define(u"/a/x", 0);

@@ -273,6 +273,32 @@ TEST(NodeTree, ClonesAreIndependentCopies) {
     EXPECT_EQ(childNames(*target), "own");
     target->assignFromNode(*deep, true);
     EXPECT_EQ(childNames(*target), "kid");
+
+    // The node's own collection and metadata are refilled in place: references a caller
+    // holds stay valid and show the new content.
+    tovan::iPropertyCollection& props = target->getProperties();
+    tovan::iMetaData& info = target->getInfo();
+    info.setFlags(5);
+    NodePtr source = node(u"source");
+    source->getProperties().define(u"colour").setValue(StringValue(u"red"));
+    source->getInfo().setFlags(2);
+    target->assignFromNode(*source, false);
+    EXPECT_EQ(&target->getProperties(), &props);
+    EXPECT_EQ(target->findInfo(), &info);
+    EXPECT_EQ(utf8(props.get(u"colour").getValue().toString()), "red");
+    EXPECT_EQ(info.getFlags(), 2);
+
+    // From itself, a node stays as it is (following the copy steps would empty it).
+    target->assignFromNode(*target, true);
+    EXPECT_EQ(utf8(target->getName()), "source");
+    EXPECT_EQ(childNames(*target), "kid");
+    EXPECT_EQ(props.getSize(), 1);
+    // From one of its own children: the child is copied before the children are replaced.
+    CBaseNode* inner = child(*target->getChildAt(0), u"grandchild");
+    inner->setValue(IntegerValue(9));
+    target->assignFromNode(*target->getChildAt(0), true);
+    EXPECT_EQ(utf8(target->getName()), "kid");
+    EXPECT_EQ(childNames(*target), "grandkid,grandchild");
 }
 
 TEST(NodeTree, ClearKeepsNameAndParent) {
