@@ -30,8 +30,8 @@ WString trimBlanks(const WString& s) {
     return s.substr(b, e - b);
 }
 
-/// Items of a comma-separated list, each trimmed; items that are empty after
-/// trimming are dropped (an empty text gives an empty list).
+/// Items of a comma-separated list, each trimmed. An empty text gives an empty list;
+/// otherwise every item is kept, an empty one too ("a,,b" and "a, " keep theirs).
 std::vector<WString> splitList(const WString& text) {
     std::vector<WString> items;
     size_t start = 0;
@@ -39,8 +39,7 @@ std::vector<WString> splitList(const WString& text) {
     while (start <= n && n > 0) {
         size_t comma = text.find(u',', start);
         if (comma == WString::std_type::npos) comma = n;
-        WString item = trimBlanks(text.substr(start, comma - start));
-        if (!item.isEmpty()) items.push_back(std::move(item));
+        items.push_back(trimBlanks(text.substr(start, comma - start)));
         start = comma + 1;
     }
     return items;

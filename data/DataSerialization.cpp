@@ -1,7 +1,10 @@
 // The byte-stream records of names, metadata, properties, collections and
 // nodes. Every record starts with its own version number and every reader
 // checks it; the primitives are in StreamPrimitives.
+#include <algorithm>
 #include <memory>
+#include <utility>
+#include <vector>
 
 #include "nvk/data/CBaseNode.h"
 #include "nvk/data/CMetaData.h"
@@ -89,6 +92,41 @@ struct ReadDepthGuard {
     ~ReadDepthGuard() { --t_readDepth; }
     ReadDepthGuard(const ReadDepthGuard&) = delete;
     ReadDepthGuard& operator=(const ReadDepthGuard&) = delete;
+};
+
+/// Counts nested node writes on this thread.
+thread_local int t_writeDepth = 0;
+
+/// The levels of the tree under `root` (1 for a node without children), walked without
+/// recursion so that any depth can be measured; counting stops past `limit`.
+int treeDepth(const tovan::iNode& root, int limit) {
+    std::vector<std::pair<const tovan::iNode*, int>> pending{{&root, 1}};
+    int deepest = 0;
+    while (!pending.empty()) {
+        auto [node, depth] = pending.back();
+        pending.pop_back();
+        deepest = std::max(deepest, depth);
+        if (deepest > limit) break;
+        for (int i = node->getNumberOfChildren(); i-- > 0;) pending.emplace_back(node->getChildAt(i), depth + 1);
+    }
+    return deepest;
+}
+
+/// A tree is written only when a reader takes it back: the outermost write measures the
+/// tree first, so a tree too deep is refused before anything is written; a node written
+/// inside another's attached object counts on from its writer's depth.
+struct WriteDepthGuard {
+    WriteDepthGuard(const char* className, const tovan::iNode& node) {
+        const int limit = CNodeImplBase::MAX_READ_DEPTH;
+        if (t_writeDepth >= limit || (t_writeDepth == 0 && treeDepth(node, limit) > limit))
+            throw Exception(className, "serialize",
+                            u"Nodes nested deeper than %d levels cannot be read back; nothing of this node was written",
+                            limit);
+        ++t_writeDepth;
+    }
+    ~WriteDepthGuard() { --t_writeDepth; }
+    WriteDepthGuard(const WriteDepthGuard&) = delete;
+    WriteDepthGuard& operator=(const WriteDepthGuard&) = delete;
 };
 
 }  // namespace
@@ -237,8 +275,8 @@ void CPropertyCollectionData::deserialize(iByteInputStream& in) {
     for (int32_t i = 0; i < count; ++i) {
         Ptr<CProperty> p = MakeNewPropertyWithCopiedValue(WString(), nullptr);
         p->deserialize(in);
-        if (GetInternalIndex(p->getName()) >= 0)
-            throw Exception("CPropertyCollectionData", "deserialize", u"Property %ls already exists\n", p->getName());
+        // Appended as read, even under a name read before: the record is taken as it was
+        // written. Lookups by name then give one of the two (the first in a short list).
         AddProperty(p.get());
     }
 }
@@ -313,6 +351,7 @@ void CNodeImplBase::DeserializeNode(iByteInputStream& in, bool withChildren) {
 
 void CBaseNode::serialize(iByteOutputStream& out) const {
     checkStreamVersion(out.getVersion(), "CBaseNode", "serialize");
+    WriteDepthGuard depth("CBaseNode", *this);
     writeCompactInt(out, BASE_NODE_VERSION);
     SerializeNode(out, true);
 }
@@ -346,10 +385,8 @@ void CObjectTransportNode::deserializeAdditionalInfo(iByteInputStream& in) {
         readBool(in);
         hasObject = readBool(in);
     }
-    if (!hasObject) {
-        ReleaseObject();
-        return;
-    }
+    // A record without an object leaves the attached one in place.
+    if (!hasObject) return;
     std::string tag = readNarrowString(in);
     tovan::Object* object = tovan::ObjectFactory::create(tag);
     // Until it is attached, the new object belongs to this frame.
@@ -363,6 +400,7 @@ void CObjectTransportNode::deserializeAdditionalInfo(iByteInputStream& in) {
 
 void CObjectTransportNode::serialize(iByteOutputStream& out) const {
     checkStreamVersion(out.getVersion(), "CObjectTransportNode", "serialize");
+    WriteDepthGuard depth("CObjectTransportNode", *this);
     serializeAdditionalInfo(out);
     SerializeNode(out, true);
 }

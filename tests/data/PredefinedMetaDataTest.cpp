@@ -40,7 +40,8 @@ TEST(PredefinedMetaData, ReadsBothFormats) {
     Definitions d;
     d.add(u"Units_Length", {u"100", u"string", u"A length", u"m,cm, mm", u""})
         .add(u" Display_Color\t", {u" String ", u"Shown colour", u"red", u"green"})
-        .add(u"display_Size", {u"100", u"LONG", u"Size", u"", u"a , b"});
+        .add(u"display_Size", {u"100", u"LONG", u"Size", u"", u"a , b"})
+        .add(u"Units_Gap", {u"100", u"string", u"Gaps", u"a,, b , ", u","});
     DiagnosticCapture capture;
     CPredefinedMetaData meta(d.list.get(), 0);
     EXPECT_TRUE(capture.warnings().empty());
@@ -56,6 +57,11 @@ TEST(PredefinedMetaData, ReadsBothFormats) {
     EXPECT_EQ(utf8(length->GetHelpText()), "A length");
     EXPECT_EQ(utf8All(length->GetLegalValues()), (Strings{"m", "cm", "mm"}));
     EXPECT_TRUE(length->GetOptions().empty());
+    // Empty items of a list are kept; only an empty element gives an empty list.
+    const CMetaDataProperty* gap = meta.FindCategory(u"Units")->FindProperty(u"Gap");
+    ASSERT_NE(gap, nullptr);
+    EXPECT_EQ(utf8All(gap->GetLegalValues()), (Strings{"a", "", "b", ""}));
+    EXPECT_EQ(utf8All(gap->GetOptions()), (Strings{"", ""}));
 
     const nvk::CMetaDataCategory* display = meta.FindCategory(1);
     ASSERT_NE(display, nullptr);

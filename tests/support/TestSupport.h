@@ -74,6 +74,21 @@ ToolRun runTool(const std::string& args);
         EXPECT_TRUE(nvk_caught_) << #stmt " did not throw " #cls;                                 \
     } while (0)
 
+/// As EXPECT_THROW_MSG, and requires the thrower's class and operation names too, as the
+/// framework formats them ("CBaseNode::serialize: message").
+#define EXPECT_THROW_FROM(stmt, cls, described)                                                   \
+    do {                                                                                          \
+        bool nvk_caught_ = false;                                                                 \
+        try {                                                                                     \
+            stmt;                                                                                 \
+        } catch (const cls& e) {                                                                  \
+            nvk_caught_ = true;                                                                   \
+            EXPECT_EQ(typeid(e), typeid(cls)) << "thrown a subclass of " #cls;                    \
+            EXPECT_EQ(e.describe(), std::string(described));                                      \
+        }                                                                                         \
+        EXPECT_TRUE(nvk_caught_) << #stmt " did not throw " #cls;                                 \
+    } while (0)
+
 /// Skips the test when `path` is empty (a corpus file that is not there), or
 /// fails it where the corpus is required (see corpusRequired).
 #define SKIP_WITHOUT_CORPUS(path)                                                                 \
