@@ -14,8 +14,7 @@ enum DecryptStatusCode {
     DecryptSuccess = 0,
     DecryptCipherFailed = 1,    // the cipher refused the enciphered section
     DecryptDecodeFailed = 2,    // the deciphered text was not Base64
-    DecryptMalformedBody = 3,   // the clear body ends inside a field, has bytes left over,
-                                // or carries a format version this library does not read
+    DecryptMalformedBody = 3,   // a field of the clear body would run past its end
 };
 
 class NVK_EXPORT iSession : public virtual CountedObject {

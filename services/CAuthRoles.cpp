@@ -22,9 +22,13 @@ LeakDetector& rolesDetector() {
 const ClassRegistration cacheRegistration("Norvatek.data.CAuthRolesCache", &CAuthRolesCache::createObject);
 const ClassRegistration rolesRegistration("Norvatek.data.AuthRoles", &CAuthRoles::createObject);
 
+/// Whether a role names a group: it begins with "Group:", folded like every role name.
 bool isGroup(const WString& name) {
     std::u16string_view prefix = CAuthRoles::GroupRoleTag;
-    return name.length() >= prefix.size() && name.view().substr(0, prefix.size()) == prefix;
+    if (name.length() < prefix.size()) return false;
+    for (size_t i = 0; i < prefix.size(); ++i)
+        if (foldUnit(name.view()[i]) != foldUnit(prefix[i])) return false;
+    return true;
 }
 
 }  // namespace

@@ -85,27 +85,20 @@ struct Reader {
         pos += size_t(length);
         return true;
     }
+    /// The count's length follows from its lead byte's range; each further byte gives its
+    /// low six bits. Bytes no writer makes (a lead of 0x80 to 0xBF or from 0xF8, a further
+    /// byte without its 0x80 mark) are read by the same rules rather than refused.
     bool count(size_t& n) {
-        size_t at = CCredentials::HeaderSize + pos;
         uint64_t lead;
         if (!get(lead, 1, "role bitset count")) return false;
         size_t extra;
-        if (lead < 0x80) extra = 0, n = lead;
-        else if ((lead & 0xE0) == 0xC0) extra = 1, n = lead & 0x1F;
-        else if ((lead & 0xF0) == 0xE0) extra = 2, n = lead & 0x0F;
-        else if ((lead & 0xF8) == 0xF0) extra = 3, n = lead & 0x07;
-        else {
-            error = format(u"Credentials body has a malformed role bitset count at offset %d (byte 0x%02X)", at, lead);
-            return false;
-        }
+        if (lead < 0xC0) extra = 0, n = lead;
+        else if (lead < 0xE0) extra = 1, n = lead & 0x1F;
+        else if (lead < 0xF0) extra = 2, n = lead & 0x0F;
+        else extra = 3, n = lead & 0x07;
         for (size_t i = 0; i < extra; ++i) {
             uint64_t b;
             if (!get(b, 1, "role bitset count")) return false;
-            if ((b & 0xC0) != 0x80) {
-                error = format(u"Credentials body has a malformed role bitset count at offset %d (byte 0x%02X)", at,
-                               b);
-                return false;
-            }
             n = n << 6 | (b & 0x3F);
         }
         return true;
@@ -446,12 +439,11 @@ DecryptStatusCode CCredentials::decryptBody(WString& message) {
     static const char* const names[BodyStringCount] = {
         "user name",      "password", "client description", "client machine name", "client version",
         "domain",         "XMLDB endpoint", "log endpoint", "locator endpoint"};
+    // The version rules decide which fields there are: a version above 5 reads as 5 does,
+    // and one below 1 as any version other than 1. Only a field that would run past the
+    // end of the body is refused (DecryptMalformedBody); bytes after the last field are
+    // not looked at, as a later version may add fields there.
     bool ok = true;
-    if (version_ < 1 || version_ > CurrentFormatVersion) {
-        r.error = format(u"Credentials format version %d cannot be read (versions 1 to %d can)", version_,
-                         CurrentFormatVersion);
-        ok = false;
-    }
     uint64_t v = 0;
     ok = ok && r.get(v, 4, "body flags") && ((fields.bodyFlags = uint32_t(v)), true);
     ok = ok && r.get(v, 4, "server IP") && ((fields.serverIP = uint32_t(v)), true);
@@ -463,18 +455,11 @@ DecryptStatusCode CCredentials::decryptBody(WString& message) {
         ok = r.count(n) && r.need((n + 7) / 8, "role bitset");
         if (ok) {
             fields.bits.resize(n);
+            // Bits past the count in the last byte are padding: the bitset has n bits.
             for (size_t i = 0; i < (n + 7) / 8; ++i) {
                 uint8_t b = r.data[r.pos + i];
-                for (int k = 0; k < 8 && b; ++k, b >>= 1) {
-                    if (!(b & 1)) continue;
-                    size_t bit = i * 8 + size_t(k);
-                    if (bit >= n) {
-                        r.error = format(u"Credentials body sets role bit %d beyond the bitset's %d bits", bit, n);
-                        ok = false;
-                        break;
-                    }
-                    fields.bits.set(bit);
-                }
+                for (size_t k = 0; k < 8 && b; ++k, b >>= 1)
+                    if ((b & 1) && i * 8 + k < n) fields.bits.set(i * 8 + k);
             }
             r.pos += (n + 7) / 8;
             fields.hasBits = true;
@@ -488,10 +473,6 @@ DecryptStatusCode CCredentials::decryptBody(WString& message) {
         WString discarded;
         ok = r.string(discarded, i == 1 ? "first retired string" : i == 2 ? "second retired string"
                                                                          : "third retired string");
-    }
-    if (ok && r.pos != body.size()) {
-        r.error = format(u"Credentials body has %d bytes left over after its last field", body.size() - r.pos);
-        ok = false;
     }
     if (!ok) {
         message = std::move(r.error);

@@ -28,9 +28,11 @@ inline constexpr tovan::wchar NVK_APITag_C[] = u"C";
 /// (format version, random salt, length of the enciphered section, checksum,
 /// header flags), then the body (flags, addresses, login time, nine strings,
 /// the role bitset, two tokens) as Base64 text enciphered with vcBlowFish.
-/// Versions 1 to 5 are read; 5 is written. Bits of the role bitset are stored
-/// lowest first: bit i is bit (i % 8) of byte i / 8 after the count, and bits
-/// beyond the count must be zero.
+/// 5 is written; any version is read by the version rules (a 4-byte login time
+/// for 1, the role bitset from 2, the tokens from 3, three discarded strings in
+/// 4 only), so versions above 5 read as 5. Bits of the role bitset are stored
+/// lowest first: bit i is bit (i % 8) of byte i / 8 after the count; bits past
+/// the count are padding. Bytes after the last field are ignored.
 ///
 /// A string given in the tagged session form ("_v_1_..._data_<Base64>_...")
 /// makes the object read-only: it can be read but not turned into a string.

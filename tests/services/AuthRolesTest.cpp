@@ -114,6 +114,19 @@ TEST(AuthRoles, PermissionsGroupsAndLegacyNames) {
     EXPECT_EQ(roles.GetGroups(), names({u"Group:Chemists", u"Group:Biologists"}));
     EXPECT_TRUE(roles.IsMemberOfGroup(u"chemists"));
     EXPECT_FALSE(roles.IsMemberOfGroup(u"Physicists"));
+    // The prefix folds like the rest of a role name: a table that spells it "GROUP:" or
+    // "group:" still names groups, listed as stored and found through IsMemberOfGroup.
+    table->SetRole(11, u"GROUP:Physicists");
+    table->SetRole(12, u"group:Geologists");
+    table->SetRole(13, u"Groups");  // no colon: a permission
+    roles.AddToRole(u"group:physicists");
+    roles.AddToRole(u"Group:Geologists");
+    roles.AddToRole(u"groups");
+    EXPECT_EQ(roles.GetGroups(),
+              names({u"Group:Chemists", u"Group:Biologists", u"GROUP:Physicists", u"group:Geologists"}));
+    EXPECT_EQ(roles.GetPermissions(), names({NVK_RunProtocolRole, u"Viewer", u"Groups"}));
+    EXPECT_TRUE(roles.IsMemberOfGroup(u"Physicists"));
+    for (const char16_t* role : {u"GROUP:Physicists", u"group:Geologists", u"Groups"}) roles.RemoveFromRole(role);
 
     // A bit beyond the bitset's size reads as not held.
     table->SetRole(40, u"Late");

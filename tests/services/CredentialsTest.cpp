@@ -168,10 +168,14 @@ TEST(Credentials, StringSettersTakeAt255UnitsAndLengthsKeepTheirLowByte) {
     ASSERT_GT(body.size(), 321u);
     EXPECT_EQ(body[20], 44);  // 300 AND 255
     EXPECT_EQ(body[21], 0xC3);
-    // Such a body cannot be read back; it is refused rather than misread.
+    // Read back by its length byte: 44 bytes of name, then the rest of the name is read as
+    // the following fields (the password takes 195 bytes) until one would run past the end.
     KnownSecret d;
     d.SetCredentialsString(s);
     EXPECT_EQ(d.DecryptBody(false), DecryptMalformedBody);
+    EXPECT_THROW_MSG(d.DecryptBody(true), Exception,
+                     "Credentials body ends inside the client description: 195 bytes needed at offset 274, 70 left");
+    EXPECT_EQ(d.GetUsername(), WString(u""));
 }
 
 TEST(Credentials, BodyFlagTestsOverlapAsGiven) {
@@ -209,11 +213,16 @@ TEST(Credentials, OlderFormatsAreRead) {
         uint8_t version;
         Bytes body;
     };
+    // Each version reads the fields its rules give: a version above 5 as 5, one below 1 as
+    // any but 1; bytes after the last field, and bitset bits past the count, are ignored.
     Case cases[] = {
         {1, bodyStart(4)},
         {2, bodyStart(8).raw({10, 0x21, 0x02})},  // 10 bits: 0, 5 and 9
         {3, bodyStart(8).raw({10, 0x21, 0x02}).str("access").str("refresh")},
         {4, bodyStart(8).raw({10, 0x21, 0x02}).str("access").str("refresh").str("x").str("").str("zz")},
+        {5, bodyStart(8).raw({10, 0x21, 0xFE}).str("access").str("refresh").raw({0, 9, 9})},
+        {6, bodyStart(8).raw({10, 0x21, 0x02}).str("access").str("refresh").str("later")},
+        {0, bodyStart(8).raw({7, 7})},
     };
     for (Case& k : cases) {
         SCOPED_TRACE(int(k.version));
@@ -226,6 +235,7 @@ TEST(Credentials, OlderFormatsAreRead) {
                                    "1700000000|167772161|3232235522|153|16388|77|" +
                                    (k.version >= 2 ? "{0, 5, 9}" : "{}"));
         EXPECT_EQ(c.GetRoles()._GetRawRoleBits().size(), k.version >= 2 ? 10u : 0u);
+        EXPECT_EQ(c.GetBuffer().size(), 12 + k.body.b.size());  // the clear body is kept whole
         CCredentials cleared(c);  // clearing starts afresh, at the version that writing gives
         cleared.Clear();
         EXPECT_EQ(cleared.GetFormatVersionNumber(), 5);
@@ -335,17 +345,16 @@ TEST(Credentials, DecryptBodyStatusesLeaveFieldsAlone) {
     // Deciphers fine, but the clear text is not Base64.
     expectRefused(sealText(5, "not*base64"), DecryptDecodeFailed, "Decode failed");
 
-    // Bodies whose fields run past their end, or leave bytes over: the format version and
-    // the bytes after the nine strings.
+    // Bodies whose fields would run past their end: the format version and the bytes after
+    // the nine strings. Counts no writer makes are read by their lead byte's range.
     const std::tuple<uint8_t, std::vector<uint8_t>, const char*> malformed[] = {
         {5, {}, "Credentials body ends inside the role bitset count: 1 bytes needed at offset 68, 0 left"},
+        {6, {}, "Credentials body ends inside the role bitset count: 1 bytes needed at offset 68, 0 left"},
         {2, {0xC2, 0x80, 1}, "Credentials body ends inside the role bitset: 16 bytes needed at offset 70, 1 left"},
-        {2, {0xC2, 0x41}, "Credentials body has a malformed role bitset count at offset 68 (byte 0x41)"},
-        {2, {0x80}, "Credentials body has a malformed role bitset count at offset 68 (byte 0x80)"},
-        {2, {3, 0x08}, "Credentials body sets role bit 3 beyond the bitset's 3 bits"},
-        {2, {0, 9}, "Credentials body has 1 bytes left over after its last field"},
-        {6, {}, "Credentials format version 6 cannot be read (versions 1 to 5 can)"},
-        {0, {}, "Credentials format version 0 cannot be read (versions 1 to 5 can)"},
+        {2, {0xC2, 0x41}, "Credentials body ends inside the role bitset: 17 bytes needed at offset 70, 0 left"},
+        {2, {0x80}, "Credentials body ends inside the role bitset: 16 bytes needed at offset 69, 0 left"},
+        {2, {0xF8, 0x80}, "Credentials body ends inside the role bitset count: 1 bytes needed at offset 70, 0 left"},
+        {3, {0, 6, 'a'}, "Credentials body ends inside the access token: 6 bytes needed at offset 70, 1 left"},
     };
     for (const auto& [version, tail, message] : malformed)
         expectRefused(seal(version, bodyStart(8).raw(tail).b), DecryptMalformedBody, message);
