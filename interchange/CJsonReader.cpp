@@ -89,7 +89,7 @@ void CJsonReader::ResetStream() {
     in.ClearInjected();
     // Not counted: the location of the first token is where the text
     // begins, as if the white space were not there.
-    while (!in.EOS() && (in.Peek() == u' ' || (in.Peek() >= 9 && in.Peek() <= 13))) in.Get();
+    while (!in.EOS() && cajun::json::isJsonSpace(in.Peek())) in.Get();
     wchar next = in.EOS() ? wchar(0) : in.Peek();
     if (next != u'[' && next != u'{') {
         if (!in.HasFirstInjected())

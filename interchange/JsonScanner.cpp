@@ -16,11 +16,7 @@ using tovan::wchar;
 
 namespace {
 
-// What the C library's iswspace accepts in the "C" locale (tab, line feed,
-// vertical tab, form feed, carriage return, space). Spelled out so that a
-// host that switches locales cannot change what the reader skips, and
-// because this test runs once per character of every document.
-inline bool isSpace(wchar c) { return c == u' ' || (c >= 9 && c <= 13); }
+inline bool isSpace(wchar c) { return isJsonSpace(c); }
 
 // The characters a number token may hold, built once from the literal that
 // defines them: the digits, ".", "e", "E", "-", "+" and the letters of

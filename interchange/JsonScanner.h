@@ -2,6 +2,7 @@
 // Tokens, and the scanner that turns the characters of one top-level JSON
 // value into them.
 #include <cstdint>
+#include <cwctype>
 #include <new>
 #include <type_traits>
 #include <memory>
@@ -14,6 +15,14 @@
 #include "nvk/platform/Export.h"
 
 namespace cajun::json {
+
+/// White space between JSON tokens: what the C library's iswspace says in the locale the
+/// host has set (the "C" locale unless it called setlocale; a UTF-8 locale adds spaces
+/// such as U+2000 and U+3000). ASCII, whose spaces no locale changes, is answered here.
+inline bool isJsonSpace(char16_t c) {
+    if (c < 0x80) return c == u' ' || (c >= 9 && c <= 13);
+    return std::iswspace(static_cast<std::wint_t>(c)) != 0;
+}
 
 /// The numbering is part of the design: 10 means "none".
 enum class TokenKind : int32_t {

@@ -1,4 +1,5 @@
 // The tolerant JSON reader: tolerances, every message, locations, numbers.
+#include <clocale>
 #include <cmath>
 #include <limits>
 
@@ -133,6 +134,25 @@ TEST(JsonReader, ReportsEveryScanError) {
         EXPECT_EQ(r.error, c.message) << nvktest::utf8(c.text);
         EXPECT_EQ(r.where, c.where) << nvktest::utf8(c.text);
     }
+}
+
+TEST(JsonReader, WhiteSpaceIsWhatTheLocaleSays) {
+    // In the "C" locale only the ASCII spaces separate tokens; in a UTF-8 locale the C
+    // library counts U+2000 and U+3000 too, between tokens and before a bare member list.
+    const std::u16string text = u"{\u2000\"a\":\u30001}";
+    ASSERT_EQ(std::string(std::setlocale(LC_CTYPE, nullptr)), "C");
+    EXPECT_EQ(readError(text), "JSON scan error: Unexpected character in stream: \u2000");
+    ASSERT_NE(std::setlocale(LC_CTYPE, "C.UTF-8"), nullptr);
+    auto r = readAll(text);
+    auto bare = readAll(u"\u3000\"b\": 2", true);
+    std::setlocale(LC_CTYPE, "C");
+    ASSERT_EQ(r.error, "");
+    ASSERT_EQ(r.objects.size(), 1u);
+    EXPECT_EQ(member(r.objects[0], u"a").As<Number>().Value(), 1.0);
+    ASSERT_EQ(bare.error, "");
+    ASSERT_EQ(bare.objects.size(), 1u);
+    EXPECT_EQ(member(bare.objects[0], u"b").As<Number>().Value(), 2.0);
+    EXPECT_EQ(readError(u"{\"a\":\u00a01}"), "JSON scan error: Unexpected character in stream: \u00a0");
 }
 
 TEST(JsonReader, ReportsEveryParseError) {
