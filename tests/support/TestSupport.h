@@ -59,9 +59,9 @@ ToolRun runTool(const std::string& args);
         EXPECT_EQ(nvk_run_.out, (tool_out)) << nvk_args_;                                         \
     } while (0)
 
-/// Runs `stmt`, requires it to throw exactly `cls`, and requires the message
-/// (UTF-8) to equal `msg`.
-#define EXPECT_THROW_MSG(stmt, cls, msg)                                                          \
+/// Runs `stmt`, requires it to throw exactly `cls`, and requires `seen` (an expression of
+/// the caught exception `e`) to equal `expected`.
+#define NVK_EXPECT_THROW_SEEN_(stmt, cls, seen, expected)                                         \
     do {                                                                                          \
         bool nvk_caught_ = false;                                                                 \
         try {                                                                                     \
@@ -69,25 +69,17 @@ ToolRun runTool(const std::string& args);
         } catch (const cls& e) {                                                                  \
             nvk_caught_ = true;                                                                   \
             EXPECT_EQ(typeid(e), typeid(cls)) << "thrown a subclass of " #cls;                    \
-            EXPECT_EQ(std::string(e.what()), std::string(msg));                                   \
+            EXPECT_EQ(std::string(seen), std::string(expected));                                  \
         }                                                                                         \
         EXPECT_TRUE(nvk_caught_) << #stmt " did not throw " #cls;                                 \
     } while (0)
 
-/// As EXPECT_THROW_MSG, and requires the thrower's class and operation names too, as the
-/// framework formats them ("CBaseNode::serialize: message").
-#define EXPECT_THROW_FROM(stmt, cls, described)                                                   \
-    do {                                                                                          \
-        bool nvk_caught_ = false;                                                                 \
-        try {                                                                                     \
-            stmt;                                                                                 \
-        } catch (const cls& e) {                                                                  \
-            nvk_caught_ = true;                                                                   \
-            EXPECT_EQ(typeid(e), typeid(cls)) << "thrown a subclass of " #cls;                    \
-            EXPECT_EQ(e.describe(), std::string(described));                                      \
-        }                                                                                         \
-        EXPECT_TRUE(nvk_caught_) << #stmt " did not throw " #cls;                                 \
-    } while (0)
+/// Requires `stmt` to throw exactly `cls` with the message (UTF-8) `msg`.
+#define EXPECT_THROW_MSG(stmt, cls, msg) NVK_EXPECT_THROW_SEEN_(stmt, cls, e.what(), msg)
+
+/// Also requires the thrower's class and operation names, as the framework formats them
+/// ("CBaseNode::serialize: message").
+#define EXPECT_THROW_FROM(stmt, cls, described) NVK_EXPECT_THROW_SEEN_(stmt, cls, e.describe(), described)
 
 /// Skips the test when `path` is empty (a corpus file that is not there), or
 /// fails it where the corpus is required (see corpusRequired).
