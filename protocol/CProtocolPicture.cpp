@@ -169,9 +169,20 @@ void drawComponents(Canvas& c) {
     for (int k = 0; k < u.GetNumComponents(); ++k) {
         int x = c.boxes[size_t(k)].x, y = c.boxes[size_t(k)].y;
         unsigned ports = u.GetPorts(k);
-        c.svg << "<g><rect x=\"" << x << "\" y=\"" << y << "\" width=\"" << o.boxWidth << "\" height=\"" << o.boxHeight
-              << "\" rx=\"8\" fill=\"" << (u.IsStartNode(k) ? "#e3f2fd" : "#ffffff")
-              << "\" stroke=\"#455a64\" stroke-width=\"1.6\"/>";
+        const iProtocolInfo* sub = u.GetComponent(k)->getSubprotocol();
+        c.svg << "<g>";
+        // A subprotocol is drawn as a stack of two boxes in violet, with its size in the corner.
+        if (sub)
+            c.svg << "<rect x=\"" << x + 6 << "\" y=\"" << y + 6 << "\" width=\"" << o.boxWidth << "\" height=\""
+                  << o.boxHeight << "\" rx=\"8\" fill=\"#ede7f6\" stroke=\"#5e35b1\" stroke-width=\"1.6\"/>";
+        c.svg << "<rect x=\"" << x << "\" y=\"" << y << "\" width=\"" << o.boxWidth << "\" height=\"" << o.boxHeight
+              << "\" rx=\"8\" fill=\"" << (u.IsStartNode(k) ? "#e3f2fd" : "#ffffff") << "\" stroke=\""
+              << (sub ? "#5e35b1\" stroke-width=\"2.4\"/>" : "#455a64\" stroke-width=\"1.6\"/>");
+        if (sub)
+            c.svg << "<text x=\"" << x + o.boxWidth - 6 << "\" y=\"" << y + o.boxHeight - 6
+                  << "\" font-size=\"10\" text-anchor=\"end\" fill=\"#5e35b1\">subprotocol \u00b7 "
+                  << sub->getNumComponents() << (sub->getNumComponents() == 1 ? " component" : " components")
+                  << "</text>";
         if (ports & PortInput) c.svg << "<circle cx=\"" << x << "\" cy=\"" << y + c.inY << "\" r=\"5\" fill=\"#455a64\"/>";
         if (ports & PortPass)
             c.svg << "<circle cx=\"" << x + o.boxWidth << "\" cy=\"" << y + c.passY << "\" r=\"5\" fill=\"#2e7d32\"/>";

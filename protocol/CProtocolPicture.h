@@ -1,7 +1,8 @@
 #pragma once
 // A picture of a protocol as SVG: components as labelled boxes with their ports,
 // connections as arrows (pass solid green, fail dashed red, loop connections fainter, and
-// one that runs backwards bent around below), sticky notes as notes with their text.
+// one that runs backwards bent around below), sticky notes as notes with their text. A
+// component with a subprotocol is a violet stack of two boxes that names its size.
 #include <string>
 
 #include "nvk/platform/Export.h"
