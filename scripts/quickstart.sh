@@ -19,6 +19,12 @@ credentials=$("$nvk" credentials new --user alice --domain LAB --password secret
 "$nvk" layout examples/clean-and-score.json -o build/default/clean-and-score.laid-out.json --svg build/default/clean-and-score.svg
 "$nvk" move build/default/clean-and-score.laid-out.json --ids 6,7 --right 40 --down 20 -o build/default/clean-and-score.moved.json
 "$nvk" svg build/default/clean-and-score.moved.json -o build/default/clean-and-score.moved.svg
+"$nvk" collapse examples/clean-and-score.json --ids 5,6 --check
+"$nvk" collapse examples/clean-and-score.json --ids 3,4 --check || echo "(a component fed from inside and outside the selection is refused on purpose, exit status $?)"
+"$nvk" collapse examples/clean-and-score.json --ids 5,6 --name "Join and score" -o build/default/clean-and-score.collapsed.json
+"$nvk" svg build/default/clean-and-score.collapsed.json -o build/default/clean-and-score.collapsed.svg
+"$nvk" uncollapse build/default/clean-and-score.collapsed.json --id 11 -o build/default/clean-and-score.uncollapsed.json
+"$nvk" perceive build/default/clean-and-score.uncollapsed.json
 "$nvk" json examples/stations.json
 "$nvk" json examples/bare-members.json
 "$nvk" json examples/stations.json --to-json build/stations-roundtrip.json

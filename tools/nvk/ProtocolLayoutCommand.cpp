@@ -6,6 +6,7 @@
 #include "nvk/protocol/CProtocolLayoutUtils.h"
 #include "nvk/protocol/CProtocolPicture.h"
 #include "tools/nvk/Command.h"
+#include "tools/nvk/ProtocolCommandArgs.h"
 
 namespace nvk {
 namespace {
@@ -29,35 +30,18 @@ const CommandRegistration reg{
 int runLayout(const std::vector<std::string>& args) {
     const Command& self = *findCommand("layout");
     std::string in, out, svg, fixed;
-    for (size_t i = 0; i < args.size(); ++i) {
-        const std::string& a = args[i];
-        auto next = [&](std::string& into) {
-            if (i + 1 >= args.size()) return false;
-            into = args[++i];
-            return true;
-        };
-        if (a == "-o") {
-            if (!next(out)) return usageError(self, "-o needs a file name");
-        } else if (a == "--svg") {
-            if (!next(svg)) return usageError(self, "--svg needs a file name");
-        } else if (a == "--fixed") {
-            if (!next(fixed)) return usageError(self, "--fixed needs a list of local IDs");
-        } else if (!a.empty() && a[0] == '-') {
-            return usageError(self, "unknown option " + a);
-        } else if (in.empty()) {
-            in = a;
-        } else {
-            return usageError(self, "more than one input file");
-        }
-    }
-    if (in.empty()) return usageError(self, "no input file");
+    if (int status = parseProtocolArgs(self, args, in,
+                                       {{"-o", &out, nullptr, "-o needs a file name"},
+                                        {"--svg", &svg, nullptr, "--svg needs a file name"},
+                                        {"--fixed", &fixed, nullptr, "--fixed needs a list of local IDs"}});
+        status >= 0)
+        return status;
     tovan::Ptr<CProtocolInfo> protocol = CProtocolFile::Read(tovan::toWide(in));
     CProtocolLayoutUtils layout;
     tovan::BitsetValue changed;
     bool notesChanged = false;
     layout.LayoutProtocol(protocol.get(), tovan::toWide(fixed), changed, notesChanged);
-    if (out.empty()) std::cout << tovan::toNarrow(CProtocolFile::WriteText(protocol.get()));
-    else CProtocolFile::Write(protocol.get(), tovan::toWide(out));
+    writeProtocol(protocol.get(), out);
     if (!svg.empty()) {
         std::ofstream file(svg, std::ios::binary);
         file << CProtocolPicture::RenderSvg(protocol.get());

@@ -1,10 +1,9 @@
 // nvk move: moves components of a protocol file by a given amount, as a drag would.
-#include <iostream>
-
 #include "nvk/platform/NumberText.h"
 #include "nvk/protocol/CProtocolFile.h"
 #include "nvk/protocol/CProtocolLayoutUtils.h"
 #include "tools/nvk/Command.h"
+#include "tools/nvk/ProtocolCommandArgs.h"
 
 namespace nvk {
 namespace {
@@ -36,43 +35,21 @@ int runMove(const std::vector<std::string>& args) {
     const Command& self = *findCommand("move");
     std::string in, out, ids, right = "0", down = "0";
     bool haveIDs = false;
-    for (size_t i = 0; i < args.size(); ++i) {
-        const std::string& a = args[i];
-        std::string* into = nullptr;
-        if (a == "-o") into = &out;
-        else if (a == "--ids") into = &ids, haveIDs = true;
-        else if (a == "--right") into = &right;
-        else if (a == "--down") into = &down;
-        else if (!a.empty() && a[0] == '-') return usageError(self, "unknown option " + a);
-        else if (in.empty()) in = a;
-        else return usageError(self, "more than one input file");
-        if (into) {
-            if (i + 1 >= args.size()) return usageError(self, a + " needs a value");
-            *into = args[++i];
-        }
-    }
-    if (in.empty()) return usageError(self, "no input file");
+    if (int status = parseProtocolArgs(self, args, in, {{"-o", &out}, {"--ids", &ids, &haveIDs}, {"--right", &right}, {"--down", &down}});
+        status >= 0)
+        return status;
     if (!haveIDs) return usageError(self, "--ids is required");
     long long r = 0, d = 0;
     if (!parseInt(right, -1000000000, 1000000000, r)) return usageError(self, "--right needs an integer");
     if (!parseInt(down, -1000000000, 1000000000, d)) return usageError(self, "--down needs an integer");
     std::vector<int32_t> localIDs;
-    size_t pos = 0;
-    while (pos <= ids.size() && !ids.empty()) {
-        size_t comma = ids.find(',', pos);
-        std::string item = ids.substr(pos, comma == std::string::npos ? std::string::npos : comma - pos);
-        long long v = 0;
-        if (!parseInt(item, INT32_MIN, INT32_MAX, v)) return usageError(self, "--ids needs local IDs separated by commas");
-        localIDs.push_back(int32_t(v));
-        if (comma == std::string::npos) break;
-        pos = comma + 1;
-    }
+    if (!ids.empty() && !splitLocalIDs(ids, localIDs))
+        return usageError(self, "--ids needs local IDs separated by commas");
     tovan::Ptr<CProtocolInfo> protocol = CProtocolFile::Read(tovan::toWide(in));
     CProtocolLayoutUtils layout;
     tovan::BitsetValue changed;
     layout.MoveProtocolComponents(protocol.get(), localIDs, int(r), int(d), changed);
-    if (out.empty()) std::cout << tovan::toNarrow(CProtocolFile::WriteText(protocol.get()));
-    else CProtocolFile::Write(protocol.get(), tovan::toWide(out));
+    writeProtocol(protocol.get(), out);
     return ExitOk;
 }
 

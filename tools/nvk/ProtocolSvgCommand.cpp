@@ -5,6 +5,7 @@
 #include "nvk/protocol/CProtocolFile.h"
 #include "nvk/protocol/CProtocolPicture.h"
 #include "tools/nvk/Command.h"
+#include "tools/nvk/ProtocolCommandArgs.h"
 
 namespace nvk {
 namespace {
@@ -25,19 +26,8 @@ const CommandRegistration reg{
 int runSvg(const std::vector<std::string>& args) {
     const Command& self = *findCommand("svg");
     std::string in, out;
-    for (size_t i = 0; i < args.size(); ++i) {
-        if (args[i] == "-o") {
-            if (i + 1 >= args.size()) return usageError(self, "-o needs a file name");
-            out = args[++i];
-        } else if (!args[i].empty() && args[i][0] == '-') {
-            return usageError(self, "unknown option " + args[i]);
-        } else if (in.empty()) {
-            in = args[i];
-        } else {
-            return usageError(self, "more than one input file");
-        }
-    }
-    if (in.empty()) return usageError(self, "no input file");
+    if (int status = parseProtocolArgs(self, args, in, {{"-o", &out, nullptr, "-o needs a file name"}}); status >= 0)
+        return status;
     if (out.empty()) return usageError(self, "-o OUT.svg is required");
     tovan::Ptr<CProtocolInfo> protocol = CProtocolFile::Read(tovan::toWide(in));
     std::string picture = CProtocolPicture::RenderSvg(protocol.get());
