@@ -6,22 +6,13 @@
 
 #include "nvk/protocol/CProtocolFile.h"
 #include "nvk/protocol/CProtocolLayoutUtils.h"
+#include "tests/protocol/ProtocolTestSupport.h"
 #include "tests/support/TestSupport.h"
 
 using namespace nvk;
 using tovan::BitsetValue;
 
 namespace {
-
-std::vector<std::filesystem::path> corpusProtocols() {
-    std::vector<std::filesystem::path> files;
-    std::filesystem::path dir = nvktest::corpusPath("workflows/protocols");
-    if (dir.empty() || !std::filesystem::exists(dir)) return files;
-    for (const auto& e : std::filesystem::directory_iterator(dir))
-        if (e.path().extension() == ".json") files.push_back(e.path());
-    std::sort(files.begin(), files.end());
-    return files;
-}
 
 tovan::Ptr<CProtocolInfo> load(const std::filesystem::path& path) {
     return CProtocolFile::Read(tovan::toWide(path.string()));
@@ -30,7 +21,7 @@ tovan::Ptr<CProtocolInfo> load(const std::filesystem::path& path) {
 }  // namespace
 
 TEST(ProtocolCorpus, EveryWorkflowLoadsAndRoundTrips) {
-    auto files = corpusProtocols();
+    auto files = nvktest::corpusProtocols();
     SKIP_WITHOUT_CORPUS(files.empty() ? std::filesystem::path() : files[0]);
     EXPECT_GE(files.size(), 50u);
     for (const auto& f : files) {
@@ -44,7 +35,7 @@ TEST(ProtocolCorpus, EveryWorkflowLoadsAndRoundTrips) {
 }
 
 TEST(ProtocolCorpus, DistancesFollowEveryConnectionThatIsNotALoop) {
-    auto files = corpusProtocols();
+    auto files = nvktest::corpusProtocols();
     SKIP_WITHOUT_CORPUS(files.empty() ? std::filesystem::path() : files[0]);
     for (const auto& f : files) {
         SCOPED_TRACE(f.filename().string());
@@ -67,7 +58,7 @@ TEST(ProtocolCorpus, DistancesFollowEveryConnectionThatIsNotALoop) {
 }
 
 TEST(ProtocolCorpus, LayoutIsDeterministicKeepsOrderAndUsesColumns) {
-    auto files = corpusProtocols();
+    auto files = nvktest::corpusProtocols();
     SKIP_WITHOUT_CORPUS(files.empty() ? std::filesystem::path() : files[0]);
     for (const auto& f : files) {
         SCOPED_TRACE(f.filename().string());

@@ -1,11 +1,15 @@
 #pragma once
 // Building small protocols for the protocol tests from their JSON form.
+#include <algorithm>
+#include <filesystem>
 #include <string>
+#include <vector>
 
 #include "nvk/platform/Exception.h"
 #include "nvk/platform/Object.h"
 #include "nvk/protocol/CProtocolFile.h"
 #include "nvk/protocol/CProtocolInfo.h"
+#include "tests/support/TestSupport.h"
 
 namespace nvktest {
 
@@ -47,6 +51,17 @@ struct DebugScope {
     ~DebugScope() { tovan::setDebugTargets(""); }
     tovan::DiagnosticCapture capture;
 };
+
+/// The workflow protocols of the shared corpus, sorted; empty when the corpus is not there.
+inline std::vector<std::filesystem::path> corpusProtocols() {
+    std::vector<std::filesystem::path> files;
+    std::filesystem::path dir = corpusPath("workflows/protocols");
+    if (dir.empty() || !std::filesystem::exists(dir)) return files;
+    for (const auto& e : std::filesystem::directory_iterator(dir))
+        if (e.path().extension() == ".json") files.push_back(e.path());
+    std::sort(files.begin(), files.end());
+    return files;
+}
 
 inline tovan::Ptr<nvk::CProtocolInfo> makeProtocol(const std::vector<Comp>& comps, const std::vector<Conn>& conns,
                                                    const std::string& extra = "") {
