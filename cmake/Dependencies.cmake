@@ -11,3 +11,6 @@ target_link_libraries(nvk PRIVATE PkgConfig::PCRE2 PkgConfig::CURL)
 # XML documents (XmlReader) on expat.
 pkg_check_modules(EXPAT REQUIRED IMPORTED_TARGET expat)
 target_link_libraries(nvk PRIVATE PkgConfig::EXPAT)
+# Zipped WSDL bundles (CWsdlParser) on libzip.
+pkg_check_modules(LIBZIP REQUIRED IMPORTED_TARGET libzip)
+target_link_libraries(nvk PRIVATE PkgConfig::LIBZIP)

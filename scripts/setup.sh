@@ -10,7 +10,7 @@ cd "$(dirname "$0")/.."
 preset="${1:-default}"
 
 # The library's own needs; then each preset's.
-packages=(g++ cmake ninja-build pkg-config nettle-dev libpcre2-dev libcurl4-openssl-dev libexpat1-dev)
+packages=(g++ cmake ninja-build pkg-config nettle-dev libpcre2-dev libcurl4-openssl-dev libexpat1-dev libzip-dev)
 configure=()
 case "$preset" in
   default | asan | tsan)
