@@ -33,6 +33,9 @@ credentials=$("$nvk" credentials new --user alice --domain LAB --password secret
 "$nvk" bin build/stations.nvkb
 "$nvk" json examples/bare-members.json --to-bin build/bare-members-v1.nvkb --stream-version 1
 "$nvk" bin build/bare-members-v1.nvkb --to-json build/bare-members-from-bin.json
+"$nvk" wsdl examples/wsdl/stations.wsdl
+"$nvk" wsdl bundle examples/wsdl/stations.wsdl -o build/default/stations-wsdl.zip
+"$nvk" wsdl build/default/stations-wsdl.zip --json
 "$nvk" json examples/broken.json || echo "(broken.json is refused on purpose, exit status $?)"
 # The same from C++: examples/cpp/first_steps.cpp.
 build/default/nvk_example examples/stations.json examples/clean-and-score.json build/default
