@@ -80,27 +80,62 @@ private:
 
 }  // namespace
 
-void writeNodeFile(const tovan::WString& path, const std::vector<Ptr<iNode>>& nodes, int streamVersion) {
+namespace {
+
+std::unique_ptr<tovan::FileOutputStream> openNodeFile(const tovan::WString& path, int streamVersion) {
     if (streamVersion < kMinNodeFileVersion || streamVersion > kMaxNodeFileVersion)
         throw tovan::BadParameterException("NodeStream", "writeNodeFile", u"Unsupported stream version %d",
                                            streamVersion);
-    tovan::FileOutputStream out(path, streamVersion);
-    out.write(kNodeFileMagic, sizeof kNodeFileMagic);
-    writeCompactInt(out, streamVersion);
-    writeRecords(out, nodes);
-    out.write(&kEndMark, 1);
-    out.close();
+    return std::make_unique<tovan::FileOutputStream>(path, streamVersion);
+}
+
+}  // namespace
+
+NodeFileWriter::NodeFileWriter(const tovan::WString& path, int streamVersion)
+    : NodeFileWriter(openNodeFile(path, streamVersion)) {}
+
+NodeFileWriter::NodeFileWriter(std::unique_ptr<tovan::FileOutputStream> file) : out_(std::move(file)) {
+    const int version = out_->getVersion();
+    if (version < kMinNodeFileVersion || version > kMaxNodeFileVersion)
+        throw tovan::BadParameterException("NodeStream", "writeNodeFile", u"Unsupported stream version %d", version);
+    out_->write(kNodeFileMagic, sizeof kNodeFileMagic);
+    writeCompactInt(*out_, version);
+}
+
+NodeFileWriter::~NodeFileWriter() = default;
+
+void NodeFileWriter::write(const iNode& node) {
+    writeRecord(*out_, node);
+    ++records_;
+}
+
+void NodeFileWriter::finish() {
+    if (finished_) return;
+    finished_ = true;
+    out_->write(&kEndMark, 1);
+    out_->close();
+}
+
+void writeNodeFile(const tovan::WString& path, const std::vector<Ptr<iNode>>& nodes, int streamVersion) {
+    NodeFileWriter out(path, streamVersion);
+    for (const Ptr<iNode>& n : nodes) out.write(*n);
+    out.finish();
 }
 
 struct NodeFileReader::Impl {
-    explicit Impl(const tovan::WString& p) : path(p), file(p) {}
+    explicit Impl(std::unique_ptr<tovan::FileInputStream> f) : path(f->getPath()), owned(std::move(f)), file(*owned) {}
     tovan::WString path;
-    tovan::FileInputStream file;
+    std::unique_ptr<tovan::FileInputStream> owned;
+    tovan::FileInputStream& file;
     std::unique_ptr<VersionedInput> records;  // set once the header is read
     bool ended = false;                       // the end mark was read
 };
 
-NodeFileReader::NodeFileReader(const tovan::WString& path) : impl_(std::make_unique<Impl>(path)) {}
+NodeFileReader::NodeFileReader(const tovan::WString& path)
+    : NodeFileReader(std::make_unique<tovan::FileInputStream>(path)) {}
+
+NodeFileReader::NodeFileReader(std::unique_ptr<tovan::FileInputStream> file)
+    : impl_(std::make_unique<Impl>(std::move(file))) {}
 
 NodeFileReader::~NodeFileReader() = default;
 

@@ -26,6 +26,7 @@
 
 #include "nvk/platform/ByteStream.h"
 #include "nvk/platform/Export.h"
+#include "nvk/platform/FileStream.h"
 #include "nvk/platform/String.h"
 #include "nvk/platform/iNode.h"
 
@@ -61,15 +62,24 @@ NVK_EXPORT void writeNodeFile(const tovan::WString& path, const std::vector<tova
 /// version.
 NVK_EXPORT std::vector<tovan::Ptr<tovan::iNode>> readNodeFile(const tovan::WString& path, int* streamVersion = nullptr);
 
-/// Reads a node file one record at a time, for callers that must say where
-/// reading stopped (readNodeFile reads it whole through this class).
+/// Reads a node file one record at a time: only the record in hand is held,
+/// so a file of any size is read in the memory of its largest record
+/// (readNodeFile reads it whole through this class). It also says where
+/// reading stopped.
 ///
 ///   NodeFileReader file(path);            // opens it; a missing file raises here
 ///   while (tovan::Ptr<tovan::iNode> n = file.next()) use(*n);
 ///   // on an exception: file.offset() is the byte where reading stopped
+///
+/// Over a stream that cannot seek (standard input, a pipe) it reads the same
+/// way; a pipe that stops inside a record or before the end mark raises what
+/// a file cut there raises:
+///   NodeFileReader in(std::make_unique<tovan::FileInputStream>(stdin, u"(standard input)"));
 class NVK_EXPORT NodeFileReader {
 public:
     explicit NodeFileReader(const tovan::WString& path);
+    /// Reads `file` from where it stands; the file's name in messages is its getPath().
+    explicit NodeFileReader(std::unique_ptr<tovan::FileInputStream> file);
     ~NodeFileReader();
     NodeFileReader(const NodeFileReader&) = delete;
     NodeFileReader& operator=(const NodeFileReader&) = delete;
@@ -87,6 +97,40 @@ public:
 private:
     struct Impl;
     std::unique_ptr<Impl> impl_;
+};
+
+/// Writes a node file one record at a time, the counterpart of NodeFileReader:
+/// each record goes out as it is given and can be released at once
+/// (writeNodeFile writes a whole list through this class).
+///
+///   NodeFileWriter out(u"records.nvkb", 2);  // the start, "nvkb" and the version
+///   while (...) out.write(*record);          // each record as it comes
+///   out.finish();                            // the end mark; closes the file
+///
+/// A writer destroyed without finish() leaves the file without its end mark,
+/// which readers report as cut short. Failures are the stream's (see
+/// FileStream.h); an unsupported version raises BadParameterException
+/// ("NodeStream", "writeNodeFile") "Unsupported stream version %d".
+class NVK_EXPORT NodeFileWriter {
+public:
+    NodeFileWriter(const tovan::WString& path, int streamVersion);
+    /// Writes to `file` (standard output, a pipe); the stream's version is
+    /// the file's version.
+    explicit NodeFileWriter(std::unique_ptr<tovan::FileOutputStream> file);
+    ~NodeFileWriter();
+    NodeFileWriter(const NodeFileWriter&) = delete;
+    NodeFileWriter& operator=(const NodeFileWriter&) = delete;
+
+    void write(const tovan::iNode& node);
+    /// Writes the end mark and closes the file; later calls do nothing.
+    void finish();
+    /// Records written so far.
+    uint64_t records() const { return records_; }
+
+private:
+    std::unique_ptr<tovan::FileOutputStream> out_;
+    uint64_t records_ = 0;
+    bool finished_ = false;
 };
 
 }  // namespace nvk

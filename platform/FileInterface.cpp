@@ -71,6 +71,8 @@ vcFileInterface::~vcFileInterface() {
 void vcFileInterface::reset() {
     kind_ = Kind::Closed;
     file_ = nullptr;
+    ownsFile_ = true;
+    fetched_ = 0;
     raw_.clear();
     rawStart_ = 0;
     rawEnd_ = false;
@@ -116,6 +118,25 @@ void vcFileInterface::open(const WString& path, FileMode mode, TextEncoding enco
     blockBytes_ = kBlockBytes;
     bool startsEmpty = mode == FileMode::Write || (std::fseek(f, 0, SEEK_END) == 0 && std::ftell(f) == 0);
     if (encoding == TextEncoding::Utf8Bom && startsEmpty) out_ = "\xEF\xBB\xBF";
+}
+
+void vcFileInterface::openStream(std::FILE* stream, FileMode mode, const WString& name, std::string head, bool owned) {
+    if (!stream) throw BadParameterException(kClass, "openStream", u"Cannot open \"%ls\": no stream", name);
+    close();
+    reset();
+    memoryOut_.clear();
+    name_ = name;
+    mode_ = mode;
+    file_ = stream;
+    ownsFile_ = owned;
+    kind_ = Kind::File;
+    if (mode == FileMode::Read) {
+        fetched_ = head.size();
+        raw_ = std::move(head);
+        detectEncoding();
+        return;
+    }
+    blockBytes_ = kBlockBytes;
 }
 
 void vcFileInterface::openMemory(const WString& name) {
@@ -192,6 +213,7 @@ size_t vcFileInterface::fillRaw() {
     raw_.resize(old + kBlockBytes);
     size_t n = std::fread(raw_.data() + old, 1, kBlockBytes, file_);
     raw_.resize(old + n);
+    fetched_ += n;
     if (n < kBlockBytes) {
         if (std::ferror(file_))
             throw Exception(kClass, "read", u"Error reading file \"%ls\": %hs", name_, systemError(errno));
@@ -367,12 +389,12 @@ void vcFileInterface::close() {
         try {
             flush();
         } catch (...) {
-            if (f) std::fclose(f);
+            if (f && ownsFile_) std::fclose(f);
             reset();
             throw;
         }
     }
-    if (f && std::fclose(f) != 0) error = errno;
+    if (f && ownsFile_ && std::fclose(f) != 0) error = errno;
     reset();
     if (error) throw Exception(kClass, "close", u"Error closing file \"%ls\": %hs", name_, systemError(error));
 }

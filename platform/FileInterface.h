@@ -97,6 +97,14 @@ public:
     /// (a mark is written only when the file starts empty). Any file open
     /// before is closed first.
     void open(const WString& path, FileMode mode, TextEncoding encoding = TextEncoding::Utf8);
+    /// Reads from, or writes to, a stream that is open already (standard
+    /// input or output, a pipe); `name` stands for the file in messages.
+    /// Nothing seeks, so a pipe reads as a file does. For reading, `head`
+    /// holds bytes the caller took from the stream before (to tell what it
+    /// holds, say): they come first, and the encoding is detected on them
+    /// and what follows. With `owned`, close() closes the stream; otherwise
+    /// it only flushes it.
+    void openStream(std::FILE* stream, FileMode mode, const WString& name, std::string head = {}, bool owned = false);
     /// Reads `text` as it is, without any decoding.
     void openText(const WString& text, const WString& name = u"(memory)");
     /// Reads `bytes` as a file's content (encoding detected).
@@ -113,6 +121,9 @@ public:
     bool isOpen() const override { return kind_ != Kind::Closed; }
     FileMode getMode() const override { return mode_; }
     TextEncoding getEncoding() const override { return encoding_; }
+    /// Bytes taken from the file or stream so far (a block ahead of what
+    /// was read: enough to show progress by), a given head included.
+    uint64_t bytesFetched() const { return fetched_; }
 
     std::u16string_view readBlock() override;
     size_t readText(wchar* dest, size_t capacity) override;
@@ -138,6 +149,8 @@ private:
     TextEncoding encoding_ = TextEncoding::Utf8;
     WString name_;
     std::FILE* file_ = nullptr;
+    bool ownsFile_ = true;  // false for a stream given to openStream without ownership
+    uint64_t fetched_ = 0;
 
     // reading: raw bytes not yet decoded, then the decoded block handed out
     std::string raw_;

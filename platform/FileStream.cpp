@@ -22,6 +22,12 @@ FileOutputStream::FileOutputStream(const WString& path, int version, bool append
     buffer_.reserve(kBufferBytes);
 }
 
+FileOutputStream::FileOutputStream(std::FILE* stream, const WString& name, int version, bool owned)
+    : path_(name), file_(stream), version_(version), owned_(owned) {
+    if (!stream) throw BadParameterException("FileOutputStream", "open", u"Cannot write \"%ls\": no stream", name);
+    buffer_.reserve(kBufferBytes);
+}
+
 FileOutputStream::~FileOutputStream() {
     try {
         close();
@@ -73,11 +79,11 @@ void FileOutputStream::close() {
     } catch (...) {
         file_ = nullptr;
         buffer_.clear();
-        std::fclose(f);
+        if (owned_) std::fclose(f);
         throw;
     }
     file_ = nullptr;
-    if (std::fclose(f) != 0)
+    if (owned_ ? std::fclose(f) != 0 : std::fflush(f) != 0)
         throw Exception("FileOutputStream", "close", u"Error closing file \"%ls\": %hs", path_, std::strerror(errno));
 }
 
@@ -90,10 +96,20 @@ FileInputStream::FileInputStream(const WString& path, int version) : path_(path)
     buffer_.resize(kBufferBytes);
 }
 
+FileInputStream::FileInputStream(std::FILE* stream, const WString& name, std::string_view head, int version,
+                                 bool owned)
+    : path_(name), file_(stream), version_(version), owned_(owned) {
+    if (!stream) throw BadParameterException("FileInputStream", "open", u"Cannot read \"%ls\": no stream", name);
+    buffer_.resize(std::max(kBufferBytes, head.size()));
+    std::copy(head.begin(), head.end(), buffer_.begin());
+    fetched_ = head.size();
+    setWindow(buffer_.data(), buffer_.data() + head.size());
+}
+
 FileInputStream::~FileInputStream() { close(); }
 
 void FileInputStream::close() {
-    if (file_) std::fclose(file_);
+    if (file_ && owned_) std::fclose(file_);
     file_ = nullptr;
     setWindow(nullptr, nullptr);
 }

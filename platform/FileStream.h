@@ -6,8 +6,14 @@
 // "Error writing file \"%ls\": %hs", "Error reading file \"%ls\": %hs",
 // "Error closing file \"%ls\": %hs", and "File \"%ls\" is not open" for use
 // after close.
+//
+// Both also run over a stream that is already open (standard input or output,
+// a pipe): they never seek, so a stream that cannot seek reads and writes
+// exactly as a file does, and a pipe that ends inside a record is reported
+// as a file cut there.
 #include <cstdint>
 #include <cstdio>
+#include <string_view>
 #include <vector>
 
 #include "nvk/platform/ByteStream.h"
@@ -22,6 +28,10 @@ namespace tovan {
 class NVK_EXPORT FileOutputStream : public iByteOutputStream {
 public:
     explicit FileOutputStream(const WString& path, int version = DefaultStreamVersion, bool append = false);
+    /// Writes to `stream`, open already; `name` stands for the file in
+    /// messages. With `owned`, close() closes the stream, else it only
+    /// flushes it (standard output stays usable).
+    FileOutputStream(std::FILE* stream, const WString& name, int version = DefaultStreamVersion, bool owned = false);
     ~FileOutputStream() override;
     FileOutputStream(const FileOutputStream&) = delete;
     FileOutputStream& operator=(const FileOutputStream&) = delete;
@@ -45,6 +55,7 @@ private:
     std::vector<uint8_t> buffer_;
     uint64_t written_ = 0;
     int version_;
+    bool owned_ = true;
 };
 
 /// Reads a file from its start. read() returns fewer bytes than asked only at
@@ -53,6 +64,12 @@ private:
 class NVK_EXPORT FileInputStream : public iByteInputStream {
 public:
     explicit FileInputStream(const WString& path, int version = DefaultStreamVersion);
+    /// Reads `stream`, open already; `name` stands for the file in messages.
+    /// `head` holds bytes the caller took from the stream before (to tell
+    /// what it holds, say): they are read first and counted in position().
+    /// With `owned`, close() closes the stream.
+    FileInputStream(std::FILE* stream, const WString& name, std::string_view head = {},
+                    int version = DefaultStreamVersion, bool owned = false);
     ~FileInputStream() override;
     FileInputStream(const FileInputStream&) = delete;
     FileInputStream& operator=(const FileInputStream&) = delete;
@@ -79,6 +96,7 @@ private:
     bool atEnd_ = false;
     uint64_t fetched_ = 0;  // bytes taken from the file, into the buffer or directly
     int version_;
+    bool owned_ = true;
 };
 
 }  // namespace tovan

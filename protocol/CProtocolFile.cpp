@@ -422,6 +422,8 @@ Ptr<CProtocolInfo> CProtocolFile::Read(const WString& path) {
     return readFrom(file, path);
 }
 
+Ptr<CProtocolInfo> CProtocolFile::Read(vcFileInterface& file) { return readFrom(file, file.getName()); }
+
 Ptr<CProtocolInfo> CProtocolFile::ReadText(const WString& text, const WString& name) {
     vcFileInterface file;
     file.openText(text, name);

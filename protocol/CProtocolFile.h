@@ -19,6 +19,7 @@
 // and no protocol is returned. Text that is not JSON is reported where it goes wrong, line and
 // column counted from 1: "flow.json:2:28: JSON parse error: Unexpected token: ]".
 #include "nvk/platform/Export.h"
+#include "nvk/platform/FileInterface.h"
 #include "nvk/platform/Object.h"
 #include "nvk/platform/iProtocolInfo.h"
 #include "nvk/protocol/CProtocolInfo.h"
@@ -31,6 +32,9 @@ public:
     static constexpr int MaxNesting = 32;
 
     static tovan::Ptr<CProtocolInfo> Read(const tovan::WString& path);
+    /// Reads from a file interface open for reading (standard input, say); its getName()
+    /// stands for the file in messages.
+    static tovan::Ptr<CProtocolInfo> Read(tovan::vcFileInterface& file);
     /// Reads from text; `name` stands for the file in messages.
     static tovan::Ptr<CProtocolInfo> ReadText(const tovan::WString& text, const tovan::WString& name);
     static void Write(const tovan::iProtocolInfo* protocol, const tovan::WString& path);

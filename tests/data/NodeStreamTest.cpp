@@ -1,4 +1,7 @@
+#include <unistd.h>
+
 #include <random>
+#include <thread>
 
 #include "tests/data/DataTestSupport.h"
 #include "nvk/data/CMetaData.h"
@@ -461,6 +464,70 @@ TEST(NodeStream, RecordsAndNodeFiles) {
     writeFile(other, "nvkb\x10");
     EXPECT_THROW_MSG(nvk::NodeFileReader(other).next(), Exception,
                      "Unsupported stream version 4 in \"" + otherName + "\"");
+}
+
+// Record by record through a pipe (no seeking): the writer's bytes are the
+// whole-file writer's, the reader gets them back after a head the caller
+// took to look at, and a pipe that stops early fails as a cut file does.
+TEST(NodeStream, NodeFilesRecordByRecordThroughPipes) {
+    std::vector<Ptr<iNode>> nodes;
+    for (uint32_t seed = 0; seed < 3; ++seed) nodes.push_back(TreeMaker(seed).tree(2));
+    nvktest::TempDir dir;
+    const WString path = WString(tovan::utf8ToUtf16((dir / "whole.nvkb").string()));
+    nvk::writeNodeFile(path, nodes, 3);
+    const std::string whole = nvktest::readFile(dir / "whole.nvkb");
+
+    auto throughPipe = [&](const std::string& bytes, size_t headSize, std::vector<Ptr<iNode>>& back) {
+        int fds[2];
+        EXPECT_EQ(pipe(fds), 0);
+        // Written by a second thread, as a pipe would be fed, since it holds less than a file.
+        std::thread feeder([&] {
+            FILE* w = fdopen(fds[1], "wb");
+            std::fwrite(bytes.data(), 1, bytes.size(), w);
+            std::fclose(w);
+        });
+        FILE* r = fdopen(fds[0], "rb");
+        std::string head(headSize, '\0');
+        EXPECT_EQ(std::fread(head.data(), 1, headSize, r), headSize);
+        nvk::NodeFileReader reader(std::make_unique<tovan::FileInputStream>(r, u"(pipe)", head, 2, true));
+        try {
+            while (Ptr<iNode> n = reader.next()) back.push_back(std::move(n));
+        } catch (...) {
+            feeder.join();
+            throw;
+        }
+        feeder.join();
+        return reader.offset();
+    };
+    int fds[2];
+    ASSERT_EQ(pipe(fds), 0);
+    std::thread drain([&] {
+        FILE* r = fdopen(fds[0], "rb");
+        char block[4096];
+        std::string got;
+        for (size_t n; (n = std::fread(block, 1, sizeof block, r)) > 0;) got.append(block, n);
+        std::fclose(r);
+        EXPECT_EQ(got, whole);
+    });
+    {
+        FILE* w = fdopen(fds[1], "wb");
+        nvk::NodeFileWriter writer(std::make_unique<tovan::FileOutputStream>(w, u"(pipe)", 3, true));
+        for (const auto& n : nodes) writer.write(*n);
+        EXPECT_EQ(writer.records(), 3u);
+        writer.finish();
+        writer.finish();
+    }
+    drain.join();
+
+    std::vector<Ptr<iNode>> back;
+    EXPECT_EQ(throughPipe(whole, 4, back), whole.size());
+    ASSERT_EQ(back.size(), nodes.size());
+    for (size_t i = 0; i < nodes.size(); ++i) expectSameTree(*nodes[i], *back[i]);
+    back.clear();
+    EXPECT_THROW_MSG(throughPipe(whole.substr(0, whole.size() - 1), 0, back), Exception,
+                     "File \"(pipe)\" is cut short: it ends without its end mark");
+    EXPECT_EQ(back.size(), 3u);
+    EXPECT_THROW_MSG(nvk::NodeFileWriter(path, 4), tovan::BadParameterException, "Unsupported stream version 4");
 }
 
 TEST(NodeStream, DeepNestingIsRefused) {

@@ -48,13 +48,15 @@ TempDir::~TempDir() {
     std::filesystem::remove_all(path_, ec);
 }
 
-ToolRun runTool(const std::string& args) {
+namespace {
+
+ToolRun runShell(const std::string& before, const std::string& args) {
     // Standard error goes to a file, not into the pipe, so that a message the
     // tool writes on failure always follows its output instead of interleaving
     // with whatever standard output had buffered.
     static TempDir dir;
     const std::string errPath = (dir / "stderr").string();
-    std::string command = std::string(NVK_TOOL_PATH) + " " + args + " 2>" + errPath;
+    std::string command = before + std::string(NVK_TOOL_PATH) + " " + args + " 2>" + errPath;
     ToolRun r{-1, {}};
     if (FILE* pipe = popen(command.c_str(), "r")) {
         char chunk[4096];
@@ -66,5 +68,11 @@ ToolRun runTool(const std::string& args) {
     r.out += readFile(errPath);
     return r;
 }
+
+}  // namespace
+
+ToolRun runTool(const std::string& args) { return runShell("", args); }
+
+ToolRun runToolPiped(const std::string& feed, const std::string& args) { return runShell(feed + " | ", args); }
 
 }  // namespace nvktest

@@ -46,6 +46,8 @@ struct ToolRun {
 /// Runs the built nvk tool through the shell with `args` (quoted as the shell
 /// reads them).
 ToolRun runTool(const std::string& args);
+/// Runs `feed | nvk args`: the tool reads a pipe fed by the shell command `feed`.
+ToolRun runToolPiped(const std::string& feed, const std::string& args);
 
 }  // namespace nvktest
 

@@ -14,7 +14,8 @@ const CommandRegistration reg{
      "nvk collapse IN.json --ids ID,... [--name NAME] [--check] [-o OUT.json]\n\n"
      "Replaces the components with the given local IDs by one subprotocol component that holds\n"
      "them and the connections among them, named NAME (\"Subprotocol\" without --name), and writes\n"
-     "the protocol to OUT.json, or to standard output without -o. Outside connections are rewired\n"
+     "the protocol to OUT.json, or to standard output without -o (or with\n"
+     "-o -; IN.json '-' reads standard input). Outside connections are rewired\n"
      "to the new component by port; parameters the components take from their parent are promoted\n"
      "onto it. The selection must have at most one input component, must not form a loop through\n"
      "the rest of the protocol, and its members must leave each port to the same components; a\n"
@@ -37,7 +38,7 @@ int runCollapse(const std::vector<std::string>& args) {
     if (!splitLocalIDs(ids, numbers)) return usageError(self, "--ids needs local IDs separated by commas");
     std::vector<tovan::WString> localIDs;
     for (int32_t id : numbers) localIDs.push_back(tovan::toWide(std::to_string(id)));
-    tovan::Ptr<CProtocolInfo> protocol = CProtocolFile::Read(tovan::toWide(in));
+    tovan::Ptr<CProtocolInfo> protocol = readProtocol(in);
     CProtocolCollapseUtils collapse;
     tovan::WString message;
     const bool allowed = collapse.CanCollapseToSubprotocol(protocol.get(), localIDs, message);

@@ -1,9 +1,13 @@
 #include "tools/nvk/ProtocolCommandArgs.h"
 
+#include <cstdio>
+#include <fstream>
 #include <iostream>
 
 #include "nvk/platform/NumberText.h"
+#include "nvk/platform/FileInterface.h"
 #include "nvk/protocol/CProtocolFile.h"
+#include "tools/nvk/RecordIO.h"
 
 namespace nvk {
 
@@ -23,7 +27,7 @@ int parseProtocolArgs(const Command& self, const std::vector<std::string>& args,
             if (value->given) *value->given = true;
         } else if (flag) {
             continue;
-        } else if (!a.empty() && a[0] == '-') {
+        } else if (a.size() > 1 && a[0] == '-') {
             return usageError(self, "unknown option " + a);
         } else if (in.empty()) {
             in = a;
@@ -48,9 +52,31 @@ bool splitLocalIDs(const std::string& list, std::vector<int32_t>& ids) {
     }
 }
 
+tovan::Ptr<CProtocolInfo> readProtocol(const std::string& path) {
+    if (!isStandardStream(path)) return CProtocolFile::Read(tovan::toWide(path));
+    tovan::vcFileInterface in;
+    in.openStream(stdin, tovan::FileMode::Read, tovan::toWide(displayName(path, false)));
+    return CProtocolFile::Read(in);
+}
+
 void writeProtocol(const tovan::iProtocolInfo* protocol, const std::string& out) {
-    if (out.empty()) std::cout << tovan::toNarrow(CProtocolFile::WriteText(protocol));
+    if (out.empty() || isStandardStream(out)) std::cout << tovan::toNarrow(CProtocolFile::WriteText(protocol));
     else CProtocolFile::Write(protocol, tovan::toWide(out));
+}
+
+bool writeTextFile(const Command& self, const std::string& path, const std::string& text) {
+    if (isStandardStream(path)) {
+        std::cout << text;
+        std::cout.flush();
+        if (std::cout) return true;
+    } else {
+        std::ofstream file(path, std::ios::binary);
+        file << text;
+        file.close();
+        if (file) return true;
+    }
+    std::cerr << "nvk " << self.name << ": cannot write " << displayName(path, true) << "\n";
+    return false;
 }
 
 int reportCheck(const Command& self, bool allowed, const tovan::WString& message, bool checkOnly) {

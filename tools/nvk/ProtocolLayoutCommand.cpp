@@ -1,5 +1,4 @@
 // nvk layout: lays a protocol file out and writes it back (and, if asked, a picture).
-#include <fstream>
 #include <iostream>
 
 #include "nvk/protocol/CProtocolFile.h"
@@ -7,6 +6,7 @@
 #include "nvk/protocol/CProtocolPicture.h"
 #include "tools/nvk/Command.h"
 #include "tools/nvk/ProtocolCommandArgs.h"
+#include "tools/nvk/RecordIO.h"
 
 namespace nvk {
 namespace {
@@ -18,7 +18,8 @@ const CommandRegistration reg{
      "nvk layout IN.json [-o OUT.json] [--svg OUT.svg] [--fixed ID,ID...]\n\n"
      "Places every component of the protocol file IN.json in columns (stacks) by its distance from\n"
      "a start node, networks one below the other, and writes the protocol with its new points,\n"
-     "offsets and sticky notes to OUT.json, or to standard output without -o. A component dragged\n"
+     "offsets and sticky notes to OUT.json, or to standard output without -o (IN.json '-' reads\n"
+     "standard input, OUT.json or OUT.svg '-' writes standard output). A component dragged\n"
      "since the last layout (moved-from mark, see 'nvk move') keeps the drag as an offset or as an\n"
      "order change. --fixed lists local IDs of components that must stay where they are.\n"
      "--svg OUT.svg also draws the result (as 'nvk svg'). A summary goes to standard error.\n"
@@ -36,20 +37,15 @@ int runLayout(const std::vector<std::string>& args) {
                                         {"--fixed", &fixed, nullptr, "--fixed needs a list of local IDs"}});
         status >= 0)
         return status;
-    tovan::Ptr<CProtocolInfo> protocol = CProtocolFile::Read(tovan::toWide(in));
+    if (isStandardStream(svg) && (out.empty() || isStandardStream(out)))
+        return usageError(self, "only one output can go to standard output");
+    tovan::Ptr<CProtocolInfo> protocol = readProtocol(in);
     CProtocolLayoutUtils layout;
     tovan::BitsetValue changed;
     bool notesChanged = false;
     layout.LayoutProtocol(protocol.get(), tovan::toWide(fixed), changed, notesChanged);
     writeProtocol(protocol.get(), out);
-    if (!svg.empty()) {
-        std::ofstream file(svg, std::ios::binary);
-        file << CProtocolPicture::RenderSvg(protocol.get());
-        if (!file) {
-            std::cerr << "nvk layout: cannot write " << svg << "\n";
-            return ExitBadInput;
-        }
-    }
+    if (!svg.empty() && !writeTextFile(self, svg, CProtocolPicture::RenderSvg(protocol.get()))) return ExitBadInput;
     std::cerr << "laid out " << layout.GetNumComponents() << " components in " << layout.GetNumNetworks()
               << " networks; " << changed.count() << " changed" << (notesChanged ? ", protocol sticky notes moved" : "")
               << "\n";

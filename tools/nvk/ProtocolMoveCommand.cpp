@@ -15,7 +15,8 @@ const CommandRegistration reg{
      "nvk move IN.json --ids ID,... --right R --down D [-o OUT.json]\n\n"
      "Moves the components with the given local IDs by R to the right and D down (protocol units;\n"
      "negative moves left or up; --right and --down default to 0), and writes the protocol to\n"
-     "OUT.json, or to standard output without -o. When the protocol lays itself out\n"
+     "OUT.json, or to standard output without -o (or with\n"
+     "-o -; IN.json '-' reads standard input). When the protocol lays itself out\n"
      "(\"autoLayout\"), each moved component also gets a moved-from mark, so that the next\n"
      "'nvk layout' treats the move as the user's drag. An unknown ID is reported as\n"
      "\"Did not find localID ID\" and nothing is written.\n"
@@ -45,7 +46,7 @@ int runMove(const std::vector<std::string>& args) {
     std::vector<int32_t> localIDs;
     if (!ids.empty() && !splitLocalIDs(ids, localIDs))
         return usageError(self, "--ids needs local IDs separated by commas");
-    tovan::Ptr<CProtocolInfo> protocol = CProtocolFile::Read(tovan::toWide(in));
+    tovan::Ptr<CProtocolInfo> protocol = readProtocol(in);
     CProtocolLayoutUtils layout;
     tovan::BitsetValue changed;
     layout.MoveProtocolComponents(protocol.get(), localIDs, int(r), int(d), changed);

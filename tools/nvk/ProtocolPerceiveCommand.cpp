@@ -6,6 +6,7 @@
 #include "nvk/protocol/CProtocolFile.h"
 #include "nvk/protocol/CProtocolUtils.h"
 #include "tools/nvk/Command.h"
+#include "tools/nvk/ProtocolCommandArgs.h"
 
 namespace nvk {
 namespace {
@@ -21,7 +22,7 @@ const CommandRegistration reg{
      "node (-1 where none reaches it) and the execution order. --json prints one JSON object\n"
      "instead, with the members \"startNodes\", \"distances\" (local ID to distance), \"chain\",\n"
      "\"ring\", \"unconnected\", \"loopConnections\", \"assemblies\" (each with \"kind\" and\n"
-     "\"components\") and \"executionOrder\".\n"
+     "\"components\") and \"executionOrder\". IN.json '-' reads standard input.\n"
      "A file that is not a protocol is reported as 'nvk perceive: FILE: FIELD: MESSAGE' (for text that\n"
      "is not JSON, 'FILE:LINE:COLUMN: MESSAGE'), exit 1; bad arguments exit 2.",
      &runPerceive}};
@@ -56,12 +57,12 @@ int runPerceive(const std::vector<std::string>& args) {
     bool asJson = false;
     for (const std::string& a : args) {
         if (a == "--json") asJson = true;
-        else if (!a.empty() && a[0] == '-') return usageError(self, "unknown option " + a);
+        else if (a.size() > 1 && a[0] == '-') return usageError(self, "unknown option " + a);
         else if (in.empty()) in = a;
         else return usageError(self, "more than one input file");
     }
     if (in.empty()) return usageError(self, "no input file");
-    tovan::Ptr<CProtocolInfo> protocol = CProtocolFile::Read(tovan::toWide(in));
+    tovan::Ptr<CProtocolInfo> protocol = readProtocol(in);
     CProtocolUtils u;
     u.LoadProtocolComponents(protocol.get());
     tovan::BitsetValue starts(size_t(u.GetNumComponents()));

@@ -16,7 +16,8 @@ const CommandRegistration reg{
      "Moves the components of the subprotocol of the component with local ID ID into the protocol in\n"
      "its place, numbered above the protocol's largest local ID, placed around the component's point\n"
      "and connected as the component was; parameters the inner components took from it take its\n"
-     "definitions. Writes the protocol to OUT.json, or to standard output without -o. With --check\n"
+     "definitions. Writes the protocol to OUT.json, or to standard output without -o (or with\n"
+     "-o -; IN.json '-' reads standard input). With --check\n"
      "nothing is written: it prints \"allowed\" (exit 0) or the refusal sentence (exit 1). A refused\n"
      "uncollapse prints 'nvk uncollapse: SENTENCE', writes nothing and exits 1, as does an unknown ID\n"
      "(\"Did not find localID ID\"). A file that is not a protocol exits 1; bad arguments exit 2.",
@@ -33,7 +34,7 @@ int runUncollapse(const std::vector<std::string>& args) {
     int32_t localID = 0;
     if (!tovan::parseInteger(std::string_view(id), localID, tovan::NumberSigns::PlusOrMinus))
         return usageError(self, "--id needs a local ID");
-    tovan::Ptr<CProtocolInfo> protocol = CProtocolFile::Read(tovan::toWide(in));
+    tovan::Ptr<CProtocolInfo> protocol = readProtocol(in);
     const int index = protocol->findComponentIndex(localID);
     const tovan::WString notFound = tovan::toWide("Did not find localID " + std::to_string(localID));
     if (index < 0) return reportCheck(self, false, notFound, false);
