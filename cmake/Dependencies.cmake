@@ -14,3 +14,6 @@ target_link_libraries(nvk PRIVATE PkgConfig::EXPAT)
 # Zipped WSDL bundles (CWsdlParser) on libzip.
 pkg_check_modules(LIBZIP REQUIRED IMPORTED_TARGET libzip)
 target_link_libraries(nvk PRIVATE PkgConfig::LIBZIP)
+# The scheduler service (CSchedulerService) serves HTTP with cpp-httplib.
+pkg_check_modules(HTTPLIB REQUIRED IMPORTED_TARGET cpp-httplib)
+target_link_libraries(nvk PRIVATE PkgConfig::HTTPLIB)

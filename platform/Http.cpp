@@ -111,7 +111,8 @@ std::string CHttp::perform(const char* method, const WString& url, const std::st
     } else {
         curl_easy_setopt(curl, CURLOPT_HTTPGET, 1L);
     }
-    curl_slist* list = nullptr;
+    // No "Expect: 100-continue" round trip before larger form bodies.
+    curl_slist* list = formBody ? curl_slist_append(nullptr, "Expect:") : nullptr;
     for (const auto& [name, value] : headers_) {
         // "Name;" is libcurl's way to send a header with an empty value.
         std::string line = value.empty() ? name + ";" : name + ": " + value;

@@ -14,6 +14,7 @@
 #include "nvk/platform/Exception.h"
 #include "nvk/platform/NumberText.h"
 #include "nvk/platform/ReferenceSet.h"
+#include "nvk/services/SchedulerText_internal.h"
 
 namespace nvk {
 
@@ -216,29 +217,11 @@ WString SchedulerTaskReader::taskFileName(const WString& taskName) {
 
 namespace {
 
-void appendEscaped(std::string& out, const WString& text) {
-    for (char c : tovan::toNarrow(text)) {
-        switch (c) {
-            case '&': out += "&amp;"; break;
-            case '<': out += "&lt;"; break;
-            case '>': out += "&gt;"; break;
-            case '"': out += "&quot;"; break;
-            case '\r': out += "&#13;"; break;
-            case '\t': out += "&#9;"; break;
-            case '\n': out += "&#10;"; break;
-            default:
-                // XML 1.0 cannot carry the other control characters at all.
-                if (static_cast<unsigned char>(c) < 0x20) out += "\xEF\xBF\xBD";
-                else out += c;
-        }
-    }
-}
-
 void appendKey(std::string& out, const WString& key, const WString& value) {
     out += "  <Property name=\"";
-    appendEscaped(out, key);
+    scheduler::appendXmlText(out, key);
     out += "\">";
-    appendEscaped(out, value);
+    scheduler::appendXmlText(out, value);
     out += "</Property>\n";
 }
 
@@ -276,9 +259,9 @@ void SchedulerTaskReader::writeTask(const WString& path, const SchedulerTask& ta
         done += size_t(n);
     }
     int error = done == text.size() ? 0 : errno;
-    // On disk before the rename, so that a crash leaves the old file or the new one.
-    if (!error && ::fsync(fd) != 0) error = errno;
-    ::close(fd);
+    // No fsync: the rename alone keeps a process that dies from leaving half a
+    // file, and a sync per task made adding a thousand tasks take a minute.
+    if (::close(fd) != 0 && !error) error = errno;
     if (!error && ::rename(temporary.c_str(), target.c_str()) != 0) error = errno;
     if (error) {
         ::unlink(temporary.c_str());

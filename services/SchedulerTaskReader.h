@@ -58,8 +58,8 @@ public:
     static tovan::WString taskFileName(const tovan::WString& taskName);
 
     /// Writes `task` as a definition file at `path`: first to a temporary file
-    /// beside it, then renamed over it, so that a reader never sees half a
-    /// file. Raises Exception "Cannot write task file \"%ls\": %hs" (operation
+    /// beside it, then renamed over it, so that neither a reader nor a crash
+    /// of the writing process ever leaves half a file. Raises Exception "Cannot write task file \"%ls\": %hs" (operation
     /// "writeTask") with the system's reason.
     static void writeTask(const tovan::WString& path, const SchedulerTask& task);
 
