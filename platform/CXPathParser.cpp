@@ -167,6 +167,20 @@ bool CXPathParser::evaluate(const WString& expr, int flags, int& result) {
     return true;
 }
 
+XPathValue CXPathParser::evaluateValue(const WString& expr, int flags) {
+    XPathValue v;
+    run(expr, flags & ~QueryNoThrow, "evaluateValue", v);
+    return v;
+}
+
+iNode& CXPathParser::nodeOfItem(const XPathItem& item) { return const_cast<iNode&>(nodeOf(item.node)); }
+
+iProperty& CXPathParser::propertyOfItem(const XPathItem& item) {
+    if (item.kind != XPathItemKind::Attribute)
+        throw BadParameterException("CXPathParser", "propertyOfItem", u"The item is not a property");
+    return NodeNavigator().property(item.node, item.attribute);
+}
+
 bool CXPathParser::evaluate(const WString& expr, int flags, bool& result) {
     XPathValue v;
     if (!run(expr, flags, "evaluate(bool)", v)) return false;

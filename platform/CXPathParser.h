@@ -50,6 +50,19 @@ public:
     bool evaluate(const WString& expr, int flags, int& result) override;
     bool evaluate(const WString& expr, int flags, bool& result) override;
 
+    /// The value itself, for callers that take whatever the expression gives
+    /// (a node-set may mix nodes, properties and node values): a Node item's
+    /// handle is the tovan::iNode, an Attribute item's property is
+    /// propertyOfItem(item), a Text item stands for its node's value. `flags`
+    /// as above; an expression that does not parse raises BadParameterException
+    /// whatever the flags.
+    XPathValue evaluateValue(const WString& expr, int flags);
+    /// The node of an item of evaluateValue's result (for an attribute or a
+    /// text, the node it belongs to).
+    static iNode& nodeOfItem(const XPathItem& item);
+    /// The property behind an Attribute item of evaluateValue's result.
+    static iProperty& propertyOfItem(const XPathItem& item);
+
 private:
     /// The value of `expr`; false (with QueryNoThrow) when it does not parse.
     bool run(const WString& expr, int flags, const char* operation, XPathValue& value);

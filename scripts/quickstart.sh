@@ -33,6 +33,10 @@ credentials=$("$nvk" credentials new --user alice --domain LAB --password secret
 "$nvk" bin build/stations.nvkb
 "$nvk" json examples/bare-members.json --to-bin build/bare-members-v1.nvkb --stream-version 1
 "$nvk" bin build/bare-members-v1.nvkb --to-json build/bare-members-from-bin.json
+# Records in pipelines: '-' is standard input or output; nvk query runs XPath on every record.
+"$nvk" query --json 'self::node()[@elevation > 400]' examples/stations.json
+"$nvk" json examples/stations.json --to-bin - | "$nvk" query 'string(@station)' -
+"$nvk" json examples/stations.json --to-bin - | "$nvk" bin - --to-json - | "$nvk" query 'maintenance/@by' -
 "$nvk" wsdl examples/wsdl/stations.wsdl
 "$nvk" wsdl bundle examples/wsdl/stations.wsdl -o build/default/stations-wsdl.zip
 "$nvk" wsdl build/default/stations-wsdl.zip --json

@@ -1,5 +1,6 @@
 // First steps with nvk from C++: JSON records into data trees, a query over
-// a tree, the trees to a node file and back, and a protocol laid out.
+// a tree, the trees to a node file and back, the same record by record for
+// files of any size, and a protocol laid out.
 // Usage: first_steps RECORDS.json PROTOCOL.json OUTDIR
 //   e.g. first_steps examples/stations.json examples/clean-and-score.json /tmp
 #include <iostream>
@@ -78,7 +79,29 @@ int main(int argc, char** argv) {
                   << (same ? ", the same trees" : ", NOT the same trees") << "\n";
         if (!same) return 1;
 
-        // 4. A protocol laid out, and written back as JSON.
+        // 4. Record by record, for files of any size: each record is read,
+        //    written and released before the next, so memory stays at what
+        //    the largest record needs. The same works on standard input and
+        //    output: vcFileInterface::openStream(stdin, ...) and
+        //    NodeFileWriter(std::make_unique<tovan::FileOutputStream>(stdout, u"(standard output)")).
+        {
+            tovan::vcFileInterface in(toWide(argv[1]), tovan::FileMode::Read);
+            nvk::CJsonReader reader(&in);
+            reader.ResetStream();
+            nvk::NodeFileWriter out(toWide(outDir + "/first_steps.streamed.nvkb"), tovan::DefaultStreamVersion);
+            tovan::Array<Ptr<tovan::iNode>> nodes;
+            while (reader.ReadNextObject(nodes)) {
+                for (const auto& node : nodes) out.write(*node);
+                nodes = {};  // the record is released here
+            }
+            out.finish();
+            nvk::NodeFileReader back(toWide(outDir + "/first_steps.streamed.nvkb"));
+            size_t count = 0;
+            while (Ptr<tovan::iNode> record = back.next()) ++count;
+            std::cout << "record by record: " << out.records() << " written, " << count << " read back\n";
+        }
+
+        // 5. A protocol laid out, and written back as JSON.
         Ptr<nvk::CProtocolInfo> protocol = nvk::CProtocolFile::Read(toWide(argv[2]));
         nvk::CProtocolLayoutUtils layout;
         tovan::BitsetValue changed;

@@ -1,8 +1,14 @@
 // Records through pipes: "-" for standard input and output in the record and
 // protocol commands, the same bytes as with files, cut pipes reported as cut
-// files, and outputs that a failed run leaves untouched.
+// files, and outputs that a failed run leaves untouched; the progress bar on
+// a terminal and nowhere else.
+#include <pty.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <filesystem>
 #include <fstream>
+#include <vector>
 
 #include "tests/support/TestSupport.h"
 #include "tests/tools/GeneratedRecords.h"
@@ -119,6 +125,51 @@ TEST(Pipes, ProtocolCommandsReadAndWriteThem) {
     r = runToolPiped("printf '{\"name\": 5}'", "perceive -");
     EXPECT_EQ(r.status, 1);
     EXPECT_EQ(r.out, "nvk perceive: (standard input): name: expected a text\n");
+}
+
+/// Runs the tool with standard error on a terminal (a pseudo-terminal read
+/// here) and standard output to /dev/null; returns what the terminal got.
+std::string runOnTerminal(const std::vector<std::string>& args) {
+    int master = -1, slave = -1;
+    if (openpty(&master, &slave, nullptr, nullptr, nullptr) != 0) return "openpty failed";
+    std::vector<char*> argv{const_cast<char*>(NVK_TOOL_PATH)};
+    for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+    argv.push_back(nullptr);
+    const pid_t child = fork();
+    if (child == 0) {
+        dup2(slave, STDERR_FILENO);
+        close(master);
+        close(slave);
+        if (!freopen("/dev/null", "w", stdout)) _exit(127);
+        execv(NVK_TOOL_PATH, argv.data());
+        _exit(127);
+    }
+    close(slave);
+    std::string got;
+    char block[4096];
+    for (ssize_t n; (n = read(master, block, sizeof block)) > 0;) got.append(block, size_t(n));
+    close(master);
+    int status = 0;
+    waitpid(child, &status, 0);
+    return got;
+}
+
+TEST(Progress, ShowsOnATerminalOnlyAndNotWithQuiet) {
+    nvktest::TempDir dir;
+    const std::string json = (dir / "big.json").string(), bin = (dir / "big.nvkb").string();
+    const uint64_t records = nvktest::writeGeneratedRecords(json, 5 << 20);
+    const std::string shown = runOnTerminal({"json", json, "--to-bin", bin});
+    EXPECT_NE(shown.find("\r[#"), std::string::npos) << shown;
+    EXPECT_NE(shown.find(" of 5.0 MB, "), std::string::npos) << shown;
+    EXPECT_NE(shown.find(" records, "), std::string::npos) << shown;
+    EXPECT_NE(shown.find(" MB/s"), std::string::npos) << shown;
+    EXPECT_EQ(shown.substr(shown.size() - 4), "\r\x1b[K") << "the bar is erased at the end";
+    EXPECT_NE(runOnTerminal({"query", "@id", bin}).find(" of "), std::string::npos);
+    EXPECT_EQ(runOnTerminal({"json", json, "--to-bin", bin, "--quiet"}), "");
+    EXPECT_EQ(runOnTerminal({"json", example("stations.json"), "--to-bin", bin}), "") << "small files show none";
+    // Standard error that is no terminal gets no bar, only what it always gets.
+    EXPECT_TOOL("json " + json + " --to-bin " + bin, 0,
+                "wrote " + std::to_string(records) + " records to " + bin + " (stream version 2)\n");
 }
 
 }  // namespace
