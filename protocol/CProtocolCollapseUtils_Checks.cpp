@@ -25,7 +25,9 @@ bool CProtocolCollapseUtils::IsOKToCollapse(iProtocolInfo* protocol, const std::
     // One component can always stand alone in a subprotocol; the editor offers it unchecked.
     if (localIDs.size() == 1) return true;
     if (!protocol) throw Exception("CProtocolCollapseUtils", "IsOKToCollapse", u"Cannot dereference a NULL pointer");
-    layout_.LoadProtocolComponents(protocol);
+    // The graph alone: the rules read ports and adjacency, never the rings, assemblies and
+    // distances that cost most of a full load (listed in DEPARTURES.md).
+    layout_.LoadProtocolGraph(protocol);
     if (!layout_.ConvertIDsToBitset(localIDs, selected_, message)) return false;
     return HasAtMostOneInputNode(layout_, selected_, message) && WontFormALoop(layout_, selected_, message) &&
            CheckAllConnectionsToPortAreTheSame(layout_, selected_, CProtocolUtils::AdjInput, message) &&

@@ -152,7 +152,7 @@ iProtocolInfo* CProtocolCollapseUtils::Collapse(iProtocolInfo* protocol, const s
     if (!IsOKToCollapse(protocol, localIDs, message)) throw Exception(kClass, "Collapse", message);
     requireObject(protocol, "Collapse");
     if (localIDs.size() == 1) {  // allowed unchecked, so not loaded yet
-        layout_.LoadProtocolComponents(protocol);
+        layout_.LoadProtocolGraph(protocol);
         if (!layout_.ConvertIDsToBitset(localIDs, selected_, message)) throw Exception(kClass, "Collapse", message);
     }
     const CProtocolUtils& u = layout_;

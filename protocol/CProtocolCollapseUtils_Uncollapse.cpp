@@ -133,7 +133,7 @@ bool CProtocolCollapseUtils::IsOKToUnCollapse(iComponentInfo* component, WString
         message = WString(u"No protocol");
         return false;
     }
-    layout_.LoadProtocolComponents(sub);
+    layout_.LoadProtocolGraph(sub);
     const size_t inputs = openPorts(layout_, PortInput, CProtocolUtils::AdjInput).size();
     const bool takesInput = CProtocolUtils::HasInputPort(component);
     if (inputs >= 2) {
@@ -191,7 +191,7 @@ void CProtocolCollapseUtils::UnCollapse(iComponentInfo* component, iProtocolInfo
         throw Exception(kClass, "UnCollapse", u"Did not find requested subprotocol component within parent protocol");
     Ptr<iProtocolInfo> sub(component->getSubprotocol());  // outlives the group component
     if (!sub) throw Exception(kClass, "UnCollapse", u"No protocol");
-    layout_.LoadProtocolComponents(sub.get());
+    layout_.LoadProtocolGraph(sub.get());
     if (openPorts(layout_, PortInput, CProtocolUtils::AdjInput).size() > 1)
         throw Exception(kClass, "UnCollapse", u"Cannot uncollapse with more than one input component");
     const int32_t groupID = CProtocolUtils::GetComponentLocalID(component);

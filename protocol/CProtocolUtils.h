@@ -85,6 +85,10 @@ public:
     /// the points are taken back by their offsets in this object only, and a component's
     /// sticky notes are kept relative to its stored point (offset included).
     void LoadProtocolComponents(tovan::iProtocolInfo* protocol);
+    /// The first steps of a load only: components, points, ports, sticky notes of components,
+    /// adjacency and connections. Start nodes, chains and rings, assemblies, distances and the
+    /// protocol's own notes stay empty. For callers that read the graph and nothing derived.
+    void LoadProtocolGraph(tovan::iProtocolInfo* protocol);
     void ClearProtocolState();
     tovan::iProtocolInfo* GetProtocol() const { return protocol_.get(); }
 

@@ -84,6 +84,15 @@ void CProtocolUtils::LoadProtocolComponents(iProtocolInfo* protocol) {
           GetNumComponents(), GetNumConnections(), numStartNodes_);
 }
 
+void CProtocolUtils::LoadProtocolGraph(iProtocolInfo* protocol) {
+    if (!protocol) throw Exception(kClass, "LoadProtocolGraph", u"Cannot dereference a NULL pointer");
+    ClearProtocolState();
+    protocol_.reset(protocol);
+    RemoveComponentOffsetsFromComponentPoints();
+    PerceiveComponentsAndPoints();
+    PerceiveAdjacency();
+}
+
 void CProtocolUtils::RemoveComponentOffsetsFromComponentPoints() {
     // Perception works on the laid-out places; the offsets go back on when layout saves.
     static DebugTarget t("RemoveComponentOffsets");

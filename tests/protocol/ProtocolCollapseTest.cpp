@@ -280,4 +280,10 @@ TEST(ProtocolCollapse, LargestLocalIdAndTheEdgeOfThirtyTwoBits) {
     EXPECT_THROW_MSG(collapse.CollapseToSubprotocol(nullptr, full.get(), ids({"1"}), WString(), false), tovan::Exception,
                      "No local IDs left above 2147483647");
     EXPECT_EQ(text(full.get()), before);
+    // The checks read the graph alone: notes a full load refuses do not stop them.
+    full->setTextArrayAttribute(tovan::NVK_ProtocolStickyNotes, {WString(u"%VERSION 2%")});
+    CProtocolUtils utils;
+    EXPECT_THROW_MSG(utils.LoadProtocolComponents(full.get()), tovan::Exception,
+                     "Cannot handle older-version sticky notes yet :(");
+    EXPECT_EQ(check(full.get(), {"1", "2147483647"}), "allowed");
 }
