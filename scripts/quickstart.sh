@@ -40,6 +40,19 @@ credentials=$("$nvk" credentials new --user alice --domain LAB --password secret
 "$nvk" wsdl examples/wsdl/stations.wsdl
 "$nvk" wsdl bundle examples/wsdl/stations.wsdl -o build/default/stations-wsdl.zip
 "$nvk" wsdl build/default/stations-wsdl.zip --json
+"$nvk" cron next '0 0 9 ? * 2,4 *' --at '2024-03-14 03:00:00'
+"$nvk" cron next '0 0 0 29 2 ? *' --json
+"$nvk" task show examples/nightly-clean.xml
+# A scheduler service on a free loopback port, then a task added, listed and deleted through it.
+rm -rf build/default/scheduler-root && mkdir -p build/default/scheduler-root
+"$nvk" scheduler serve --root build/default/scheduler-root --session quickstart > build/default/scheduler.log &
+scheduler=$!
+until grep -q '^session:' build/default/scheduler.log 2>/dev/null; do sleep 0.1; done
+server=$(sed -n 's|^serving .* at \(http://[^/]*\)/.*|\1|p' build/default/scheduler.log)
+"$nvk" scheduler add --server "$server" --session quickstart --user alice examples/nightly-clean.xml
+"$nvk" scheduler list --server "$server" --session quickstart
+"$nvk" scheduler delete --server "$server" --session quickstart --user alice nightly-clean
+kill "$scheduler" && wait "$scheduler"
 "$nvk" json examples/broken.json || echo "(broken.json is refused on purpose, exit status $?)"
 # The same from C++: examples/cpp/first_steps.cpp.
 build/default/nvk_example examples/stations.json examples/clean-and-score.json build/default
