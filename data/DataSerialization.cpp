@@ -69,8 +69,8 @@ void storeEntry(tovan::iPropertyCollection& target, const WString& name, const V
 }
 
 /// Reads `count` metadata entries into `target`.
-void readEntries(iByteInputStream& in, tovan::iPropertyCollection& target, const char* className) {
-    const int32_t count = readCount(in, className, "SetFromSerialized");
+void readEntries(iByteInputStream& in, tovan::iPropertyCollection& target) {
+    const int32_t count = readCount(in);
     Ptr<Value> previous;  // stored entries hold copies, so this one is ours alone
     for (int32_t i = 0; i < count; ++i) {
         WString name = readWideString(in);
@@ -187,7 +187,7 @@ void CMetaDataImpl::SetFromSerialized(tovan::iMetaData*& metaData, iByteInputStr
     if (!metaData) metaData = CMetaData::allocate();
     metaData->clear();
     metaData->setFlags(flags & ~tovan::MetaDataHasEntries);
-    if (flags & tovan::MetaDataHasEntries) readEntries(in, metaData->getProperties(), "CMetaDataImpl");
+    if (flags & tovan::MetaDataHasEntries) readEntries(in, metaData->getProperties());
 }
 
 void CMetaDataImpl::SetFromSerialized(MetaDataFlags& flags, CPropertyCollection*& properties,
@@ -200,7 +200,7 @@ void CMetaDataImpl::SetFromSerialized(MetaDataFlags& flags, CPropertyCollection*
     }
     if (!properties) properties = CPropertyCollection::allocate();
     properties->removeAll();
-    readEntries(in, *properties, "CMetaDataImpl");
+    readEntries(in, *properties);
 }
 
 // ---- property ---------------------------------------------------------------------
@@ -271,7 +271,7 @@ void CPropertyCollectionData::deserialize(iByteInputStream& in) {
         Ptr<CProperty> probe = tovan::ObjectFactory::createAs<CProperty>(tag);
         SetPropertyClass(&probe->getClass());
     }
-    const int32_t count = readCount(in, "CPropertyCollectionData", "deserialize");
+    const int32_t count = readCount(in);
     for (int32_t i = 0; i < count; ++i) {
         Ptr<CProperty> p = MakeNewPropertyWithCopiedValue(WString(), nullptr);
         p->deserialize(in);
@@ -332,7 +332,7 @@ void CNodeImplBase::DeserializeNode(iByteInputStream& in, bool withChildren) {
         properties_->deserialize(in);
     }
     if (withChildren && version >= 104) {
-        const int32_t n = readCount(in, "CNodeImplBase", "DeserializeNode");
+        const int32_t n = readCount(in);
         tovan::iNode* self = GetINode();
         for (int32_t i = 0; i < n; ++i) {
             std::string tag = readNarrowString(in);

@@ -142,10 +142,10 @@ int32_t readCompactInt(iByteInputStream& in) {
     return readCompactIntAfterHeader(in, h);
 }
 
-int32_t readCount(iByteInputStream& in, const char* className, const char* operation) {
-    int32_t n = readCompactInt(in);
-    if (n < 0) throw Exception(className, operation, u"Invalid element count %d", n);
-    return n;
+int32_t readCount(iByteInputStream& in) {
+    // A list of -n elements has none: the loop over it does not run, and reading goes on
+    // with what follows the list.
+    return std::max(readCompactInt(in), 0);
 }
 
 // ---- boolean ------------------------------------------------------------------

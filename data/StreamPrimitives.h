@@ -59,7 +59,7 @@ NVK_EXPORT std::string readNarrowString(tovan::iByteInputStream& in);
 /// for a version of 0 or below.
 NVK_EXPORT void checkStreamVersion(int version, const char* className, const char* operation);
 
-/// Refuses a negative element count read from a stream: "Invalid element count %d".
-NVK_EXPORT int32_t readCount(tovan::iByteInputStream& in, const char* className, const char* operation);
+/// An element count read from a stream; a negative count reads as no elements.
+NVK_EXPORT int32_t readCount(tovan::iByteInputStream& in);
 
 }  // namespace nvk

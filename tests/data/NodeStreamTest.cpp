@@ -530,6 +530,17 @@ TEST(NodeStream, NodeFilesRecordByRecordThroughPipes) {
     EXPECT_THROW_MSG(nvk::NodeFileWriter(path, 4), tovan::BadParameterException, "Unsupported stream version 4");
 }
 
+TEST(NodeStream, NegativeCountsReadAsNoElements) {
+    // A child count of -1, then the metadata block: no children, and reading goes on.
+    NodePtr n = readAs<CBaseNode>({0x02, 0x87, 0x23, 0x01, 0x7F, 0x00, 0x00, 0x00, 0x00, 0xFC, 0x04}, 2);
+    EXPECT_FALSE(n->hasChildren());
+    ASSERT_NE(n->findInfo(), nullptr);
+    EXPECT_EQ(n->findInfo()->getFlags(), 1u);
+    // A property count of -2.
+    Ptr<CPropertyCollection> c = readAs<CPropertyCollection>({0x01, 0x64, 0x02, 0xFE, 0x6A, 0x01, 0xF8}, 2);
+    EXPECT_EQ(c->getSize(), 0);
+}
+
 TEST(NodeStream, DeepNestingIsRefused) {
     // 1001 nested nodes, each the last child of the one before.
     Bytes b;
