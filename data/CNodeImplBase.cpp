@@ -144,6 +144,9 @@ void CNodeImplBase::DetachFromParent(iNode* child) {
 
 void CNodeImplBase::AppendChild(iNode* child) {
     CheckNewChild(child, "appendChild");
+    // A leaf passes the ancestor check, and appended to itself it would be its own parent:
+    // every walk up the tree (getRoot, the next ancestor check) would then go round for ever.
+    if (child == GetINode()) throw Exception(kClass, "appendChild", u"%ls", OwnParentErrMsg);
     reserveOneMore(children_);
     if (child->findParent()) {
         // The old parent may hold the only reference.

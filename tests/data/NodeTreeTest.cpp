@@ -84,14 +84,13 @@ TEST(NodeTree, AncestorCheckRunsOnlyForChildrenWithChildren) {
     EXPECT_EQ(childNames(*mid), "leaf");
     EXPECT_EQ(root->findParent(), nullptr);
 
-    // A childless node appended to itself is not caught: it becomes its own
-    // child (and parent). Undo it so the node can go back to the pool.
+    // The ancestor check passes a childless node, but one appended to itself would be its
+    // own parent and every walk up from it would go round for ever: that is refused too.
     NodePtr lone = node(u"lone");
-    lone->appendChild(lone.get());
-    EXPECT_EQ(lone->getChildAt(0), lone.get());
-    EXPECT_EQ(lone->findParent(), lone.get());
-    EXPECT_TRUE(lone->removeChild(lone.get()));
+    EXPECT_THROW_FROM(lone->appendChild(lone.get()), Exception, "CNodeImplBase::appendChild: " + std::string(kOwnParent));
+    EXPECT_FALSE(lone->hasChildren());
     EXPECT_EQ(lone->findParent(), nullptr);
+    EXPECT_EQ(lone->getRoot(), lone.get());
     EXPECT_EQ(lone->getRefCount(), 1);
 }
 
