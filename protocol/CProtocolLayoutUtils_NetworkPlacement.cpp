@@ -49,12 +49,7 @@ void CProtocolLayoutUtils::TuckNetworkUpIntoFixedNetwork(int fixedNetwork, int n
             break;
         }
         debug(t, u"Network %d: move up %d OK", n, move);
-        kept = move;
-        // Doubling once more would overflow; the limit bounds the search instead.
-        if (move < INT_MIN / 2) {
-            bound = limit;
-            break;
-        }
+        kept = move;  // the moves reach INT_MIN at the latest, which no limit lies below
     }
     if (kept == 0) return;
     while (kept - bound > 1) {
