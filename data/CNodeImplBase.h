@@ -99,6 +99,9 @@ protected:
     tovan::iNode* GetRoot() const;
 
     // ---- copies and clean-out ------------------------------------------------------
+    /// Name, value, properties, metadata and (deep) children copied from
+    /// `source`; the own collection and metadata are refilled, not replaced.
+    /// From itself: nothing changes.
     void AssignFrom(const tovan::iNode& source, bool deep);
     /// Drops children, properties, the evaluator and metadata; the parent link
     /// only when `resetParent`. The name stays.

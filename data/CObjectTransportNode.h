@@ -45,7 +45,7 @@ public:
     /// its own serialize), then the node record.
     void serialize(tovan::iByteOutputStream& out) const override;
     /// Reads OBJECT_TRANSPORT_NODE_VERSION or OLD_OBJECT_TRANSPORT_NODE_VERSION
-    /// records. A record without an object leaves the node without one.
+    /// records. A record without an object keeps the object attached.
     void deserialize(tovan::iByteInputStream& in) override;
     void serializeAdditionalInfo(tovan::iByteOutputStream& out) const;
     void deserializeAdditionalInfo(tovan::iByteInputStream& in);

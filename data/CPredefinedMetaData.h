@@ -85,6 +85,7 @@ private:
 /// array in one of two forms:
 ///   original:   type, help text, legal value, legal value, ...
 ///   version 100: "100", type, help text, "legal,values", "option,list"
+///                (items trimmed; empty items kept, an empty text is no list)
 /// Faulty declarations are skipped with a warning (Exception::warn) and the
 /// rest is still read. Category names compare folding A-Z; pointers from
 /// FindCategory hold only until the next GetCategory or load.

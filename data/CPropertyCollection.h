@@ -22,10 +22,9 @@ namespace nvk {
 /// anywhere); an empty path (a name "/x") means the root of the owner's tree.
 /// `find` and `rename` try the name literally first; `define` resolves only
 /// when its flags carry DefineHierarchical. A collection without an owner
-/// node resolves nothing. A path the evaluator cannot parse is the caller's
-/// mistake, not an absent property: `find` lets the evaluator's syntax error
-/// (which names the expression and the position) through instead of
-/// answering null.
+/// node resolves nothing. A path the evaluator cannot parse finds no node, as
+/// one that matches nothing: `find` answers null, and define, rename, reorder
+/// and keep report the location as not found.
 ///
 /// What is copied and what is shared:
 /// - `assignFrom(source, copyValues)` replaces the content by new properties

@@ -170,6 +170,7 @@ void writeWideString(iByteOutputStream& out, const WString& s) {
         writeCompactInt(out, 0);
         return;
     }
+    // The length plus one must fit the compact integer; wrapped, the record could not be read back.
     if (s.length() >= size_t(INT32_MAX))
         throw Exception(kClass, "writeWideString", u"String of %d units is too long to write", s.length());
     writeCompactInt(out, int32_t(s.length() + 1));
@@ -204,6 +205,7 @@ WString readWideString(iByteInputStream& in) {
     checkStreamVersion(version, kClass, "readWideString");
     int32_t n = readCompactInt(in);
     if (n == 0) return WString();
+    // n - 1 units of a negative n would be read past any buffer.
     if (n < 0) throw Exception(kClass, "readWideString", u"Invalid string length %d", n);
     if (n == 1) return WString::empty();
     const int len = n - 1;
@@ -240,6 +242,7 @@ void writeNarrowString(iByteOutputStream& out, const char* s) {
 }
 
 void writeNarrowString(iByteOutputStream& out, const std::string& s) {
+    // As for wide strings: a wrapped length could not be read back.
     if (s.size() >= size_t(INT32_MAX))
         throw Exception(kClass, "writeNarrowString", u"String of %d bytes is too long to write", s.size());
     writeCompactInt(out, int32_t(s.size() + 1));

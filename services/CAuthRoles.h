@@ -105,10 +105,10 @@ public:
     /// False for unknown names and for bits beyond the bitset, never a throw
     /// (except for the missing cache).
     bool HasPermission(const tovan::WString& name) const;
-    /// Set roles not beginning with "Group:".
+    /// Set roles not beginning with "Group:" (compared without case).
     std::vector<tovan::WString> GetPermissions() const;
     bool IsMemberOfGroup(const tovan::WString& group) const;
-    /// Set roles beginning with "Group:", with the prefix as stored.
+    /// Set roles beginning with "Group:" (compared without case), as stored.
     std::vector<tovan::WString> GetGroups() const;
 
     /// Drops every role; the cache stays bound.

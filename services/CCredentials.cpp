@@ -305,6 +305,8 @@ void CCredentials::GenerateCredentialsString(WString& out) {
     if (readOnly_) throw Exception("CCredentials", "GenerateCredentialsString", u"client Credentials object is read only");
     const uint8_t version = CurrentFormatVersion;
     const BitsetValue& bits = roles_._GetRawRoleBits();
+    // A count or a section length the format cannot hold would give a string that does not
+    // decode: refused before anything changes.
     if (bits.size() >= MaxBitsetBits)
         throw Exception("CCredentials", "GenerateCredentialsString",
                         u"A role bitset of %d bits is too large for a credentials string (at most %d)", bits.size(),
