@@ -45,9 +45,9 @@ TEST(HierarchicalNames, DefineAndFindThroughPaths) {
     // A path that does not parse finds no node: a lookup gives null, the rest say so.
     EXPECT_EQ(fromB.find(u"/a[/x"), nullptr);
     EXPECT_EQ(fromB.findIndex(u"/a[/x"), -1);
-    EXPECT_THROW_MSG(fromB.get(u"/a[/x"), Exception, "Property '/a[/x' not found");
-    EXPECT_THROW_MSG(fromB.define(u"/a[/y", DefineHierarchical), Exception,
-                     "Failed to find hierarchical location \"/a[\"\n");
+    EXPECT_THROW_FROM(fromB.get(u"/a[/x"), Exception, "CPropertyCollection::get(string): Property '/a[/x' not found");
+    EXPECT_THROW_FROM(fromB.define(u"/a[/y", DefineHierarchical), Exception,
+                      "CPropertyCollection::define(string): Failed to find hierarchical location \"/a[\"\n");
 
     EXPECT_THROW_MSG(fromB.define(u"/nowhere/y", DefineHierarchical), Exception,
                      "Failed to find hierarchical location \"/nowhere\"\n");

@@ -141,7 +141,14 @@ TEST(JsonReader, WhiteSpaceIsWhatTheLocaleSays) {
     // library counts U+2000 and U+3000 too, between tokens and before a bare member list.
     const std::u16string text = u"{\u2000\"a\":\u30001}";
     ASSERT_EQ(std::string(std::setlocale(LC_CTYPE, nullptr)), "C");
-    EXPECT_EQ(readError(text), "JSON scan error: Unexpected character in stream: \u2000");
+    {
+        vcFileInterface file;
+        file.openText(text);
+        CJsonReader reader(&file);
+        Object o;
+        EXPECT_THROW_FROM(reader.ReadNextObject(o), tovan::Exception,
+                          "CJsonReader::ReadNextObject: JSON scan error: Unexpected character in stream: \u2000");
+    }
     ASSERT_NE(std::setlocale(LC_CTYPE, "C.UTF-8"), nullptr);
     auto r = readAll(text);
     auto bare = readAll(u"\u3000\"b\": 2", true);

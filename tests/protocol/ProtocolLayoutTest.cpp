@@ -262,11 +262,13 @@ TEST(ProtocolLayout, DraggedStartNodeKeepsItsMoveAsAnOffset) {
     // A layout that fails leaves no moved-to mark behind, nor changes an earlier one.
     auto r = dragged();
     const std::string before = tovan::toNarrow(CProtocolFile::WriteText(r.get()));
-    EXPECT_THROW_MSG(l.LayoutProtocol(r.get(), u"7", changed, notes), tovan::Exception, "Did not find:7");
+    EXPECT_THROW_FROM(l.LayoutProtocol(r.get(), u"7", changed, notes), tovan::Exception,
+                      "CProtocolLayoutUtils::DefineFixedComponents: Did not find:7");
     EXPECT_EQ(tovan::toNarrow(CProtocolFile::WriteText(r.get())), before);
     CProtocolUtils::SetComponentMovedTo(r->getComponent(0), {1, 2});
     const std::string marked = tovan::toNarrow(CProtocolFile::WriteText(r.get()));
-    EXPECT_THROW_MSG(l.LayoutProtocol(r.get(), u"7", changed, notes), tovan::Exception, "Did not find:7");
+    EXPECT_THROW_FROM(l.LayoutProtocol(r.get(), u"7", changed, notes), tovan::Exception,
+                      "CProtocolLayoutUtils::DefineFixedComponents: Did not find:7");
     EXPECT_EQ(tovan::toNarrow(CProtocolFile::WriteText(r.get())), marked);
 }
 

@@ -173,8 +173,9 @@ TEST(Credentials, StringSettersTakeAt255UnitsAndLengthsKeepTheirLowByte) {
     KnownSecret d;
     d.SetCredentialsString(s);
     EXPECT_EQ(d.DecryptBody(false), DecryptMalformedBody);
-    EXPECT_THROW_MSG(d.DecryptBody(true), Exception,
-                     "Credentials body ends inside the client description: 195 bytes needed at offset 274, 70 left");
+    EXPECT_THROW_FROM(d.DecryptBody(true), Exception,
+                      "CCredentials::DecryptBody: Credentials body ends inside the client description: 195 bytes "
+                      "needed at offset 274, 70 left");
     EXPECT_EQ(d.GetUsername(), WString(u""));
 }
 
