@@ -17,7 +17,8 @@ const CommandRegistration reg{
     {"perceive", "show start nodes, distances, chains, rings, assemblies and execution order",
      "nvk perceive IN.json [--json]\n\n"
      "Prints what perception finds in the protocol file IN.json, components named by local ID:\n"
-     "start nodes, chain, ring and unconnected components, loop connections (by index in the\n"
+     "start nodes, chain, ring and unconnected components (the ring components are all that are\n"
+     "not chain components, unconnected ones included), loop connections (by index in the\n"
      "file's \"connections\", with their ends), assemblies, each component's distance from a start\n"
      "node (-1 where none reaches it) and the execution order. --json prints one JSON object\n"
      "instead, with the members \"startNodes\", \"distances\" (local ID to distance), \"chain\",\n"
