@@ -55,6 +55,7 @@ public:
         return parent ? size_t(parent->getChildIndex(&nodeOf(n))) : 0;
     }
     WString nameOf(XPathHandle n) const override { return nodeOf(n).getName(); }
+    const WString* nameRef(XPathHandle n) const override { return &nodeOf(n).getName(); }
     size_t attributeCount(XPathHandle n) const override { return attributes(n).size(); }
     WString attributeName(XPathHandle n, size_t i) const override { return property(n, i).getName(); }
     WString attributeValue(XPathHandle n, size_t i) const override { return property(n, i).getValue().toString(); }

@@ -51,6 +51,10 @@ public:
     virtual size_t indexInParent(XPathHandle node) const;
     /// The qualified name ("prefix:local" or "local"); null reads as empty.
     virtual WString nameOf(XPathHandle node) const = 0;
+    /// The same name without a copy, for navigators that keep it as a string
+    /// (name tests look at every node of a walk); null, the default, makes
+    /// the evaluator call nameOf.
+    virtual const WString* nameRef(XPathHandle node) const;
     virtual size_t attributeCount(XPathHandle node) const = 0;
     virtual WString attributeName(XPathHandle node, size_t index) const = 0;
     virtual WString attributeValue(XPathHandle node, size_t index) const = 0;

@@ -14,6 +14,8 @@ namespace tovan {
 
 XPathNavigator::~XPathNavigator() = default;
 
+const WString* XPathNavigator::nameRef(XPathHandle) const { return nullptr; }
+
 size_t XPathNavigator::indexInParent(XPathHandle node) const {
     XPathHandle parent = parentOf(node);
     if (!parent) return 0;
@@ -283,6 +285,14 @@ private:
         return found ? v.nodes.front() : XPathItem{};
     }
 
+    // The item's name, viewed where the navigator lends it, else copied into `scratch`.
+    std::u16string_view nameView(const XPathItem& item, std::u16string& scratch) const {
+        if (item.kind == XPathItemKind::Node)
+            if (const WString* name = nav_.nameRef(item.node)) return name->view();
+        scratch = nameOf(item);
+        return scratch;
+    }
+
     std::u16string nameOf(const XPathItem& item) const {
         switch (item.kind) {
         case XPathItemKind::Node: return nav_.nameOf(item.node).str();
@@ -311,8 +321,9 @@ private:
             bool found;
             XPathItem item = itemArgument(e, ctx, found);
             if (!found) return makeString({});
-            std::u16string name = nameOf(item);
-            return makeString(e.function == Function::Name ? name : std::u16string(localPart(name)));
+            std::u16string scratch;
+            std::u16string_view name = nameView(item, scratch);
+            return makeString(std::u16string(e.function == Function::Name ? name : localPart(name)));
         }
         case Function::String: return makeString(stringArgument(e, ctx));
         case Function::Number:
@@ -424,10 +435,11 @@ private:
         if (item.kind != principal) return false;
         if (principal == XPathItemKind::Node && item.node == root_) return false;  // the root is no element
         if (step.test == TestKind::Any) return true;
-        std::u16string name = nameOf(item);
+        std::u16string scratch;
+        std::u16string_view name = nameView(item, scratch);
         if (step.test == TestKind::Name) return namesMatch(name, step.name);
         return name.size() > step.name.size() && name[step.name.size()] == u':' &&
-               namesMatch(std::u16string_view(name).substr(0, step.name.size()), step.name);
+               namesMatch(name.substr(0, step.name.size()), step.name);
     }
 
     void push(const Step& step, const XPathItem& item, std::vector<XPathItem>& out) const {

@@ -106,11 +106,16 @@ void CWsdlParser::ParseZippedWsdl(std::string_view zipBytes) {
     auto entries = readBundle(zipBytes);
     std::map<std::string, std::string> byName;
     for (const auto& [name, data] : entries) byName.emplace(name, data);
-    Loader loader([&byName](const std::string& path) -> std::string {
+    // A bundle made of a WSDL whose imports were not read lacks them: such an
+    // import is left out again, as it was.
+    Loader loader([&byName](const std::string& path, std::string& bytes) {
         auto it = byName.find(path);
-        if (it == byName.end())
-            throw tovan::Exception(kClass, "ParseZippedWsdl", u"The zipped WSDL bundle has no entry %hs", path);
-        return it->second;
+        if (it == byName.end()) {
+            tovan::Exception::warn(u"The import of %hs is not read: the zipped WSDL bundle has no entry for it", path);
+            return false;
+        }
+        bytes = it->second;
+        return true;
     });
     auto docs = loader.run(entries.front().first, std::move(entries.front().second), true);
     adopt(docs);

@@ -8,6 +8,7 @@
 
 #include "nvk/interchange/XmlReader.h"
 #include "nvk/platform/Exception.h"
+#include "nvk/platform/Value.h"
 #include "nvk/services/CWsdlParser_internal.h"
 
 namespace nvk {
@@ -16,15 +17,52 @@ using tovan::iNode;
 using tovan::Ptr;
 using tovan::WString;
 using wsdl::attr;
+namespace names = wsdl::names;
 using wsdl::kClass;
 using wsdl::localOf;
 
 namespace wsdl {
 
-WString attr(const iNode& node, const WString& name) {
+namespace names {
+const WString attributeFormDefault(u"attributeFormDefault");
+const WString base(u"base");
+const WString binding(u"binding");
+const WString element(u"element");
+const WString elementFormDefault(u"elementFormDefault");
+const WString encodingStyle(u"encodingStyle");
+const WString location(u"location");
+const WString maxOccurs(u"maxOccurs");
+const WString maxoccurs(u"maxoccurs");
+const WString message(u"message");
+const WString minOccurs(u"minOccurs");
+const WString minoccurs(u"minoccurs");
+const WString name(u"name");
+const WString namespace_(u"namespace");
+const WString ref(u"ref");
+const WString schemaLocation(u"schemaLocation");
+const WString soapAction(u"soapAction");
+const WString style(u"style");
+const WString targetNamespace(u"targetNamespace");
+const WString transport(u"transport");
+const WString type(u"type");
+const WString use(u"use");
+const WString value(u"value");
+const WString verb(u"verb");
+}  // namespace names
+
+const WString* attrRef(const iNode& node, const WString& name) {
     const tovan::iPropertyCollection* props = node.getProperties();
-    if (!props) return WString();
-    int i = props->findIndex(name);
+    int i = props ? props->findIndex(name) : -1;
+    if (i < 0) return nullptr;
+    // The XML reader stores attributes as strings; anything else is read as its text.
+    const auto* text = dynamic_cast<const tovan::StringValue*>(&props->get(i).getValue());
+    return text ? &text->get() : nullptr;
+}
+
+WString attr(const iNode& node, const WString& name) {
+    if (const WString* text = attrRef(node, name)) return *text;
+    const tovan::iPropertyCollection* props = node.getProperties();
+    int i = props ? props->findIndex(name) : -1;
     return i < 0 ? WString() : props->get(i).getValue().toString();
 }
 
@@ -59,6 +97,11 @@ std::string readWhole(const std::string& path) {
     out << in.rdbuf();
     if (in.bad()) throw tovan::Exception(kClass, "Parse", u"Unable to open file \"%hs\": %hs", path, std::strerror(errno));
     return std::move(out).str();
+}
+
+bool fetchFile(const std::string& path, std::string& bytes) {
+    bytes = readWhole(path);
+    return true;
 }
 
 // Locations with a scheme ("http://...", "urn:...") name no file beside the WSDL.
@@ -126,8 +169,15 @@ bool CWsdlParser::isXmlSchemaEncNS(const WString& url) { return nsIs(url, kSoapE
 
 // ---- XMLParser ------------------------------------------------------------------
 
-Ptr<iNode> CWsdlParser::XMLParser::parse(const WString& fileName) { return Ptr<iNode>(XmlReader::ReadFile(fileName).get()); }
-Ptr<iNode> CWsdlParser::XMLParser::parse(std::string_view bytes) { return Ptr<iNode>(XmlReader::ReadBytes(bytes).get()); }
+Ptr<iNode> CWsdlParser::XMLParser::parse(const WString& fileName) {
+    tree_ = Ptr<iNode>(XmlReader::ReadFile(fileName).get());
+    return tree_;
+}
+
+Ptr<iNode> CWsdlParser::XMLParser::parse(std::string_view bytes) {
+    tree_ = Ptr<iNode>(XmlReader::ReadBytes(bytes).get());
+    return tree_;
+}
 
 // ---- loading ----------------------------------------------------------------------
 
@@ -143,7 +193,7 @@ std::vector<std::unique_ptr<CWsdlParser::Document>> CWsdlParser::Loader::run(con
 void CWsdlParser::Loader::add(const std::string& path, std::string bytes) {
     auto d = std::make_unique<Document>();
     d->path = path;
-    d->tree = XmlReader::ReadBytes(bytes);
+    d->tree = XMLParser().parse(std::string_view(bytes));
     d->bytes = std::move(bytes);
     d->root = d->tree->getChildAt(0);
     d->isWsdl = CWsdlParser::getNodeType(*d->root) == u"definitions";
@@ -164,7 +214,8 @@ void CWsdlParser::Loader::follow(const Document& from, const WString& location) 
     }
     std::string path = CWsdlParser::buildExternalSchemaFilename(from.path, loc);
     if (seen_.count(path)) return;
-    add(path, fetch_(path));
+    std::string bytes;
+    if (fetch_(path, bytes)) add(path, std::move(bytes));
 }
 
 // wsdl:import "location" at the top; schema import, include and redefine
@@ -175,7 +226,7 @@ void CWsdlParser::Loader::scan(const Document& d, const iNode& node, int depth) 
         for (int i = 0; i < node.getNumberOfChildren(); ++i) {
             const iNode& c = *node.getChildAt(i);
             std::u16string_view k = CWsdlParser::getNodeType(c);
-            if (k == u"import" || k == u"include" || k == u"redefine") follow(d, attr(c, u"schemaLocation"));
+            if (k == u"import" || k == u"include" || k == u"redefine") follow(d, attr(c, names::schemaLocation));
         }
         return;
     }
@@ -184,7 +235,7 @@ void CWsdlParser::Loader::scan(const Document& d, const iNode& node, int depth) 
         const iNode& c = *node.getChildAt(i);
         std::u16string_view k = CWsdlParser::getNodeType(c);
         if (k == u"import" && kind == u"definitions")
-            follow(d, attr(c, u"location"));
+            follow(d, attr(c, names::location));
         else if (k == u"types" || k == u"schema")
             scan(d, c, depth + 1);
     }
@@ -200,7 +251,7 @@ void CWsdlParser::adopt(std::vector<std::unique_ptr<Document>>& documents) {
 
 void CWsdlParser::Parse(const WString& fileName) {
     std::string path = tovan::toNarrow(fileName);
-    Loader loader(&readWhole);
+    Loader loader(&fetchFile);
     auto docs = loader.run(path, readWhole(path), true);
     adopt(docs);
 }
@@ -209,7 +260,7 @@ void CWsdlParser::Parse(std::string_view bytes, const std::string& baseFolder) {
     // A WSDL given as bytes takes this name in its folder (and in bundles).
     std::string path = baseFolder.empty() ? std::string() : buildExternalSchemaFilename(baseFolder + "/", "service.wsdl");
     // Without a folder there is nothing to resolve imports against (no fetch).
-    Loader loader(baseFolder.empty() ? Loader::Fetch() : Loader::Fetch(&readWhole));
+    Loader loader(baseFolder.empty() ? Loader::Fetch() : Loader::Fetch(&fetchFile));
     auto docs = loader.run(baseFolder.empty() ? std::string("service.wsdl") : path, std::string(bytes), true);
     adopt(docs);
 }
@@ -230,6 +281,12 @@ void CWsdlParser::Reset() {
 
 void CWsdlParser::requireParsed(const char* operation) const {
     if (documents_.empty()) throw tovan::Exception(kClass, operation, u"No WSDL has been parsed");
+}
+
+std::vector<std::pair<std::string, size_t>> CWsdlParser::GetLoadedDocuments() const {
+    std::vector<std::pair<std::string, size_t>> out;
+    for (const auto& d : documents_) out.emplace_back(d->path, d->bytes.size());
+    return out;
 }
 
 iNode* CWsdlParser::getRoot() const { return documents_.empty() ? nullptr : documents_.front()->root; }
@@ -300,7 +357,7 @@ WString CWsdlParser::FindNamespaceInDefinitions(const WString& prefix) {
 
 WString CWsdlParser::findTargetNamespace(const iNode& node) {
     for (const iNode* n = &node; n; n = n->findParent())
-        if (findAttr(*n, u"targetNamespace")) return attr(*n, u"targetNamespace");
+        if (findAttr(*n, names::targetNamespace)) return attr(*n, names::targetNamespace);
     return WString();
 }
 
@@ -325,9 +382,11 @@ void CWsdlParser::buildIndexes() {
         if (!d->isWsdl) continue;
         for (int i = 0; i < d->root->getNumberOfChildren(); ++i) {
             iNode* c = d->root->getChildAt(i);
+            const WString* name = wsdl::attrRef(*c, names::name);
+            if (!name) continue;
             std::u16string key(getNodeType(*c));
             key += u'\n';
-            key += attr(*c, u"name").view();
+            key += name->view();
             definitions_.emplace(std::move(key), c);  // the first keeps the name
         }
     }
@@ -347,7 +406,7 @@ iNode* CWsdlParser::findDefinitionsChild(std::u16string_view kind, const WString
 void CWsdlParser::GetDefinitionsInfo(WString& targetNamespace) {
     requireParsed("GetDefinitionsInfo");
     const iNode& root = *getRoot();
-    if (!findAttr(root, u"targetNamespace"))
+    if (!findAttr(root, names::targetNamespace))
         throw tovan::Exception(kClass, "GetDefinitionsInfo", u"missing targetNamespace");
     std::vector<CNamespace> declared;
     findNodeNamespaces(root, declared);
@@ -360,7 +419,7 @@ void CWsdlParser::GetDefinitionsInfo(WString& targetNamespace) {
     wsdlPrefix_ = wsdl;
     soapEncPrefix_ = enc;
     soapPrefix_ = soap;
-    targetNamespace = attr(root, u"targetNamespace");
+    targetNamespace = attr(root, names::targetNamespace);
 }
 
 void CWsdlParser::GetServiceInfo(WString& serviceName, std::vector<CPort>& ports) {
@@ -378,7 +437,7 @@ void CWsdlParser::collectPorts(WString& serviceName, std::vector<CPort>& ports, 
         for (int s = 0; s < d->root->getNumberOfChildren(); ++s) {
             const iNode& service = *d->root->getChildAt(s);
             if (getNodeType(service) != u"service") continue;
-            WString name = attr(service, u"name");
+            WString name = attr(service, names::name);
             if (!anyService) firstService = name;
             anyService = true;
             for (int p = 0; p < service.getNumberOfChildren(); ++p) {
@@ -395,9 +454,9 @@ void CWsdlParser::collectPorts(WString& serviceName, std::vector<CPort>& ports, 
                     continue;  // HTTP and other bindings are not SOAP methods
                 CPort out;
                 out.service = name;
-                out.name = attr(port, u"name");
-                out.binding = attr(port, u"binding");
-                out.address = attr(*address, u"location");
+                out.name = attr(port, names::name);
+                out.binding = attr(port, names::binding);
+                out.address = attr(*address, names::location);
                 out.soap12 = ns.isWsdlSoap12SchemaNs();
                 if (!bindings.insert(std::u16string(localOf(out.binding.view()))).second) {
                     if (warn) tovan::Exception::warn(u"ignoring port %ls with shared binding %ls", out.name, out.binding);
@@ -422,45 +481,46 @@ void CWsdlParser::GetBindingInfo(const WString& bindingName, CBinding& binding) 
     const iNode* node = findDefinitionsChild(u"binding", bindingName);
     if (!node) throw tovan::Exception(kClass, "GetBindingInfo", u"Can't find binding %ls", bindingName);
     CBinding out;
-    out.name = attr(*node, u"name");
-    out.type = attr(*node, u"type");
+    out.name = attr(*node, names::name);
+    out.type = attr(*node, names::type);
     out.style = DOC;  // the default of a SOAP binding
     for (int i = 0; i < node->getNumberOfChildren(); ++i) {
         const iNode& c = *node->getChildAt(i);
         std::u16string_view kind = getNodeType(c);
         if (kind == u"binding") {
-            out.transport = attr(c, u"transport");
-            out.verb = attr(c, u"verb");
-            if (attr(c, u"style").view() == u"rpc") out.style = RPC;
+            out.transport = attr(c, names::transport);
+            out.verb = attr(c, names::verb);
+            if (attr(c, names::style).view() == u"rpc") out.style = RPC;
             WString prefix(u"");
             size_t colon = c.getName().view().find(u':');
             if (colon != std::u16string_view::npos) prefix = WString(c.getName().view().substr(0, colon));
             out.soap12 = CNamespace(prefix, FindDefiningNamespace(c, prefix)).isWsdlSoap12SchemaNs();
         } else if (kind == u"operation") {
             COperation op;
-            op.name = attr(c, u"name");
+            op.name = attr(c, names::name);
             op.style = out.style;
             for (int k = 0; k < c.getNumberOfChildren(); ++k) {
                 const iNode& part = *c.getChildAt(k);
                 std::u16string_view pk = getNodeType(part);
                 if (pk == u"operation") {
-                    op.soapAction = attr(part, u"soapAction");
-                    WString style = attr(part, u"style");
+                    op.soapAction = attr(part, names::soapAction);
+                    WString style = attr(part, names::style);
                     if (!style.isEmpty()) op.style = style.view() == u"rpc" ? RPC : DOC;
                 } else if (pk == u"input") {
-                    op.inputName = attr(part, u"name");
+                    op.inputName = attr(part, names::name);
                     if (const iNode* body = findNode(part, u"body")) {
-                        op.use = attr(*body, u"use");
-                        op.bodyNamespace = attr(*body, u"namespace");
-                        op.encoding = attr(*body, u"encodingStyle");
+                        op.use = attr(*body, names::use);
+                        op.bodyNamespace = attr(*body, names::namespace_);
+                        op.encoding = attr(*body, names::encodingStyle);
                     }
                 } else if (pk == u"output") {
-                    op.outputName = attr(part, u"name");
+                    op.outputName = attr(part, names::name);
                 }
             }
             out.operations.push_back(std::move(op));
         }
     }
+    style_ = out.style;
     binding = std::move(out);
 }
 
@@ -474,14 +534,14 @@ void CWsdlParser::GetOperationInfoFromPortType(const WString& portType, std::vec
         const iNode& c = *node->getChildAt(i);
         if (getNodeType(c) != u"operation") continue;
         COperation op;
-        op.name = attr(c, u"name");
+        op.name = attr(c, names::name);
         if (const iNode* in = findNode(c, u"input")) {
-            op.input = attr(*in, u"message");
-            op.inputName = attr(*in, u"name");
+            op.input = attr(*in, names::message);
+            op.inputName = attr(*in, names::name);
         }
         if (const iNode* o = findNode(c, u"output")) {
-            op.output = attr(*o, u"message");
-            op.outputName = attr(*o, u"name");
+            op.output = attr(*o, names::message);
+            op.outputName = attr(*o, names::name);
         }
         out.push_back(std::move(op));
     }
@@ -520,14 +580,14 @@ void CWsdlParser::GetMessageInfo(const WString& messageName, CMsg& message) {
     const iNode* node = findDefinitionsChild(u"message", messageName);
     if (!node) throw tovan::Exception(kClass, "GetMessageInfo", u"Couldn't find message");
     CMsg out;
-    out.name = attr(*node, u"name");
+    out.name = attr(*node, names::name);
     for (int i = 0; i < node->getNumberOfChildren(); ++i) {
         iNode* c = node->getChildAt(i);
         if (getNodeType(*c) != u"part") continue;
         CPart part;
-        part.name = attr(*c, u"name");
-        part.element = attr(*c, u"element");
-        part.type = attr(*c, u"type");
+        part.name = attr(*c, names::name);
+        part.element = attr(*c, names::element);
+        part.type = attr(*c, names::type);
         part.node = Ptr<iNode>(c);
         out.parts.push_back(std::move(part));
     }

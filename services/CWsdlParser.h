@@ -190,7 +190,9 @@ public:
         std::vector<CAttribute> attributes;
     };
 
-    /// The layer over the library's XML reader that gives the parser its trees.
+    /// The layer over the library's XML reader that gives the parser its
+    /// trees: the document node, whose one child is the document element.
+    /// It keeps the last tree it read until reset or the next parse.
     class NVK_EXPORT XMLParser {
     public:
         /// "Unable to open file \"%ls\": %hs"; "Parse error: %hs at line %d, column %d".
@@ -198,7 +200,12 @@ public:
         tovan::Ptr<tovan::iNode> parse(std::string_view bytes);
         /// The bundle's WSDL (its first entry).
         tovan::Ptr<tovan::iNode> parseZippedWsdl(std::string_view zipBytes);
-        void reset() {}
+        /// The last tree read, or null.
+        tovan::iNode* getTree() const { return tree_.get(); }
+        void reset() { tree_.reset(); }
+
+    private:
+        tovan::Ptr<tovan::iNode> tree_;
     };
 
     CWsdlParser();
@@ -216,13 +223,16 @@ public:
     /// Reads a bundle made by GetZippedWsdl: a zip whose first entry is the
     /// WSDL, the other entries the files it imports under their relative
     /// names. Messages: "Not a zipped WSDL bundle: %hs", "The zipped WSDL
-    /// bundle is empty", "Unsafe entry name in the zipped WSDL bundle: %hs".
+    /// bundle is empty", "Unsafe entry name in the zipped WSDL bundle: %hs";
+    /// an import the bundle lacks is skipped with a warning.
     void ParseZippedWsdl(std::string_view zipBytes);
     /// A bundle of what was loaded: the WSDL first, then every imported file
     /// that was read, named relative to the WSDL's folder. Raises "No WSDL
     /// has been parsed" before a load.
     void GetZippedWsdl(std::string& zipBytes) const;
     bool HasParsedWsdl() const { return !documents_.empty(); }
+    /// The documents read, the WSDL first: path (or bundle entry name) and size in bytes.
+    std::vector<std::pair<std::string, size_t>> GetLoadedDocuments() const;
     void Reset();
 
     // ---- style and the older type treatment ----------------------------------
@@ -234,14 +244,18 @@ public:
     bool IsBackwardCompatible70() const { return backward70_; }
 
     // ---- queries, in the order a caller uses them ----------------------------
-    /// "missing targetNamespace".
+    /// "missing targetNamespace". Also finds the prefixes the root binds to
+    /// the WSDL, SOAP encoding and SOAP binding namespaces (null when none).
     void GetDefinitionsInfo(tovan::WString& targetNamespace);
+    const tovan::WString& GetWsdlPrefix() const { return wsdlPrefix_; }
+    const tovan::WString& GetSoapEncodingPrefix() const { return soapEncPrefix_; }
+    const tovan::WString& GetSoapPrefix() const { return soapPrefix_; }
     void GetSchemaInfo(std::vector<CSchema>& schemas);
     /// Every service's SOAP ports, in document order; `serviceName` is the
     /// first service's. "missing service"; "Unable to find soap addresses.
     /// This WSDL may not have soap methods."
     void GetServiceInfo(tovan::WString& serviceName, std::vector<CPort>& ports);
-    /// "Can't find binding %ls".
+    /// "Can't find binding %ls". The binding's style becomes the parser's (GetStyle).
     void GetBindingInfo(const tovan::WString& bindingName, CBinding& binding);
     /// "Couldn't find portType".
     void GetOperationInfoFromPortType(const tovan::WString& portType, std::vector<COperation>& operations);

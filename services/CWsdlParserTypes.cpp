@@ -13,6 +13,7 @@ using tovan::iNode;
 using tovan::Ptr;
 using tovan::WString;
 using wsdl::attr;
+namespace names = wsdl::names;
 using wsdl::kClass;
 using wsdl::localOf;
 
@@ -117,16 +118,16 @@ void CWsdlParser::loadExternalSchemata() {
             CSchema s;
             s.setNode(node);
             s.setSource(d->isWsdl ? std::string() : d->path);
-            s.setTargetNamespace(findAttr(*node, u"targetNamespace") ? attr(*node, u"targetNamespace") : WString(u""));
-            s.setIsElementFormQualified(attr(*node, u"elementFormDefault").view() == u"qualified");
-            s.setIsAttributeFormQualified(attr(*node, u"attributeFormDefault").view() == u"qualified");
+            s.setTargetNamespace(findAttr(*node, names::targetNamespace) ? attr(*node, names::targetNamespace) : WString(u""));
+            s.setIsElementFormQualified(attr(*node, names::elementFormDefault).view() == u"qualified");
+            s.setIsAttributeFormQualified(attr(*node, names::attributeFormDefault).view() == u"qualified");
             schemas_.push_back(std::move(s));
             for (int i = 0; i < node->getNumberOfChildren(); ++i) {
                 const iNode& c = *node->getChildAt(i);
-                WString loc = attr(c, u"schemaLocation");
+                WString loc = attr(c, names::schemaLocation);
                 if (getNodeType(c) == u"include" && !loc.isEmpty() && !d->path.empty())
                     includedInto.emplace(buildExternalSchemaFilename(d->path, tovan::toNarrow(loc)),
-                                         attr(*node, u"targetNamespace"));
+                                         attr(*node, names::targetNamespace));
             }
         }
     }
@@ -139,9 +140,9 @@ void CWsdlParser::loadExternalSchemata() {
         const iNode& node = *schemas_[i].getNode();
         for (int k = 0; k < node.getNumberOfChildren(); ++k) {
             iNode* c = node.getChildAt(k);
-            WString name = attr(*c, u"name");
-            if (!name.isEmpty())
-                schemaChildren_.emplace(schemaKey(schemas_[i].getTargetNamespace().view(), getNodeType(*c), name.view()),
+            const WString* name = wsdl::attrRef(*c, names::name);
+            if (name && !name->isEmpty())
+                schemaChildren_.emplace(schemaKey(schemas_[i].getTargetNamespace().view(), getNodeType(*c), name->view()),
                                         std::make_pair(c, i));
         }
     }
@@ -213,7 +214,7 @@ bool CWsdlParser::isOfAtomicType(const WString& typeName, const iNode& context) 
 
 bool CWsdlParser::IsOfAtomicType(const iNode& element, Style) {
     // An element's own "type" decides in either style.
-    WString type = attr(element, u"type");
+    WString type = attr(element, names::type);
     if (!type.isEmpty()) return isOfAtomicType(type, element);
     // No type and no type of its own: anyType.
     return !findNode(element, u"complexType") && !findNode(element, u"simpleType");
@@ -226,9 +227,10 @@ bool CWsdlParser::IsOfAtomicType(const CPart& part) {
 }
 
 bool CWsdlParser::IsArrayType(const iNode& element) {
-    int max = occurs(attr(element, u"maxoccurs"), 1);
-    occurs(attr(element, u"minoccurs"), 1);
-    return max == -1 || max > 1;
+    // Attribute names fold A-Z, so "maxoccurs" finds "maxOccurs" too; a
+    // minimum above 1 also means several.
+    int max = occurs(attr(element, names::maxoccurs), 1);
+    return max == -1 || max > 1 || occurs(attr(element, names::minoccurs), 1) > 1;
 }
 
 WString CWsdlParser::StripArrayFromTypeName(const WString& typeName) {
@@ -291,7 +293,7 @@ bool CWsdlParser::GetCustomTypeInfoRPC(const CPart& part, CCustomType& type) {
 }
 
 bool CWsdlParser::GetElementsCustomType(iNode& element, CCustomType& type) {
-    WString typeName = attr(element, u"type");
+    WString typeName = attr(element, names::type);
     if (!typeName.isEmpty()) {
         if (isOfAtomicType(typeName, element)) return false;
         CCustomType out;
@@ -304,9 +306,9 @@ bool CWsdlParser::GetElementsCustomType(iNode& element, CCustomType& type) {
         std::u16string_view kind = getNodeType(c);
         if (kind == u"annotation") continue;
         if (kind != u"complexType" && kind != u"simpleType")
-            throw tovan::Exception(kClass, "GetElementsCustomType", u"Can't understand custom type: \"%ls\"", attr(element, u"name"));
+            throw tovan::Exception(kClass, "GetElementsCustomType", u"Can't understand custom type: \"%ls\"", attr(element, names::name));
         CCustomType out;
-        out.name = attr(element, u"name");
+        out.name = attr(element, names::name);
         out.ns = CNamespace::stripScheme(findTargetNamespace(element));
         readTypeNode(c, out.ns, out);
         type = std::move(out);
@@ -364,13 +366,13 @@ void CWsdlParser::readTypeNode(iNode& node, const WString& ns, CCustomType& type
         type.kind = CCustomType::Simple;
         readSimpleType(node, type);
     } else {
-        throw tovan::Exception(kClass, "readTypeNode", u"Unknown node type defines type with name %ls", attr(node, u"name"));
+        throw tovan::Exception(kClass, "readTypeNode", u"Unknown node type defines type with name %ls", attr(node, names::name));
     }
 }
 
 void CWsdlParser::schemaElement(iNode& node, CElement& out) {
     iNode* element = &node;
-    WString ref = attr(node, u"ref");
+    WString ref = attr(node, names::ref);
     if (!ref.isEmpty()) {
         WString prefix, local;
         getNamespaceName(ref, prefix, local);
@@ -384,11 +386,11 @@ void CWsdlParser::schemaElement(iNode& node, CElement& out) {
         out.ref = ref;
         element = target;
     }
-    out.name = attr(*element, u"name");
-    out.type = attr(*element, u"type");
+    out.name = attr(*element, names::name);
+    out.type = attr(*element, names::type);
     // Occurrence belongs to the place of use, a reference's included.
-    out.minOccurs = occurs(attr(node, u"minOccurs"), 1);
-    out.maxOccurs = occurs(attr(node, u"maxOccurs"), 1);
+    out.minOccurs = occurs(attr(node, names::minOccurs), 1);
+    out.maxOccurs = occurs(attr(node, names::maxOccurs), 1);
     out.required = required_.count(&node) > 0;
     out.hasForm = formless_.count(&node) == 0;
     out.global = getNodeType(*element->findParent()) == u"schema";
@@ -444,8 +446,8 @@ void CWsdlParser::readSequence(iNode& node, CCustomType& type, bool inChoice, in
             // A wildcard: any element may stand here.
             CElement e;
             e.name = WString(u"*");
-            e.minOccurs = occurs(attr(c, u"minOccurs"), 1);
-            e.maxOccurs = occurs(attr(c, u"maxOccurs"), 1);
+            e.minOccurs = occurs(attr(c, names::minOccurs), 1);
+            e.maxOccurs = occurs(attr(c, names::maxOccurs), 1);
             e.required = e.minOccurs >= 1;
             e.inChoice = inChoice;
             type.elements.push_back(std::move(e));
@@ -458,12 +460,13 @@ void CWsdlParser::readSequence(iNode& node, CCustomType& type, bool inChoice, in
 void CWsdlParser::processChoice(iNode& node, CCustomType& type, int depth) { readSequence(node, type, true, depth); }
 
 void CWsdlParser::processGroupRef(iNode& node, CCustomType& type, bool inChoice, int depth) {
-    WString ref = attr(node, u"ref");
+    WString ref = attr(node, names::ref);
     WString prefix, local;
     getNamespaceName(ref, prefix, local);
     WString ns = FindDefiningNamespace(node, prefix);
     iNode* group = ns.isNull() && !prefix.isEmpty() ? nullptr
                                                      : findSchemaChild(ns.isNull() ? WString(u"") : ns, u"group", local.view());
+    // A group that contains itself stops here as unresolved, not at the stack's end.
     if (!group || depth >= kMaxGroupDepth)
         throw tovan::Exception(kClass, "processGroupRef",
                                u"Cannot find reference group (%ls). Check that the (%ls) namespace is correctly defined or imported.",
@@ -488,7 +491,7 @@ void CWsdlParser::processComplexContent(iNode& node, CCustomType& type) {
         if (kind == u"annotation") continue;
         if (kind != u"restriction")
             throw tovan::Exception(kClass, "processComplexContent", u"<complexContent> other than an array is not supported");
-        WString base = attr(c, u"base");
+        WString base = attr(c, names::base);
         WString prefix, local;
         getNamespaceName(base, prefix, local);
         WString ns = FindDefiningNamespace(c, prefix);
@@ -500,8 +503,8 @@ void CWsdlParser::processComplexContent(iNode& node, CCustomType& type) {
                 std::u16string_view ak = getNodeType(a);
                 if (ak == u"attribute") {
                     CAttribute at;
-                    at.name = findAttr(a, u"ref") ? attr(a, u"ref") : attr(a, u"name");
-                    at.type = attr(a, u"type");
+                    at.name = findAttr(a, names::ref) ? attr(a, names::ref) : attr(a, names::name);
+                    at.type = attr(a, names::type);
                     const tovan::iPropertyCollection* props = static_cast<const iNode&>(a).getProperties();
                     for (int p = 0; props && p < props->getSize(); ++p)
                         if (localOf(props->get(p).getName().view()) == u"arrayType" && props->get(p).getName().view() != u"ref")
@@ -539,7 +542,7 @@ void CWsdlParser::readSimpleType(iNode& node, CCustomType& type) {
         if (kind != u"restriction")
             throw tovan::Exception(kClass, "readSimpleType", u"<simpleType> with <%ls> types or restriction is not supported.",
                                    WString(kind));
-        type.base = attr(c, u"base");
+        type.base = attr(c, names::base);
         for (int k = 0; k < c.getNumberOfChildren(); ++k) {
             iNode& f = *c.getChildAt(k);
             std::u16string_view fk = getNodeType(f);
@@ -550,9 +553,9 @@ void CWsdlParser::readSimpleType(iNode& node, CCustomType& type) {
                 throw tovan::Exception(kClass, "readSimpleType",
                                        u"<simpleType> with <%ls> types or restriction is not supported.", WString(fk));
             if (fk == u"enumeration")
-                type.enumerations.push_back(attr(f, u"value"));
+                type.enumerations.push_back(attr(f, names::value));
             else
-                type.facets.emplace_back(WString(fk), attr(f, u"value"));
+                type.facets.emplace_back(WString(fk), attr(f, names::value));
         }
     }
 }

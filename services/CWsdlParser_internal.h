@@ -14,7 +14,7 @@ namespace nvk {
 struct CWsdlParser::Document {
     std::string path;   // as resolved: a file path, or an entry name of a bundle
     std::string bytes;  // kept for bundles
-    tovan::Ptr<CBaseNode> tree;
+    tovan::Ptr<tovan::iNode> tree;  // the document node
     tovan::iNode* root = nullptr;  // the document element
     bool isWsdl = false;           // a "definitions" root
 };
@@ -24,8 +24,9 @@ struct CWsdlParser::Document {
 /// all of them have been read.
 class CWsdlParser::Loader {
 public:
-    /// The bytes of the document at a resolved path; raises when there is none.
-    using Fetch = std::function<std::string(const std::string& path)>;
+    /// Puts the bytes of the document at a resolved path into `bytes`; false
+    /// (after a warning) skips the import, or it raises to fail the load.
+    using Fetch = std::function<bool(const std::string& path, std::string& bytes)>;
     explicit Loader(Fetch fetch);
     std::vector<std::unique_ptr<Document>> run(const std::string& path, std::string bytes, bool followImports);
 
@@ -43,8 +44,38 @@ namespace wsdl {
 
 inline constexpr const char* kClass = "CWsdlParser";
 
-/// The attribute's text, or an empty view when it is absent.
+/// Attribute names, made once.
+namespace names {
+extern const tovan::WString attributeFormDefault;
+extern const tovan::WString base;
+extern const tovan::WString binding;
+extern const tovan::WString element;
+extern const tovan::WString elementFormDefault;
+extern const tovan::WString encodingStyle;
+extern const tovan::WString location;
+extern const tovan::WString maxOccurs;
+extern const tovan::WString maxoccurs;
+extern const tovan::WString message;
+extern const tovan::WString minOccurs;
+extern const tovan::WString minoccurs;
+extern const tovan::WString name;
+extern const tovan::WString namespace_;
+extern const tovan::WString ref;
+extern const tovan::WString schemaLocation;
+extern const tovan::WString soapAction;
+extern const tovan::WString style;
+extern const tovan::WString targetNamespace;
+extern const tovan::WString transport;
+extern const tovan::WString type;
+extern const tovan::WString use;
+extern const tovan::WString value;
+extern const tovan::WString verb;
+}  // namespace names
+
+/// The attribute's text, or a null string when it is absent.
 tovan::WString attr(const tovan::iNode& node, const tovan::WString& name);
+/// The attribute's stored text without a copy, or null when it is absent.
+const tovan::WString* attrRef(const tovan::iNode& node, const tovan::WString& name);
 /// The part after the first ":" (the whole name without one).
 std::u16string_view localOf(std::u16string_view qname);
 

@@ -94,6 +94,9 @@ TEST(WsdlParser, ServicesBindingsOperationsAndMessages) {
     WString tns, service;
     p.GetDefinitionsInfo(tns);
     EXPECT_EQ(tns, u"http://urn.example/t");
+    EXPECT_EQ(p.GetWsdlPrefix(), u"");  // the default namespace ("wsdl" is bound too, later)
+    EXPECT_EQ(p.GetSoapPrefix(), u"soap");
+    EXPECT_EQ(p.GetSoapEncodingPrefix(), u"enc");
     std::vector<W::CPort> ports;
     p.GetServiceInfo(service, ports);
     EXPECT_EQ(service, u"S");
@@ -107,6 +110,8 @@ TEST(WsdlParser, ServicesBindingsOperationsAndMessages) {
     EXPECT_EQ(b.type, u"tns:PT");
     EXPECT_EQ(b.transport, u"http://schemas.xmlsoap.org/soap/http");
     EXPECT_EQ(b.style, W::RPC);
+    EXPECT_TRUE(p.IsRPCStyle());
+    EXPECT_FALSE(p.IsDOCStyle());
     ASSERT_EQ(b.operations.size(), 2u);
     std::vector<W::COperation> ops;
     p.GetOperationInfoFromPortType(b.type, ops);
@@ -416,6 +421,30 @@ TEST(WsdlParser, ImportsFromFilesAndBundles) {
     EXPECT_EQ(failure([&] { p.Parse(tovan::toWide((dir / "wsdl/main.wsdl").string())); }),
               "Unable to open file \"" + missing + "\": No such file or directory");
     check(p);
+    // Given as bytes without a folder, the imports are not read; its bundle holds only the WSDL.
+    W fromBytes;
+    capture.clear();
+    fromBytes.Parse(nvktest::readFile(dir / "wsdl/main.wsdl"));
+    fromBytes.GetZippedWsdl(zip);
+    W fromItsBundle;
+    fromItsBundle.ParseZippedWsdl(zip);
+    std::vector<W::CSchema> one;
+    fromItsBundle.GetSchemaInfo(one);
+    EXPECT_EQ(one.size(), 1u);
+    EXPECT_EQ(capture.warnings(),
+              (std::vector<std::string>{"The import of parts.wsdl is not read: the WSDL was given as bytes without a folder",
+                                        "The import of ../xsd/b.xsd is not read: the WSDL was given as bytes without a folder",
+                                        "The import of http://example.com/remote.xsd is not read: only files beside the WSDL are",
+                                        "The import of ../xsd/same.xsd is not read: the WSDL was given as bytes without a folder",
+                                        "The import of parts.wsdl is not read: the zipped WSDL bundle has no entry for it",
+                                        "The import of ../xsd/b.xsd is not read: the zipped WSDL bundle has no entry for it",
+                                        "The import of http://example.com/remote.xsd is not read: only files beside the WSDL are",
+                                        "The import of ../xsd/same.xsd is not read: the zipped WSDL bundle has no entry for it"}));
+    W::XMLParser xml;
+    EXPECT_EQ(xml.parseZippedWsdl(zip)->getChildAt(0)->getName(), u"definitions");
+    EXPECT_EQ(xml.getTree()->getChildAt(0)->getNumberOfChildren(), 3);
+    xml.reset();
+    EXPECT_EQ(xml.getTree(), nullptr);
     W bytes;
     EXPECT_EQ(failure([&] { bytes.ParseZippedWsdl("PK\x03\x04 not really"); }), "Not a zipped WSDL bundle: Not a zip archive");
     EXPECT_EQ(failure([&] { bytes.ParseZippedWsdl(""); }), "The zipped WSDL bundle is empty");

@@ -1,17 +1,13 @@
 // nvk wsdl: what a WSDL offers (services, ports, operations, messages, the
 // custom types its parts use), and zipped bundles of a WSDL with its imports.
-#include <cstdint>
 #include <fstream>
-#include <functional>
 #include <iostream>
 #include <iterator>
-#include <map>
-#include <set>
-#include <sstream>
 
 #include "nvk/interchange/CJsonWriter.h"
 #include "nvk/platform/Exception.h"
 #include "nvk/services/CWsdlParser.h"
+#include "nvk/services/WsdlReport.h"
 #include "tools/nvk/Command.h"
 
 namespace nvk {
@@ -46,83 +42,6 @@ const Command& self() { return *findCommand("wsdl"); }
 
 std::string narrow(const WString& s) { return tovan::toNarrow(s); }
 
-struct Message {
-    W::CMsg msg;
-    bool present = false;
-};
-
-struct Operation {
-    W::COperation op;
-    Message input, output;
-};
-
-struct Port {
-    W::CPort port;
-    W::CBinding binding;
-    std::vector<Operation> operations;
-};
-
-struct Type {
-    W::CCustomType type;
-    std::string unsupported;  // the parser's message
-};
-
-/// Everything the command prints, gathered first so that a failure prints nothing but itself.
-struct Report {
-    WString targetNamespace;
-    std::vector<Port> ports;
-    std::vector<std::string> typeOrder;
-    std::map<std::string, Type> types;  // by name as written
-    std::set<std::u16string> seen;      // "{ns}local" of types walked
-    std::vector<std::string> warnings;
-};
-
-void walkType(W& wsdl, Report& r, const WString& shownName, const std::u16string& key,
-              const std::function<bool(W::CCustomType&)>& read) {
-    if (!r.seen.insert(key).second) return;
-    Type t;
-    try {
-        if (!read(t.type)) return;  // atomic after all
-    } catch (const tovan::Exception& e) {
-        t.unsupported = e.what();
-    }
-    std::string name = narrow(shownName);
-    if (r.types.count(name)) name += " {" + narrow(t.type.ns) + "}";
-    r.typeOrder.push_back(name);
-    std::vector<W::CElement> members = t.type.elements;
-    r.types.emplace(name, std::move(t));
-    for (const W::CElement& e : members) {
-        if (e.atomic || e.name.view() == u"*") continue;
-        if (!e.type.isEmpty()) {
-            std::u16string local(e.type.view().substr(e.type.view().find(u':') + 1));
-            walkType(wsdl, r, e.type, u"{" + e.ns.str() + u"}" + local,
-                     [&](W::CCustomType& out) { wsdl.GetCustomType(e.ns, WString(local), out); return true; });
-        } else if (e.node) {
-            // Anonymous types are told apart by their element's node.
-            std::u16string key = u"anonymous@" + tovan::toWide(std::to_string(reinterpret_cast<uintptr_t>(e.node.get()))).str();
-            walkType(wsdl, r, WString(e.name.str() + u" (anonymous)"), key,
-                     [&](W::CCustomType& out) { return wsdl.GetElementsCustomType(*e.node, out); });
-        }
-    }
-}
-
-void walkPart(W& wsdl, Report& r, const W::CPart& part) {
-    const WString& ref = part.type.isEmpty() ? part.element : part.type;
-    if (ref.isEmpty()) return;
-    try {
-        if (wsdl.IsOfAtomicType(part)) return;
-    } catch (const tovan::Exception& e) {
-        if (r.seen.insert(u"part " + ref.str()).second) {
-            r.typeOrder.push_back(narrow(ref));
-            r.types[narrow(ref)].unsupported = e.what();
-        }
-        return;
-    }
-    walkType(wsdl, r, ref, (part.type.isEmpty() ? u"element " : u"type ") + ref.str(), [&](W::CCustomType& out) {
-        return part.type.isEmpty() ? wsdl.GetCustomTypeInfoDoc(part, out) : wsdl.GetCustomTypeInfoRPC(part, out);
-    });
-}
-
 void load(W& wsdl, const std::string& file) {
     std::ifstream in(file, std::ios::binary);
     char head[4] = {};
@@ -136,68 +55,26 @@ void load(W& wsdl, const std::string& file) {
     }
 }
 
-Report gather(W& wsdl, const std::string& file) {
-    Report r;
-    tovan::DiagnosticCapture capture;
-    load(wsdl, file);
-    wsdl.GetDefinitionsInfo(r.targetNamespace);
-    WString service;
-    std::vector<W::CPort> ports;
-    wsdl.GetServiceInfo(service, ports);
-    std::map<std::u16string, W::CMsg> messages;
-    auto message = [&](const WString& name, Message& out) {
-        if (name.isEmpty()) return;
-        auto it = messages.find(name.str());
-        if (it == messages.end()) {
-            W::CMsg m;
-            wsdl.GetMessageInfo(name, m);
-            it = messages.emplace(name.str(), std::move(m)).first;
-            for (const W::CPart& part : it->second.parts) walkPart(wsdl, r, part);
-        }
-        out.msg = it->second;
-        out.msg.name = name;  // as the operation writes it
-        out.present = true;
-    };
-    for (const W::CPort& p : ports) {
-        Port port;
-        port.port = p;
-        wsdl.GetBindingInfo(p.binding, port.binding);
-        std::vector<W::COperation> ops;
-        wsdl.GetOperationInfoFromPortType(port.binding.type, ops);
-        W::MergeBindingDetails(port.binding, ops);
-        for (W::COperation& op : ops) {
-            Operation o;
-            o.op = std::move(op);
-            message(o.op.input, o.input);
-            message(o.op.output, o.output);
-            port.operations.push_back(std::move(o));
-        }
-        r.ports.push_back(std::move(port));
-    }
-    r.warnings = capture.warnings();
-    return r;
-}
-
 const char* styleText(W::Style s) { return s == W::RPC ? "rpc" : "document"; }
 const char* kindText(W::CCustomType::Kind k) {
     return k == W::CCustomType::Array ? "array" : k == W::CCustomType::Simple ? "simple" : "complex";
 }
 std::string occursText(int n) { return n < 0 ? "unbounded" : std::to_string(n); }
 
-void printText(const Report& r) {
+void printText(const WsdlReport& r, const std::vector<std::string>& warnings) {
     std::ostream& o = std::cout;
     o << "targetNamespace: " << narrow(r.targetNamespace) << "\n";
     WString service;
-    for (const Port& p : r.ports) {
+    for (const WsdlReport::Port& p : r.ports) {
         if (service.isNull() || p.port.service != service) o << "service " << narrow(p.port.service) << "\n";
         service = p.port.service;
         o << "  port " << narrow(p.port.name) << "\n    binding: " << narrow(p.port.binding) << "\n    address: "
           << narrow(p.port.address) << "\n    style: " << styleText(p.binding.style) << "\n    transport: "
           << narrow(p.binding.transport) << "\n";
-        for (const Operation& op : p.operations) {
+        for (const WsdlReport::Operation& op : p.operations) {
             o << "    operation " << narrow(op.op.name) << "\n      soapAction: " << narrow(op.op.soapAction) << "\n";
             if (!op.op.encoding.isEmpty()) o << "      encoding: " << narrow(op.op.encoding) << "\n";
-            const std::pair<const char*, const Message*> messages[] = {{"input", &op.input}, {"output", &op.output}};
+            const std::pair<const char*, const WsdlReport::Message*> messages[] = {{"input", &op.input}, {"output", &op.output}};
             for (const auto& [label, m] : messages) {
                 if (!m->present) continue;
                 o << "      " << label << ": " << narrow(m->msg.name) << "\n";
@@ -207,18 +84,17 @@ void printText(const Report& r) {
             }
         }
     }
-    if (!r.typeOrder.empty()) o << "types\n";
-    for (const std::string& name : r.typeOrder) {
-        const Type& t = r.types.at(name);
+    if (!r.types.empty()) o << "types\n";
+    for (const WsdlReport::Type& t : r.types) {
         if (!t.unsupported.empty()) {
-            o << "  " << name << ": unsupported: " << t.unsupported << "\n";
+            o << "  " << t.name << ": unsupported: " << t.unsupported << "\n";
             continue;
         }
-        o << "  " << name << " (" << kindText(t.type.kind) << ", {" << narrow(t.type.ns) << "})\n";
+        o << "  " << t.name << " (" << kindText(t.type.kind) << ", {" << narrow(t.type.ns) << "})\n";
         if (!t.type.arrayType.isEmpty()) o << "    array of " << narrow(t.type.arrayType) << "\n";
         if (!t.type.base.isEmpty()) o << "    base: " << narrow(t.type.base) << "\n";
         for (const W::CElement& e : t.type.elements)
-            o << "    member " << narrow(e.name) << ": " << (e.type.isEmpty() ? "(anonymous)" : narrow(e.type)) << " ["
+            o << "    member " << narrow(e.name) << ": " << (e.type.isEmpty() ? (e.name.view() == u"*" ? "(any element)" : "(anonymous)") : narrow(e.type)) << " ["
               << e.minOccurs << ".." << occursText(e.maxOccurs) << "]" << (e.inChoice ? " choice" : "") << "\n";
         for (const auto& [facet, value] : t.type.facets) o << "    " << narrow(facet) << ": " << narrow(value) << "\n";
         if (!t.type.enumerations.empty()) {
@@ -227,10 +103,10 @@ void printText(const Report& r) {
             o << "\n";
         }
     }
-    for (const std::string& w : r.warnings) o << "warning: " << w << "\n";
+    for (const std::string& w : warnings) o << "warning: " << w << "\n";
 }
 
-void writeMessage(CJsonWriter& w, const Message& m) {
+void writeMessage(CJsonWriter& w, const WsdlReport::Message& m) {
     if (!m.present) {
         w.value("null", false);
         return;
@@ -246,7 +122,7 @@ void writeMessage(CJsonWriter& w, const Message& m) {
     w.endArray().endObject();
 }
 
-void printJson(const Report& r) {
+void printJson(const WsdlReport& r, const std::vector<std::string>& warnings) {
     JsonStringSink sink;
     CJsonWriter w(&sink);
     w.object().key("targetNamespace").value(r.targetNamespace.view()).key("services").array();
@@ -254,11 +130,11 @@ void printJson(const Report& r) {
         const WString& service = r.ports[i].port.service;
         w.object().key("name").value(service.view()).key("ports").array();
         for (; i < r.ports.size() && r.ports[i].port.service == service; ++i) {
-            const Port& p = r.ports[i];
+            const WsdlReport::Port& p = r.ports[i];
             w.object().key("name").value(p.port.name.view()).key("binding").value(p.port.binding.view());
             w.key("address").value(p.port.address.view()).key("style").value(styleText(p.binding.style));
             w.key("transport").value(p.binding.transport.view()).key("operations").array();
-            for (const Operation& op : p.operations) {
+            for (const WsdlReport::Operation& op : p.operations) {
                 w.object().key("name").value(op.op.name.view()).key("soapAction").value(op.op.soapAction.view());
                 w.key("encoding").value(op.op.encoding.view()).key("input");
                 writeMessage(w, op.input);
@@ -271,9 +147,8 @@ void printJson(const Report& r) {
         w.endArray().endObject();
     }
     w.endArray().key("types").object();
-    for (const std::string& name : r.typeOrder) {
-        const Type& t = r.types.at(name);
-        w.key(name.c_str()).object();
+    for (const WsdlReport::Type& t : r.types) {
+        w.key(t.name.c_str()).object();
         if (!t.unsupported.empty()) {
             w.key("unsupported").value(t.unsupported.c_str()).endObject();
             continue;
@@ -298,7 +173,7 @@ void printJson(const Report& r) {
         w.endArray().endObject();
     }
     w.endObject().key("warnings").array();
-    for (const std::string& warning : r.warnings) w.value(warning.c_str());
+    for (const std::string& warning : warnings) w.value(warning.c_str());
     w.endArray().endObject();
     std::cout << tovan::toNarrow(WString(sink.text())) << "\n";
 }
@@ -307,14 +182,18 @@ int runShow(const std::vector<std::string>& args) {
     bool json = args.size() == 2 && args[1] == "--json";
     if (args.size() != 1 && !json) return usageError(self(), "expected FILE and optionally --json");
     W wsdl;
-    Report r;
+    WsdlReport r;
+    std::vector<std::string> warnings;
     try {
-        r = gather(wsdl, args[0]);
+        tovan::DiagnosticCapture capture;
+        load(wsdl, args[0]);
+        r = WsdlReport::Build(wsdl);
+        warnings = capture.warnings();
     } catch (const tovan::Exception& e) {
         std::cerr << "nvk wsdl: " << args[0] << ": " << e.what() << "\n";
         return ExitBadInput;
     }
-    json ? printJson(r) : printText(r);
+    json ? printJson(r, warnings) : printText(r, warnings);
     return ExitOk;
 }
 

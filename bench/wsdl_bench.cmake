@@ -1,0 +1,2 @@
+# The peer runs from the script beside the benchmark (Debian's python3-zeep).
+target_compile_definitions(wsdl_bench PRIVATE NVK_BENCH_DIR="${CMAKE_CURRENT_SOURCE_DIR}")
