@@ -343,6 +343,10 @@ void CWsdlParser::GetCustomTypeOutOfSchema(const WString& typeName, const iNode&
 void CWsdlParser::GetCustomType(const WString& ns, const WString& localName, CCustomType& type) {
     iNode* node = findSchemaChild(ns, u"complexType", localName.view());
     if (!node) node = findSchemaChild(ns, u"simpleType", localName.view());
+    // A name that the schema gives to something else (an element, a group)
+    // is no type: readTypeNode says so.
+    for (std::u16string_view other : {u"element", u"group", u"attributeGroup", u"attribute"})
+        if (!node) node = findSchemaChild(ns, other, localName.view());
     if (!node) {
         if (!GetSchemaByTargetNS(ns))
             throw tovan::Exception(kClass, "GetCustomType", u"Can't find schema with targetNamespace=%ls", ns);

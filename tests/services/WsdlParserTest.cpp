@@ -315,6 +315,7 @@ TEST(WsdlParser, SupportMatrixMessages) {
     EXPECT_EQ(typeFailure("<xsd:simpleType name='X'><xsd:restriction base='xsd:int'><xsd:assertion/></xsd:restriction></xsd:simpleType>"),
               "<simpleType> with <assertion> types or restriction is not supported.");
     EXPECT_EQ(typeFailure(""), "Cannot find a schema with targetNamespace=https://urn.example/t and customType=X");
+    EXPECT_EQ(typeFailure("<xsd:element name='X' type='xsd:int'/>"), "Unknown node type defines type with name X");
     EXPECT_EQ(typeFailure("", "zz:X"), "Can't derive target namespace from ns-name zz");
     EXPECT_EQ(typeFailure("", "wsdl:X"), "Can't find schema with targetNamespace=http://schemas.xmlsoap.org/wsdl/");
     EXPECT_EQ(typeFailure("", "a:b:c"), "Unable to parse namespaces");
