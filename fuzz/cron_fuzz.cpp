@@ -33,7 +33,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         // day early only when the offset moves them back past now.
         if (found && frequency != SchedulerTask::FrequencyWeekly && next.isBefore(now)) __builtin_trap();
     } catch (const BadParameterException&) {
-        // A month field that names no month runs off the end of the calendar.
+        // A once date or an offset that leaves the years 1 to 9999.
     }
 
     for (int count : {7, 12, 31}) {

@@ -1,5 +1,6 @@
 #include "nvk/services/SchedulerTask.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstdlib>
 
@@ -173,8 +174,12 @@ bool SchedulerTask::getNextRunTimeFrom(const DateTimeValue& clock, DateTimeValue
         bool months[12], days[31];
         ExtractCronField(month, months, 12);
         ExtractCronField(dom, days, 31);
+        // With no month at all ("13", "0-5") the month walk below would never
+        // stop: such a spec has no run, rather than a caller that hangs.
+        const bool anyMonth = std::find(months, months + 12, true) != months + 12;
+        if (!anyMonth) frequency = FrequencyNone;
         auto matches = [&] { return months[next.getMonth() - 1] && days[next.getDay() - 1] && !next.isBefore(now); };
-        while (!matches()) {
+        while (anyMonth && !matches()) {
             // Four years bound the search for dates such as 29 February.
             if (next.julianDay() - now.julianDay() >= 1460) {
                 frequency = FrequencyNone;

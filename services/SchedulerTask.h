@@ -121,8 +121,8 @@ public:
     /// the shapes, `next` then left as it was or holding the rejected date
     /// (a past once). A numeric field out of its range (hour 24, 30
     /// February) makes the spec one of none of the shapes. A monthly spec
-    /// whose month field names no month at all walks month by month to the
-    /// end of the calendar and raises DateTimeValue's range error.
+    /// whose month field names no month at all ("13", "0-5") has no run:
+    /// false with `frequency` 0.
     ///
     /// The result is converted from UTC to the system's local time at the
     /// end, as the server does; where the system's zone is UTC that changes

@@ -147,6 +147,23 @@ TEST(SchedulerTaskNextRun, AStarOrZeroEndSetsEveryFlag) {
     EXPECT_EQ(r.next, "2024-03-15T09:00:00");
 }
 
+// The departure: a monthly spec that names no month has no run, where the
+// month-by-month walk would go on for ever.
+TEST(SchedulerTaskNextRun, AMonthFieldWithNoMonthHasNoRun) {
+    ZoneScope utc("UTC0");
+    DateTimeValue now(2024, 3, 14, 3, 0, 0);
+    for (const char* spec : {"0 0 0 1 13 ? *", "0 0 0 1 0-5 ? *", "0 0 0 1 14-20,15 ? *", "0 0 0 * 13 ? *"}) {
+        DateTimeValue next(2001, 2, 3);
+        SchedulerTask::TaskFrequency frequency = SchedulerTask::FrequencyDaily;
+        EXPECT_FALSE(cronTask(spec).getNextRunTimeFrom(now, next, frequency)) << spec;
+        EXPECT_EQ(frequency, SchedulerTask::FrequencyNone) << spec;
+    }
+    // One month that exists among those that do not is enough.
+    NextRun r = nextRun("0 0 0 1 13,0-5,4 ? *", now);
+    EXPECT_EQ(r.frequency, SchedulerTask::FrequencyMonthly);
+    EXPECT_EQ(r.next, "2024-04-01T00:00:00");
+}
+
 TEST(SchedulerTaskCronFields, ItemsListsAndRanges) {
     EXPECT_EQ(flagsText("2,4", 7), "0101000");
     EXPECT_EQ(flagsText("2-4,7", 7), "0111001");
