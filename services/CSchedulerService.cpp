@@ -176,13 +176,20 @@ CSchedulerService::CSchedulerService(const WString& root, const WString& session
                                     const httplib::ContentReader& content) {
         Form form{req.params};
         std::string body;
-        bool fits = content([&body](const char* data, size_t length) {
-            if (body.size() + length > kMaxBody) return false;
-            body.append(data, length);
-            return true;
+        bool tooLarge = false;
+        bool read = content([&body, &tooLarge](const char* data, size_t length) {
+            tooLarge = body.size() + length > kMaxBody;
+            if (!tooLarge) body.append(data, length);
+            return !tooLarge;
         });
-        if (!fits) {
+        if (tooLarge) {
             answer(res, 413, "Request body over 16 MB");
+            return;
+        }
+        // A broken chunk, or a body without a length that the client never
+        // ends (cpp-httplib reads it up to its read timeout).
+        if (!read) {
+            answer(res, 400, "The request body could not be read (it needs a Content-Length or whole chunks)");
             return;
         }
         httplib::detail::parse_query_text(body, form.params);

@@ -22,9 +22,9 @@
 //         delete: the task's name in the query, "?$name=NAME" (or in the
 //         form); 404 when the user has no task of that name.
 // A request that cannot be served is answered with its status and one line
-// of text: 400 for a missing or bad form key or an invalid task, 404 for
-// another path, 405 for another method, 500 when the root cannot be read or
-// written. Adds and deletes are serialised; every file is written to a
+// of text: 400 for a missing or bad form key, an invalid task or a body that
+// cannot be read, 404 for another path, 405 for another method, 413 for a
+// body over 16 MB, 500 when the root cannot be read or written. Adds and deletes are serialised; every file is written to a
 // temporary file first and renamed into place.
 #include <memory>
 #include <string>

@@ -55,6 +55,26 @@ std::string failure(Call call) {
     return "";
 }
 
+// Sends `request` as it is on a connection of its own and gives the answer's
+// status and body ("400 text"), for requests no HTTP client library sends.
+std::string rawExchange(int port, const std::string& request) {
+    int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(uint16_t(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    std::string answer;
+    if (fd >= 0 && ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
+        ::send(fd, request.data(), request.size(), 0) == ssize_t(request.size())) {
+        char buffer[4096];
+        for (ssize_t n; (n = ::recv(fd, buffer, sizeof buffer, 0)) > 0;) answer.append(buffer, size_t(n));
+    }
+    if (fd >= 0) ::close(fd);
+    size_t status = answer.find(' '), body = answer.find("\r\n\r\n");
+    if (status == std::string::npos || body == std::string::npos) return "no answer: " + answer;
+    return answer.substr(status + 1, 3) + " " + answer.substr(body + 4);
+}
+
 struct ServiceFixture : ::testing::Test {
     nvktest::TempDir root;
     CSchedulerService service{tovan::toWide(root.path().string()), u"S3cret"};
@@ -132,6 +152,15 @@ TEST_F(ServiceFixture, BadRequestsGetAStatusAndAText) {
            400, "Task is invalid: Unsupported Task Type");
     expect(raw.Post("/schedulercrud/tasks", right, "_actionType=delete&_userid=bo", "application/x-www-form-urlencoded"),
            400, "Missing form key $name");
+    // Bodies the service cannot take whole: too large, or cut in a chunk.
+    std::string huge = "_actionType=add&_userid=bo&%24name=n&%24protocol=p&%24triggerspec=s&%24properties=" +
+                       std::string(16 << 20, 'x');
+    expect(raw.Post("/schedulercrud/tasks", right, huge, "application/x-www-form-urlencoded"), 413,
+           "Request body over 16 MB");
+    EXPECT_EQ(rawExchange(service.getPort(),
+                          "POST /schedulercrud/tasks HTTP/1.1\r\nHost: h\r\nX-NVK-Session: S3cret\r\n"
+                          "Transfer-Encoding: chunked\r\nConnection: close\r\n\r\nzz\r\n"),
+              "400 The request body could not be read (it needs a Content-Length or whole chunks)\n");
     EXPECT_FALSE(fs::exists(root / "user")) << "nothing was written";
 
     CSchedulerServiceClient intruder(tovan::toWide(url), u"guess", u"bo");
