@@ -113,8 +113,16 @@ struct CSchedulerService::Impl {
             answer(res, 409, "Task " + tovan::toNarrow(name) + " of " + tovan::toNarrow(user) + " already exists");
             return;
         }
-        fs::create_directories(folder);
-        SchedulerTaskReader::writeTask(tovan::toWide(file.string()), task);
+        bool newFolder = fs::create_directories(folder);
+        try {
+            SchedulerTaskReader::writeTask(tovan::toWide(file.string()), task);
+        } catch (const tovan::BadParameterException& e) {
+            // A text the file cannot carry: the task would be listed changed, or not at all.
+            std::error_code ignored;
+            if (newFolder) fs::remove(folder, ignored);
+            answer(res, 400, std::string("Task is invalid: ") + e.what());
+            return;
+        }
         answer(res, 200, "Added " + tovan::toNarrow(name));
     }
 

@@ -217,6 +217,31 @@ WString SchedulerTaskReader::taskFileName(const WString& taskName) {
 
 namespace {
 
+// The first character of `text` that XML cannot carry (a control character
+// other than tab, line feed and carriage return, U+FFFE, U+FFFF, half of a
+// surrogate pair), or -1. Written anyway it would come back as another
+// character, or make the file unreadable.
+long firstUncarriable(std::u16string_view text) {
+    for (size_t i = 0; i < text.size(); ++i) {
+        char16_t c = text[i];
+        if ((c < 0x20 && c != u'\t' && c != u'\n' && c != u'\r') || c == 0xFFFE || c == 0xFFFF) return c;
+        if (c >= 0xD800 && c <= 0xDBFF && i + 1 < text.size() && text[i + 1] >= 0xDC00 && text[i + 1] <= 0xDFFF) {
+            ++i;
+            continue;
+        }
+        if (c >= 0xD800 && c <= 0xDFFF) return c;
+    }
+    return -1;
+}
+
+void requireCarriable(const WString& path, const char* what, const WString& text) {
+    long c = firstUncarriable(text.view());
+    if (c >= 0)
+        throw tovan::BadParameterException(kClass, "writeTask",
+                                           u"Cannot write task file \"%ls\": its %hs holds U+%04lX, which XML cannot carry",
+                                           path, what, c);
+}
+
 void appendKey(std::string& out, const WString& key, const WString& value) {
     out += "  <Property name=\"";
     scheduler::appendXmlText(out, key);
@@ -228,6 +253,15 @@ void appendKey(std::string& out, const WString& key, const WString& value) {
 }  // namespace
 
 void SchedulerTaskReader::writeTask(const WString& path, const SchedulerTask& task) {
+    requireCarriable(path, "name", task.getName());
+    requireCarriable(path, "task spec", task.getTaskSpec());
+    requireCarriable(path, "trigger spec", task.getTriggerSpec());
+    requireCarriable(path, "owner", task.getOwner());
+    if (const auto& params = task.getRuntimeProperties())
+        for (int i = 0; i < params->getSize(); ++i) {
+            requireCarriable(path, "parameter name", params->get(i).getName());
+            requireCarriable(path, "parameter value", params->get(i).getValue().toString());
+        }
     std::string text = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<SchedulerTask>\n";
     appendKey(text, u"TaskName", task.getName());
     appendKey(text, u"TaskType", SchedulerTask::toString(task.getTaskType(), true));

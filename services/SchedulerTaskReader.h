@@ -60,7 +60,13 @@ public:
     /// Writes `task` as a definition file at `path`: first to a temporary file
     /// beside it, then renamed over it, so that neither a reader nor a crash
     /// of the writing process ever leaves half a file. Raises Exception "Cannot write task file \"%ls\": %hs" (operation
-    /// "writeTask") with the system's reason.
+    /// "writeTask") with the system's reason. A text of the task holding a
+    /// character that XML cannot carry (a control character other than tab,
+    /// line feed and carriage return, U+FFFE, U+FFFF, half of a surrogate
+    /// pair) raises BadParameterException "Cannot write task file \"%ls\":
+    /// its %hs holds U+%04lX, which XML cannot carry" (the name, task spec,
+    /// trigger spec, owner, parameter name or parameter value) before
+    /// anything is written.
     static void writeTask(const tovan::WString& path, const SchedulerTask& task);
 
 protected:

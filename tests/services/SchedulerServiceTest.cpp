@@ -162,6 +162,11 @@ TEST_F(ServiceFixture, BadRequestsGetAStatusAndAText) {
                           "Transfer-Encoding: chunked\r\nConnection: close\r\n\r\nzz\r\n"),
               "400 The request body could not be read (it needs a Content-Length or whole chunks)\n");
     EXPECT_FALSE(fs::exists(root / "user")) << "nothing was written";
+    expect(raw.Post("/schedulercrud/tasks", right, "_actionType=add&_userid=bo&%24name=a%01b&%24protocol=p&%24triggerspec=s",
+                    "application/x-www-form-urlencoded"),
+           400, "Task is invalid: Cannot write task file \"" + (root / "user/bo/a%01b.xml").string() +
+                    "\": its name holds U+0001, which XML cannot carry");
+    EXPECT_FALSE(fs::exists(root / "user/bo")) << "nothing was written";
 
     CSchedulerServiceClient intruder(tovan::toWide(url), u"guess", u"bo");
     Array<SchedulerTask> tasks;

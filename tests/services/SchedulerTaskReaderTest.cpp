@@ -2,11 +2,13 @@
 
 #include <filesystem>
 #include <fstream>
+#include <vector>
 
 #include "nvk/services/SchedulerTaskReader.h"
 #include "tests/support/TestSupport.h"
 
 using namespace nvk;
+using tovan::BadParameterException;
 using tovan::Exception;
 using tovan::WString;
 using nvktest::utf8;
@@ -118,6 +120,54 @@ TEST(SchedulerTaskReader, WrittenFilesReadBack) {
 
     EXPECT_THROW_MSG(SchedulerTaskReader::writeTask(tovan::toWide((dir / "missing/x.xml").string()), t), Exception,
                      "Cannot write task file \"" + (dir / "missing/x.xml").string() + "\": No such file or directory");
+}
+
+// A character that XML cannot carry would come back as another one, or spoil
+// the file: the task is refused before anything is written.
+TEST(SchedulerTaskReader, TextsAFileCannotCarry) {
+    nvktest::TempDir dir;
+    std::string path = (dir / "t.xml").string();
+    auto base = [] {
+        SchedulerTask t;
+        t.setName(u"t");
+        t.setTaskSpec(u"p.json");
+        t.setTriggerSpec(u"0 0 9 * * ? *");
+        return t;
+    };
+    auto withParam = [&](const WString& name, const WString& value) {
+        SchedulerTask t = base();
+        tovan::Ptr<CPropertyCollection> params(CPropertyCollection::newInstance());
+        params->define(name, value);
+        t.setRuntimeProperties(params);
+        return t;
+    };
+    struct Case {
+        SchedulerTask task;
+        std::string what;
+    };
+    std::vector<Case> cases;
+    cases.push_back({base(), "name holds U+0001"});
+    cases.back().task.setName(u"a\u0001b");
+    cases.push_back({base(), "task spec holds U+FFFF"});
+    cases.back().task.setTaskSpec(u"p\uFFFF.json");
+    cases.push_back({base(), "trigger spec holds U+D800"});
+    cases.back().task.setTriggerSpec(WString(std::u16string(u"0 0 9 * * ? *") + char16_t(0xD800)));
+    cases.push_back({base(), "owner holds U+0000"});
+    cases.back().task.setOwner(WString(std::u16string(u"al\0ice", 6)));
+    cases.push_back({withParam(WString(std::u16string(1, char16_t(0xDC00))), u"v"), "parameter name holds U+DC00"});
+    cases.push_back({withParam(u"n", u"v\u001F"), "parameter value holds U+001F"});
+    for (const Case& c : cases)
+        EXPECT_THROW_MSG(SchedulerTaskReader::writeTask(tovan::toWide(path), c.task), BadParameterException,
+                         "Cannot write task file \"" + path + "\": its " + c.what + ", which XML cannot carry");
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()), {}), 0) << "nothing was written";
+
+    // Tab, line breaks, U+007F and characters beyond U+FFFF are carried.
+    SchedulerTask fine = withParam(u"n\U0001F600", u"\t\r\n\u007F");
+    fine.setName(u"t");
+    SchedulerTaskReader::writeTask(tovan::toWide(path), fine);
+    SchedulerTask back;
+    SchedulerTaskReader().readTask(tovan::toWide(path), back);
+    EXPECT_EQ(utf8(back.getRuntimeProperties()->get(u"n\U0001F600").getValue().toString()), "\t\r\n\x7F");
 }
 
 // Every failure is the one message, with its reason given as a warning before.
