@@ -90,4 +90,8 @@ TEST(SchedulerCommand, AddListAndDelete) {
     EXPECT_TOOL("scheduler serve --port 80", 2, "nvk scheduler: serve needs --root DIR\n" + usageText);
     EXPECT_TOOL("scheduler serve --root x --port 70000", 2,
                 "nvk scheduler: --port takes 0 to 65535, not '70000'\n" + usageText);
+    EXPECT_TOOL("scheduler serve --root " + (root / "missing").string(), 1,
+                "nvk scheduler: --root " + (root / "missing").string() + " is not a folder\n");
+    EXPECT_TOOL("scheduler serve --root examples/nightly-clean.xml", 1,
+                "nvk scheduler: --root examples/nightly-clean.xml is not a folder\n");
 }

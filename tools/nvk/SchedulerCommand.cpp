@@ -1,5 +1,6 @@
 // nvk scheduler serve|list|add|delete: a scheduler service and its client.
 #include <csignal>
+#include <filesystem>
 #include <iostream>
 #include <map>
 
@@ -73,6 +74,12 @@ int runServe(const std::vector<std::string>& args) {
     int port = 0;
     if (options.count("--port") && (!tovan::parseInteger(std::string_view(options["--port"]), port) || port < 0 || port > 65535))
         return usageError(self(), "--port takes 0 to 65535, not '" + options["--port"] + "'");
+    // A mistyped root would give a service that answers every list with 500.
+    std::error_code unreadable;
+    if (!std::filesystem::is_directory(options["--root"], unreadable)) {
+        std::cerr << "nvk scheduler: --root " << options["--root"] << " is not a folder\n";
+        return ExitBadInput;
+    }
     std::string session = options["--session"];
     if (session.empty()) {
         uint8_t bytes[16];
