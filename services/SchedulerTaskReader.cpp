@@ -178,10 +178,14 @@ bool SchedulerTaskReader::buildTasksName(const WString& path, WString& name) {
     return true;
 }
 
+// The folder nearest the file decides, so that a root that lies under a
+// folder of one of these names ("/home/admin/tasks") does not; a user named
+// "admin" or "package" keeps a user's tasks all the same.
 SchedulerTask::SchedulerTaskGroup SchedulerTaskReader::determineTaskGroup(const WString& path) {
     std::vector<std::u16string_view> parts = segments(path.view());
-    for (size_t i = 0; i + 1 < parts.size(); ++i) {
+    for (size_t i = parts.size() - 1; i-- > 0;) {  // the folders, from the file's up
         if (parts[i] == u"user") return SchedulerTask::User;
+        if (i + 2 == parts.size() && i > 0 && parts[i - 1] == u"user") return SchedulerTask::User;
         if (parts[i] == u"admin") return SchedulerTask::Admin;
         if (parts[i] == u"package") return SchedulerTask::Package;
     }
@@ -190,7 +194,7 @@ SchedulerTask::SchedulerTaskGroup SchedulerTaskReader::determineTaskGroup(const 
 
 bool SchedulerTaskReader::getUserFileNamePrefix(const WString& path, WString& prefix) {
     std::vector<std::u16string_view> parts = segments(path.view());
-    for (size_t i = 0; i + 2 < parts.size(); ++i)
+    for (size_t i = parts.size() < 3 ? 0 : parts.size() - 2; i-- > 0;)
         if (parts[i] == u"user" && !parts[i + 1].empty()) {
             size_t length = 0;
             for (size_t j = 0; j <= i + 1; ++j) length += parts[j].size() + 1;

@@ -25,10 +25,11 @@
 // characters are written as escapes). A TaskName key, when there is one, must
 // say the same. The ID is the file's path.
 //
-// Where the file lies decides the group: a folder named "user" on the path
-// makes a user task (and the folder below it names the owner when there is no
-// TaskOwner key), "admin" an admin task, "package" a package task; any other
-// place a core task. A companion file beside it ("NAME.2.xml", same layout)
+// Where the file lies decides the group: the folder nearest the file that is
+// named "user", "admin" or "package" makes a user, admin or package task (a
+// file in "user/admin/" is a task of the user named admin); any other place
+// a core task. The folder below "user" names a user task's owner when there
+// is no TaskOwner key. A companion file beside it ("NAME.2.xml", same layout)
 // holds changes made on the server (an administrator disabling a package
 // task, say): its keys replace the main file's.
 #include "nvk/platform/Export.h"
@@ -48,9 +49,9 @@ public:
     /// companion file itself ("x.2.xml") is not a task.
     void readTask(const tovan::WString& path, SchedulerTask& task, bool applyModifications = true);
 
-    /// The part of a user task's path before its file name: ".../user/alice/"
-    /// for ".../user/alice/Nightly.xml". False, `prefix` untouched, when the
-    /// path does not lie in a user's folder.
+    /// The part of a user task's path up to its user's folder: ".../user/alice/"
+    /// for ".../user/alice/Nightly.xml" (the "user" folder nearest the file).
+    /// False, `prefix` untouched, when the path does not lie in a user's folder.
     static bool getUserFileNamePrefix(const tovan::WString& path, tovan::WString& prefix);
 
     /// The file name of a task name: escapes for the characters a file name

@@ -85,6 +85,28 @@ TEST(SchedulerTaskReader, PlacesNamesAndCompanions) {
     EXPECT_EQ(t.getGroup(), SchedulerTask::Admin);
     EXPECT_EQ(t.getDisabledReason(), SchedulerTask::USER_DISABLED);
     EXPECT_EQ(t.getTriggerType(), SchedulerTask::Interval);
+
+    // The folder nearest the file decides, whatever the folders of the root
+    // are called; a user may be called admin.
+    struct Place {
+        const char* file;
+        SchedulerTask::SchedulerTaskGroup group;
+        const char* owner;
+    } places[] = {
+        {"home/user/tasks/user/carol/T.xml", SchedulerTask::User, "carol"},
+        {"srv/admin/tasks/user/dave/T.xml", SchedulerTask::User, "dave"},
+        {"srv/package/tasks/user/admin/T.xml", SchedulerTask::User, "admin"},
+        {"srv/user/tasks/admin/T.xml", SchedulerTask::Admin, ""},
+        {"srv/user/tasks/package/stats/T.xml", SchedulerTask::Package, ""},
+    };
+    for (const Place& p : places) {
+        writeText(dir / p.file, definition(keys));
+        reader.readTask(tovan::toWide((dir / p.file).string()), t);
+        EXPECT_EQ(t.getGroup(), p.group) << p.file;
+        EXPECT_EQ(utf8(t.getOwner()), p.owner) << p.file;
+    }
+    ASSERT_TRUE(SchedulerTaskReader::getUserFileNamePrefix(u"/home/user/tasks/user/carol/T.xml", prefix));
+    EXPECT_EQ(utf8(prefix), "/home/user/tasks/user/carol/");
 }
 
 TEST(SchedulerTaskReader, WrittenFilesReadBack) {
