@@ -6,7 +6,8 @@
 // "allowed" or false with one fixed sentence for the user, and never throws for an illegal
 // selection (a protocol that cannot be loaded at all still throws, as a load does). The graph
 // facts come from a CProtocolLayoutUtils the object owns and loads per check, with the graph
-// only (LoadProtocolGraph): a check then costs a pass over the protocol, not a perception.
+// only (LoadProtocolGraph): a check then costs a pass over the protocol and its rules one walk,
+// whatever loops the protocol has.
 //
 // Collapse, in this order, after the checks (nothing is changed when they refuse: the edit
 // raises Exception with the refusal sentence):

@@ -26,7 +26,8 @@ bool CProtocolCollapseUtils::IsOKToCollapse(iProtocolInfo* protocol, const std::
     if (localIDs.size() == 1) return true;
     if (!protocol) throw Exception("CProtocolCollapseUtils", "IsOKToCollapse", u"Cannot dereference a NULL pointer");
     // The graph alone: the rules read ports and adjacency, never the rings, assemblies and
-    // distances that cost most of a full load (listed in DEPARTURES.md).
+    // distances, whose exact walk grows faster than the graph where it has loops (listed in
+    // DEPARTURES.md).
     layout_.LoadProtocolGraph(protocol);
     if (!layout_.ConvertIDsToBitset(localIDs, selected_, message)) return false;
     return HasAtMostOneInputNode(layout_, selected_, message) && WontFormALoop(layout_, selected_, message) &&

@@ -2,6 +2,7 @@
 #include "nvk/protocol/CProtocolUtils.h"
 
 #include <algorithm>
+#include <unordered_set>
 
 #include "nvk/platform/Exception.h"
 #include "nvk/protocol/CProtocolUtils_internal.h"
@@ -40,26 +41,31 @@ void CProtocolUtils::deleteComponents(iProtocolInfo* protocol, const std::vector
     requireComponent(protocol, "deleteComponents");
     componentList.clear();
     connectionList.clear();
-    std::vector<int32_t> existing;
-    for (int i = 0; i < protocol->getNumComponents(); ++i) existing.push_back(GetComponentLocalID(protocol->getComponent(i)));
+    // Sets, not lists: deleting a thousand components of a large protocol (a collapse) would
+    // otherwise compare every ID with every component and every connection end.
+    std::unordered_set<int32_t> existing;
+    for (int i = 0; i < protocol->getNumComponents(); ++i) existing.insert(GetComponentLocalID(protocol->getComponent(i)));
     for (int32_t id : localIDs)
-        if (std::find(existing.begin(), existing.end(), id) == existing.end())
-            throw Exception(kClass, "deleteComponents", u"Did not find localID %d", id);
-    auto doomed = [&](int32_t id) { return std::find(localIDs.begin(), localIDs.end(), id) != localIDs.end(); };
+        if (!existing.count(id)) throw Exception(kClass, "deleteComponents", u"Did not find localID %d", id);
+    const std::unordered_set<int32_t> doomedIDs(localIDs.begin(), localIDs.end());
+    auto doomed = [&](int32_t id) { return doomedIDs.count(id) != 0; };
     for (int k = protocol->getNumConnections() - 1; k >= 0; --k) {
         ConnectionInfo c = protocol->getConnection(k);
         if (doomed(c.fromLocalID) || doomed(c.toLocalID)) {
-            connectionList.insert(connectionList.begin(), c);
+            connectionList.push_back(c);
             protocol->removeConnection(k);
         }
     }
     for (int i = protocol->getNumComponents() - 1; i >= 0; --i) {
         int32_t id = GetComponentLocalID(protocol->getComponent(i));
         if (doomed(id)) {
-            componentList.insert(componentList.begin(), id);
+            componentList.push_back(id);
             protocol->removeComponent(i);
         }
     }
+    // Collected from the back; the lists are in protocol order.
+    std::reverse(connectionList.begin(), connectionList.end());
+    std::reverse(componentList.begin(), componentList.end());
 }
 
 }  // namespace nvk
