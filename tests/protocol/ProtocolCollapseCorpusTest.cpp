@@ -169,10 +169,11 @@ TEST(ProtocolCollapseCorpus, RandomSelectionsCollapseAndComeBack) {
     EXPECT_EQ(sentences.size(), 5u);
 }
 
-TEST(ProtocolCollapseCorpus, SubprotocolsOfTheCorpusUncollapseOrStayAsTheyWere) {
+TEST(ProtocolCollapseCorpus, SubprotocolsOfTheCorpusUncollapseOrStayAsTheyWereWithTheReason) {
     auto files = nvktest::corpusProtocols();
     SKIP_WITHOUT_CORPUS(files.empty() ? std::filesystem::path() : files[0]);
     int expanded = 0, kept = 0;
+    std::set<std::string> reasons;
     for (const auto& f : files) {
         SCOPED_TRACE(f.filename().string());
         Ptr<CProtocolInfo> p = CProtocolFile::Read(tovan::toWide(f.string()));
@@ -186,7 +187,17 @@ TEST(ProtocolCollapseCorpus, SubprotocolsOfTheCorpusUncollapseOrStayAsTheyWere) 
             std::vector<int32_t> newIDs;
             if (!collapse.CanUncollapseSubprotocol(c, message)) {
                 ++kept;
-                EXPECT_THROW(collapse.UncollapseSubprotocol(c, p.get(), newIDs), tovan::Exception);
+                // The uncollapse names its own reason for the two input cases it meets first.
+                std::string expected = tovan::toNarrow(message);
+                if (expected == "More than one start node with open input port")
+                    expected = "Cannot uncollapse with more than one input component";
+                bool fed = false;
+                for (int n = 0; n < p->getNumConnections(); ++n)
+                    fed = fed || p->getConnection(n).toLocalID == CProtocolUtils::GetComponentLocalID(c);
+                if (expected == "Found no start nodes with input ports, but protocol has an input port" && fed)
+                    expected = "Found upstream components from subprotocol, but it did not contain any input nodes";
+                reasons.insert(expected);
+                EXPECT_THROW_MSG(collapse.UncollapseSubprotocol(c, p.get(), newIDs), tovan::Exception, expected);
                 EXPECT_EQ(CProtocolFile::WriteText(p.get()), text);
                 continue;
             }
@@ -196,5 +207,8 @@ TEST(ProtocolCollapseCorpus, SubprotocolsOfTheCorpusUncollapseOrStayAsTheyWere) 
             CProtocolFile::ReadText(CProtocolFile::WriteText(p.get()), u"expanded.json");
         }
     }
+    // The corpus groups take input, but their steps are fed by inner input components that
+    // have no input port, as the workflows' own files hold them: none of them can open up.
     EXPECT_GT(expanded + kept, 30);
+    EXPECT_EQ(reasons, (std::set<std::string>{"Found upstream components from subprotocol, but it did not contain any input nodes"}));
 }
