@@ -26,6 +26,12 @@ namespace nvk {
 ///   tovan::Array<tovan::Ptr<tovan::iNode>> nodes;
 ///   while (reader.ReadNextObject(nodes)) ...   // or into a cajun::json::Object
 ///
+/// Record at a time: the reader holds only the object it is reading and a
+/// block of text, so a caller that releases each record's nodes before the
+/// next call (`nodes = {}`) reads a source of any size in the memory of its
+/// largest record. Nothing seeks: a file interface over standard input or a
+/// pipe (vcFileInterface::openStream) reads the same.
+///
 /// Failures raise Exception (class "CJsonReader") with the texts
 /// "JSON scan error: ", "JSON parse error: " or "JSON read error: " followed by
 /// the inner message; GetLocation() then tells where scanning stopped. A

@@ -21,6 +21,18 @@ public:
 
 namespace nvk::JsonUtilities {
 
+/// Records one at a time: the writer keeps nothing of what it has written,
+/// so records can be read, appended and released one after the other, and
+/// the text goes to the file as it comes (a file interface buffers 64 KiB):
+///
+///   vcFileInterface file(u"out.json", FileMode::Write);   // or openStream(stdout, ...)
+///   CJsonWriter* w = JsonUtilities::CreateJsonWriter(&file);
+///   w->array();
+///   while (...) JsonUtilities::AppendElementToArray(*w, record, true, true, false);
+///   w->endArray();
+///   JsonUtilities::DestroyJsonWriter(w);
+///   file.close();
+///
 /// Writes `node` as one JSON object (the next value of the writer):
 /// its properties in order as members, then, when `withChildren`, its
 /// children: with `childrenAsList` as one member "children" holding the

@@ -20,7 +20,7 @@ case "$preset" in
     [ -n "${CI:-}" ] && configure+=(-DNVK_WERROR=ON)
     ;;
   bench)
-    packages+=(libbenchmark-dev rapidjson-dev nlohmann-json3-dev libsimdjson-dev libmsgpack-cxx-dev libpugixml-dev)
+    packages+=(libbenchmark-dev rapidjson-dev nlohmann-json3-dev libsimdjson-dev libmsgpack-cxx-dev libpugixml-dev jq time)
     ;;
   fuzz)
     # The protocol target checks its pictures with pugixml.

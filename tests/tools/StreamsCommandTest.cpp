@@ -128,8 +128,9 @@ TEST(Pipes, ProtocolCommandsReadAndWriteThem) {
 }
 
 /// Runs the tool with standard error on a terminal (a pseudo-terminal read
-/// here) and standard output to /dev/null; returns what the terminal got.
-std::string runOnTerminal(const std::vector<std::string>& args) {
+/// here) and standard output to /dev/null, or to the terminal too; returns
+/// what the terminal got.
+std::string runOnTerminal(const std::vector<std::string>& args, bool outputToo = false) {
     int master = -1, slave = -1;
     if (openpty(&master, &slave, nullptr, nullptr, nullptr) != 0) return "openpty failed";
     std::vector<char*> argv{const_cast<char*>(NVK_TOOL_PATH)};
@@ -138,9 +139,10 @@ std::string runOnTerminal(const std::vector<std::string>& args) {
     const pid_t child = fork();
     if (child == 0) {
         dup2(slave, STDERR_FILENO);
+        if (outputToo) dup2(slave, STDOUT_FILENO);
         close(master);
         close(slave);
-        if (!freopen("/dev/null", "w", stdout)) _exit(127);
+        if (!outputToo && !freopen("/dev/null", "w", stdout)) _exit(127);
         execv(NVK_TOOL_PATH, argv.data());
         _exit(127);
     }
@@ -165,6 +167,10 @@ TEST(Progress, ShowsOnATerminalOnlyAndNotWithQuiet) {
     EXPECT_NE(shown.find(" MB/s"), std::string::npos) << shown;
     EXPECT_EQ(shown.substr(shown.size() - 4), "\r\x1b[K") << "the bar is erased at the end";
     EXPECT_NE(runOnTerminal({"query", "@id", bin}).find(" of "), std::string::npos);
+    // Results printed to the same terminal get no bar running into them.
+    const std::string results = runOnTerminal({"query", "count(place)", bin}, true);
+    EXPECT_EQ(results.find(" of "), std::string::npos);
+    EXPECT_EQ(results.substr(0, 6), "1\r\n1\r\n");
     EXPECT_EQ(runOnTerminal({"json", json, "--to-bin", bin, "--quiet"}), "");
     EXPECT_EQ(runOnTerminal({"json", example("stations.json"), "--to-bin", bin}), "") << "small files show none";
     // Standard error that is no terminal gets no bar, only what it always gets.

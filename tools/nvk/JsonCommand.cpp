@@ -23,7 +23,7 @@ const CommandRegistration jsonCommand{
      "Records are read, written and released one at a time, so memory stays at what the largest\n"
      "record needs. An output file is written under a temporary name and put in place at the end:\n"
      "a failed run leaves it as it was. On a terminal, files over 4 MB show a progress bar on\n"
-     "standard error; --quiet turns it off.\n"
+     "standard error (not while records are printed to the same terminal); --quiet turns it off.\n"
      "A file that cannot be read is reported as FILE:LINE:COLUMN: MESSAGE (counted from 1), exit 1;\n"
      "the records before it have been printed (or written, to standard output).",
      &runJson}};

@@ -32,7 +32,9 @@ Progress::Progress(bool enabled, uint64_t total, std::FILE* out)
 
 Progress::~Progress() { finish(); }
 
-bool Progress::wanted(bool quiet) { return !quiet && isatty(STDERR_FILENO); }
+bool Progress::wanted(bool quiet, bool usesStdout) {
+    return !quiet && isatty(STDERR_FILENO) && !(usesStdout && isatty(STDOUT_FILENO));
+}
 
 std::string Progress::line(uint64_t bytes, uint64_t total, uint64_t records, double seconds) {
     std::string text;

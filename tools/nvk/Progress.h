@@ -10,8 +10,8 @@ namespace nvk {
 /// Shows bytes done of the total, records and rate, redrawn in place at most
 /// ten times a second, once the input is larger than kShowFrom bytes (or,
 /// when its size is unknown, once that much has been read). Nothing is shown
-/// unless `enabled`; the commands enable it when standard error is a terminal
-/// and --quiet is not given, so that a log or a pipe never receives it.
+/// unless `enabled`; the commands enable it through wanted(), so that a log
+/// or a pipe never receives it.
 class Progress {
 public:
     static constexpr uint64_t kShowFrom = 4u << 20;
@@ -33,8 +33,10 @@ public:
     /// 1.6 of 4.0 MB, 1,200 records, 8.0 MB/s", without the total when it is unknown.
     static std::string line(uint64_t bytes, uint64_t total, uint64_t records, double seconds);
 
-    /// Whether standard error is a terminal and the bar may be drawn.
-    static bool wanted(bool quiet);
+    /// Whether the bar may be drawn: not `quiet`, standard error a terminal,
+    /// and, when the command writes its results to standard output
+    /// (`usesStdout`), that not a terminal, where the bar would run into them.
+    static bool wanted(bool quiet, bool usesStdout);
 
 private:
     void draw(uint64_t bytes, uint64_t records, bool force);

@@ -130,7 +130,7 @@ int runQuery(const std::vector<std::string>& args) {
     for (const std::string& file : files) {
         try {
             RecordReader in(file, RecordReader::Format::ByContent);
-            const bool read = forEachRecord(self, in, quiet, [&](tovan::iNode& record) {
+            const bool read = forEachRecord(self, in, quiet, true, [&](tovan::iNode& record) {
                 evaluator->setContextNode(&record);
                 printer.print(evaluator->evaluateValue(expr, tovan::QueryDefault));
                 evaluator->setContextNode(nullptr);

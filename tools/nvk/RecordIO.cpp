@@ -136,8 +136,9 @@ std::string RecordReader::where() const {
 
 uint64_t RecordReader::bytesRead() const { return nodes_ ? nodes_->offset() : text_->bytesFetched(); }
 
-bool forEachRecord(const Command& self, RecordReader& in, bool quiet, const std::function<void(tovan::iNode&)>& use) {
-    Progress progress(Progress::wanted(quiet), in.totalBytes());
+bool forEachRecord(const Command& self, RecordReader& in, bool quiet, bool usesStdout,
+                   const std::function<void(tovan::iNode&)>& use) {
+    Progress progress(Progress::wanted(quiet, usesStdout), in.totalBytes());
     uint64_t records = 0;
     for (;;) {
         tovan::Ptr<tovan::iNode> node;
@@ -299,7 +300,9 @@ std::vector<std::unique_ptr<RecordSink>> makeSinks(const RecordArgs& args) {
 int convertRecords(const Command& self, const RecordArgs& args, RecordReader::Format format) {
     RecordReader in(args.input, format);
     std::vector<std::unique_ptr<RecordSink>> sinks = makeSinks(args);
-    const bool read = forEachRecord(self, in, args.quiet, [&](tovan::iNode& node) {
+    const bool printed = args.toJson.empty() && args.toBin.empty();
+    const bool usesStdout = printed || isStandardStream(args.toJson) || isStandardStream(args.toBin);
+    const bool read = forEachRecord(self, in, args.quiet, usesStdout, [&](tovan::iNode& node) {
         for (auto& sink : sinks) sink->put(node);
     });
     if (!read) return ExitBadInput;

@@ -88,9 +88,10 @@ private:
 };
 
 /// Hands every record of `in` to `use` and releases it, with a progress bar
-/// unless `quiet`. A record that cannot be read is reported as
-/// "nvk NAME: WHERE: MESSAGE"; false then.
-bool forEachRecord(const Command& self, RecordReader& in, bool quiet, const std::function<void(tovan::iNode&)>& use);
+/// when Progress::wanted(quiet, usesStdout). A record that cannot be read is
+/// reported as "nvk NAME: WHERE: MESSAGE"; false then.
+bool forEachRecord(const Command& self, RecordReader& in, bool quiet, bool usesStdout,
+                   const std::function<void(tovan::iNode&)>& use);
 
 /// Where a command's output goes: standard output for "-"; else the file,
 /// which is written under a temporary name beside it and takes its place
