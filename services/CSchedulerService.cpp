@@ -79,14 +79,15 @@ struct CSchedulerService::Impl {
     }
 
     void add(const Form& req, httplib::Response& res) {
-        WString user, name, spec, trigger;
+        WString user, name, spec;
         if (!required(req, res, "_userid", user) || !required(req, res, "$name", name) ||
-            !required(req, res, "$protocol", spec) || !required(req, res, "$triggerspec", trigger))
+            !required(req, res, "$protocol", spec))
             return;
         SchedulerTask task;
         task.setName(name);
         task.setTaskSpec(spec);
-        task.setTriggerSpec(trigger);
+        task.setTriggerSpec(tovan::toWide(req.get("$triggerspec")));
+        task.setEventID(tovan::toWide(req.get("$eventid")));
         task.setOwner(user);
         try {
             if (req.has("$tasktype")) task.setTaskType(SchedulerTask::toTaskType(tovan::toWide(req.get("$tasktype"))));
@@ -100,6 +101,11 @@ struct CSchedulerService::Impl {
             answer(res, 400, std::string("Task is invalid: ") + e.what());
             return;
         }
+        // An ExternalEvent trigger waits for its event; every other one follows its spec.
+        WString needed;
+        if (task.getTriggerType() == SchedulerTask::ExternalEvent ? !required(req, res, "$eventid", needed)
+                                                                  : !required(req, res, "$triggerspec", needed))
+            return;
         if (req.has("$properties"))
             task.setRuntimeProperties(scheduler::decodeProperties(tovan::toWide(req.get("$properties"))));
         if (!task.isValid()) {
@@ -266,6 +272,7 @@ std::string CSchedulerService::listTasks() const {
         appendElement(out, "TriggerType", SchedulerTask::toString(task.getTriggerType()));
         appendElement(out, "TriggerSpec", task.getTriggerSpec());
         appendElement(out, "TaskOwner", task.getOwner());
+        appendElement(out, "EventID", task.getEventID());
         appendElement(out, "Properties", scheduler::encodeProperties(task.getRuntimeProperties().get()));
         appendElement(out, "Disabled", SchedulerTask::toString(task.getDisabledReason()));
         out += "</tf:item>\n";

@@ -10,12 +10,13 @@
 //   GET   the tasks of every definition file under the root, as XML:
 //         <tf:tasks xmlns:tf="urn:nvk:scheduler"><tf:item> with tf:TaskName,
 //         tf:TaskType, tf:TaskSpec, tf:TriggerType, tf:TriggerSpec,
-//         tf:TaskOwner, tf:Properties (the runtime properties as
+//         tf:TaskOwner, tf:EventID, tf:Properties (the runtime properties as
 //         "name=value&..." percent-encoded) and tf:Disabled (the reason);
 //         files that are no task are left out with a warning.
 //   POST  a form with _actionType "add" or "delete" and _userid, the user:
-//         add: $name, $protocol (the task spec), $triggerspec, and optionally
-//         $tasktype and $triggertype (texts; Protocol and Cron by default),
+//         add: $name, $protocol (the task spec), $triggerspec ($eventid for
+//         an ExternalEvent trigger), and optionally $tasktype and
+//         $triggertype (texts; Protocol and Cron by default),
 //         $properties (as in the list) and $disabled (a reason, or true or
 //         false). The task goes to ROOT/user/USER/NAME.xml; 409 when the
 //         user has a task of that name already.

@@ -20,6 +20,7 @@ constexpr const char16_t* kItemFields[][2] = {
     {u"string(tf:TriggerSpec)", u"TriggerSpec"}, {u"string(tf:TriggerType)", u"TriggerType"},
     {u"string(tf:Properties)", u"Properties"},   {u"string(tf:TaskType)", u"TaskType"},
     {u"string(tf:Disabled)", u"Disabled"},       {u"string(tf:TaskOwner)", u"TaskOwner"},
+    {u"string(tf:EventID)", u"EventID"},
 };
 
 WString text(const tovan::iPropertyCollection& item, const char16_t* name) {
@@ -84,6 +85,7 @@ void CSchedulerServiceClient::toTask(const tovan::iPropertyCollection& item, Sch
     if (!taskType.isEmpty()) t.setTaskType(SchedulerTask::toTaskType(taskType));
     if (!disabled.isEmpty()) t.setDisabledReason(SchedulerTask::toDisabledReason(disabled));
     t.setOwner(text(item, u"TaskOwner"));
+    t.setEventID(text(item, u"EventID"));
     t.setRuntimeProperties(scheduler::decodeProperties(text(item, u"Properties")));
     task = t;
 }
@@ -98,6 +100,7 @@ void CSchedulerServiceClient::addTask(const SchedulerTask& task) {
         {u"$tasktype", SchedulerTask::toString(task.getTaskType())},
         {u"$triggertype", SchedulerTask::toString(task.getTriggerType())},
         {u"$triggerspec", task.getTriggerSpec()},
+        {u"$eventid", task.getEventID()},
         {u"$properties", scheduler::encodeProperties(task.getRuntimeProperties().get())},
         {u"$disabled", SchedulerTask::toString(task.getDisabledReason())},
     };

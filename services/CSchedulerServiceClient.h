@@ -48,7 +48,7 @@ public:
 protected:
     /// A task from the fields of one listed item, under the keys of a task
     /// definition file ("TaskName", "TaskSpec", "TriggerSpec", "TriggerType",
-    /// "TaskType", "Disabled", "TaskOwner") and "Properties".
+    /// "TaskType", "Disabled", "TaskOwner", "EventID") and "Properties".
     void toTask(const tovan::iPropertyCollection& item, SchedulerTask& task) const;
 
 private:

@@ -65,6 +65,8 @@ bool applyKey(const WString& key, const WString& value, SchedulerTask& task, std
             task.setTriggerSpec(value);
         } else if (tovan::equalsNoCase(key.view(), u"TaskOwner")) {
             task.setOwner(value);
+        } else if (tovan::equalsNoCase(key.view(), u"EventID")) {
+            task.setEventID(value);
         } else if (tovan::equalsNoCase(key.view(), u"Disabled")) {
             if (value.isEmpty() || tovan::equalsNoCase(value.view(), u"false")) task.setDisabledReason(SchedulerTask::NONE);
             else if (tovan::equalsNoCase(value.view(), u"true")) task.setDisabledReason(SchedulerTask::USER_DISABLED);
@@ -124,7 +126,9 @@ void SchedulerTaskReader::readTask(const WString& path, SchedulerTask& task, boo
     std::string reason;
     bool ok = internalReadTask(path, read, reason) && (!applyModifications || handleModificationFile(path, read, reason));
     if (ok && !read.isValid()) {
-        reason = read.getTaskSpec().isEmpty() ? "no TaskSpec" : "no TriggerSpec";
+        reason = read.getTaskSpec().isEmpty()                          ? "no TaskSpec"
+                 : read.getTriggerType() == SchedulerTask::ExternalEvent ? "no EventID (an ExternalEvent trigger needs one)"
+                                                                         : "no TriggerSpec";
         ok = false;
     }
     if (!ok) {
@@ -261,6 +265,7 @@ void SchedulerTaskReader::writeTask(const WString& path, const SchedulerTask& ta
     requireCarriable(path, "task spec", task.getTaskSpec());
     requireCarriable(path, "trigger spec", task.getTriggerSpec());
     requireCarriable(path, "owner", task.getOwner());
+    requireCarriable(path, "event ID", task.getEventID());
     if (const auto& params = task.getRuntimeProperties())
         for (int i = 0; i < params->getSize(); ++i) {
             requireCarriable(path, "parameter name", params->get(i).getName());
@@ -273,6 +278,7 @@ void SchedulerTaskReader::writeTask(const WString& path, const SchedulerTask& ta
     appendKey(text, u"TriggerType", SchedulerTask::toString(task.getTriggerType(), true));
     appendKey(text, u"TriggerSpec", task.getTriggerSpec());
     if (!task.getOwner().isEmpty()) appendKey(text, u"TaskOwner", task.getOwner());
+    if (!task.getEventID().isEmpty()) appendKey(text, u"EventID", task.getEventID());
     appendKey(text, u"Disabled", SchedulerTask::toString(task.getDisabledReason(), true));
     if (const auto& params = task.getRuntimeProperties())
         for (int i = 0; i < params->getSize(); ++i) {

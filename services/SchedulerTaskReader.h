@@ -14,11 +14,12 @@
 //   </SchedulerTask>
 //
 // Keys: "TaskName", "TaskType", "TaskSpec", "TriggerType", "TriggerSpec",
-// "TaskOwner", "Disabled", and runtime properties as "Param:" and their name.
+// "TaskOwner", "Disabled", and runtime properties as "Param:" and their name;
+// and ours, "EventID", the event an ExternalEvent trigger waits for.
 // TaskType and TriggerType default to Protocol and Cron, Disabled to NONE
 // ("true" and "false" are read as USER_DISABLED and NONE, other texts as a
-// reason); TaskSpec and a TriggerSpec are required. Other keys are left out
-// with a warning.
+// reason); TaskSpec and a TriggerSpec (an EventID for an ExternalEvent
+// trigger) are required. Other keys are left out with a warning.
 //
 // The task's name is the file's name without ".xml", with "%XX" escapes
 // decoded (a name may hold any character: "/", "\", "%", "." and control

@@ -119,6 +119,19 @@ TEST_F(ServiceFixture, ListAddAndDelete) {
     std::string deleteUrl = tasksUrl() + "?%24name=x%20y";
     EXPECT_EQ(failure([&] { client.deleteTask(u"x y"); }), "POST " + deleteUrl + " failed: HTTP 404: No task x y of \xC3\xA5sa");
 
+    // An ExternalEvent task travels with its event and without a trigger spec.
+    SchedulerTask event = makeTask(u"on upload");
+    event.setTriggerSpec(u"");
+    event.setTriggerType(SchedulerTask::ExternalEvent);
+    event.setEventID(u"upload-done");
+    client.addTask(event);
+    ASSERT_TRUE(client.getTasks(tasks));
+    ASSERT_EQ(names(tasks), (std::set<std::string>{"nightly-clean", "on upload"}));
+    const SchedulerTask& listed = utf8(tasks[0].getName()) == "on upload" ? tasks[0] : tasks[1];
+    EXPECT_EQ(listed.getTriggerType(), SchedulerTask::ExternalEvent);
+    EXPECT_EQ(utf8(listed.getEventID()), "upload-done");
+    client.deleteTask(event.getName());
+
     // An invalid task is refused before anything is sent.
     SchedulerTask invalid = makeTask(u"");
     EXPECT_THROW_MSG(client.addTask(invalid), BadParameterException, "Task is invalid");
@@ -150,6 +163,10 @@ TEST_F(ServiceFixture, BadRequestsGetAStatusAndAText) {
                     "_actionType=add&_userid=bo&%24name=n&%24protocol=p&%24triggerspec=s&%24tasktype=Script",
                     "application/x-www-form-urlencoded"),
            400, "Task is invalid: Unsupported Task Type");
+    expect(raw.Post("/schedulercrud/tasks", right,
+                    "_actionType=add&_userid=bo&%24name=n&%24protocol=p&%24triggerspec=s&%24triggertype=ExternalEvent",
+                    "application/x-www-form-urlencoded"),
+           400, "Missing form key $eventid");
     expect(raw.Post("/schedulercrud/tasks", right, "_actionType=delete&_userid=bo", "application/x-www-form-urlencoded"),
            400, "Missing form key $name");
     // Bodies the service cannot take whole: too large, or cut in a chunk.
