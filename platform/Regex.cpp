@@ -38,8 +38,10 @@ void vcRegex::setExpression(const WString& pattern) {
     int error = 0;
     PCRE2_SIZE offset = 0;
     std::u16string_view text = pattern.view();
-    pcre2_code* code = pcre2_compile(reinterpret_cast<PCRE2_SPTR16>(text.data()), text.size(), PCRE2_UTF, &error,
-                                     &offset, nullptr);
+    // Text may hold half a surrogate pair; such a code unit matches nothing,
+    // where a strict UTF-16 search would refuse the whole text.
+    pcre2_code* code = pcre2_compile(reinterpret_cast<PCRE2_SPTR16>(text.data()), text.size(),
+                                     PCRE2_UTF | PCRE2_MATCH_INVALID_UTF, &error, &offset, nullptr);
     if (!code)
         throw BadParameterException(kClass, "setExpression", u"Invalid regular expression \"%ls\" at offset %d: %ls",
                                     pattern, int(offset), pcreMessage(error));

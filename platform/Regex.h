@@ -36,7 +36,8 @@ public:
 
     /// Searches `text` for the first match. On a match, when `groups` is given
     /// it is replaced by the whole match (entry 0) and each capturing group in
-    /// order; a group that took no part in the match is a null string. Without
+    /// order; a group that took no part in the match is a null string. Half
+    /// of a surrogate pair in `text` matches nothing, not even ".". Without
     /// a match `groups` is left as it was. Raises Exception "No regular
     /// expression to search with" (operation "search") when none was set, and
     /// "Regular expression search failed: %ls" when PCRE2 gives up (its match

@@ -38,6 +38,11 @@ TEST(Regex, SevenGroupsOfNonBlankCharacters) {
     // Wide text beyond the BMP is searched as it is.
     ASSERT_TRUE(re.search(u"\u00e9 \U0001F600 3 4 5 6 7", &groups));
     EXPECT_EQ(utf8(groups[2]), "\xF0\x9F\x98\x80");
+    // Half of a surrogate pair matches nothing; the text before it is searched.
+    WString half(std::u16string(u"0 30 2 * * ? *") + char16_t(0xD800));
+    ASSERT_TRUE(re.search(half, &groups));
+    EXPECT_EQ(utf8(groups[0]), "0 30 2 * * ? *");
+    EXPECT_FALSE(vcRegex(u"^.+$").search(half));
 }
 
 TEST(Regex, UnsetGroupsAndReuseAcrossThreads) {
