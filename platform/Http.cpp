@@ -100,6 +100,9 @@ std::string CHttp::perform(const char* method, const WString& url, const std::st
     std::string target = toNarrow(url);
     std::string body;
     curl_easy_setopt(curl, CURLOPT_URL, target.c_str());
+    // HTTP only: libcurl would also read "file://" and a dozen other schemes,
+    // whose answers have no HTTP status to judge them by.
+    curl_easy_setopt(curl, CURLOPT_PROTOCOLS_STR, "http,https");
     curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);  // timeouts without SIGALRM, safe in threads
     curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT_MS, connectTimeoutMs_);
     curl_easy_setopt(curl, CURLOPT_TIMEOUT_MS, timeoutMs_);

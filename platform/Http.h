@@ -8,6 +8,8 @@
 // with the first line of the answer ("GET http://h/x failed: HTTP 403: no
 // session") or libcurl's message ("GET http://h/x failed: Couldn't connect to
 // server"). A timeout is one of libcurl's messages ("Timeout was reached").
+// URLs are http:// and https:// only; another scheme is refused with
+// libcurl's message for it.
 #include <string>
 #include <utility>
 #include <vector>

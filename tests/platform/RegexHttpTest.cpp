@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <fstream>
 #include <thread>
 
 #include "nvk/platform/Http.h"
@@ -149,6 +150,15 @@ TEST_F(HttpFixture, FailuresNameTheUrlAndTheCause) {
         EXPECT_EQ(std::string(e.what()).rfind("GET " + refused + " failed: Failed to connect to 127.0.0.1 port ", 0), 0u)
             << e.what();
     }
+
+    // A local file is no HTTP answer, whatever it holds.
+    nvktest::TempDir dir;
+    std::string file = "file://" + (dir / "answer.txt").string();
+    {
+        std::ofstream(dir / "answer.txt") << "local\n";
+    }
+    EXPECT_THROW_MSG(http.get(toWide(file)), Exception,
+                     "GET " + file + " failed: Protocol \"file\" not supported or disabled in libcurl");
 }
 
 TEST(Http, RefusedSettingsLeaveTheClientAsItWas) {
