@@ -96,6 +96,13 @@ TEST(Pipes, AFailedRunLeavesTheOutputFileAsItWas) {
     // A whole run replaces it, and writing into a device goes straight there.
     EXPECT_TOOL("json " + example("bare-members.json") + " --to-json " + out, 0, "wrote 1 record to " + out + "\n");
     EXPECT_EQ(nvktest::readFile(out).substr(0, 10), "[{\"run\":17");
+    // Through a link, the file it names is replaced and the link stays.
+    const std::string link = (dir / "link.json").string();
+    std::filesystem::create_symlink(out, link);
+    EXPECT_TOOL("json " + example("stations.json") + " --to-json " + link, 0, "wrote 2 records to " + link + "\n");
+    EXPECT_TRUE(std::filesystem::is_symlink(link));
+    EXPECT_EQ(nvktest::readFile(out).substr(0, 14), "[{\"station\":\"n");
+    std::filesystem::remove(link);
     EXPECT_TOOL("json " + example("bare-members.json") + " --to-bin /dev/null", 0,
                 "wrote 1 record to /dev/null (stream version 2)\n");
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()), {}), 1);

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <iostream>
 
@@ -160,7 +161,7 @@ bool forEachRecord(const Command& self, RecordReader& in, bool quiet, bool usesS
 
 // ---- writing ---------------------------------------------------------------
 
-OutputFile::OutputFile(const std::string& path) : path_(path) {
+OutputFile::OutputFile(const std::string& path) : path_(path), target_(path) {
     if (isStandardStream(path)) {
         stream_ = stdout;
         return;
@@ -170,7 +171,14 @@ OutputFile::OutputFile(const std::string& path) : path_(path) {
     if (exists && !S_ISREG(st.st_mode)) {
         stream_ = std::fopen(path.c_str(), "wb");
     } else {
-        std::string temp = path + ".nvk-XXXXXX";
+        // Through a symbolic link the file it names is replaced, not the link.
+        if (exists) {
+            if (char* real = realpath(path.c_str(), nullptr)) {
+                target_ = real;
+                std::free(real);
+            }
+        }
+        std::string temp = target_ + ".nvk-XXXXXX";
         const int fd = mkstemp(temp.data());
         if (fd >= 0) {
             // A new file gets the mode that creating it directly would give;
@@ -203,7 +211,7 @@ OutputFile::~OutputFile() {
 
 void OutputFile::commit() {
     committed_ = true;
-    if (!temp_.empty() && std::rename(temp_.c_str(), path_.c_str()) != 0) {
+    if (!temp_.empty() && std::rename(temp_.c_str(), target_.c_str()) != 0) {
         const int error = errno;
         std::remove(temp_.c_str());
         throw tovan::Exception("nvk", "commit", u"Cannot write file \"%hs\": %hs", path_, std::strerror(error));

@@ -97,7 +97,8 @@ bool forEachRecord(const Command& self, RecordReader& in, bool quiet, bool usesS
 /// which is written under a temporary name beside it and takes its place
 /// only on commit(), so that a conversion that fails halfway leaves an
 /// existing file as it was and creates none. A target that exists and is
-/// no regular file (a device, a named pipe) is written directly.
+/// no regular file (a device, a named pipe) is written directly; through a
+/// symbolic link, the file it names is replaced.
 class OutputFile {
 public:
     explicit OutputFile(const std::string& path);
@@ -116,7 +117,8 @@ public:
 
 private:
     std::string path_;
-    std::string temp_;  // empty when written directly
+    std::string target_;  // the file replaced: `path_`, or the file a link there names
+    std::string temp_;    // empty when written directly
     std::FILE* stream_ = nullptr;
     bool committed_ = false;
 };
