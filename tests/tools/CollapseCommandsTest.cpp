@@ -24,6 +24,10 @@ TEST(CollapseCommands, CheckPrintsAllowedOrTheSentence) {
     EXPECT_TOOL("collapse " + example() + " --ids 5,6 --check", 0, "allowed\n");
     EXPECT_TOOL("collapse " + example() + " --ids 3,4 --check", 1, std::string(kBoth) + "\n");
     EXPECT_TOOL("collapse " + example() + " --ids 3,99 --check", 1, "Did not find:99\n");
+    // One ID alone is not checked by the rules, but it must still be there.
+    EXPECT_TOOL("collapse " + example() + " --ids 99 --check", 1, "Did not find:99\n");
+    EXPECT_TOOL("collapse " + example() + " --ids -1 --check", 1, "Did not find:-1\n");
+    EXPECT_TOOL("collapse " + example() + " --ids 5 --check", 0, "allowed\n");
     EXPECT_TOOL("uncollapse " + example() + " --id 3 --check", 1, "No protocol\n");
 }
 

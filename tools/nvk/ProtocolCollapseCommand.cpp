@@ -19,10 +19,10 @@ const CommandRegistration reg{
      "to the new component by port; parameters the components take from their parent are promoted\n"
      "onto it. The selection must have at most one input component, must not form a loop through\n"
      "the rest of the protocol, and its members must leave each port to the same components; a\n"
-     "single component is always allowed. With --check nothing is written: it prints \"allowed\"\n"
-     "(exit 0) or the refusal sentence (exit 1). A refused collapse prints\n"
-     "'nvk collapse: SENTENCE', writes nothing and exits 1; an unknown ID is refused as\n"
-     "\"Did not find:ID\". A file that is not a protocol exits 1; bad arguments exit 2.",
+     "single component of the protocol is always allowed. With --check nothing is written: it prints\n"
+     "\"allowed\" (exit 0) or the refusal sentence (exit 1). A refused collapse prints\n"
+     "'nvk collapse: SENTENCE', writes nothing and exits 1; an unknown ID, even alone, is refused\n"
+     "as \"Did not find:ID\". A file that is not a protocol exits 1; bad arguments exit 2.",
      &runCollapse}};
 
 int runCollapse(const std::vector<std::string>& args) {
@@ -36,9 +36,18 @@ int runCollapse(const std::vector<std::string>& args) {
     if (!haveIDs) return usageError(self, "--ids is required");
     std::vector<int32_t> numbers;
     if (!splitLocalIDs(ids, numbers)) return usageError(self, "--ids needs local IDs separated by commas");
-    std::vector<tovan::WString> localIDs;
-    for (int32_t id : numbers) localIDs.push_back(tovan::toWide(std::to_string(id)));
     tovan::Ptr<CProtocolInfo> protocol = readProtocol(in);
+    std::vector<tovan::WString> localIDs;
+    for (int32_t id : numbers) {
+        localIDs.push_back(tovan::toWide(std::to_string(id)));
+        // The library lets one ID through unchecked, as the editor only offers IDs it has;
+        // a user types them, and --check must not answer "allowed" for one that is not there.
+        if (protocol->findComponentIndex(id) < 0) {
+            tovan::WString notFound(u"Did not find:");
+            notFound += localIDs.back().view();
+            return reportCheck(self, false, notFound, check);
+        }
+    }
     CProtocolCollapseUtils collapse;
     tovan::WString message;
     const bool allowed = collapse.CanCollapseToSubprotocol(protocol.get(), localIDs, message);
