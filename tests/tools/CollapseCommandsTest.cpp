@@ -29,6 +29,7 @@ TEST(CollapseCommands, CheckPrintsAllowedOrTheSentence) {
     EXPECT_TOOL("collapse " + example() + " --ids -1 --check", 1, "Did not find:-1\n");
     EXPECT_TOOL("collapse " + example() + " --ids 5 --check", 0, "allowed\n");
     EXPECT_TOOL("uncollapse " + example() + " --id 3 --check", 1, "No protocol\n");
+    EXPECT_TOOL("uncollapse " + example() + " --id 99 --check", 1, "Did not find localID 99\n");
 }
 
 TEST(CollapseCommands, RefusedEditsWriteNothing) {

@@ -37,7 +37,7 @@ int runUncollapse(const std::vector<std::string>& args) {
     tovan::Ptr<CProtocolInfo> protocol = readProtocol(in);
     const int index = protocol->findComponentIndex(localID);
     const tovan::WString notFound = tovan::toWide("Did not find localID " + std::to_string(localID));
-    if (index < 0) return reportCheck(self, false, notFound, false);
+    if (index < 0) return reportCheck(self, false, notFound, check);
     tovan::iComponentInfo* component = protocol->getComponent(index);
     CProtocolCollapseUtils collapse;
     tovan::WString message;
