@@ -64,24 +64,6 @@ std::vector<Ptr<iNode>> readRecords(iByteInputStream& in) {
 
 namespace {
 
-/// A stream whose version is learned from the file after opening it.
-class VersionedInput : public iByteInputStream {
-public:
-    VersionedInput(iByteInputStream& inner, int version) : inner_(inner), version_(version) {}
-    int getVersion() const override { return version_; }
-
-protected:
-    size_t readSome(void* data, size_t count) override { return inner_.read(data, count); }
-
-private:
-    iByteInputStream& inner_;
-    int version_;
-};
-
-}  // namespace
-
-namespace {
-
 std::unique_ptr<tovan::FileOutputStream> openNodeFile(const tovan::WString& path, int streamVersion) {
     if (streamVersion < kMinNodeFileVersion || streamVersion > kMaxNodeFileVersion)
         throw tovan::BadParameterException("NodeStream", "writeNodeFile", u"Unsupported stream version %d",
@@ -127,7 +109,7 @@ struct NodeFileReader::Impl {
     tovan::WString path;
     std::unique_ptr<tovan::FileInputStream> owned;
     tovan::FileInputStream& file;
-    std::unique_ptr<VersionedInput> records;  // set once the header is read
+    bool headerRead = false;
     bool ended = false;                       // the end mark was read
 };
 
@@ -140,7 +122,7 @@ NodeFileReader::NodeFileReader(std::unique_ptr<tovan::FileInputStream> file)
 NodeFileReader::~NodeFileReader() = default;
 
 int NodeFileReader::readHeader() {
-    if (impl_->records) return impl_->records->getVersion();
+    if (impl_->headerRead) return impl_->file.getVersion();
     char magic[sizeof kNodeFileMagic] = {};
     const size_t got = impl_->file.read(magic, sizeof magic);
     if (got != sizeof magic || std::memcmp(magic, kNodeFileMagic, sizeof magic) != 0)
@@ -149,7 +131,9 @@ int NodeFileReader::readHeader() {
     if (version < kMinNodeFileVersion || version > kMaxNodeFileVersion)
         throw tovan::Exception("NodeStream", "readNodeFile", u"Unsupported stream version %d in \"%ls\"", version,
                                impl_->path);
-    impl_->records = std::make_unique<VersionedInput>(impl_->file, version);
+    // The records are read straight from the file's buffer, in the version it names.
+    impl_->file.setVersion(version);
+    impl_->headerRead = true;
     return version;
 }
 
@@ -157,11 +141,11 @@ Ptr<iNode> NodeFileReader::next() {
     readHeader();
     if (impl_->ended) return nullptr;
     uint8_t header;
-    if (impl_->records->read(&header, 1) != 1)
+    if (impl_->file.read(&header, 1) != 1)
         throw tovan::Exception("NodeStream", "readNodeFile", u"File \"%ls\" is cut short: it ends without its end mark",
                                impl_->path);
-    if (header != kEndMark) return recordAfterHeader(*impl_->records, header);
-    if (impl_->records->read(&header, 1) != 0)
+    if (header != kEndMark) return recordAfterHeader(impl_->file, header);
+    if (impl_->file.read(&header, 1) != 0)
         throw tovan::Exception("NodeStream", "readNodeFile", u"File \"%ls\" goes on after its end mark", impl_->path);
     impl_->ended = true;
     return nullptr;

@@ -75,6 +75,9 @@ public:
     FileInputStream& operator=(const FileInputStream&) = delete;
 
     int getVersion() const override { return version_; }
+    /// For a reader that learns the version from the stream's first bytes
+    /// (a node file's header): what follows is read in `version`.
+    void setVersion(int version) { version_ = version; }
     void close();
 
     const WString& getPath() const { return path_; }
