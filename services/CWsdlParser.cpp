@@ -193,7 +193,14 @@ std::vector<std::unique_ptr<CWsdlParser::Document>> CWsdlParser::Loader::run(con
 void CWsdlParser::Loader::add(const std::string& path, std::string bytes) {
     auto d = std::make_unique<Document>();
     d->path = path;
-    d->tree = XMLParser().parse(std::string_view(bytes));
+    try {
+        d->tree = XMLParser().parse(std::string_view(bytes));
+    } catch (const tovan::Exception& e) {
+        // The caller named the WSDL, not what it imports: a place in an
+        // imported file must say which file it is in.
+        if (docs_.empty()) throw;
+        throw tovan::Exception(e.getClassName().c_str(), e.getOperation().c_str(), u"%ls of %hs", e.getMessage(), path);
+    }
     d->bytes = std::move(bytes);
     d->root = d->tree->getChildAt(0);
     d->isWsdl = CWsdlParser::getNodeType(*d->root) == u"definitions";

@@ -422,6 +422,11 @@ TEST(WsdlParser, ImportsFromFilesAndBundles) {
     EXPECT_EQ(failure([&] { p.Parse(tovan::toWide((dir / "wsdl/main.wsdl").string())); }),
               "Unable to open file \"" + missing + "\": No such file or directory");
     check(p);
+    // So does one that is not XML, and the message says which file the place is in.
+    std::ofstream(dir / "xsd/b2.xsd") << "<schema\n  xmlns='http://www.w3.org/2001/XMLSchema'";
+    EXPECT_EQ(failure([&] { p.Parse(tovan::toWide((dir / "wsdl/main.wsdl").string())); }),
+              "Parse error: unclosed token at line 1, column 1 of " + missing);
+    check(p);
     // Given as bytes without a folder, the imports are not read; its bundle holds only the WSDL.
     W fromBytes;
     capture.clear();
