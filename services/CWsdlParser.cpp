@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <functional>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 
@@ -90,6 +91,10 @@ bool nsIs(const WString& url, std::u16string_view standard) {
 }
 
 std::string readWhole(const std::string& path) {
+    // A folder opens like a file and then reads as an empty one.
+    std::error_code ec;
+    if (std::filesystem::is_directory(path, ec))
+        throw tovan::Exception(kClass, "Parse", u"Unable to open file \"%hs\": %hs", path, std::strerror(EISDIR));
     std::ifstream in(path, std::ios::binary);
     if (!in)
         throw tovan::Exception(kClass, "Parse", u"Unable to open file \"%hs\": %hs", path, std::strerror(errno));

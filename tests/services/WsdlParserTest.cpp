@@ -422,6 +422,13 @@ TEST(WsdlParser, ImportsFromFilesAndBundles) {
     EXPECT_EQ(failure([&] { p.Parse(tovan::toWide((dir / "wsdl/main.wsdl").string())); }),
               "Unable to open file \"" + missing + "\": No such file or directory");
     check(p);
+    // So does a folder in its place.
+    std::filesystem::remove(dir / "xsd/b2.xsd");
+    std::filesystem::create_directories(dir / "xsd/b2.xsd");
+    EXPECT_EQ(failure([&] { p.Parse(tovan::toWide((dir / "wsdl/main.wsdl").string())); }),
+              "Unable to open file \"" + missing + "\": Is a directory");
+    check(p);
+    std::filesystem::remove(dir / "xsd/b2.xsd");
     // So does one that is not XML, and the message says which file the place is in.
     std::ofstream(dir / "xsd/b2.xsd") << "<schema\n  xmlns='http://www.w3.org/2001/XMLSchema'";
     EXPECT_EQ(failure([&] { p.Parse(tovan::toWide((dir / "wsdl/main.wsdl").string())); }),

@@ -41,6 +41,7 @@ TEST(WsdlCommand, FailuresAndUsage) {
     nvktest::TempDir dir;
     const std::string missing = (dir / "none.wsdl").string();
     EXPECT_TOOL("wsdl " + missing, 1, "nvk wsdl: " + missing + ": Unable to open file \"" + missing + "\": No such file or directory\n");
+    EXPECT_TOOL("wsdl examples/wsdl", 1, "nvk wsdl: examples/wsdl: Unable to open file \"examples/wsdl\": Is a directory\n");
     EXPECT_TOOL("wsdl examples/stations.json", 1,
                 "nvk wsdl: examples/stations.json: Parse error: syntax error at line 1, column 1\n");
     EXPECT_TOOL("wsdl examples/wsdl/schemas/station.xsd --json", 1,
