@@ -287,3 +287,62 @@ TEST(ProtocolCollapse, LargestLocalIdAndTheEdgeOfThirtyTwoBits) {
                      "Cannot handle older-version sticky notes yet :(");
     EXPECT_EQ(check(full.get(), {"1", "2147483647"}), "allowed");
 }
+
+TEST(ProtocolCollapse, NullObjectsThrowFromTheirOperationAndRepeatedIDsCountOnce) {
+    CProtocolCollapseUtils collapse;
+    WString message;
+    const char* const null = "Cannot dereference a NULL pointer";
+    EXPECT_THROW_FROM(collapse.CanCollapseToSubprotocol(nullptr, ids({"1", "2"}), message), tovan::Exception,
+                      std::string("CProtocolCollapseUtils::IsOKToCollapse: ") + null);
+    EXPECT_THROW_FROM(collapse.CollapseToSubprotocol(nullptr, nullptr, ids({"1"}), WString(), false), tovan::Exception,
+                      std::string("CProtocolCollapseUtils::Collapse: ") + null);
+    EXPECT_THROW_FROM(collapse.CanUncollapseSubprotocol(nullptr, message), tovan::Exception,
+                      std::string("CProtocolCollapseUtils::IsOKToUnCollapse: ") + null);
+    EXPECT_THROW_FROM(CProtocolCollapseUtils::GetLargestLocalId(nullptr), tovan::Exception,
+                      std::string("CProtocolCollapseUtils::GetLargestLocalId: ") + null);
+    EXPECT_THROW_FROM(CProtocolCollapseUtils::CanParamDefinitionBeReplaced(nullptr, WString(u"x")), tovan::Exception,
+                      std::string("CProtocolCollapseUtils::CanParamDefinitionBeReplaced: ") + null);
+    auto p = chain();
+    std::vector<int32_t> newIDs{5};
+    EXPECT_THROW_FROM(collapse.UncollapseSubprotocol(p->getComponent(0), nullptr, newIDs), tovan::Exception,
+                      std::string("CProtocolCollapseUtils::UnCollapse: ") + null);
+    EXPECT_EQ(newIDs, std::vector<int32_t>{5});
+    EXPECT_TRUE(message.isEmpty());
+
+    // The same ID twice selects one component: allowed, and one component moves inside.
+    EXPECT_EQ(check(p.get(), {"3", " 3"}), "allowed");
+    tovan::iProtocolInfo* sub = collapse.CollapseToSubprotocol(nullptr, p.get(), ids({"3", "3"}), WString(), false);
+    EXPECT_EQ(sub->getNumComponents(), 1);
+    EXPECT_EQ(p->getNumComponents(), 5);
+}
+
+TEST(ProtocolCollapse, UncollapseWithoutRoomOrAnOpenExitSaysSo) {
+    // Inside, A's pass port feeds B, which has none: the group's pass connection has no exit.
+    auto parent = makeProtocol({{1, "Src", 0, 0, "p"}, {2, "G", 300, 0, "ip"}, {3, "X", 600, 0, "i"}},
+                               {{1, 2}, {2, 3}});
+    auto inner = makeProtocol({{1, "A", 0, 0, "ip"}, {2, "B", 300, 0, "i"}}, {{1, 2}});
+    tovan::iComponentInfo* g = parent->getComponent(1);
+    g->setSubprotocol(inner.get());
+    CProtocolCollapseUtils collapse;
+    std::vector<int32_t> newIDs;
+    {
+        tovan::DiagnosticCapture capture;
+        collapse.UncollapseSubprotocol(g, parent.get(), newIDs);
+        EXPECT_EQ(capture.warnings(),
+                  std::vector<std::string>{"Uncollapse dropped the connection from 2 to 3: no open pass port inside"});
+    }
+    EXPECT_EQ(newIDs, (std::vector<int32_t>{4, 5}));
+    EXPECT_EQ(connections(parent.get()), (std::vector<ConnectionInfo>{{4, 5, tovan::PortPass}, {1, 4, tovan::PortPass}}));
+
+    // Two inner components need two IDs above 2147483646: refused before anything moves.
+    auto full = makeProtocol({{1, "Src", 0, 0, "p"}, {2147483646, "G", 300, 0, "ip"}}, {{1, 2147483646}});
+    auto two = makeProtocol({{1, "A", 0, 0, "ip"}, {2, "B", 300, 0, "i"}}, {{1, 2}});
+    full->getComponent(1)->setSubprotocol(two.get());
+    const std::string before = text(full.get());
+    newIDs = {9};
+    EXPECT_THROW_FROM(collapse.UncollapseSubprotocol(full->getComponent(1), full.get(), newIDs), tovan::Exception,
+                      "CProtocolCollapseUtils::UnCollapse: No local IDs left above 2147483646");
+    EXPECT_TRUE(newIDs.empty());
+    EXPECT_EQ(text(full.get()), before);
+    EXPECT_EQ(full->getComponent(1)->getSubprotocol(), two.get());
+}
