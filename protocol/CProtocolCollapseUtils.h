@@ -36,6 +36,8 @@
 // - The final flag of CollapseToSubprotocol is "run to completion": when true, the new
 //   component's NVK_RunToCompletion parameter is set true (and it cannot be uncollapsed).
 // - The selected components are deleted from the parent. The parent is not laid out again.
+// - An empty selection breaks no rule: it gives an empty subprotocol component without ports
+//   at (90, 95), which uncollapses to nothing.
 //
 // Uncollapse reverses it. It refuses (Exception, nothing changed) when the component is not
 // in the parent, with the two sentences of its own about input components, and with every

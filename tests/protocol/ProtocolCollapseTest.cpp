@@ -314,6 +314,18 @@ TEST(ProtocolCollapse, NullObjectsThrowFromTheirOperationAndRepeatedIDsCountOnce
     tovan::iProtocolInfo* sub = collapse.CollapseToSubprotocol(nullptr, p.get(), ids({"3", "3"}), WString(), false);
     EXPECT_EQ(sub->getNumComponents(), 1);
     EXPECT_EQ(p->getNumComponents(), 5);
+
+    // Nothing selected: an empty group without ports, and nothing comes back out of it.
+    const std::string before = text(p.get());
+    EXPECT_EQ(check(p.get(), {}), "allowed");
+    sub = collapse.CollapseToSubprotocol(nullptr, p.get(), {}, WString(), false);
+    EXPECT_EQ(sub->getNumComponents(), 0);
+    tovan::iComponentInfo* empty = sub->getParentComponent();
+    EXPECT_EQ(CProtocolUtils::GetComponentPorts(empty), 0u);
+    EXPECT_EQ(CProtocolUtils::GetComponentPoint(empty), (CProtocolUtils::Point{90, 95}));
+    collapse.UncollapseSubprotocol(empty, p.get(), newIDs);
+    EXPECT_TRUE(newIDs.empty());
+    EXPECT_EQ(text(p.get()), before);
 }
 
 TEST(ProtocolCollapse, UncollapseWithoutRoomOrAnOpenExitSaysSo) {
