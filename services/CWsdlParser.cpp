@@ -557,6 +557,7 @@ void CWsdlParser::GetOperationInfoFromPortType(const WString& portType, std::vec
         }
         out.push_back(std::move(op));
     }
+    if (out.empty()) throw tovan::Exception(kClass, "GetOperationInfoFromPortType", u"Couldn't find operation");
     operations = std::move(out);
 }
 

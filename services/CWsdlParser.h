@@ -257,7 +257,7 @@ public:
     void GetServiceInfo(tovan::WString& serviceName, std::vector<CPort>& ports);
     /// "Can't find binding %ls". The binding's style becomes the parser's (GetStyle).
     void GetBindingInfo(const tovan::WString& bindingName, CBinding& binding);
-    /// "Couldn't find portType".
+    /// "Couldn't find portType"; "Couldn't find operation" when it declares none.
     void GetOperationInfoFromPortType(const tovan::WString& portType, std::vector<COperation>& operations);
     /// "Couldn't find message".
     void GetMessageInfo(const tovan::WString& messageName, CMsg& message);

@@ -147,6 +147,10 @@ TEST(WsdlParser, ServicesBindingsOperationsAndMessages) {
     EXPECT_EQ(b.name, u"kept");
     EXPECT_EQ(failure([&] { p.GetOperationInfoFromPortType(u"tns:Nope", ops); }), "Couldn't find portType");
     EXPECT_EQ(ops.size(), 2u);
+    W withEmpty;
+    load(withEmpty, wsdl(kTypes, "<portType name='Empty'><documentation>none yet</documentation></portType>"));
+    EXPECT_EQ(failure([&] { withEmpty.GetOperationInfoFromPortType(u"tns:Empty", ops); }), "Couldn't find operation");
+    EXPECT_EQ(ops.size(), 2u);
     EXPECT_EQ(failure([&] { p.GetMessageInfo(u"tns:Nope", in); }), "Couldn't find message");
     EXPECT_EQ(in.name, u"In");
     EXPECT_EQ(failure([&] { p.FindOperation(u"", u"", u"", u"nope", found); }), "Couldn't find operation");
