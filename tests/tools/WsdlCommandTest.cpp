@@ -27,6 +27,11 @@ TEST(WsdlCommand, ReportsTheExampleAndItsBundleAlike) {
                              0),
               0u)
         << json.out;
+    EXPECT_NE(json.out.find("\"operations\":[{\"name\":\"GetStation\",\"soapAction\":\"http://examples.nvk/stations/GetStation\","
+                            "\"encoding\":\"\",\"input\":{\"message\":\"st:GetStationRequest\",\"parts\":[{\"name\":\"parameters\","
+                            "\"element\":\"st:GetStation\",\"type\":null}]},\"output\":{\"message\":\"st:GetStationResponse\","),
+              std::string::npos)
+        << json.out;
     EXPECT_NE(json.out.find("\"t:Kind\":{\"namespace\":\"examples.nvk/stations/types\",\"kind\":\"simple\",\"members\":[],"
                             "\"arrayType\":null,\"base\":\"xsd:string\",\"facets\":{\"maxLength\":\"16\"},"
                             "\"enumerations\":[\"river\",\"lake\"]}"),
@@ -35,6 +40,7 @@ TEST(WsdlCommand, ReportsTheExampleAndItsBundleAlike) {
     EXPECT_NE(json.out.find("\"warnings\":[\"ignoring port StationsSoapBackup with shared binding st:StationsSoap\"]}"),
               std::string::npos);
     EXPECT_EQ(runTool("wsdl " + zip + " --json").out, json.out);
+    EXPECT_EQ(runTool("wsdl --json " + zip).out, json.out);
 }
 
 TEST(WsdlCommand, FailuresAndUsage) {
@@ -46,6 +52,9 @@ TEST(WsdlCommand, FailuresAndUsage) {
                 "nvk wsdl: examples/stations.json: Parse error: syntax error at line 1, column 1\n");
     EXPECT_TOOL("wsdl examples/wsdl/schemas/station.xsd --json", 1,
                 "nvk wsdl: examples/wsdl/schemas/station.xsd: missing service\n");
+    nvktest::ToolRun twoFiles = runTool("wsdl examples/wsdl/stations.wsdl --json examples/wsdl/stations.wsdl");
+    EXPECT_EQ(twoFiles.status, 2);
+    EXPECT_EQ(twoFiles.out.rfind("nvk wsdl: expected FILE and optionally --json\n", 0), 0u) << twoFiles.out;
     nvktest::ToolRun usage = runTool("wsdl bundle examples/wsdl/stations.wsdl");
     EXPECT_EQ(usage.status, 2);
     EXPECT_EQ(usage.out.rfind("nvk wsdl: bundle takes FILE -o OUT.zip\n", 0), 0u) << usage.out;

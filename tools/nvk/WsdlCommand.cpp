@@ -31,9 +31,10 @@ const CommandRegistration registration{
      "  support with its message; then the warnings (ports skipped for a shared binding, imports not\n"
      "  read). With --json it prints one object: {\"targetNamespace\", \"services\": [{\"name\", \"ports\":\n"
      "  [{\"name\", \"binding\", \"address\", \"style\", \"transport\", \"operations\": [{\"name\", \"soapAction\",\n"
-     "  \"input\": {\"message\", \"parts\": [{\"name\", \"element\", \"type\"}]}, \"output\"}]}]}], \"types\":\n"
-     "  {NAME: {\"namespace\", \"kind\", \"members\", \"arrayType\", \"base\", \"facets\", \"enumerations\"} or\n"
-     "  {\"unsupported\": MESSAGE}}, \"warnings\": [...]}; names are as the document writes them.\n"
+     "  \"encoding\", \"input\": {\"message\", \"parts\": [{\"name\", \"element\", \"type\"}]}, \"output\"}]}]}],\n"
+     "  \"types\": {NAME: {\"namespace\", \"kind\", \"members\", \"arrayType\", \"base\", \"facets\",\n"
+     "  \"enumerations\"} or {\"unsupported\": MESSAGE}}, \"warnings\": [...]}; names are as the document\n"
+     "  writes them. --json may come before or after FILE.\n"
      "  bundle writes OUT.zip: the WSDL first, then every file it imports, under their relative names.\n"
      "  Exit status 0 when the document loads, 1 with the message when it does not.",
      &runWsdl}};
@@ -179,18 +180,20 @@ void printJson(const WsdlReport& r, const std::vector<std::string>& warnings) {
 }
 
 int runShow(const std::vector<std::string>& args) {
-    bool json = args.size() == 2 && args[1] == "--json";
-    if (args.size() != 1 && !json) return usageError(self(), "expected FILE and optionally --json");
+    bool json = false;
+    std::vector<std::string> files;
+    for (const std::string& a : args) a == "--json" ? void(json = true) : files.push_back(a);
+    if (files.size() != 1) return usageError(self(), "expected FILE and optionally --json");
     W wsdl;
     WsdlReport r;
     std::vector<std::string> warnings;
     try {
         tovan::DiagnosticCapture capture;
-        load(wsdl, args[0]);
+        load(wsdl, files[0]);
         r = WsdlReport::Build(wsdl);
         warnings = capture.warnings();
     } catch (const tovan::Exception& e) {
-        std::cerr << "nvk wsdl: " << args[0] << ": " << e.what() << "\n";
+        std::cerr << "nvk wsdl: " << files[0] << ": " << e.what() << "\n";
         return ExitBadInput;
     }
     json ? printJson(r, warnings) : printText(r, warnings);
