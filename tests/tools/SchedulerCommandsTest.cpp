@@ -3,6 +3,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 
 #include "nvk/services/CSchedulerService.h"
 #include "tests/support/TestSupport.h"
@@ -56,6 +57,15 @@ TEST_F(UtcTool, TaskShow) {
                 "trigger: Cron 0 30 2 * * ? *\nowner: alice\ndisabled: NONE\n"
                 "param Input folder: /data/stations/incoming\nparam Minimum score: 0.75\n"
                 "frequency: daily\nnext: 2024-03-15T02:30:00\n");
+    // An ExternalEvent task shows its event.
+    nvktest::TempDir dir;
+    std::ofstream(dir / "on upload.xml")
+        << "<SchedulerTask><Property name=\"TaskSpec\">p.json</Property>"
+           "<Property name=\"TriggerType\">ExternalEvent</Property><Property name=\"EventID\">upload-done</Property>"
+           "</SchedulerTask>";
+    EXPECT_TOOL("task show '" + (dir / "on upload.xml").string() + "'", 0,
+                "name: on upload\ngroup: core\ntask: Protocol p.json\ntrigger: ExternalEvent \nevent: upload-done\n"
+                "owner: \ndisabled: NONE\nfrequency: none\nnext: none\n");
     EXPECT_TOOL("task show examples/broken.json", 1,
                 "warning: examples/broken.json: a task file's name ends in .xml (and not .2.xml)\n"
                 "nvk task: examples/broken.json is not a valid scheduler task\n");

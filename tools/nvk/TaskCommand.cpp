@@ -15,9 +15,10 @@ const CommandRegistration registration{
      "nvk task show FILE [--at \"YYYY-MM-DD HH:MM:SS\"]\n"
      "  FILE is a task definition file (examples/nightly-clean.xml shows the layout). Prints the\n"
      "  task's name (the file's name), group (from the folders: user, admin, package, else core),\n"
-     "  type and spec, trigger, owner, disabled reason and runtime parameters, one per line, then\n"
-     "  its frequency and next run as 'nvk cron next' does (from --at, or now). A file that is no\n"
-     "  task is reported with the reason on standard error, exit status 1.",
+     "  type and spec, trigger, event (an ExternalEvent trigger's), owner, disabled reason and\n"
+     "  runtime parameters, one per line, then its frequency and next run as 'nvk cron next' does\n"
+     "  (from --at, or now). A file that is no task is reported with the reason on standard error,\n"
+     "  exit status 1.",
      &runTask}};
 
 const Command& self() { return *findCommand("task"); }
@@ -34,7 +35,9 @@ int runShow(const std::vector<std::string>& args) {
     std::cout << "name: " << text(task.getName()) << "\ngroup: " << text(SchedulerTask::toString(task.getGroup()))
               << "\ntask: " << text(SchedulerTask::toString(task.getTaskType())) << " " << text(task.getTaskSpec())
               << "\ntrigger: " << text(SchedulerTask::toString(task.getTriggerType())) << " "
-              << text(task.getTriggerSpec()) << "\nowner: " << text(task.getOwner())
+              << text(task.getTriggerSpec()) << "\n";
+    if (!task.getEventID().isEmpty()) std::cout << "event: " << text(task.getEventID()) << "\n";
+    std::cout << "owner: " << text(task.getOwner())
               << "\ndisabled: " << text(SchedulerTask::toString(task.getDisabledReason())) << "\n";
     if (const auto& params = task.getRuntimeProperties())
         for (int i = 0; i < params->getSize(); ++i)
