@@ -286,6 +286,11 @@ TEST(ProtocolCollapse, LargestLocalIdAndTheEdgeOfThirtyTwoBits) {
     EXPECT_THROW_MSG(utils.LoadProtocolComponents(full.get()), tovan::Exception,
                      "Cannot handle older-version sticky notes yet :(");
     EXPECT_EQ(check(full.get(), {"1", "2147483647"}), "allowed");
+    // So does the uncollapse check, on a subprotocol with such notes.
+    auto inner = makeProtocol({{1, "A", 0, 0, "ip"}}, {});
+    inner->setTextArrayAttribute(tovan::NVK_ProtocolStickyNotes, {WString(u"%VERSION 2%")});
+    full->getComponent(1)->setSubprotocol(inner.get());
+    EXPECT_EQ(uncollapseCheck(full->getComponent(1)), "allowed");
 }
 
 TEST(ProtocolCollapse, NullObjectsThrowFromTheirOperationAndRepeatedIDsCountOnce) {
