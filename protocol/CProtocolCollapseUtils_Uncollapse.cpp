@@ -133,6 +133,7 @@ bool CProtocolCollapseUtils::IsOKToUnCollapse(iComponentInfo* component, WString
         message = WString(u"No protocol");
         return false;
     }
+    // The graph alone, as for a collapse check (listed in DEPARTURES.md).
     layout_.LoadProtocolGraph(sub);
     const size_t inputs = openPorts(layout_, PortInput, CProtocolUtils::AdjInput).size();
     const bool takesInput = CProtocolUtils::HasInputPort(component);
