@@ -20,7 +20,9 @@ case "$preset" in
     [ -n "${CI:-}" ] && configure+=(-DNVK_WERROR=ON)
     ;;
   bench)
-    packages+=(libbenchmark-dev rapidjson-dev nlohmann-json3-dev libsimdjson-dev libmsgpack-cxx-dev libpugixml-dev jq time)
+    # python3-zeep is the WSDL benchmark's peer (bench/wsdl_zeep.py).
+    packages+=(libbenchmark-dev rapidjson-dev nlohmann-json3-dev libsimdjson-dev libmsgpack-cxx-dev libpugixml-dev jq time
+      python3-zeep)
     ;;
   fuzz)
     # The protocol target checks its pictures with pugixml.
