@@ -59,6 +59,11 @@ public:
     size_t attributeCount(XPathHandle n) const override { return attributes(n).size(); }
     WString attributeName(XPathHandle n, size_t i) const override { return property(n, i).getName(); }
     WString attributeValue(XPathHandle n, size_t i) const override { return property(n, i).getValue().toString(); }
+    const WString* attributeNameRef(XPathHandle n, size_t i) const override { return &property(n, i).getName(); }
+    const WString* attributeValueRef(XPathHandle n, size_t i) const override {
+        const Value& v = property(n, i).getValue();
+        return v.getTypeCode() == VT_String ? &static_cast<const StringValue&>(v).get() : nullptr;
+    }
     WString textOf(XPathHandle n) const override {
         const iNode& node = nodeOf(n);
         return node.hasNullValue() ? WString() : node.getValue().toString();

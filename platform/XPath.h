@@ -58,6 +58,11 @@ public:
     virtual size_t attributeCount(XPathHandle node) const = 0;
     virtual WString attributeName(XPathHandle node, size_t index) const = 0;
     virtual WString attributeValue(XPathHandle node, size_t index) const = 0;
+    /// The attribute's name and value without a copy, where the navigator
+    /// keeps them as strings (predicates read them for every node of a
+    /// walk); null, the default, makes the evaluator call the copying form.
+    virtual const WString* attributeNameRef(XPathHandle node, size_t index) const;
+    virtual const WString* attributeValueRef(XPathHandle node, size_t index) const;
     /// The node's own text; null or empty when it has none.
     virtual WString textOf(XPathHandle node) const = 0;
 };

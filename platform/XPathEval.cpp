@@ -15,6 +15,8 @@ namespace tovan {
 XPathNavigator::~XPathNavigator() = default;
 
 const WString* XPathNavigator::nameRef(XPathHandle) const { return nullptr; }
+const WString* XPathNavigator::attributeNameRef(XPathHandle, size_t) const { return nullptr; }
+const WString* XPathNavigator::attributeValueRef(XPathHandle, size_t) const { return nullptr; }
 
 size_t XPathNavigator::indexInParent(XPathHandle node) const {
     XPathHandle parent = parentOf(node);
@@ -175,6 +177,13 @@ public:
         case ExprKind::And: return makeBoolean(evalBoolean(*e.left, ctx) && evalBoolean(*e.right, ctx));
         case ExprKind::Equal:
         case ExprKind::NotEqual:
+            // String against string, the commonest predicate (local-name()='x'), compares views.
+            if (e.left->type == XPathType::String && e.right->type == XPathType::String) {
+                std::u16string a, b;
+                return makeBoolean((stringView(*e.left, ctx, a) == stringView(*e.right, ctx, b)) ==
+                                   (e.kind == ExprKind::Equal));
+            }
+            [[fallthrough]];
         case ExprKind::Less:
         case ExprKind::LessOrEqual:
         case ExprKind::Greater:
@@ -210,6 +219,29 @@ private:
     double evalNumber(const Expr& e, const Context& ctx) { return xpathToNumber(nav_, eval(e, ctx)); }
     std::u16string evalString(const Expr& e, const Context& ctx) { return xpathToString(nav_, eval(e, ctx)); }
 
+    // A string-valued expression viewed where it already exists as a string
+    // (a literal, a name), else evaluated into `scratch`.
+    std::u16string_view stringView(const Expr& e, const Context& ctx, std::u16string& scratch) {
+        if (e.kind == ExprKind::Literal) return e.literal;
+        if (e.kind == ExprKind::Call && (e.function == Function::LocalName || e.function == Function::Name)) {
+            bool found;
+            const XPathItem item = itemArgument(e, ctx, found);
+            if (!found) return {};
+            std::u16string_view name = nameView(item, scratch);
+            return e.function == Function::Name ? name : localPart(name);
+        }
+        scratch = evalString(e, ctx);
+        return scratch;
+    }
+
+    // An item's string value, viewed for attributes the navigator lends.
+    std::u16string_view itemText(const XPathItem& item, std::u16string& scratch) const {
+        if (item.kind == XPathItemKind::Attribute)
+            if (const WString* value = nav_.attributeValueRef(item.node, item.attribute)) return value->view();
+        scratch = xpathStringValue(nav_, item);
+        return scratch;
+    }
+
     // ---- comparisons ------------------------------------------------------
 
     bool compare(ExprKind op, const XPathValue& a, const XPathValue& b) {
@@ -227,14 +259,15 @@ private:
     // True when some node of `set` compares true with the scalar `other`.
     bool compareSetWith(ExprKind op, const XPathValue& set, const XPathValue& other) {
         if (other.type == XPathType::Boolean) return compare(op, makeBoolean(!set.nodes.empty()), other);
+        std::u16string scratch;
         if (other.type == XPathType::String && isEquality(op)) {
             for (const XPathItem& item : set.nodes)
-                if ((xpathStringValue(nav_, item) == other.text) == (op == ExprKind::Equal)) return true;
+                if ((itemText(item, scratch) == other.text) == (op == ExprKind::Equal)) return true;
             return false;
         }
         const double n = xpathToNumber(nav_, other);
         for (const XPathItem& item : set.nodes)
-            if (compareNumbers(op, xpathParseNumber(xpathStringValue(nav_, item)), n)) return true;
+            if (compareNumbers(op, xpathParseNumber(itemText(item, scratch)), n)) return true;
         return false;
     }
 
@@ -289,6 +322,8 @@ private:
     std::u16string_view nameView(const XPathItem& item, std::u16string& scratch) const {
         if (item.kind == XPathItemKind::Node)
             if (const WString* name = nav_.nameRef(item.node)) return name->view();
+        if (item.kind == XPathItemKind::Attribute)
+            if (const WString* name = nav_.attributeNameRef(item.node, item.attribute)) return name->view();
         scratch = nameOf(item);
         return scratch;
     }
@@ -363,6 +398,14 @@ private:
 
     XPathValue path(const Expr& e, const Context& ctx) {
         XPathValue v;
+        // One plain step from the context (@name in a predicate, evaluated per
+        // node of a walk) is that step's axis alone, without working sets.
+        if (!e.left && !e.absolute && e.steps.size() == 1 && e.steps[0].predicates.empty()) {
+            const Step& step = e.steps[0];
+            collect(step, ctx.item, v.nodes);
+            if (isReverseAxis(step.axis)) std::reverse(v.nodes.begin(), v.nodes.end());
+            return v;
+        }
         if (e.left)
             v = eval(*e.left, ctx);
         else if (e.absolute)
@@ -409,16 +452,19 @@ private:
 
     // Keeps the items for which the predicate holds; positions follow the
     // order of `items` (axis order inside steps, document order in filters).
+    // The kept items move down in place: a predicate sees only its own item.
     void filter(std::vector<XPathItem>& items, const Expr& predicate) {
-        std::vector<XPathItem> kept;
         const size_t size = items.size();
+        size_t kept = 0;
         for (size_t i = 0; i < size; ++i) {
-            Context c{items[i], i + 1, size};
-            XPathValue v = eval(predicate, c);
-            bool keep = v.type == XPathType::Number ? v.number == double(i + 1) : xpathToBoolean(v);
-            if (keep) kept.push_back(items[i]);
+            const Context c{items[i], i + 1, size};
+            const bool keep = predicate.type == XPathType::Boolean ? evalBoolean(predicate, c) : [&] {
+                const XPathValue v = eval(predicate, c);
+                return v.type == XPathType::Number ? v.number == double(i + 1) : xpathToBoolean(v);
+            }();
+            if (keep) items[kept++] = items[i];
         }
-        items.swap(kept);
+        items.resize(kept);
     }
 
     bool namesMatch(std::u16string_view a, std::u16string_view b) const {
@@ -463,7 +509,7 @@ private:
     void pushSubtree(const Step& step, XPathHandle node, std::vector<XPathItem>& out) const {
         struct Frame {
             XPathHandle node;
-            size_t next;
+            size_t next, count;
             bool matched;
         };
         const bool texts = mayMatchText(step);
@@ -480,13 +526,13 @@ private:
                 nested_ = nested_ || matched || matchedOnStack > 0;
                 out.push_back(text);
             }
-            stack.push_back(Frame{n, 0, matched});
+            stack.push_back(Frame{n, 0, nav_.childCount(n), matched});
             matchedOnStack += matched ? 1 : 0;
         };
         visit(node);
         while (!stack.empty()) {
             Frame& top = stack.back();
-            if (top.next == nav_.childCount(top.node)) {
+            if (top.next == top.count) {
                 matchedOnStack -= top.matched ? 1 : 0;
                 stack.pop_back();
                 continue;
@@ -507,7 +553,7 @@ private:
     void collect(const Step& step, const XPathItem& item, std::vector<XPathItem>& out) const {
         const bool isNode = item.kind == XPathItemKind::Node;
         // The node an attribute or text belongs to is its parent.
-        const XPathHandle parent = isNode ? nav_.parentOf(item.node) : item.node;
+        auto parentOf = [&] { return isNode ? nav_.parentOf(item.node) : item.node; };
         switch (step.axis) {
         case Axis::Self: push(step, item, out); break;
         case Axis::Child:
@@ -534,24 +580,24 @@ private:
             }
             break;
         case Axis::Parent:
-            if (parent) push(step, XPathItem{parent}, out);
+            if (const XPathHandle parent = parentOf()) push(step, XPathItem{parent}, out);
             break;
         case Axis::AncestorOrSelf: push(step, item, out); [[fallthrough]];
         case Axis::Ancestor:
-            for (XPathHandle a = parent; a; a = nav_.parentOf(a)) push(step, XPathItem{a}, out);
+            for (XPathHandle a = parentOf(); a; a = nav_.parentOf(a)) push(step, XPathItem{a}, out);
             break;
         case Axis::FollowingSibling:
             if (item.kind == XPathItemKind::Text) {
                 const size_t n = nav_.childCount(item.node);
                 for (size_t i = 0; i < n; ++i) push(step, XPathItem{nav_.childAt(item.node, i)}, out);
-            } else if (isNode && parent) {
+            } else if (const XPathHandle parent = isNode ? parentOf() : nullptr) {
                 const size_t n = nav_.childCount(parent);
                 for (size_t i = nav_.indexInParent(item.node) + 1; i < n; ++i)
                     push(step, XPathItem{nav_.childAt(parent, i)}, out);
             }
             break;
         case Axis::PrecedingSibling:
-            if (isNode && parent) {
+            if (const XPathHandle parent = isNode ? parentOf() : nullptr) {
                 for (size_t i = nav_.indexInParent(item.node); i-- > 0;) push(step, XPathItem{nav_.childAt(parent, i)}, out);
                 if (hasText(nav_, parent)) push(step, XPathItem{parent, XPathItemKind::Text}, out);
             }

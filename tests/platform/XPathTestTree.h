@@ -1,6 +1,7 @@
 #pragma once
 // A minimal tree for driving the XPath evaluator in tests, and its XML form
 // for the reference evaluator in the differential test.
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -35,6 +36,26 @@ public:
         return tovan::WString(of(n).attributes.at(i).second);
     }
     tovan::WString textOf(tovan::XPathHandle n) const override { return tovan::WString(of(n).text); }
+};
+
+/// The same tree lending its names and attribute values as strings, as the
+/// data tree's navigator does, so that the evaluator's paths without copies
+/// meet the reference too. Lent strings live as long as the navigator.
+class LendingNavigator : public TestNavigator {
+public:
+    const tovan::WString* nameRef(tovan::XPathHandle n) const override { return lend(n, -1, of(n).name); }
+    const tovan::WString* attributeNameRef(tovan::XPathHandle n, size_t i) const override {
+        return lend(n, 2 * long(i), of(n).attributes.at(i).first);
+    }
+    const tovan::WString* attributeValueRef(tovan::XPathHandle n, size_t i) const override {
+        return lend(n, 2 * long(i) + 1, of(n).attributes.at(i).second);
+    }
+
+private:
+    const tovan::WString* lend(tovan::XPathHandle n, long key, const std::u16string& text) const {
+        return &lent_.try_emplace({n, key}, text).first->second;
+    }
+    mutable std::map<std::pair<tovan::XPathHandle, long>, tovan::WString> lent_;
 };
 
 /// The XML fragment of the root's content: its text, then its children.
