@@ -64,6 +64,7 @@ private:
     void check(XML_Status status) {
         if (status == XML_STATUS_OK) return;
         if (failure_) std::rethrow_exception(failure_);
+        // The place follows expat's message, which alone does not say where the fault is.
         throw tovan::Exception(kClass, "parse", u"Parse error: %hs at line %d, column %d",
                                XML_ErrorString(XML_GetErrorCode(parser_)), XML_GetCurrentLineNumber(parser_),
                                XML_GetCurrentColumnNumber(parser_) + 1);

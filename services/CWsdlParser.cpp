@@ -90,6 +90,8 @@ bool nsIs(const WString& url, std::u16string_view standard) {
     return CWsdlParser::CNamespace::stripScheme(url).view() == standard;
 }
 
+// The file and the system's reason follow "Unable to open file": a WSDL is read
+// from several files, and the bare text would not say which one failed, nor why.
 std::string readWhole(const std::string& path) {
     // A folder opens like a file and then reads as an empty one.
     std::error_code ec;

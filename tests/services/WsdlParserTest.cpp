@@ -462,6 +462,10 @@ TEST(WsdlParser, ImportsFromFilesAndBundles) {
     EXPECT_EQ(xml.getTree()->getChildAt(0)->getNumberOfChildren(), 3);
     xml.reset();
     EXPECT_EQ(xml.getTree(), nullptr);
+    EXPECT_EQ(xml.parse(tovan::toWide((dir / "xsd/b.xsd").string()))->getChildAt(0)->getName(), u"schema");
+    const std::string none = (dir / "none.xsd").string();
+    EXPECT_EQ(failure([&] { xml.parse(tovan::toWide(none)); }), "Unable to open file \"" + none + "\": No such file or directory");
+    EXPECT_EQ(xml.getTree()->getChildAt(0)->getName(), u"schema");  // a failed parse keeps the last tree
     W bytes;
     EXPECT_EQ(failure([&] { bytes.ParseZippedWsdl("PK\x03\x04 not really"); }), "Not a zipped WSDL bundle: Not a zip archive");
     EXPECT_EQ(failure([&] { bytes.ParseZippedWsdl(""); }), "The zipped WSDL bundle is empty");
