@@ -207,6 +207,8 @@ bool CWsdlParser::isOfAtomicType(const WString& typeName, const iNode& context) 
     getNamespaceName(typeName, prefix, local);
     lastAtomic_ = local;
     WString ns = FindDefiningNamespace(context, prefix);
+    // The SOAP encoding namespaces give the same simple types under the same
+    // names ("soapenc:string"); no schema of the WSDL defines them.
     if (ns.isNull() || !(isXmlSchemaNS(ns) || isXmlSchemaEncNS(ns))) return false;
     // The older treatment took every name of those namespaces as atomic.
     return backward70_ || isInAtomicTypeList(local.view());
