@@ -10,6 +10,7 @@
 //   doc.Insert(u"name", cajun::json::String(u"probe"));
 //   const auto& n = doc[u"name"].As<cajun::json::String>().Value();
 #include <cstddef>
+#include <cstdint>
 #include <list>
 #include <string>
 #include <string_view>
@@ -28,12 +29,27 @@ namespace cajun::json {
 
 /// Where a token starts or ends: line and column from 0, and the number of
 /// characters consumed before it.
+///
+/// The three stay 32-bit however long the source. Sources past 2^31
+/// characters are ordinary (files of records are read one record at a time),
+/// so the counts are kept modulo 2^32 with advanceCount: past 2^31 - 1 they
+/// wrap round to negative numbers, as a 32-bit counter does, where adding in
+/// int would overflow. Read as unsigned (countFromOne) they are exact up to
+/// 2^32 - 1, and only the last 32 bits of a count beyond that.
 struct Location {
     int line = 0;
     int column = 0;
     int position = 0;
     bool operator==(const Location&) const = default;
 };
+
+/// `counter` advanced by `n` characters (or lines), modulo 2^32.
+inline int advanceCount(int counter, size_t n) { return int(uint32_t(counter) + uint32_t(n)); }
+
+/// A line or column as editors number them: from 1, the counter's 32 bits
+/// read as unsigned, so a long line past 2^31 characters does not show a
+/// negative column.
+inline uint64_t countFromOne(int counter) { return uint64_t(uint32_t(counter)) + 1; }
 
 /// Any error of the reader's layers (message only). The scanner and parser
 /// raise the subclasses, which also say where; CJsonReader turns all of them

@@ -45,12 +45,12 @@ public:
     /// Advances the counters over one consumed character: a line feed starts
     /// a new line; anything else, a carriage return included, is a column.
     void Count(tovan::wchar c) {
-        ++position;
+        position = advanceCount(position, 1);
         if (c == u'\n') {
-            ++line;
+            line = advanceCount(line, 1);
             column = 0;
         } else {
-            ++column;
+            column = advanceCount(column, 1);
         }
     }
     /// Get() and Count() together.
@@ -82,6 +82,8 @@ public:
     bool HasFirstInjected() const { return firstSet_; }
     void ClearInjected();
 
+    // 32 bits, modulo 2^32 on long sources (see Location); move them with
+    // advanceCount, never with + or ++.
     int line = 0;
     int column = 0;
     int position = 0;

@@ -45,7 +45,7 @@ Location skipSpace(JsonInputStream& in) {
             const size_t n = buf.size();
             size_t i = 0;
             size_t lineStart = SIZE_MAX;  // just past the run's last line feed
-            int lines = 0;
+            size_t lines = 0;
             while (i < n && isSpace(p[i])) {
                 if (p[i] == u'\n') {
                     ++lines;
@@ -60,8 +60,9 @@ Location skipSpace(JsonInputStream& in) {
                     i += 8;
 #endif
             }
-            const Location after{in.line + lines, lines ? int(i - lineStart) : in.column + int(i),
-                                 in.position + int(i)};
+            const Location after{advanceCount(in.line, lines),
+                                 lines ? advanceCount(0, i - lineStart) : advanceCount(in.column, i),
+                                 advanceCount(in.position, i)};
             in.line = after.line;
             in.column = after.column;
             in.position = after.position;
@@ -105,8 +106,8 @@ void Scanner::scanString(JsonInputStream& in) {
             if (i) {
                 text.append(buf.data(), i);
                 in.Skip(i);
-                in.position += int(i);
-                in.column += int(i);
+                in.position = advanceCount(in.position, i);
+                in.column = advanceCount(in.column, i);
                 if (i == buf.size()) continue;
             }
         }
@@ -163,8 +164,8 @@ void Scanner::scanNumber(JsonInputStream& in) {
             while (i < buf.size() && isNumberChar(table, buf[i])) ++i;
             text.append(buf.data(), i);
             in.Skip(i);
-            in.position += int(i);
-            in.column += int(i);
+            in.position = advanceCount(in.position, i);
+            in.column = advanceCount(in.column, i);
             if (i < buf.size()) return;
             continue;
         }
@@ -349,7 +350,8 @@ bool Scanner::Next(JsonInputStream& in, JsonToken& token) {
         in.Get();
         // One character, never a line feed: counted from the begin, which is
         // in registers, rather than read back from the stream.
-        token.end = Location{token.begin.line, token.begin.column + 1, token.begin.position + 1};
+        token.end =
+            Location{token.begin.line, advanceCount(token.begin.column, 1), advanceCount(token.begin.position, 1)};
         in.column = token.end.column;
         in.position = token.end.position;
         token.text = std::u16string_view(punctuation + int(token.kind), 1);

@@ -262,7 +262,8 @@ Ptr<CProtocolInfo> readFrom(iFileInterface& file, const WString& name) {
     } catch (const Exception& e) {
         // Where the text went wrong, counted from 1 as editors count, as `nvk json` reports it.
         const json::Location at = reader.GetErrorLocation();
-        throw Exception(kClass, "Read", u"%ls:%d:%d: %ls", name, at.line + 1, at.column + 1, e.getMessage());
+        throw Exception(kClass, "Read", u"%ls:%d:%d: %ls", name, json::countFromOne(at.line),
+                        json::countFromOne(at.column), e.getMessage());
     }
     if (!found) throw Exception(kClass, "Read", u"%ls: no JSON object found", name);
     return loader.protocol(doc, FieldPath(), 0);

@@ -237,6 +237,56 @@ TEST(JsonReader, CountsLinesAndColumnsFromZero) {
     for (size_t k = 0; k < expected.size(); ++k) EXPECT_EQ(spacedTokens[1 + 2 * k].begin, expected[k]) << k;
 }
 
+// A source past 2^31 characters (a file of records read one by one) takes
+// the 32-bit counters past their largest value: they go on round to the
+// negative numbers, every way of counting alike, and are shown unsigned.
+TEST(JsonReader, CountersWrapRoundPastThirtyOneBits) {
+    constexpr int kMax = std::numeric_limits<int>::max(), kMin = std::numeric_limits<int>::min();
+    auto scanFrom = [](const std::u16string& text, Location start) {
+        vcFileInterface file;
+        file.openText(text);
+        JsonInputStream in(&file);
+        in.line = start.line;
+        in.column = start.column;
+        in.position = start.position;
+        Tokens tokens;
+        Scanner().Scan(in, tokens);
+        EXPECT_EQ(in.GetLocation(), tokens[tokens.size() - 1].end);
+        return tokens;
+    };
+    const Location edge{kMax, kMax, kMax};
+    struct Case {
+        const char16_t* text;
+        Location begin, end;  // of the last token
+    };
+    const Case cases[] = {
+        {u"{}", {kMax, kMin, kMin}, {kMax, kMin + 1, kMin + 1}},                    // single characters
+        {u"\"ab\" \"c\"", {kMax, kMin + 4, kMin + 4}, {kMax, kMin + 7, kMin + 7}},  // a run of text, then a blank
+        {u"\"\\u0041\\n\"", edge, {kMax, kMin + 9, kMin + 9}},                      // escapes, one by one
+        {u"-12.5e3", edge, {kMax, kMin + 6, kMin + 6}},                             // a run of number characters
+        {u"true", edge, {kMax, kMin + 3, kMin + 3}},                                // a fixed word
+        {u"\"a\nb\"", edge, {kMin, 2, kMin + 4}},                                   // a line feed in a string
+        {u"[ \n\t  ]", {kMin, 3, kMin + 5}, {kMin, 4, kMin + 6}},                   // a run of white space
+    };
+    for (const Case& c : cases) {
+        Tokens tokens = scanFrom(c.text, edge);
+        const JsonToken& last = tokens[tokens.size() - 1];
+        EXPECT_EQ(last.begin, c.begin) << nvktest::utf8(c.text);
+        EXPECT_EQ(last.end, c.end) << nvktest::utf8(c.text);
+    }
+    // Round the whole circle: 2^32 characters on from 0 is 0 again.
+    Tokens tokens = scanFrom(u"  [1]", {-1, -1, -3});
+    EXPECT_EQ(tokens[0].begin, (Location{-1, 1, -1}));
+    EXPECT_EQ(tokens[2].end, (Location{-1, 4, 2}));
+
+    // Shown as editors count, the column where a long line goes wrong is
+    // never negative.
+    EXPECT_EQ(countFromOne(0), 1u);
+    EXPECT_EQ(countFromOne(kMax), 2147483648u);
+    EXPECT_EQ(countFromOne(kMin), 2147483649u);
+    EXPECT_EQ(countFromOne(-1), 4294967296u);
+}
+
 TEST(JsonReader, ScansOneTopLevelValueByItsFirstToken) {
     auto scan = [](const std::u16string& text) { return tokensOf(text).size(); };
     EXPECT_EQ(scan(u"{\"a\":{}} {}"), 6u);

@@ -132,7 +132,8 @@ tovan::Ptr<tovan::iNode> RecordReader::next() {
 std::string RecordReader::where() const {
     if (nodes_) return name_ + ": byte " + tovan::integerText(nodes_->offset());
     const cajun::json::Location at = json_->GetErrorLocation();
-    return name_ + ":" + tovan::integerText(at.line + 1) + ":" + tovan::integerText(at.column + 1);
+    return name_ + ":" + tovan::integerText(cajun::json::countFromOne(at.line)) + ":" +
+           tovan::integerText(cajun::json::countFromOne(at.column));
 }
 
 uint64_t RecordReader::bytesRead() const { return nodes_ ? nodes_->offset() : text_->bytesFetched(); }
