@@ -268,7 +268,9 @@ iNode* CWsdlParser::GetMatchingSchemaElementDoc(const CPart& part) {
 
 bool CWsdlParser::GetCustomTypeInfoDoc(const CPart& part, CCustomType& type) {
     requireParsed("GetCustomTypeInfoDoc");
-    if (part.element.isEmpty()) return GetCustomTypeInfoRPC(part, type);
+    // A part with neither reference goes on to fail on its empty element name:
+    // handing it back to the RPC reading would recurse without end.
+    if (part.element.isEmpty() && !part.type.isEmpty()) return GetCustomTypeInfoRPC(part, type);
     return GetElementsCustomType(*GetMatchingSchemaElementDoc(part), type);
 }
 

@@ -361,6 +361,12 @@ TEST(WsdlParser, SchemaNodeAndDocumentStyleMessages) {
               "Cannot find a schema with targetNamespace=https://urn.example/t and customType=Missing");
     EXPECT_EQ(failure([&] { p.GetCustomTypeInfoDoc(m.parts[2], t); }), "Can't find target namespace for type zz:T");
     EXPECT_EQ(failure([&] { p.GetCustomTypeInfoDoc(m.parts[3], t); }), "Can't understand custom type: \"E3\"");
+    // A part with neither an element nor a type, read either way.
+    load(p, wsdl(kTypes, "<message name='N'><part name='bare'/></message>"));
+    p.GetMessageInfo(u"N", m);
+    EXPECT_EQ(failure([&] { p.GetCustomTypeInfoDoc(m.parts[0], t); }), "Unable to parse namespaces");
+    EXPECT_EQ(failure([&] { p.GetCustomTypeInfoRPC(m.parts[0], t); }), "Unable to parse namespaces");
+    EXPECT_EQ(failure([&] { p.IsOfAtomicType(m.parts[0]); }), "Unable to parse namespaces");
     EXPECT_TRUE(t.name.isNull());
 }
 
