@@ -1,5 +1,6 @@
 #include "nvk/services/WsdlReport.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -37,32 +38,58 @@ public:
     }
 
 private:
-    void type(const WString& shownName, const std::u16string& key, const std::function<bool(W::CCustomType&)>& read) {
-        if (!seen_.insert(key).second) return;
+    using Read = std::function<bool(W::CCustomType&)>;
+    struct Pending {
+        WString shownName;
+        std::u16string key;
+        Read read;
+    };
+
+    // Depth first, each type before its members' types, from a stack of its
+    // own: a chain of types as long as the document allows must not run out
+    // of the call stack.
+    void type(const WString& shownName, const std::u16string& key, const Read& read) {
+        std::vector<Pending> pending{{shownName, key, read}};
+        while (!pending.empty()) {
+            Pending next = std::move(pending.back());
+            pending.pop_back();
+            visit(next, pending);
+        }
+    }
+
+    void visit(const Pending& p, std::vector<Pending>& pending) {
+        if (!seen_.insert(p.key).second) return;
         WsdlReport::Type t;
         try {
-            if (!read(t.type)) return;  // atomic after all
+            if (!p.read(t.type)) return;  // atomic after all
         } catch (const tovan::Exception& e) {
             t.unsupported = e.what();
         }
-        t.name = tovan::toNarrow(shownName);
+        t.name = tovan::toNarrow(p.shownName);
         // One name written with one prefix may mean types of two namespaces.
         if (!names_.insert(t.name).second) t.name += " {" + tovan::toNarrow(t.type.ns) + "}";
         std::vector<W::CElement> members = t.type.elements;
         r_.types.push_back(std::move(t));
+        const size_t first = pending.size();
         for (const W::CElement& e : members) {
             if (e.atomic || e.name.view() == u"*") continue;
             if (!e.type.isEmpty()) {
                 WString local(e.type.view().substr(e.type.view().find(u':') + 1));
-                type(e.type, u"{" + e.ns.str() + u"}" + local.str(),
-                     [&](W::CCustomType& out) { wsdl_.GetCustomType(e.ns, local, out); return true; });
+                WString ns = e.ns;
+                pending.push_back({e.type, u"{" + e.ns.str() + u"}" + local.str(), [this, ns, local](W::CCustomType& out) {
+                                       wsdl_.GetCustomType(ns, local, out);
+                                       return true;
+                                   }});
             } else if (e.node) {
                 // Anonymous types are told apart by their element's node.
                 std::u16string anon = u"anonymous@" + tovan::toWide(std::to_string(reinterpret_cast<uintptr_t>(e.node.get()))).str();
-                type(WString(e.name.str() + u" (anonymous)"), anon,
-                     [&](W::CCustomType& out) { return wsdl_.GetElementsCustomType(*e.node, out); });
+                tovan::Ptr<tovan::iNode> node = e.node;
+                pending.push_back({WString(e.name.str() + u" (anonymous)"), anon,
+                                   [this, node](W::CCustomType& out) { return wsdl_.GetElementsCustomType(*node, out); }});
             }
         }
+        // The first member's type is taken next, as a recursive walk would.
+        std::reverse(pending.begin() + std::ptrdiff_t(first), pending.end());
     }
 
     W& wsdl_;

@@ -4,6 +4,7 @@
 #include <fstream>
 
 #include "nvk/services/CWsdlParser.h"
+#include "nvk/services/WsdlReport.h"
 #include "tests/support/TestSupport.h"
 
 using nvk::CWsdlParser;
@@ -478,4 +479,29 @@ TEST(WsdlParser, ImportsFromFilesAndBundles) {
     EXPECT_FALSE(bytes.HasParsedWsdl());
     EXPECT_EQ(failure([&] { bytes.GetZippedWsdl(zip); }), "No WSDL has been parsed");
     EXPECT_EQ(failure([&] { bytes.Parse("<a"); }), "Parse error: unclosed token at line 1, column 1");
+}
+
+TEST(WsdlReport, TypesInTheOrderFirstMetThroughAChainLongerThanTheStackWouldTake) {
+    // T has members of A and B; A leads into a chain C0 -> C1 -> ... -> Cn.
+    constexpr int n = 50000;
+    std::string types =
+        "<xsd:complexType name='T'><xsd:sequence><xsd:element name='a' type='tns:A'/><xsd:element name='b' type='tns:B'/>"
+        "</xsd:sequence></xsd:complexType><xsd:complexType name='A'><xsd:sequence><xsd:element name='c' type='tns:C0'/>"
+        "</xsd:sequence></xsd:complexType><xsd:complexType name='B'><xsd:sequence/></xsd:complexType>"
+        "<xsd:element name='R'><xsd:complexType><xsd:sequence/></xsd:complexType></xsd:element>";
+    for (int i = 0; i < n; ++i)
+        types += "<xsd:complexType name='C" + std::to_string(i) + "'><xsd:sequence><xsd:element name='e' type='tns:C" +
+                 std::to_string(i + 1) + "'/></xsd:sequence></xsd:complexType>";
+    types += "<xsd:complexType name='C" + std::to_string(n) + "'><xsd:sequence/></xsd:complexType>";
+    W p;
+    load(p, wsdl(types));
+    nvk::WsdlReport r = nvk::WsdlReport::Build(p);
+    ASSERT_EQ(r.types.size(), size_t(n) + 5);
+    EXPECT_EQ(r.types[0].name, "tns:T");
+    EXPECT_EQ(r.types[1].name, "tns:A");
+    EXPECT_EQ(r.types[2].name, "tns:C0");
+    EXPECT_EQ(r.types[n + 2].name, "tns:C" + std::to_string(n));
+    EXPECT_EQ(r.types[n + 3].name, "tns:B");  // after A's whole chain
+    EXPECT_EQ(r.types[n + 4].name, "tns:R");
+    for (const nvk::WsdlReport::Type& t : r.types) EXPECT_EQ(t.unsupported, "") << t.name;
 }
