@@ -1,5 +1,8 @@
 #include "nvk/data/CNodeImplBase.h"
 
+#include <algorithm>
+#include <utility>
+
 #include "nvk/data/CMetaData.h"
 #include "nvk/data/Growth_internal.h"
 #include "nvk/data/CPropertyCollection.h"
@@ -26,6 +29,19 @@ constexpr const char* kClass = "CNodeImplBase";
 }  // namespace
 
 CNodeImplBase::~CNodeImplBase() { CleanOutNodeData(true); }
+
+int CNodeImplBase::TreeDepth(const tovan::iNode& root, int limit) {
+    std::vector<std::pair<const tovan::iNode*, int>> pending{{&root, 1}};
+    int deepest = 0;
+    while (!pending.empty()) {
+        auto [node, depth] = pending.back();
+        pending.pop_back();
+        deepest = std::max(deepest, depth);
+        if (deepest > limit) break;
+        for (int i = node->getNumberOfChildren(); i-- > 0;) pending.emplace_back(node->getChildAt(i), depth + 1);
+    }
+    return deepest;
+}
 
 void CNodeImplBase::OnActivateDefault() {
     CleanOutNodeData(true);

@@ -41,6 +41,10 @@ public:
     /// Reading refuses to nest nodes deeper than this, so that a hostile
     /// stream cannot exhaust the stack ("Nodes nested deeper than %d levels").
     static constexpr int MAX_READ_DEPTH = 1000;
+    /// The levels of the tree under `root` (1 for a node without children), walked
+    /// without recursion so that any depth can be measured; counting stops past
+    /// `limit`. Writers measure a tree with it before writing a byte.
+    static int TreeDepth(const tovan::iNode& root, int limit);
 
     CNodeImplBase(const CNodeImplBase&) = delete;
     CNodeImplBase& operator=(const CNodeImplBase&) = delete;

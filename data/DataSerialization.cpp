@@ -97,28 +97,13 @@ struct ReadDepthGuard {
 /// Counts nested node writes on this thread.
 thread_local int t_writeDepth = 0;
 
-/// The levels of the tree under `root` (1 for a node without children), walked without
-/// recursion so that any depth can be measured; counting stops past `limit`.
-int treeDepth(const tovan::iNode& root, int limit) {
-    std::vector<std::pair<const tovan::iNode*, int>> pending{{&root, 1}};
-    int deepest = 0;
-    while (!pending.empty()) {
-        auto [node, depth] = pending.back();
-        pending.pop_back();
-        deepest = std::max(deepest, depth);
-        if (deepest > limit) break;
-        for (int i = node->getNumberOfChildren(); i-- > 0;) pending.emplace_back(node->getChildAt(i), depth + 1);
-    }
-    return deepest;
-}
-
 /// A tree is written only when a reader takes it back: the outermost write measures the
 /// tree first, so a tree too deep is refused before anything is written; a node written
 /// inside another's attached object counts on from its writer's depth.
 struct WriteDepthGuard {
     WriteDepthGuard(const char* className, const tovan::iNode& node) {
         const int limit = CNodeImplBase::MAX_READ_DEPTH;
-        if (t_writeDepth >= limit || (t_writeDepth == 0 && treeDepth(node, limit) > limit))
+        if (t_writeDepth >= limit || (t_writeDepth == 0 && CNodeImplBase::TreeDepth(node, limit) > limit))
             throw Exception(className, "serialize",
                             u"Nodes nested deeper than %d levels cannot be read back; nothing of this node was written",
                             limit);

@@ -12,6 +12,7 @@
 
 #include "nvk/data/CBaseNode.h"
 #include "nvk/data/CPropertyCollection.h"
+#include "nvk/interchange/JsonParser.h"
 #include "nvk/interchange/JsonUtilities.h"
 #include "nvk/interchange/NodeJson_internal.h"
 #include "nvk/platform/ArrayValue.h"
@@ -428,8 +429,29 @@ void WriteValue(CJsonWriter& w, const tovan::Value& value) {
     batch.finish();
 }
 
+namespace {
+
+// Writing recurses once per level of nodes, and the reader refuses JSON nested
+// deeper than its limit: a tree whose text would nest deeper, counting the
+// writer's open containers, is refused whole before a byte is written. Each
+// node below the first takes two levels, the member's array and its object.
+void checkNesting(const CJsonWriter& w, const tovan::iNode* node, bool withChildren) {
+    if (!node) return;
+    const int limit = cajun::json::Parser::kMaxDepth;
+    const int room = limit - int(w.getDepth());
+    const int levels = withChildren ? std::max(room + 1, 0) / 2 : 1;
+    if (room < 1 || (withChildren && CNodeImplBase::TreeDepth(*node, levels) > levels))
+        throw tovan::Exception("JsonUtilities", "AppendElementToArray",
+                               u"Nodes nested deeper than %d levels here would make JSON nested deeper than %d "
+                               u"levels, which cannot be read back; nothing of this node was written",
+                               levels, limit);
+}
+
+}  // namespace
+
 void AppendElementToArray(CJsonWriter& w, const tovan::iNode* node, bool newLineAfter, bool withChildren,
                           bool childrenAsList) {
+    checkNesting(w, node, withChildren);
     CJsonWriter::Batch batch(w);
     // A node inside a container whose subtree the text builder covers goes
     // out as one value (its text holds no zero unit: escaping spells those).

@@ -218,3 +218,58 @@ TEST(JsonRoundTrip, ChildrenInRunsOrReturningNamesGroupAlike) {
     EXPECT_THROW_MSG(writtenWithChildren(u"a-"), tovan::Exception, "Empty JSON key string");
     EXPECT_THROW_MSG(writtenWithChildren(u"abcdefghi-"), tovan::Exception, "Empty JSON key string");
 }
+
+TEST(JsonRoundTrip, TreesTooDeepToReadBackAreRefusedBeforeWriting) {
+    // Each node below the first nests two JSON levels deeper (its member's
+    // array and its object): 500 levels of nodes are 999 levels of JSON.
+    Ptr<iNode> root(nvk::CBaseNode::newInstance());
+    iNode* deepest = root.get();
+    for (int i = 1; i < 500; ++i) {
+        Ptr<iNode> child(nvk::CBaseNode::newInstance());
+        child->setName(u"n");
+        deepest->appendChild(child.get());
+        deepest = child.get();
+    }
+    auto append = [&](nvk::CJsonWriter& w) { nvk::JsonUtilities::AppendElementToArray(w, root.get(), false, true, false); };
+    nvk::JsonStringSink sink;
+    nvk::CJsonWriter top(&sink);
+    append(top);
+    Nodes back = readNodes(sink.text());
+    ASSERT_EQ(back.size(), 1u);
+    EXPECT_EQ(nvk::CNodeImplBase::TreeDepth(*back[0], 1000), 500);
+    // One level more is what the reader refuses.
+    EXPECT_THROW_FROM(readNodes(u"{\"n\":[" + sink.text() + u"]}"), tovan::Exception,
+                      "CJsonReader::ReadNextObject: JSON parse error: Nesting deeper than 1000 levels");
+
+    // In one open array the text takes the last level; in two it would take one more.
+    EXPECT_EQ(written([&](nvk::CJsonWriter& w) { append(w.array()); }).size(), 1 + sink.text().size());
+    const std::string tooDeep = "JsonUtilities::AppendElementToArray: Nodes nested deeper than %d levels here would "
+                                "make JSON nested deeper than 1000 levels, which cannot be read back; nothing of this "
+                                "node was written";
+    auto refusal = [&](int levels) {
+        std::string text = tooDeep;
+        return text.replace(text.find("%d"), 2, std::to_string(levels));
+    };
+    nvk::JsonStringSink nested;
+    nvk::CJsonWriter w(&nested);
+    w.array().array();
+    EXPECT_THROW_FROM(append(w), tovan::Exception, refusal(499));
+    EXPECT_EQ(nested.text(), u"[[");
+    EXPECT_EQ(w.getMode(), nvk::CJsonWriter::ModeArray);
+    EXPECT_EQ(w.getDepth(), 2u);
+    w.endArray().endArray();
+    EXPECT_EQ(nested.text(), u"[[]]");
+
+    // A node added at the bottom makes the tree too deep at the top level too,
+    // while the node alone, without its children, is one level wherever it stands.
+    Ptr<iNode> extra(nvk::CBaseNode::newInstance());
+    extra->setName(u"n");
+    deepest->appendChild(extra.get());
+    nvk::JsonStringSink refused;
+    nvk::CJsonWriter fresh(&refused);
+    EXPECT_THROW_FROM(append(fresh), tovan::Exception, refusal(500));
+    EXPECT_EQ(refused.text(), u"");
+    EXPECT_EQ(fresh.getMode(), nvk::CJsonWriter::ModeInit);
+    nvk::JsonUtilities::AppendElementToArray(fresh, root.get(), false, false, false);
+    EXPECT_EQ(refused.text(), u"{}");
+}
