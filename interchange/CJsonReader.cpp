@@ -101,6 +101,8 @@ void CJsonReader::ResetStream() {
 }
 
 bool CJsonReader::FindNextObject() {
+    // A reader made without a source (newInstance, before setFileInterface) has
+    // nothing to read, rather than reading through a stream that is not there.
     if (!stream_) return false;
     JsonInputStream& in = *stream_;
     if (in.EOS()) return false;

@@ -56,9 +56,9 @@ public:
     tovan::Object* clone() const override;
     void onDeactivate() override;
 
-    /// Moves to the next "{" (not consumed). False when the stream ends first;
-    /// raises "Cannot find JSON object in source" after skipping more than
-    /// 1024 characters.
+    /// Moves to the next "{" (not consumed). False when the stream ends first,
+    /// or when the reader has no source yet; raises "Cannot find JSON object in
+    /// source" after skipping more than 1024 characters.
     bool FindNextObject() override;
     /// Reads the next top-level object and appends the nodes CJsonConverter
     /// builds from it (one per object). False, with `nodes` untouched, when

@@ -393,3 +393,21 @@ TEST(JsonElements, ObjectsKeepOrderAndRefuseDuplicates) {
     Array a;
     EXPECT_THROW_MSG(a[0], tovan::InvalidIndexException, "Index 0 is out of range (last valid index -1)");
 }
+
+TEST(JsonReader, AReaderWithoutASourceHasNothingToRead) {
+    CJsonReader* reader = CJsonReader::newInstance();
+    jsontest::Nodes nodes;
+    cajun::json::Object object;
+    reader->ResetStream();
+    EXPECT_FALSE(reader->FindNextObject());
+    EXPECT_FALSE(reader->ReadNextObject(nodes));
+    EXPECT_FALSE(reader->ReadNextObject(object));
+    EXPECT_TRUE(nodes.isEmpty());
+    // Given a source later, it reads as any other.
+    vcFileInterface file;
+    file.openText(u"{\"a\":1}");
+    reader->setFileInterface(&file);
+    EXPECT_TRUE(reader->ReadNextObject(nodes));
+    EXPECT_EQ(jsontest::describe(nodes), jsontest::describe(jsontest::readNodes(u"{\"a\":1}")));
+    reader->deleteInstance();
+}
