@@ -9,7 +9,6 @@
 
 namespace nvk {
 
-using tovan::BadParameterException;
 using tovan::Exception;
 using tovan::iProperty;
 using tovan::StringArrayValue;
@@ -90,7 +89,6 @@ CProtocolLinkBuilder& CProtocolLinkBuilder::operator=(const CProtocolLinkBuilder
 CProtocolLinkBuilder::~CProtocolLinkBuilder() = default;
 
 void CProtocolLinkBuilder::SetParameter(const WString& name, const WString& value) {
-    if (name.isEmpty()) throw BadParameterException(kClass, "SetParameter", u"A parameter needs a name");
     StringValue v(value.isNull() ? WString::empty() : value);
     if (iProperty* p = parameters_->find(name))
         p->setValue(v);
@@ -99,7 +97,6 @@ void CProtocolLinkBuilder::SetParameter(const WString& name, const WString& valu
 }
 
 void CProtocolLinkBuilder::SetParameter(const WString& name, const std::vector<WString>& values) {
-    if (name.isEmpty()) throw BadParameterException(kClass, "SetParameter", u"A parameter needs a name");
     StringArrayValue v;
     for (const WString& value : values) v.append(value.isNull() ? WString::empty() : value);
     if (iProperty* p = parameters_->find(name))
@@ -109,8 +106,6 @@ void CProtocolLinkBuilder::SetParameter(const WString& name, const std::vector<W
 }
 
 void CProtocolLinkBuilder::SetRunUser(RunAsUser kind, const WString& sessionID) {
-    if (kind < RunAsCreator || kind > RunAsAnonymous)
-        throw BadParameterException(kClass, "SetRunUser", u"Unknown run-as kind %d", int(kind));
     if (kind == RunAsCreator && sessionID.isNull())
         throw Exception(kClass, "SetRunUser", u"A session ID must be registered to run as the protocol link creator");
     runAs_ = kind;
@@ -118,8 +113,6 @@ void CProtocolLinkBuilder::SetRunUser(RunAsUser kind, const WString& sessionID) 
 }
 
 void CProtocolLinkBuilder::SetResultStyle(ResultStyle style, const WString& value) {
-    if (style < StreamData || style > WebForm)
-        throw BadParameterException(kClass, "SetResultStyle", u"Unknown result style %d", int(style));
     resultStyle_ = style;
     resultStyleValue_ = value.isNull() ? WString::empty() : value;
 }
@@ -151,22 +144,27 @@ void CProtocolLinkBuilder::AppendParameters(std::u16string& out) {
 }
 
 void CProtocolLinkBuilder::AppendWebFormParameters(std::u16string& out) {
-    JsonStringSink sink;
-    CJsonWriter w(&sink);
-    w.object();
+    // Names and texts quoted and escaped as the JSON writer writes them, by hand because
+    // the writer refuses an empty member name, which a parameter may have.
+    std::u16string object = u"{";
     for (int i = 0; i < parameters_->getSize(); ++i) {
         const iProperty& p = parameters_->get(i);
-        w.key(p.getName().view());
+        if (i) object += u',';
+        CJsonWriter::escape(p.getName().view(), object);
+        object += u':';
         if (auto* array = dynamic_cast<const StringArrayValue*>(&p.getValue())) {
-            w.array();
-            for (size_t k = 0; k < array->size(); ++k) w.value(array->get(k).view());
-            w.endArray();
+            object += u'[';
+            for (size_t k = 0; k < array->size(); ++k) {
+                if (k) object += u',';
+                CJsonWriter::escape(array->get(k).view(), object);
+            }
+            object += u']';
         } else {
-            w.value(p.getValue().toString().view());
+            CJsonWriter::escape(p.getValue().toString().view(), object);
         }
     }
-    w.endObject();
-    AppendQueryParam(out, u"parameters", sink.text());
+    object += u'}';
+    AppendQueryParam(out, u"parameters", object);
 }
 
 void CProtocolLinkBuilder::ConstructAsCreator(std::u16string& out) {
@@ -190,6 +188,8 @@ const WString& CProtocolLinkBuilder::Construct() {
     } else {
         const bool anonymous = runAs_ == RunAsAnonymous;
         AppendScheme(out);
+        // The identifier is encoded wherever it goes, though the format appends it as it
+        // is: a "#" or "&" in it would cut the query short and drop the parameters.
         if (resultStyle_ == WebForm) {
             out += u"/webform/?protocol=";
             tovan::util::urlEncodeComponent(protocol_.view(), out);
@@ -221,7 +221,7 @@ const WString& CProtocolLinkBuilder::Construct() {
                 case StreamNamedData: AppendQueryParam(out, u"$streamdata", resultStyleValue_.view()); break;
                 case StreamFile: AppendQueryParam(out, u"$streamfile", resultStyleValue_.view()); break;
                 case RedirectFile: AppendQueryParam(out, u"$redirectfile", resultStyleValue_.view()); break;
-                case WebForm: break;
+                default: break;  // another style sends no result parameter
             }
         }
         if (!progressMessage_.isEmpty()) AppendQueryParam(out, u"$progressmessage", progressMessage_.view());

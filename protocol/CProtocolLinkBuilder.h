@@ -15,17 +15,18 @@
 // - A server base without a scheme gets "https://"; one that begins with "http" (exactly
 //   those letters, in lower case) is used as it is. The base is otherwise sent as given: a
 //   slash at its end stays, and the path then starts with "//".
-// - The protocol identifier is a query value after "$protocol=" and "protocol=", encoded
-//   whole ("/" too); after "/protocols/" it is a path, so each of its "/"-separated segments
-//   is encoded and the slashes stay.
+// - The protocol identifier is encoded too, though the link format appends it as it is:
+//   after "$protocol=" and "protocol=" whole ("/" too); after "/protocols/" it is a path, so
+//   each of its "/"-separated segments is encoded and the slashes stay. Left as it is, a "#"
+//   in it would end the query, and the job would run without the parameters after it.
 // - An array parameter is sent as one name=value pair per element under the same name, in
 //   every form (the run-as-creator form too); an empty array sends nothing. The web form
 //   gets the parameters twice: in its "parameters" object and, like every style, as query
 //   pairs after it. In the web-form "parameters" object an array is a JSON array of
 //   strings, a single value a JSON string:
-//   {"Threshold":"0.5","Tags":["a","b"]}, written by the library's JSON writer (so quotes,
-//   backslashes and control characters are JSON-escaped), and that text is then encoded as
-//   one query value.
+//   {"Threshold":"0.5","Tags":["a","b"]}, quoted and escaped as the library's JSON writer
+//   escapes strings (quotes, backslashes and control characters), an empty name as "", and
+//   that text is then encoded as one query value.
 // - Parameter names compare folding A-Z (they live in a property collection): setting a name
 //   again replaces its value and keeps its place.
 // - A null text is sent as an empty one.
@@ -65,18 +66,18 @@ public:
     CProtocolLinkBuilder& operator=(const CProtocolLinkBuilder& other);
     ~CProtocolLinkBuilder();
 
-    /// Stores a single text value under `name`. A null or empty name raises
-    /// BadParameterException "A parameter needs a name".
+    /// Stores a single text value under `name`; an empty name is stored too, and sent as
+    /// "=VALUE".
     void SetParameter(const tovan::WString& name, const tovan::WString& value);
     /// Stores an array of texts (a string-array value) under `name`.
     void SetParameter(const tovan::WString& name, const std::vector<tovan::WString>& values);
     /// Kind 1 needs a session ID: a null one raises Exception "A session ID must be registered
     /// to run as the protocol link creator"; an empty one is stored and sent as it is. Other
-    /// kinds clear the stored ID. A kind outside 1 to 3 raises BadParameterException
-    /// "Unknown run-as kind %d".
+    /// kinds clear the stored ID. A kind outside 1 to 3 is stored as it is and runs as the
+    /// user who opens the link.
     void SetRunUser(RunAsUser kind, const tovan::WString& sessionID = tovan::WString());
-    /// A null or empty value clears the stored one. A style outside 1 to 5 raises
-    /// BadParameterException "Unknown result style %d".
+    /// A null or empty value clears the stored one. A style outside 1 to 5 is stored as it
+    /// is: its link has no result parameter.
     void SetResultStyle(ResultStyle style, const tovan::WString& value = tovan::WString());
     void SetProgressMessage(const tovan::WString& text);
     void SetArrayDelimiter(const tovan::WString& text);
