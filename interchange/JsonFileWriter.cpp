@@ -63,6 +63,8 @@ private:
 }  // namespace
 
 CJsonWriter* CreateJsonWriter(tovan::vcFileInterface* file, const tovan::wchar* variableName) {
+    // Refused here, with the writer's own message: a sink over no file would be a sink
+    // all the same, and the first write through it (at once, with a variable name) would crash.
     if (!file) throw tovan::Exception("JsonUtilities", "CreateJsonWriter", u"Invalid null output stream");
     return new FileWriter(file, variableName);
 }

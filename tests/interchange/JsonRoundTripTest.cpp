@@ -184,7 +184,9 @@ TEST(JsonRoundTrip, ThroughAFileWithTheSameText) {
     std::string text = nvktest::readFile(dir / "x.json");
     EXPECT_EQ(text, "var data = [{\"s\":\"caf\xc3\xa9 \xf0\x9f\x98\x80 \\u2028\",\"n\":[1.0,2.5],"
                     "\"children\":[{\"k\":null}]}];");
-    EXPECT_THROW_MSG(nvk::JsonUtilities::CreateJsonWriter(nullptr), tovan::Exception, "Invalid null output stream");
+    for (const tovan::wchar* variable : {static_cast<const tovan::wchar*>(nullptr), u"data"})
+        EXPECT_THROW_FROM(nvk::JsonUtilities::CreateJsonWriter(nullptr, variable), tovan::Exception,
+                          "JsonUtilities::CreateJsonWriter: Invalid null output stream");
 }
 
 
