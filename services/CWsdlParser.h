@@ -379,6 +379,7 @@ private:
     std::unordered_set<const tovan::iNode*> required_, optional_, formless_;
     Style style_ = DOC;
     bool backward70_ = false;
+    int sequenceNesting_ = 0;  // sequences and choices being read, across group references
     tovan::WString lastAtomic_;
     tovan::WString wsdlPrefix_, soapEncPrefix_, soapPrefix_;
 };

@@ -2,6 +2,7 @@
 #include <array>
 #include <charconv>
 
+#include "nvk/interchange/XmlReader.h"
 #include "nvk/platform/Exception.h"
 #include "nvk/platform/NumberText.h"
 #include "nvk/platform/ReferenceSet.h"
@@ -21,6 +22,10 @@ namespace {
 
 // Group references that lead back to themselves end here.
 constexpr int kMaxGroupDepth = 64;
+// Nor may groups that each nest sequences as deep as a document allows, one
+// inside the next: reading recurses once per sequence. One document alone
+// stays below this.
+constexpr int kMaxSequenceNesting = 2 * XmlReader::kMaxDepth;
 
 // The XML Schema built-in types that carry a single value, both of the 2001
 // names and of the 1999 draft, plus anyType (any value at all).
@@ -435,6 +440,11 @@ void CWsdlParser::readComplexType(iNode& node, CCustomType& type) {
 }
 
 void CWsdlParser::readSequence(iNode& node, CCustomType& type, bool inChoice, int depth) {
+    struct Level {
+        int& n;
+        explicit Level(int& nesting) : n(nesting) { ++n; }
+        ~Level() { --n; }
+    } level(sequenceNesting_);
     for (int i = 0; i < node.getNumberOfChildren(); ++i) {
         iNode& c = *node.getChildAt(i);
         std::u16string_view kind = getNodeType(c);
@@ -475,7 +485,7 @@ void CWsdlParser::processGroupRef(iNode& node, CCustomType& type, bool inChoice,
     iNode* group = ns.isNull() && !prefix.isEmpty() ? nullptr
                                                      : findSchemaChild(ns.isNull() ? WString(u"") : ns, u"group", local.view());
     // A group that contains itself stops here as unresolved, not at the stack's end.
-    if (!group || depth >= kMaxGroupDepth)
+    if (!group || depth >= kMaxGroupDepth || sequenceNesting_ >= kMaxSequenceNesting)
         throw tovan::Exception(kClass, "processGroupRef",
                                u"Cannot find reference group (%ls). Check that the (%ls) namespace is correctly defined or imported.",
                                ref, ns.isNull() ? prefix : ns);

@@ -306,6 +306,16 @@ TEST(WsdlParser, SupportMatrixMessages) {
     EXPECT_EQ(typeFailure("<xsd:group name='L'><xsd:sequence><xsd:group ref='tns:L'/></xsd:sequence></xsd:group>"
                           "<xsd:complexType name='X'><xsd:group ref='tns:L'/></xsd:complexType>"),
               "Cannot find reference group (tns:L). Check that the (https://urn.example/t) namespace is correctly defined or imported.");
+    // So does one reached through groups that each nest sequences nearly as deep as a document may.
+    std::string deep;
+    for (int g = 0; g < 64; ++g) {
+        std::string inner = g < 63 ? "<xsd:group ref='tns:D" + std::to_string(g + 1) + "'/>" : "<xsd:element name='e' type='xsd:int'/>";
+        std::string open, close;
+        for (int i = 0; i < 990; ++i) open += "<xsd:sequence>", close += "</xsd:sequence>";
+        deep += "<xsd:group name='D" + std::to_string(g) + "'>" + open + inner + close + "</xsd:group>";
+    }
+    EXPECT_EQ(typeFailure(deep + "<xsd:complexType name='X'><xsd:group ref='tns:D0'/></xsd:complexType>"),
+              "Cannot find reference group (tns:D3). Check that the (https://urn.example/t) namespace is correctly defined or imported.");
     EXPECT_EQ(typeFailure("<xsd:complexType name='X'><xsd:complexContent><xsd:restriction base='enc:Array'/>"
                           "</xsd:complexContent></xsd:complexType>"),
               "Can't have an array with no elements");
