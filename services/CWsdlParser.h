@@ -38,8 +38,10 @@ namespace nvk {
 /// Failures raise tovan::Exception (class "CWsdlParser") with the messages
 /// listed at each query; a failed load leaves the parser as it was, and a
 /// failed query changes no output argument. Warnings (a port skipped for a
-/// shared binding, an import that cannot be read) go through
-/// tovan::Exception::warn. One thread at a time.
+/// shared binding, an import that is not read: a location with a scheme, a
+/// WSDL given as bytes without a folder, an entry a bundle lacks) go through
+/// tovan::Exception::warn; a relative import that cannot be read fails the
+/// load. One thread at a time.
 class NVK_EXPORT CWsdlParser {
 public:
     enum Style { RPC, DOC };
