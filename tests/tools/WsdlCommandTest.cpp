@@ -52,6 +52,11 @@ TEST(WsdlCommand, FailuresAndUsage) {
                 "nvk wsdl: examples/stations.json: Parse error: syntax error at line 1, column 1\n");
     EXPECT_TOOL("wsdl examples/wsdl/schemas/station.xsd --json", 1,
                 "nvk wsdl: examples/wsdl/schemas/station.xsd: missing service\n");
+    const std::string unwritable = (dir / "no/such/folder.zip").string();
+    EXPECT_TOOL("wsdl bundle examples/wsdl/stations.wsdl -o " + unwritable, 1, "nvk wsdl: cannot write " + unwritable + "\n");
+    EXPECT_TOOL("wsdl bundle " + missing + " -o " + (dir / "out.zip").string(), 1,
+                "nvk wsdl: " + missing + ": Unable to open file \"" + missing + "\": No such file or directory\n");
+    EXPECT_FALSE(std::filesystem::exists(dir / "out.zip"));
     nvktest::ToolRun twoFiles = runTool("wsdl examples/wsdl/stations.wsdl --json examples/wsdl/stations.wsdl");
     EXPECT_EQ(twoFiles.status, 2);
     EXPECT_EQ(twoFiles.out.rfind("nvk wsdl: expected FILE and optionally --json\n", 0), 0u) << twoFiles.out;
