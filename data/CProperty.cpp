@@ -37,7 +37,13 @@ void CProperty::deallocate(CProperty* p) { tovan::ObjectPool<CProperty>::dealloc
 
 CProperty::~CProperty() { reset(); }
 
-void CProperty::deleteInstance() { pool().deleteInstance(this); }
+void CProperty::deleteInstance() {
+    // A value in the room that others still hold keeps this memory: its last
+    // release comes back here.
+    dropValue();
+    if (slot_.deferHome()) return;
+    pool().deleteInstance(this);
+}
 
 // A recycled property must not carry anything from its previous life, and a
 // pooled one must not keep values or metadata alive (they count as live).
@@ -83,19 +89,57 @@ Value& CProperty::getEditableValue() {
     if (flags_ & tovan::MetaDataReadOnly)
         throw tovan::PropertyAccessException("CProperty", "getEditableValue",
                                              u"Read-only property %ls cannot be updated", name_);
-    if (!value_) shareValue(new tovan::NullValue());
+    if (!value_) {
+        if (slot_.isFree())
+            value_ = slot_.makeIn(tovan::VT_Null, true);
+        else
+            shareValue(new tovan::NullValue());
+    }
     return *value_;
+}
+
+bool CProperty::canCopyIn(const Value& value) const {
+    if (!tovan::ValueSlot::fits(value)) return false;
+    return slot_.isFree() || (slot_.holds(value_) && value_->getRefCount() == 1);
+}
+
+void CProperty::copyIn(const Value& value) {
+    dropValue();
+    value_ = slot_.copyIn(value);
 }
 
 void CProperty::setValue(const Value& value) {
     if (&value == value_) return;
+    if (canCopyIn(value)) {
+        copyIn(value);
+        return;
+    }
     tovan::Ptr<Value> copy(value.clone());
     shareValue(copy.get());
 }
 
+void CProperty::dropValue() {
+    Value* old = std::exchange(value_, nullptr);
+    if (!old) return;
+    if (slot_.holds(old))
+        slot_.vacate();
+    else
+        old->release();
+}
+
 void CProperty::shareValue(Value* value) {
+    if (value == value_) return;
     if (value) value->addRef();
-    if (Value* old = std::exchange(value_, value)) old->release();
+    dropValue();
+    value_ = value;
+}
+
+void CProperty::takeValue(tovan::Ptr<Value> value) {
+    if (value && value.get() != value_ && value->getRefCount() == 1 && canCopyIn(*value)) {
+        copyIn(*value);
+        return;
+    }
+    shareValue(value.get());
 }
 
 tovan::iPropertyCollection& CProperty::getMetaData() {
@@ -118,9 +162,12 @@ tovan::iPropertyCollection* CProperty::findCollection() const {
 
 void CProperty::assignFrom(const CProperty& source, bool copyValue) {
     if (&source == this) return;
-    // Everything that can fail (copies) happens before this property changes.
+    // Everything that can fail (copies) happens before this property changes;
+    // a copy into the room cannot fail, so it is made last.
+    const bool inRoom = copyValue && source.value_ && canCopyIn(*source.value_);
     tovan::Ptr<Value> value;
-    if (source.value_) value = copyValue ? tovan::Ptr<Value>(source.value_->clone()) : tovan::Ptr<Value>(source.value_);
+    if (source.value_ && !inRoom)
+        value = copyValue ? tovan::Ptr<Value>(source.value_->clone()) : tovan::Ptr<Value>(source.value_);
     tovan::Ptr<CPropertyCollection> meta;
     if (source.metaData_ && source.metaData_->getSize() > 0) {
         meta = tovan::Ptr<CPropertyCollection>(CPropertyCollection::newInstance());
@@ -132,7 +179,10 @@ void CProperty::assignFrom(const CProperty& source, bool copyValue) {
     else if (!(name_ == source.name_))
         collection_->renameProperty(*this, source.name_);  // may refuse; nothing changed yet
     flags_ = source.flags_;
-    shareValue(value.get());
+    if (inRoom)
+        copyIn(*source.value_);
+    else
+        shareValue(value.get());
     clearMetaData();
     metaData_ = meta.detach();
 }

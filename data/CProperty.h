@@ -18,11 +18,18 @@ class CPropertyCollectionData;
 /// reads as the framework's null value; `getEditableValue` puts a NullValue
 /// in place first. Renaming goes through the owning collection, which
 /// refuses a name another of its properties has.
+///
+/// A value of the small scalar classes that the property makes itself (a
+/// copy, a value read from a stream, one handed over by a builder that
+/// nobody else holds) lives in the property's own room (tovan::ValueSlot)
+/// rather than in a block of its own. It is still an ordinary counted
+/// value; when others hold it after the property let go, the property's
+/// memory stays out of the pool until they release it.
 class NVK_EXPORT CProperty : public tovan::iProperty, public tovan::PooledObject {
 public:
     static const tovan::ClassTag Tag;  // "Norvatek.data.Property"
 
-    CProperty() = default;
+    CProperty() : slot_(this) {}
     ~CProperty() override;
     CProperty(const CProperty&) = delete;
     CProperty& operator=(const CProperty&) = delete;
@@ -74,6 +81,10 @@ public:
     tovan::Value* findValue() const { return value_; }
     /// Stores `value` itself (taking a reference), not a copy; null drops it.
     void shareValue(tovan::Value* value);
+    /// Stores `value`, taking over the caller's reference; a value that fits
+    /// the property's room and that nobody else holds is moved there (for
+    /// builders that made it for this property alone).
+    void takeValue(tovan::Ptr<tovan::Value> value);
     /// Copies name, flags, metadata and the value (a copy, or the same value
     /// object when `copyValue` is false) from `source`.
     void assignFrom(const CProperty& source, bool copyValue);
@@ -84,6 +95,16 @@ private:
     friend class CPropertyCollectionData;
     void setNameUnchecked(const tovan::WString& name);
     void reset();
+    /// True when a copy of `value` can go into the room without failing:
+    /// it fits, and the room is free or holds this property's own value
+    /// that nobody else holds.
+    bool canCopyIn(const tovan::Value& value) const;
+    /// Replaces the value by a copy of `value` made in the room (canCopyIn).
+    void copyIn(const tovan::Value& value);
+    /// Drops the value (and the room's, if it is there).
+    void dropValue();
+    /// Reads a value's type code and bytes into this property (see deserialize).
+    void readValue(tovan::iByteInputStream& in);
 
     tovan::WString name_;
     uint32_t nameHash_ = 0;
@@ -91,6 +112,7 @@ private:
     tovan::Value* value_ = nullptr;                 // one reference, or null
     CPropertyCollection* metaData_ = nullptr;       // one reference, or null
     CPropertyCollectionData* collection_ = nullptr; // weak: the collection holding this property
+    tovan::ValueSlot slot_;                         // where value_ points for the small scalars
 };
 
 }  // namespace nvk

@@ -140,7 +140,7 @@ CProperty* CPropertyCollectionData::AppendNewProperty(const WString& name, Ptr<V
     // Nothing can fail from here on: the array's reference is the one the
     // property was made with, the value's the one handed over.
     CProperty* p = made.detach();
-    if (Value* old = std::exchange(p->value_, value.detach())) old->release();
+    p->takeValue(std::move(value));
     p->collection_ = this;
     properties_.push_back(p);
     if (indexBuilt_) index_->put(int(properties_.size() - 1), properties_);

@@ -200,11 +200,35 @@ void CProperty::serialize(iByteOutputStream& out) const {
 void CProperty::deserialize(iByteInputStream& in) {
     checkStreamVersion(in.getVersion(), "CProperty", "deserialize");
     SetName(readWideString(in));
-    Ptr<Value> v = readValue(in, value_);
-    if (v.get() != value_) shareValue(v.get());
+    readValue(in);
     MetaDataFlags flags = 0;
     CMetaDataImpl::SetFromSerialized(flags, metaData_, in);
     flags_ = (flags & ~tovan::MetaDataNotSerialized) | (flags_ & tovan::MetaDataNotSerialized);
+}
+
+void CProperty::readValue(iByteInputStream& in) {
+    const int32_t code = readCompactInt(in);
+    const bool strict = strictReading(in);
+    if (value_ && value_->getTypeCode() == code && value_->getRefCount() == 1) {
+        value_->setStrictReading(strict);
+        value_->deserialize(in);
+        return;
+    }
+    if (slot_.isFree() && tovan::ValueSlot::fitsCode(code)) {
+        Value* v = slot_.makeIn(code, strict);
+        try {
+            v->deserialize(in);
+        } catch (...) {
+            slot_.vacate();
+            throw;
+        }
+        // The room was free, so the value it replaces lives elsewhere.
+        if (Value* old = std::exchange(value_, v)) old->release();
+        return;
+    }
+    Ptr<Value> v = Value::make(code, strict);
+    v->deserialize(in);
+    shareValue(v.get());
 }
 
 // ---- property collection ------------------------------------------------------------

@@ -10,6 +10,7 @@
 #include <mutex>
 
 #include <new>
+#include <type_traits>
 
 namespace tovan {
 
@@ -134,6 +135,100 @@ thread_local bool ValueBlocks::alive_ = true;
 void* Value::operator new(size_t size) { return ValueBlocks::take(size); }
 
 void Value::operator delete(void* block, size_t size) noexcept { ValueBlocks::give(block, size); }
+
+void Value::deleteInstance() {
+    if (slotted_)
+        reinterpret_cast<ValueSlot*>(this)->released(this);
+    else
+        delete this;
+}
+
+// ---- ValueSlot -------------------------------------------------------------
+
+namespace {
+
+/// Calls `f` with a pointer of the exact class `v` has, when it is one of the
+/// classes a slot takes; false otherwise.
+template <class F>
+bool withSlotClass(int typeCode, F&& f) {
+    switch (typeCode) {
+        case VT_Integer: return f(static_cast<IntegerValue*>(nullptr));
+        case VT_Double: return f(static_cast<DoubleValue*>(nullptr));
+        case VT_Boolean: return f(static_cast<BooleanValue*>(nullptr));
+        case VT_Byte: return f(static_cast<ByteValue*>(nullptr));
+        case VT_Null: return f(static_cast<NullValue*>(nullptr));
+        case VT_Missing: return f(static_cast<MissingValue*>(nullptr));
+        default: return false;
+    }
+}
+
+}  // namespace
+
+bool ValueSlot::fits(const Value& v) {
+    // The class itself, not one derived from it: a derived class may be
+    // larger, and its copy would lose what it adds.
+    return withSlotClass(v.getTypeCode(), [&](auto* type) {
+        using V = std::remove_pointer_t<decltype(type)>;
+        static_assert(sizeof(V) <= kRoom && alignof(V) <= 8);
+        return &v.getClass() == &V::Tag;
+    });
+}
+
+bool ValueSlot::fitsCode(int typeCode) {
+    return withSlotClass(typeCode, [](auto*) { return true; });
+}
+
+Value* ValueSlot::copyIn(const Value& v) {
+    Value* made = nullptr;
+    withSlotClass(v.getTypeCode(), [&](auto* type) {
+        using V = std::remove_pointer_t<decltype(type)>;
+        // Value has a class operator new, which hides the placement form.
+        made = ::new (room_) V(static_cast<const V&>(v));
+        return true;
+    });
+    made->slotted_ = true;
+    made->addRef();
+    setState(Held);
+    return made;
+}
+
+Value* ValueSlot::makeIn(int typeCode, bool strict) {
+    Value* made = nullptr;
+    withSlotClass(typeCode, [&](auto* type) {
+        using V = std::remove_pointer_t<decltype(type)>;
+        made = ::new (room_) V();
+        return true;
+    });
+    made->setStrictReading(strict);
+    made->slotted_ = true;
+    made->addRef();
+    setState(Held);
+    return made;
+}
+
+void ValueSlot::vacate() {
+    // Orphan before the release: if it is the last one, released() finds
+    // the room orphaned and frees it.
+    setState(Orphan);
+    reinterpret_cast<Value*>(room_)->release();
+}
+
+bool ValueSlot::deferHome() {
+    uintptr_t w = word_.load(std::memory_order_acquire);
+    while ((w & StateMask) == Orphan)
+        if (word_.compare_exchange_weak(w, (w & ~uintptr_t(StateMask)) | HomeWaiting, std::memory_order_acq_rel))
+            return true;
+    return false;
+}
+
+void ValueSlot::released(Value* v) {
+    v->~Value();
+    uintptr_t w = word_.load(std::memory_order_acquire);
+    while (!word_.compare_exchange_weak(w, w & ~uintptr_t(StateMask), std::memory_order_acq_rel)) {
+    }
+    // The holder finished its own release while the value lived on: finish it now.
+    if ((w & StateMask) == HomeWaiting) reinterpret_cast<CountedObject*>(w & ~uintptr_t(StateMask))->deleteInstance();
+}
 
 void Value::registerType(int typeCode, const char* classTag, Creator creator) {
     TypeRegistry& r = typeRegistry();

@@ -5,6 +5,7 @@
 // Every value class has a type code (written ahead of the value's own bytes
 // by the record formats above this layer) and a class tag. The codes are
 // listed in ValueTypeCode and in platform/README.md with each class's bytes.
+#include <atomic>
 #include <cstdint>
 #include <string>
 
@@ -74,6 +75,9 @@ public:
     /// sizes rather than from the C library each time (see Value.cpp).
     static void* operator new(size_t size);
     static void operator delete(void* block, size_t size) noexcept;
+    /// The last release of a value made in a ValueSlot goes back to the slot
+    /// instead of freeing memory; any other value is deleted.
+    void deleteInstance() override;
 
     bool isStrictReading() const { return strict_; }
     void setStrictReading(bool strict) { strict_ = strict; }
@@ -106,12 +110,19 @@ public:
 
 protected:
     Value() = default;
-    Value(const Value&) = default;
-    Value& operator=(const Value&) = default;
+    // Where a value lives is not part of it: a copy of a value in a slot is
+    // an ordinary one.
+    Value(const Value& other) : CountedObject(other), strict_(other.strict_) {}
+    Value& operator=(const Value& other) {
+        strict_ = other.strict_;
+        return *this;
+    }
     [[noreturn]] void failAssign(const Value& other) const;
 
 private:
+    friend class ValueSlot;
     bool strict_ = true;
+    bool slotted_ = false;  // made in a ValueSlot's room
 };
 
 /// Registers a value class with both factories while the library loads:
@@ -298,6 +309,67 @@ public:
 
 private:
     WString text_;
+};
+
+// ---- room for a value inside its holder -------------------------------------
+
+/// Room for one value of the small scalar classes (IntegerValue, DoubleValue,
+/// BooleanValue, ByteValue, NullValue, MissingValue: the classes themselves,
+/// not classes derived from them) inside the object that holds it, so that
+/// such a value costs no allocation and no pointer to a block of its own.
+///
+/// A value in the room is an ordinary counted value: other holders may take
+/// references to it, and it lives until the last one goes, even when its
+/// holder lets go of it first. The holder's memory must then outlive the
+/// value: the holder's last release asks `deferHome()`, and when that says
+/// the room is still taken, the holder keeps its memory and the value's last
+/// release calls the holder's `deleteInstance()` again. Until then the room
+/// cannot take another value. The room's state is one atomic word, so the
+/// value's last release may come from any thread.
+class NVK_EXPORT ValueSlot {
+public:
+    /// `home` is the object the slot is a member of.
+    explicit ValueSlot(CountedObject* home) : word_(reinterpret_cast<uintptr_t>(home)) {}
+    ValueSlot(const ValueSlot&) = delete;
+    ValueSlot& operator=(const ValueSlot&) = delete;
+
+    /// True when a value of `v`'s class fits the room.
+    static bool fits(const Value& v);
+    /// True when the value made for `typeCode` fits the room.
+    static bool fitsCode(int typeCode);
+
+    bool isFree() const { return state() == Free; }
+    bool holds(const Value* v) const { return static_cast<const void*>(v) == room_; }
+    /// A copy of `v` made in the free room, carrying one reference (the
+    /// holder's). The room must be free and `v` must fit.
+    Value* copyIn(const Value& v);
+    /// A new value for `typeCode` (as Value::create makes it) in the free
+    /// room, carrying one reference. The room must be free and the code fit.
+    Value* makeIn(int typeCode, bool strict);
+    /// The holder drops its reference on the value in the room; the value is
+    /// destroyed now, or by its last release when others still hold it.
+    void vacate();
+    /// For the holder's last release, after it vacated the room: true when
+    /// the value still lives because others hold it. The holder must then
+    /// leave its memory as it is; the value's last release calls the holder's
+    /// deleteInstance() once more, with the room free.
+    bool deferHome();
+
+private:
+    friend class Value;
+    enum State : uintptr_t { Free = 0, Held = 1, Orphan = 2, HomeWaiting = 3, StateMask = 3 };
+    State state() const { return State(word_.load(std::memory_order_acquire) & StateMask); }
+    void setState(State s) {
+        uintptr_t w = word_.load(std::memory_order_relaxed);
+        word_.store((w & ~uintptr_t(StateMask)) | s, std::memory_order_release);
+    }
+    /// The last release of the value in the room.
+    void released(Value* v);
+
+    static constexpr size_t kRoom = 24;
+    // First, so that the slot starts where its value does.
+    alignas(8) unsigned char room_[kRoom];
+    std::atomic<uintptr_t> word_;  // the home object's address, state in the low two bits
 };
 
 // ---- byte-form helpers shared by the value classes -------------------------

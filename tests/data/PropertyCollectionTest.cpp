@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <random>
+#include <thread>
 
 #include "nvk/data/CMetaData.h"
 #include "nvk/data/CPropertyCollection.h"
@@ -284,4 +285,75 @@ TEST(PropertyCollection, AFailedCopyLeavesTheTargetAlone) {
     EXPECT_EQ(propertyNames(*dst), "keep");
     dst->assignFrom(src.get(), false);  // sharing needs no copy
     EXPECT_EQ(&dst->get(u"b").getValue(), odd.get());
+}
+
+// Small scalars live in their property's own room; these check that the room
+// behaves as a separate counted value would when others hold it.
+TEST(PropertyValueRoom, ASharedValueOutlivesItsPropertyAndThenReturnsIt) {
+    auto& pool = nvk::CProperty::pool();
+    const int before = pool.getOutstanding();
+    CollectionPtr src = collection({u"a", u"b"});
+    CollectionPtr dst(CPropertyCollection::newInstance());
+    dst->assignFrom(src.get(), false);
+    const Value* shared = &src->get(u"a").getValue();
+    ASSERT_EQ(&dst->get(u"a").getValue(), shared);
+
+    // The holder goes first: its memory stays out of the pool while the
+    // value lives, so the value stays readable and editable through dst.
+    src->removeAll();
+    EXPECT_EQ(pool.getOutstanding(), before + 4);  // dst's two and src's two that wait
+    EXPECT_EQ(intValue(dst->get(u"a")), 0);
+    dynamic_cast<IntegerValue&>(dst->get(u"a").getEditableValue()).set(41);
+    EXPECT_EQ(intValue(dst->get(u"a")), 41);
+
+    // Re-entering a property and building more reuses nothing of the waiting one.
+    CollectionPtr busy = collection({u"x", u"y", u"z"});
+    EXPECT_EQ(intValue(busy->get(u"z")), 2);
+    EXPECT_EQ(intValue(dst->get(u"a")), 41);
+
+    dst->removeAll();  // the values' last releases hand the waiting properties back
+    EXPECT_EQ(pool.getOutstanding(), before + 3);
+    busy = nullptr;
+    EXPECT_EQ(pool.getOutstanding(), before);
+}
+
+TEST(PropertyValueRoom, ReplacingAValueOthersHoldLeavesTheirsAlone) {
+    CollectionPtr c = collection({u"n"});
+    iProperty& p = c->get(u"n");
+    Ptr<Value> held(const_cast<Value*>(&p.getValue()));
+    p.setValue(IntegerValue(6));  // the room is taken: this one goes elsewhere
+    p.setValue(DoubleValue(2.5));
+    EXPECT_EQ(held->toString(), u"0");
+    EXPECT_EQ(p.getValue().toString(), u"2.5");
+    held = nullptr;  // frees the room while the property lives
+    p.setValue(BooleanValue(true));
+    EXPECT_EQ(p.getValue().toString(), u"true");
+
+    // The node's value is assigned in place, wherever it lives.
+    NodePtr n = node(u"n");
+    n->setValue(IntegerValue(1));
+    const Value* first = &n->getValue();
+    n->setValue(IntegerValue(2));
+    EXPECT_EQ(&n->getValue(), first);
+    EXPECT_EQ(n->getValue().toString(), u"2");
+
+    // A copy of a value in a room is an ordinary value of its own.
+    Ptr<Value> copy(p.getValue().clone());
+    EXPECT_TRUE(copy->equals(p.getValue()));
+    EXPECT_NE(copy.get(), &p.getValue());
+}
+
+TEST(PropertyValueRoom, LastReleasesOnOtherThreads) {
+    auto& pool = nvk::CProperty::pool();
+    const int before = pool.getOutstanding();
+    for (int round = 0; round < 200; ++round) {
+        CollectionPtr src = collection({u"a", u"b", u"c"});
+        std::vector<Ptr<Value>> held;
+        for (int i = 0; i < 3; ++i) held.emplace_back(const_cast<Value*>(&src->get(i).getValue()));
+        // Whichever side lets go last returns the property to the pool.
+        std::thread other([&] { held.clear(); });
+        src = nullptr;
+        other.join();
+        ASSERT_EQ(pool.getOutstanding(), before);
+    }
 }
