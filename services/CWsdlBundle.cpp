@@ -3,6 +3,7 @@
 // that the relative locations in the documents resolve inside the zip.
 #include <zip.h>
 
+#include <filesystem>
 #include <functional>
 #include <map>
 
@@ -123,10 +124,18 @@ void CWsdlParser::ParseZippedWsdl(std::string_view zipBytes) {
 
 void CWsdlParser::GetZippedWsdl(std::string& zipBytes) const {
     requireParsed("GetZippedWsdl");
-    // Names relative to the deepest folder that holds every document.
-    std::vector<std::string> common = folderOf(documents_.front()->path);
+    // Names relative to the deepest folder that holds every document, found on
+    // absolute paths: the imports of a WSDL named from its own folder
+    // ("main.wsdl") may lie above it ("../xsd/a.xsd").
+    std::vector<std::string> paths;
     for (const auto& d : documents_) {
-        std::vector<std::string> f = folderOf(d->path);
+        std::error_code ec;
+        std::filesystem::path full = std::filesystem::absolute(d->path, ec);
+        paths.push_back(ec ? d->path : full.lexically_normal().generic_string());
+    }
+    std::vector<std::string> common = folderOf(paths.front());
+    for (const std::string& path : paths) {
+        std::vector<std::string> f = folderOf(path);
         size_t n = 0;
         while (n < common.size() && n < f.size() && common[n] == f[n]) ++n;
         common.resize(n);
@@ -146,8 +155,9 @@ void CWsdlParser::GetZippedWsdl(std::string& zipBytes) const {
         zip_error_fini(&error);
         throw tovan::Exception(kClass, "GetZippedWsdl", u"Unable to make a zip: %hs", reason);
     }
-    for (const auto& d : documents_) {
-        std::string name = d->path.substr(strip);
+    for (size_t i = 0; i < documents_.size(); ++i) {
+        const Document* d = documents_[i].get();
+        std::string name = paths[i].substr(strip);
         // A name that would leave the bundle (a ".." kept for want of a common
         // folder) cannot be written: the reader refuses such names.
         if (!safeName(name))

@@ -491,6 +491,32 @@ TEST(WsdlParser, ImportsFromFilesAndBundles) {
     EXPECT_EQ(failure([&] { bytes.Parse("<a"); }), "Parse error: unclosed token at line 1, column 1");
 }
 
+TEST(WsdlParser, BundleOfAWsdlNamedFromItsOwnFolderHoldsImportsAboveIt) {
+    nvktest::TempDir dir;
+    std::filesystem::create_directories(dir / "wsdl");
+    std::filesystem::create_directories(dir / "xsd");
+    std::ofstream(dir / "wsdl/main.wsdl")
+        << "<definitions xmlns='http://schemas.xmlsoap.org/wsdl/' xmlns:xsd='http://www.w3.org/2001/XMLSchema'"
+           " targetNamespace='urn:a'><types><xsd:schema targetNamespace='urn:a'>"
+           "<xsd:import namespace='urn:b' schemaLocation='../xsd/b.xsd'/></xsd:schema></types></definitions>";
+    std::ofstream(dir / "xsd/b.xsd") << "<schema xmlns='http://www.w3.org/2001/XMLSchema' targetNamespace='urn:b'/>";
+    struct Cwd {
+        std::filesystem::path was = std::filesystem::current_path();
+        ~Cwd() { std::filesystem::current_path(was); }
+    } restore;
+    std::filesystem::current_path(dir / "wsdl");
+    W p;
+    p.Parse(u"main.wsdl");
+    std::string zip;
+    p.GetZippedWsdl(zip);
+    W back;
+    back.ParseZippedWsdl(zip);
+    const auto docs = back.GetLoadedDocuments();
+    ASSERT_EQ(docs.size(), 2u);
+    EXPECT_EQ(docs[0].first, "wsdl/main.wsdl");
+    EXPECT_EQ(docs[1].first, "xsd/b.xsd");
+}
+
 TEST(WsdlReport, TypesInTheOrderFirstMetThroughAChainLongerThanTheStackWouldTake) {
     // T has members of A and B; A leads into a chain C0 -> C1 -> ... -> Cn.
     constexpr int n = 50000;
