@@ -402,7 +402,8 @@ private:
         // node of a walk) is that step's axis alone, without working sets.
         if (!e.left && !e.absolute && e.steps.size() == 1 && e.steps[0].predicates.empty()) {
             const Step& step = e.steps[0];
-            collect(step, ctx.item, v.nodes);
+            bool nested = false;
+            collect(step, ctx.item, v.nodes, nested);
             if (isReverseAxis(step.axis)) std::reverse(v.nodes.begin(), v.nodes.end());
             return v;
         }
@@ -433,10 +434,8 @@ private:
         bool nested = false;
         for (const XPathItem& item : input) {
             found.clear();
-            nested_ = false;
-            collect(step, item, found);
-            nested = nested || nested_;  // before the predicates, whose paths reuse nested_
-            for (const ExprPtr& p : step.predicates) filter(found, *p);
+            collect(step, item, found, nested);
+            for (size_t p = step.positionFree; p < step.predicates.size(); ++p) filter(found, *step.predicates[p]);
             if (isReverseAxis(step.axis)) std::reverse(found.begin(), found.end());
             output.insert(output.end(), found.begin(), found.end());
         }
@@ -488,8 +487,19 @@ private:
                namesMatch(name.substr(0, step.name.size()), step.name);
     }
 
-    void push(const Step& step, const XPathItem& item, std::vector<XPathItem>& out) const {
-        if (matches(step, item)) out.push_back(item);
+    // The node test and the predicates that ignore positions, which hold or
+    // not whatever the item's place in the step's list.
+    bool accepts(const Step& step, const XPathItem& item) {
+        if (!matches(step, item)) return false;
+        for (size_t p = 0; p < step.positionFree; ++p) {
+            const Expr& predicate = *step.predicates[p];
+            if (!xpathToBoolean(eval(predicate, Context{item, 1, 1}))) return false;
+        }
+        return true;
+    }
+
+    void push(const Step& step, const XPathItem& item, std::vector<XPathItem>& out) {
+        if (accepts(step, item)) out.push_back(item);
     }
 
     // Name tests never match text, so their walks skip reading node values.
@@ -498,15 +508,15 @@ private:
     }
 
     // The node's XPath children: its text first, then its child nodes.
-    void pushChildren(const Step& step, XPathHandle node, std::vector<XPathItem>& out) const {
+    void pushChildren(const Step& step, XPathHandle node, std::vector<XPathItem>& out) {
         if (mayMatchText(step) && hasText(nav_, node)) push(step, XPathItem{node, XPathItemKind::Text}, out);
         const size_t n = nav_.childCount(node);
         for (size_t i = 0; i < n; ++i) push(step, XPathItem{nav_.childAt(node, i)}, out);
     }
 
     // The subtree of `node` (itself included, attributes excluded) in document
-    // order. Notes in nested_ when a match lies inside another match.
-    void pushSubtree(const Step& step, XPathHandle node, std::vector<XPathItem>& out) const {
+    // order. Sets `nested` when a match lies inside another match.
+    void pushSubtree(const Step& step, XPathHandle node, std::vector<XPathItem>& out, bool& nested) {
         struct Frame {
             XPathHandle node;
             size_t next, count;
@@ -516,14 +526,14 @@ private:
         std::vector<Frame> stack;
         size_t matchedOnStack = 0;
         auto visit = [&](XPathHandle n) {
-            const bool matched = matches(step, XPathItem{n});
+            const bool matched = accepts(step, XPathItem{n});
             if (matched) {
-                nested_ = nested_ || matchedOnStack > 0;
+                nested = nested || matchedOnStack > 0;
                 out.push_back(XPathItem{n});
             }
             const XPathItem text{n, XPathItemKind::Text};
-            if (texts && hasText(nav_, n) && matches(step, text)) {
-                nested_ = nested_ || matched || matchedOnStack > 0;
+            if (texts && hasText(nav_, n) && accepts(step, text)) {
+                nested = nested || matched || matchedOnStack > 0;
                 out.push_back(text);
             }
             stack.push_back(Frame{n, 0, nav_.childCount(n), matched});
@@ -542,15 +552,17 @@ private:
     }
 
     // The same subtree in reverse document order.
-    void pushSubtreeReversed(const Step& step, XPathHandle node, std::vector<XPathItem>& out) const {
+    void pushSubtreeReversed(const Step& step, XPathHandle node, std::vector<XPathItem>& out) {
         std::vector<XPathItem> forward;
         Step all;
         all.test = mayMatchText(step) ? TestKind::AnyNode : TestKind::Any;
-        pushSubtree(all, node, forward);
+        bool nested = false;
+        pushSubtree(all, node, forward, nested);
         for (auto it = forward.rbegin(); it != forward.rend(); ++it) push(step, *it, out);
     }
 
-    void collect(const Step& step, const XPathItem& item, std::vector<XPathItem>& out) const {
+    // Sets `nested` as pushSubtree does.
+    void collect(const Step& step, const XPathItem& item, std::vector<XPathItem>& out, bool& nested) {
         const bool isNode = item.kind == XPathItemKind::Node;
         // The node an attribute or text belongs to is its parent.
         auto parentOf = [&] { return isNode ? nav_.parentOf(item.node) : item.node; };
@@ -570,13 +582,13 @@ private:
                 push(step, item, out);
                 break;
             }
-            pushSubtree(step, item.node, out);
+            pushSubtree(step, item.node, out, nested);
             break;
         case Axis::Descendant:
             if (isNode) {
                 if (mayMatchText(step) && hasText(nav_, item.node)) push(step, XPathItem{item.node, XPathItemKind::Text}, out);
                 const size_t n = nav_.childCount(item.node);
-                for (size_t i = 0; i < n; ++i) pushSubtree(step, nav_.childAt(item.node, i), out);
+                for (size_t i = 0; i < n; ++i) pushSubtree(step, nav_.childAt(item.node, i), out, nested);
             }
             break;
         case Axis::Parent:
@@ -609,11 +621,11 @@ private:
                 push(step, XPathItem{from, XPathItemKind::Text}, out);
             if (!isNode) {
                 const size_t n = nav_.childCount(from);
-                for (size_t i = 0; i < n; ++i) pushSubtree(step, nav_.childAt(from, i), out);
+                for (size_t i = 0; i < n; ++i) pushSubtree(step, nav_.childAt(from, i), out, nested);
             }
             for (XPathHandle a = from, p = nav_.parentOf(a); p; a = p, p = nav_.parentOf(a)) {
                 const size_t n = nav_.childCount(p);
-                for (size_t i = nav_.indexInParent(a) + 1; i < n; ++i) pushSubtree(step, nav_.childAt(p, i), out);
+                for (size_t i = nav_.indexInParent(a) + 1; i < n; ++i) pushSubtree(step, nav_.childAt(p, i), out, nested);
             }
             break;
         }
@@ -669,7 +681,6 @@ private:
     const XPathNavigator& nav_;
     XPathHandle root_;
     bool ignoreCase_;
-    mutable bool nested_ = false;  // set by pushSubtree, read by applyStep
     std::unordered_map<XPathHandle, uint64_t> order_;
 };
 

@@ -454,6 +454,10 @@ private:
         return false;
     }
 
+    static bool isPositional(const Expr& predicate) {
+        return predicate.type == XPathType::Number || usesPosition(predicate);
+    }
+
     // "//name" means descendant-or-self::node()/child::name; when the child
     // step's predicates do not look at positions, descendant::name selects
     // the same nodes without visiting every node's children separately.
@@ -464,9 +468,7 @@ private:
             if (any.axis != Axis::DescendantOrSelf || any.test != TestKind::AnyNode || !any.predicates.empty() ||
                 next.axis != Axis::Child)
                 continue;
-            bool positional = false;
-            for (const ExprPtr& p : next.predicates) positional = positional || p->type == XPathType::Number || usesPosition(*p);
-            if (positional) continue;
+            if (next.positionFree < next.predicates.size()) continue;
             next.axis = Axis::Descendant;
             steps.erase(steps.begin() + long(i));
         }
@@ -545,6 +547,8 @@ private:
                                         text_);
         }
         while (peek().kind == Tok::LBracket) step.predicates.push_back(parsePredicate());
+        while (step.positionFree < step.predicates.size() && !isPositional(*step.predicates[step.positionFree]))
+            ++step.positionFree;
         return step;
     }
 

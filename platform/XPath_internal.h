@@ -86,6 +86,9 @@ struct Step {
     TestKind test = TestKind::AnyNode;
     std::u16string name;  // Name: the qualified name; Prefix: the prefix
     std::vector<ExprPtr> predicates;
+    // How many leading predicates look at neither position nor size: the
+    // axis walk tests those on each node as it passes, while it is at hand.
+    size_t positionFree = 0;
 };
 
 struct Expr {
