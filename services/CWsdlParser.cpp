@@ -282,6 +282,7 @@ void CWsdlParser::Parse(std::string_view bytes, const std::string& baseFolder) {
 void CWsdlParser::Reset() {
     documents_.clear();
     schemas_.clear();
+    schemasLoaded_ = false;
     indexed_ = false;
     definitions_.clear();
     schemaChildren_.clear();

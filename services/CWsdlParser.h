@@ -372,6 +372,7 @@ private:
 
     std::vector<std::unique_ptr<Document>> documents_;  // the WSDL first
     std::vector<CSchema> schemas_;
+    bool schemasLoaded_ = false;  // also when there are none: the loading runs the occurrence queries
     bool indexed_ = false;
     // Definitions children by kind and local name ("message\nName"), the
     // first in document order; schema children by namespace, kind and name.

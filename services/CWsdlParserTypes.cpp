@@ -113,7 +113,7 @@ void CWsdlParser::findSchemaNodes(std::vector<iNode*>& out) {
 
 void CWsdlParser::loadExternalSchemata() {
     requireParsed("loadExternalSchemata");
-    if (!schemas_.empty()) return;
+    if (schemasLoaded_ || !schemas_.empty()) return;
     // Included schemas without a target namespace take their includer's.
     std::unordered_map<std::string, WString> includedInto;
     for (const auto& d : documents_) {
@@ -163,6 +163,7 @@ void CWsdlParser::loadExternalSchemata() {
             for (size_t i = 0; i < set.size(); ++i) into->insert(set.get(int(i)));
         }
     }
+    schemasLoaded_ = true;
 }
 
 void CWsdlParser::GetSchemaInfo(std::vector<CSchema>& schemas) {
