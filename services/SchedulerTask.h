@@ -35,11 +35,13 @@ inline constexpr int CRON_YEAR_IDX = 6;
 
 class NVK_EXPORT SchedulerTask {
 public:
-    enum TaskType { Protocol = 0, Service = 1, JavaClass = 2 };
-    enum TriggerType { Cron = 0, Interval = 1, Once = 2, FileEvent = 3, ExternalEvent = 4 };
-    enum SchedulerTaskGroup { Admin = 0, Core = 1, Package = 2, User = 3 };
-    enum DisabledReason { NONE = 0, UNAUTHORIZED = 1, BLOCKED_BY_ADMIN = 2, INVALID_TRIGGER = 3, USER_DISABLED = 4, OTHER = 5 };
-    enum TaskFrequency { FrequencyNone = 0, FrequencyOnce = 1, FrequencyDaily = 2, FrequencyWeekly = 3, FrequencyMonthly = 4 };
+    // Fixed to int so that any number a caller or a file hands in is a value of the type:
+    // isValid and the text functions refuse the unnamed ones instead of reading them undefined.
+    enum TaskType : int { Protocol = 0, Service = 1, JavaClass = 2 };
+    enum TriggerType : int { Cron = 0, Interval = 1, Once = 2, FileEvent = 3, ExternalEvent = 4 };
+    enum SchedulerTaskGroup : int { Admin = 0, Core = 1, Package = 2, User = 3 };
+    enum DisabledReason : int { NONE = 0, UNAUTHORIZED = 1, BLOCKED_BY_ADMIN = 2, INVALID_TRIGGER = 3, USER_DISABLED = 4, OTHER = 5 };
+    enum TaskFrequency : int { FrequencyNone = 0, FrequencyOnce = 1, FrequencyDaily = 2, FrequencyWeekly = 3, FrequencyMonthly = 4 };
 
     /// The expression that splits a cron trigger spec into its seven fields.
     static constexpr char16_t CronExpression[] =
