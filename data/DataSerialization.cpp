@@ -329,6 +329,15 @@ void CNodeImplBase::SerializeNode(iByteOutputStream& out, bool withChildren) con
     CMetaDataImpl::Serialize(metaData_, out);
 }
 
+namespace {
+
+struct ChildTagCache {
+    std::string tag, last;
+    tovan::ObjectFactory::Creator creator = nullptr;
+};
+
+}  // namespace
+
 void CNodeImplBase::DeserializeNode(iByteInputStream& in, bool withChildren) {
     CleanOutNodeData(false);
     const int32_t version = readCompactInt(in);
@@ -343,9 +352,20 @@ void CNodeImplBase::DeserializeNode(iByteInputStream& in, bool withChildren) {
     if (withChildren && version >= 104) {
         const int32_t n = readCount(in);
         tovan::iNode* self = GetINode();
+        // Siblings nearly always share one class: the tag is read into a buffer that keeps
+        // its room, and the factory is asked again only when the tag differs from the last.
+        // Per thread, since any thread may read a file; the tag is done with before the
+        // child reads its own children through the same cache.
+        thread_local ChildTagCache tags;
         for (int32_t i = 0; i < n; ++i) {
-            std::string tag = readNarrowString(in);
-            Ptr<tovan::iNode> child = tovan::ObjectFactory::createAs<tovan::iNode>(tag);
+            readNarrowString(in, tags.tag);
+            if (!tags.creator || tags.tag != tags.last) {
+                tags.creator = tovan::ObjectFactory::findCreator(tags.tag);
+                tags.last = tags.tag;
+            }
+            Ptr<tovan::iNode> child = tags.creator
+                                          ? tovan::ObjectFactory::createAs<tovan::iNode>(tags.creator, tags.tag)
+                                          : tovan::ObjectFactory::createAs<tovan::iNode>(tags.tag);
             AppendChild(child.get());
             child->setParent(self);
             child->deserialize(in);

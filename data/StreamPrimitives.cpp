@@ -250,11 +250,17 @@ void writeNarrowString(iByteOutputStream& out, const std::string& s) {
 }
 
 std::string readNarrowString(iByteInputStream& in) {
+    std::string s;
+    readNarrowString(in, s);
+    return s;
+}
+
+void readNarrowString(iByteInputStream& in, std::string& s) {
+    s.clear();
     int32_t n = readCompactInt(in);
     if (n < 0) throw Exception(kClass, "readNarrowString", u"Invalid string length %d", n);
-    if (n <= 1) return std::string();
+    if (n <= 1) return;
     const size_t len = size_t(n - 1);
-    std::string s;
     while (s.size() < len) {
         size_t at = s.size();
         size_t chunk = std::min(len - at, kHeapStep);
@@ -268,7 +274,6 @@ std::string readNarrowString(iByteInputStream& in) {
             got += r;
         }
     }
-    return s;
 }
 
 }  // namespace nvk

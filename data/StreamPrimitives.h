@@ -54,6 +54,8 @@ NVK_EXPORT void writeNarrowString(tovan::iByteOutputStream& out, const char* s);
 NVK_EXPORT void writeNarrowString(tovan::iByteOutputStream& out, const std::string& s);
 /// "none" reads as an empty string.
 NVK_EXPORT std::string readNarrowString(tovan::iByteInputStream& in);
+/// The same into `s`, whose room is kept from one call to the next.
+NVK_EXPORT void readNarrowString(tovan::iByteInputStream& in, std::string& s);
 
 /// Raises "Unknown serialization version %d\n" (as `className`::`operation`)
 /// for a version of 0 or below.

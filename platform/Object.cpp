@@ -78,14 +78,15 @@ bool ObjectFactory::isRegistered(const std::string& tag) {
     return r.creators.count(tag) != 0;
 }
 
+ObjectFactory::Creator ObjectFactory::findCreator(const std::string& tag) {
+    Registry& r = registry();
+    std::lock_guard lock(r.mutex);
+    auto it = r.creators.find(tag);
+    return it != r.creators.end() ? it->second : nullptr;
+}
+
 Object* ObjectFactory::findCreate(const std::string& tag) {
-    Creator creator = nullptr;
-    {
-        Registry& r = registry();
-        std::lock_guard lock(r.mutex);
-        auto it = r.creators.find(tag);
-        if (it != r.creators.end()) creator = it->second;
-    }
+    Creator creator = findCreator(tag);
     return creator ? creator() : nullptr;
 }
 

@@ -165,14 +165,25 @@ public:
     /// "Class %hs does not implement %hs" (and discards the object) when it is not one.
     template <class T>
     static Ptr<T> createAs(const std::string& tag) {
-        Object* o = create(tag);
+        return take<T>(create(tag), tag);
+    }
+    /// Null for an unknown tag. A creator, once registered, stays the tag's creator, so a
+    /// reader of many objects of one class may keep it instead of asking for every object.
+    static Creator findCreator(const std::string& tag);
+    /// As createAs, with the creator findCreator gave for `tag`.
+    template <class T>
+    static Ptr<T> createAs(Creator creator, const std::string& tag) {
+        return take<T>(creator(), tag);
+    }
+
+private:
+    template <class T>
+    static Ptr<T> take(Object* o, const std::string& tag) {
         if (T* t = dynamic_cast<T*>(o)) return Ptr<T>(t);
         discard(o);
         throw BadParameterException("ObjectFactory", "createAs", u"Class %hs does not implement %hs", tag,
                                     typeNameOf(typeid(T)));
     }
-
-private:
     static void discard(Object* o);
 };
 

@@ -1,5 +1,6 @@
 #include <unistd.h>
 
+#include <algorithm>
 #include <random>
 #include <thread>
 
@@ -407,6 +408,37 @@ TEST(NodeStream, RandomTreesRoundTrip) {
             EXPECT_FALSE(nvk::readRecord(in));
         }
     }
+}
+
+// Children's classes are looked up once per run of one tag: a tag that changes, even in its
+// last byte only, is looked up again, and an unknown one is refused as before.
+TEST(NodeStream, ChildClassesChangingBetweenSiblings) {
+    Ptr<iNode> root(CBaseNode::newInstance());
+    const char* kinds = "bbtbt";
+    for (const char* k = kinds; *k; ++k) {
+        Ptr<iNode> child = *k == 'b' ? Ptr<iNode>(CBaseNode::newInstance())
+                                     : Ptr<iNode>(CObjectTransportNode::newInstance());
+        root->appendChild(child.get());
+    }
+    const Bytes b = bytesOf(*root, 2);
+    Ptr<CBaseNode> back = readAs<CBaseNode>(b, 2);
+    ASSERT_EQ(back->getNumberOfChildren(), 5);
+    for (int i = 0; i < 5; ++i)
+        EXPECT_STREQ(back->getChildAt(i)->getClassTag(),
+                     kinds[i] == 'b' ? CBaseNode::Tag.name() : CObjectTransportNode::Tag.name());
+
+    const std::string tag = CBaseNode::Tag.name();
+    Bytes bad = b;
+    auto second = std::search(bad.begin(), bad.end(), tag.begin(), tag.end());
+    second = std::search(second + 1, bad.end(), tag.begin(), tag.end());
+    ASSERT_NE(second, bad.end());
+    second[tag.size() - 1] = 'X';
+    Ptr<CBaseNode> target(CBaseNode::newInstance());
+    MemoryInputStream in(bad, 2);
+    EXPECT_THROW_MSG(target->deserialize(in), Exception,
+                     "Unknown class tag \"" + tag.substr(0, tag.size() - 1) + "X\"");
+    readInto(*target, b);  // the cache still knows the real tag
+    EXPECT_EQ(target->getNumberOfChildren(), 5);
 }
 
 TEST(NodeStream, RecordsAndNodeFiles) {
