@@ -1,5 +1,5 @@
 // Scheduled tasks: next-run calculations per second for each shape, against
-// the PCRE2 search that splits the spec (the part every shape pays); the
+// the PCRE2 search that splits the trigger text (the part every shape pays); the
 // scheduler service's requests per second with 1 and 8 clients, against a
 // cpp-httplib server answering the same bytes from memory; and XML reading
 // MB/s against expat alone on the same document.

@@ -2,7 +2,7 @@
 // (components with ports, places, parent-linked parameters and a nested subprotocol now and
 // then, and connections between them) and a selection. A refused collapse must throw the
 // check's sentence and leave the protocol as it was; an allowed one must give a protocol file
-// that reads back as written; when the rules were asked (more than one ID), the result must
+// that reads back unchanged; when the rules were asked (more than one ID), the result must
 // uncollapse to the same protocol up to the new local IDs.
 #include <algorithm>
 #include <cstddef>
@@ -72,7 +72,7 @@ tovan::Ptr<nvk::CProtocolInfo> build(Bytes& in) {
     return p;
 }
 
-/// Components (attributes as written) and connections with IDs renamed, sorted.
+/// Components (attributes as stored) and connections with IDs renamed, sorted.
 std::vector<std::string> shape(tovan::iProtocolInfo* p, const std::map<int32_t, int32_t>& rename) {
     auto id = [&](int32_t v) {
         auto it = rename.find(v);
@@ -103,7 +103,7 @@ std::vector<std::string> shape(tovan::iProtocolInfo* p, const std::map<int32_t, 
 void writesAndReadsBack(tovan::iProtocolInfo* p) {
     const WString text = nvk::CProtocolFile::WriteText(p);
     tovan::Ptr<nvk::CProtocolInfo> again = nvk::CProtocolFile::ReadText(text, WString(u"fuzz.json"));
-    if (!(nvk::CProtocolFile::WriteText(again.get()) == text)) fail("result does not read back as written", tovan::toNarrow(text));
+    if (!(nvk::CProtocolFile::WriteText(again.get()) == text)) fail("result does not read back unchanged", tovan::toNarrow(text));
 }
 
 }  // namespace

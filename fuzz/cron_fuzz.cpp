@@ -15,7 +15,7 @@ using nvk::SchedulerTask;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 4) return 0;
-    // The first bytes choose the time and the offset; the rest is the spec.
+    // The first bytes choose the time and the offset; the rest is the trigger text.
     DateTimeValue now(1990 + data[0] % 80, 1 + data[1] % 12, 1 + data[2] % 28, data[3] % 24, data[0] % 60, data[1] % 60);
     int offset = int(int8_t(data[2])) * 11;  // within a day either way
     std::string spec(reinterpret_cast<const char*>(data + 4), size - 4);

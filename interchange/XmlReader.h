@@ -13,7 +13,7 @@ namespace nvk {
 ///  - the result is an unnamed document node whose one child is the document
 ///    element, so that paths read as in XPath ("/definitions/service" from
 ///    the document node, "//tf:item" from any node of the tree);
-///  - every element becomes a node named by its qualified name as written
+///  - every element becomes a node named by its qualified name as it stands in the document
 ///    ("wsdl:port"): prefixes are kept, not resolved, and the "xmlns" and
 ///    "xmlns:p" declarations are properties like any other attribute, so a
 ///    caller resolves a prefix by reading them up the tree;

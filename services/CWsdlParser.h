@@ -105,9 +105,9 @@ public:
     class NVK_EXPORT CElement {
     public:
         tovan::WString name;       // the element's name, or the referenced name for a ref
-        tovan::WString type;       // as written, prefix included; empty for an anonymous type
+        tovan::WString type;       // as the document has it, prefix included; empty for an anonymous type
         tovan::WString ns;         // namespace URL of the type, without scheme
-        tovan::WString ref;        // the "ref" as written, when the element is a reference
+        tovan::WString ref;        // the "ref" as the document has it, when the element is a reference
         int minOccurs = 1;
         int maxOccurs = 1;         // -1: unbounded
         bool required = true;      // minOccurs >= 1 or absent
@@ -124,8 +124,8 @@ public:
     class NVK_EXPORT CPart {
     public:
         tovan::WString name;
-        tovan::WString element;  // "element" as written, or empty
-        tovan::WString type;     // "type" as written, or empty
+        tovan::WString element;  // "element" as the document has it, or empty
+        tovan::WString type;     // "type" as the document has it, or empty
         tovan::Ptr<tovan::iNode> node;
     };
 
@@ -140,7 +140,7 @@ public:
     class NVK_EXPORT COperation {
     public:
         tovan::WString name;
-        tovan::WString input, output;          // message names as written; output empty for one-way
+        tovan::WString input, output;          // message names as the document has it; output empty for one-way
         tovan::WString inputName, outputName;  // the "name" of <input>/<output>, which tells overloads apart
         tovan::WString soapAction;
         tovan::WString encoding;               // the body's "encodingStyle", empty for literal
@@ -153,7 +153,7 @@ public:
     class NVK_EXPORT CBinding {
     public:
         tovan::WString name;
-        tovan::WString type;       // the port type, as written
+        tovan::WString type;       // the port type, as the document has it
         tovan::WString transport;
         tovan::WString verb;       // HTTP bindings only
         Style style = DOC;
@@ -165,7 +165,7 @@ public:
     public:
         tovan::WString service;  // the service that holds the port
         tovan::WString name;
-        tovan::WString binding;  // as written
+        tovan::WString binding;  // as the document has it
         tovan::WString address;  // the SOAP address "location"
         bool soap12 = false;
     };
@@ -173,9 +173,9 @@ public:
     /// One attribute of a custom type (the array declaration of an encoded array).
     class NVK_EXPORT CAttribute {
     public:
-        tovan::WString name;  // "name", or the "ref" as written
+        tovan::WString name;  // "name", or the "ref" as the document has it
         tovan::WString type;
-        tovan::WString arrayType;  // the WSDL "arrayType", as written
+        tovan::WString arrayType;  // the WSDL "arrayType", as the document has it
     };
 
     class NVK_EXPORT CCustomType {
@@ -280,7 +280,7 @@ public:
     /// in an XML Schema namespace and in the atomic type list.
     bool IsOfAtomicType(const CPart& part);
     bool IsOfAtomicType(const tovan::iNode& element, Style style);
-    /// The name as written, resolved from `context`'s namespace declarations.
+    /// The name as the document has it, resolved from `context`'s namespace declarations.
     bool isOfAtomicType(const tovan::WString& typeName, const tovan::iNode& context);
     const tovan::WString& GetLastAtomicTypeQueried() const { return lastAtomic_; }
     static bool IsArrayType(const tovan::iNode& element);
@@ -294,7 +294,7 @@ public:
     /// The custom type of a schema element (its named or anonymous type);
     /// false when the element's type is atomic.
     bool GetElementsCustomType(tovan::iNode& element, CCustomType& type);
-    /// The type named `typeName` (as written at `context`).
+    /// The type named `typeName` (as the document has it at `context`).
     void GetCustomTypeOutOfSchema(const tovan::WString& typeName, const tovan::iNode& context, CCustomType& type);
     /// The type `localName` of the namespace `ns` (scheme-less or not).
     void GetCustomType(const tovan::WString& ns, const tovan::WString& localName, CCustomType& type);

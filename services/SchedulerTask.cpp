@@ -64,7 +64,7 @@ bool isNumeric(const WString& text, int& value) {
 
 bool isText(const WString& field, const char16_t* text) { return field.view() == text; }
 
-// A time of day of the spec, or false when a field is no number or out of range.
+// A time of day of the trigger spec, or false when a field is no number or out of range.
 bool timeOfDay(const tovan::Array<WString>& f, int& hour, int& minute, int& second) {
     return isNumeric(f[1 + CRON_SECOND_IDX], second) && isNumeric(f[1 + CRON_MINUTE_IDX], minute) &&
            isNumeric(f[1 + CRON_HOUR_IDX], hour) && hour <= 23 && minute <= 59 && second <= 59;

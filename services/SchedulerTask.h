@@ -115,14 +115,14 @@ public:
     static DisabledReason toDisabledReason(const tovan::WString& text);
 
     /// The next run of a Cron trigger after the current local time, `offset`
-    /// minutes earlier than the spec says (the offset of the server's zone,
+    /// minutes earlier than the trigger spec says (the offset of the server's zone,
     /// for instance). `regex` is a reusable expression object (set to
     /// CronExpression when it holds none) and `fields` receives the whole
     /// match and the seven fields. Returns false with `frequency` 0 for any
     /// other trigger type, a spec that is not seven fields, or one of none of
     /// the shapes, `next` then left as it was or holding the rejected date
     /// (a past once). A numeric field out of its range (hour 24, 30
-    /// February) makes the spec one of none of the shapes. A monthly spec
+    /// February) makes the trigger spec one of none of the shapes. A monthly spec
     /// whose month field names no month at all ("13", "0-5") has no run:
     /// false with `frequency` 0.
     ///

@@ -32,7 +32,7 @@ struct NVK_EXPORT WsdlReport {
         std::vector<Operation> operations;
     };
     struct Type {
-        std::string name;  // as written where first used (a part's type or element, a member's type)
+        std::string name;  // as the document has it where first used (a part's type or element, a member's type)
         CWsdlParser::CCustomType type;
         std::string unsupported;  // the parser's message when it cannot read the type
     };

@@ -19,7 +19,7 @@ const CommandRegistration registration{
      "    monthly  S M H DOM MON ? *   once     S M H DOM MON ? YEAR\n"
      "  DOW, DOM and MON are lists of numbers and ranges (\"2,4\", \"1-5\"); \"*\" in them means all.\n"
      "  --at      the time to count from (default: now, local time)\n"
-     "  --offset  minutes to run earlier than the spec says (negative: later)\n"
+     "  --offset  minutes to run earlier than the trigger spec says (negative: later)\n"
      "  Prints 'frequency: none|once|daily|weekly|monthly' and 'next: YYYY-MM-DDTHH:MM:SS' (or\n"
      "  'next: none'), or with --json one object {\"frequency\": F, \"next\": TEXT or null}. A spec\n"
      "  of none of the shapes, a past once and a date that never comes (31 February) are frequency\n"
