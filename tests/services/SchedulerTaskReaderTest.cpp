@@ -140,19 +140,6 @@ TEST(SchedulerTaskReader, WrittenFilesReadBack) {
     ASSERT_EQ(back.getRuntimeProperties()->getSize(), 300);
     EXPECT_EQ(param(back, u"p299 \"q\""), "line\none\t299");
 
-    // An ExternalEvent task keeps its event, and needs no trigger spec.
-    SchedulerTask event;
-    event.setName(u"on upload");
-    event.setTaskSpec(u"p.json");
-    event.setTriggerType(SchedulerTask::ExternalEvent);
-    event.setEventID(u"upload-done");
-    WString eventPath = tovan::toWide((dir / "on upload.xml").string());
-    SchedulerTaskReader::writeTask(eventPath, event);
-    SchedulerTaskReader().readTask(eventPath, back);
-    EXPECT_EQ(back.getTriggerType(), SchedulerTask::ExternalEvent);
-    EXPECT_EQ(utf8(back.getEventID()), "upload-done");
-    EXPECT_TRUE(back.getTriggerSpec().isEmpty());
-
     EXPECT_THROW_MSG(SchedulerTaskReader::writeTask(tovan::toWide((dir / "missing/x.xml").string()), t), Exception,
                      "Cannot write task file \"" + (dir / "missing/x.xml").string() + "\": No such file or directory");
 }

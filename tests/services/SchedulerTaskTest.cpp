@@ -69,39 +69,38 @@ std::string flagsText(const std::string& text, int count) {
 // The cases every reader of the calculation works out by hand first.
 TEST(SchedulerTaskNextRun, TheFourShapesByHand) {
     ZoneScope utc("UTC0");
-    DateTimeValue three(2024, 3, 14, 3, 0, 0);  // a Thursday (day 5)
-    NextRun daily = nextRun("0 30 2 * * ? *", three);
-    EXPECT_TRUE(daily.found);
-    EXPECT_EQ(daily.frequency, SchedulerTask::FrequencyDaily);
-    EXPECT_EQ(daily.next, "2024-03-15T02:30:00");
-    EXPECT_EQ(nextRun("0 30 4 * * ? *", three).next, "2024-03-14T04:30:00");
-
-    // Weekly on Mondays and Wednesdays: today only when 09:00 is still ahead.
-    EXPECT_EQ(nextRun("0 0 9 ? * 2,4 *", three).next, "2024-03-18T09:00:00");
-    EXPECT_EQ(nextRun("0 0 9 ? * 2,4 *", DateTimeValue(2024, 3, 13, 8, 59, 59)).next, "2024-03-13T09:00:00");
-    EXPECT_EQ(nextRun("0 0 9 ? * 2,4 *", DateTimeValue(2024, 3, 13, 9, 0, 1)).next, "2024-03-18T09:00:00");
-    EXPECT_EQ(nextRun("0 0 9 ? * 2,4 *", three).frequency, SchedulerTask::FrequencyWeekly);
-
-    // 29 February within four years; 31 February never.
-    NextRun leap = nextRun("0 0 0 29 2 ? *", DateTimeValue(2024, 3, 1, 0, 0, 0));
-    EXPECT_EQ(leap.frequency, SchedulerTask::FrequencyMonthly);
-    EXPECT_EQ(leap.next, "2028-02-29T00:00:00");
-    NextRun never = nextRun("0 0 0 31 2 ? *", three);
-    EXPECT_FALSE(never.found);
-    EXPECT_EQ(never.frequency, SchedulerTask::FrequencyNone);
-
-    NextRun past = nextRun("0 0 12 1 1 ? 2000", three);
-    EXPECT_FALSE(past.found);
-    EXPECT_EQ(past.frequency, 0);
-    EXPECT_EQ(past.next, "2000-01-01T12:00:00") << "the rejected date is left in next";
-    NextRun once = nextRun("0 0 12 1 1 ? 2031", three);
-    EXPECT_TRUE(once.found);
-    EXPECT_EQ(once.frequency, SchedulerTask::FrequencyOnce);
-    EXPECT_EQ(once.next, "2031-01-01T12:00:00");
-
-    // The offset moves the run earlier by that many minutes.
-    EXPECT_EQ(nextRun("0 30 2 * * ? *", three, 60).next, "2024-03-15T01:30:00");
-    EXPECT_EQ(nextRun("0 30 2 * * ? *", three, -60).next, "2024-03-14T03:30:00");
+    const DateTimeValue three(2024, 3, 14, 3, 0, 0);  // a Thursday (day 5)
+    using S = SchedulerTask;
+    const struct {
+        const char* spec;
+        DateTimeValue now;
+        int offset, frequency;
+        const char* next;  // null where nothing is left in it
+    } rows[] = {
+        {"0 30 2 * * ? *", three, 0, S::FrequencyDaily, "2024-03-15T02:30:00"},
+        {"0 30 4 * * ? *", three, 0, S::FrequencyDaily, "2024-03-14T04:30:00"},
+        // Weekly on Mondays and Wednesdays: today only when 09:00 is still ahead.
+        {"0 0 9 ? * 2,4 *", three, 0, S::FrequencyWeekly, "2024-03-18T09:00:00"},
+        {"0 0 9 ? * 2,4 *", DateTimeValue(2024, 3, 13, 8, 59, 59), 0, S::FrequencyWeekly, "2024-03-13T09:00:00"},
+        {"0 0 9 ? * 2,4 *", DateTimeValue(2024, 3, 13, 9, 0, 1), 0, S::FrequencyWeekly, "2024-03-18T09:00:00"},
+        // 29 February within four years; 31 February never.
+        {"0 0 0 29 2 ? *", DateTimeValue(2024, 3, 1, 0, 0, 0), 0, S::FrequencyMonthly, "2028-02-29T00:00:00"},
+        {"0 0 0 31 2 ? *", three, 0, S::FrequencyNone, nullptr},
+        // A date gone by has no run; the rejected date is left in next.
+        {"0 0 12 1 1 ? 2000", three, 0, S::FrequencyNone, "2000-01-01T12:00:00"},
+        {"0 0 12 1 1 ? 2031", three, 0, S::FrequencyOnce, "2031-01-01T12:00:00"},
+        // The offset moves the run earlier by that many minutes.
+        {"0 30 2 * * ? *", three, 60, S::FrequencyDaily, "2024-03-15T01:30:00"},
+        {"0 30 2 * * ? *", three, -60, S::FrequencyDaily, "2024-03-14T03:30:00"},
+    };
+    for (const auto& r : rows) {
+        NextRun got = nextRun(r.spec, r.now, r.offset);
+        EXPECT_EQ(got.found, r.frequency != S::FrequencyNone) << r.spec;
+        EXPECT_EQ(got.frequency, r.frequency) << r.spec;
+        if (r.next) {
+            EXPECT_EQ(got.next, r.next) << r.spec << " offset " << r.offset;
+        }
+    }
 }
 
 TEST(SchedulerTaskNextRun, WhatIsNotCalculated) {
