@@ -1,7 +1,6 @@
 // The protocol commands on the bundled example: output, files written, exit statuses.
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <string>
 
 #include "tests/support/TestSupport.h"
@@ -48,26 +47,6 @@ TEST(ProtocolCommands, LayoutMoveAndSvgWriteFiles) {
     ASSERT_EQ(moved.status, 0) << moved.out;
     // Auto-layout is on, so the move is recorded as a drag from the laid-out place.
     EXPECT_NE(moved.out.find("\"movedFrom\":" + scorePoint), std::string::npos) << scorePoint << moved.out;
-}
-
-TEST(ProtocolCommands, FixedComponentWithOffsetKeepsItsPointLayoutAfterLayout) {
-    nvktest::TempDir dir;
-    const std::string in = (dir / "in.json").string(), once = (dir / "once.json").string(),
-                      twice = (dir / "twice.json").string();
-    {
-        std::ofstream file(in);
-        file << R"({"name": "offsets", "components": [
-            {"id": 1, "name": "A", "ports": ["pass"], "point": [40, 60]},
-            {"id": 2, "name": "B", "ports": ["input", "pass"], "point": [420, 330], "offset": [20, 30]},
-            {"id": 3, "name": "C", "ports": ["input"], "point": [700, 90], "offset": [5, 5]}],
-            "connections": [{"from": 1, "to": 2, "port": "pass"}, {"from": 2, "to": 3, "port": "pass"}]})";
-    }
-    ASSERT_EQ(runTool("layout " + in + " -o " + once + " --fixed 2").status, 0);
-    ASSERT_EQ(runTool("layout " + once + " -o " + twice + " --fixed 2").status, 0);
-    const std::string first = nvktest::readFile(once), second = nvktest::readFile(twice);
-    const std::string fixedB = R"("name":"B","ports":["input","pass"],"point":[420,330],"offset":[20,30])";
-    EXPECT_NE(first.find(fixedB), std::string::npos) << first;
-    EXPECT_EQ(second, first);
 }
 
 TEST(ProtocolCommands, BadUsageAndBadInput) {
