@@ -160,15 +160,3 @@ TEST(ProtocolFile, ParameterTypesAndMetadataSurvive) {
     EXPECT_TRUE(kept.get(u"Code").getValue().equals(StringValue(u"7")));
     EXPECT_TRUE(kept.get(u"/x").getValue().equals(StringValue(u"")));
 }
-
-TEST(ProtocolFile, WritesAndReadsFiles) {
-    nvktest::TempDir dir;
-    auto p = read(kGood);
-    tovan::WString path = tovan::toWide((dir / "out.json").string());
-    CProtocolFile::Write(p.get(), path);
-    auto back = CProtocolFile::Read(path);
-    EXPECT_EQ(CProtocolFile::WriteText(back.get()), CProtocolFile::WriteText(p.get()));
-    const std::string missing = (dir / "missing.json").string();
-    EXPECT_THROW_MSG(CProtocolFile::Read(tovan::toWide(missing)), tovan::Exception,
-                     "Cannot open file \"" + missing + "\" for reading: No such file or directory");
-}

@@ -53,8 +53,8 @@ TEST(ProtocolCommands, BadUsageAndBadInput) {
     EXPECT_EQ(runTool("layout").status, 2);
     EXPECT_EQ(runTool("move " + example() + " --right 4").status, 2);
     EXPECT_EQ(runTool("svg " + example()).status, 2);
-    ToolRun missing = runTool("perceive /nonexistent/flow.json");
-    EXPECT_EQ(missing.status, 1);
+    EXPECT_TOOL("perceive /nonexistent/flow.json", 1,
+                "nvk perceive: Cannot open file \"/nonexistent/flow.json\" for reading: No such file or directory\n");
     ToolRun unknown = runTool("move " + example() + " --ids 77 --right 1 --down 1");
     EXPECT_EQ(unknown.status, 1);
     EXPECT_NE(unknown.out.find("nvk move: Did not find localID 77"), std::string::npos) << unknown.out;
