@@ -51,8 +51,7 @@ void CProperty::onActivate() { reset(); }
 void CProperty::onDeactivate() { reset(); }
 
 void CProperty::reset() {
-    name_.setNull();
-    nameHash_ = 0;
+    name_ = SharedName();
     flags_ = 0;
     collection_ = nullptr;
     shareValue(nullptr);
@@ -72,8 +71,7 @@ tovan::Object* CProperty::clone() const {
 }
 
 void CProperty::setNameUnchecked(const WString& name) {
-    name_ = name;
-    nameHash_ = tovan::hashNoCase(name.view());
+    name_ = SharedName::cached(name);
 }
 
 void CProperty::SetName(const WString& name) {
@@ -88,7 +86,7 @@ const Value& CProperty::getValue() const { return value_ ? *value_ : static_cast
 Value& CProperty::getEditableValue() {
     if (flags_ & tovan::MetaDataReadOnly)
         throw tovan::PropertyAccessException("CProperty", "getEditableValue",
-                                             u"Read-only property %ls cannot be updated", name_);
+                                             u"Read-only property %ls cannot be updated", name_.text());
     if (!value_) {
         if (slot_.isFree())
             value_ = slot_.makeIn(tovan::VT_Null, true);
@@ -176,8 +174,8 @@ void CProperty::assignFrom(const CProperty& source, bool copyValue) {
     }
     if (!collection_)
         setNameUnchecked(source.name_);
-    else if (!(name_ == source.name_))
-        collection_->renameProperty(*this, source.name_);  // may refuse; nothing changed yet
+    else if (!name_.sameBlock(source.name_) && !(name_.text() == source.name_.text()))
+        collection_->renameProperty(*this, source.name_.text());  // may refuse; nothing changed yet
     flags_ = source.flags_;
     if (inRoom)
         copyIn(*source.value_);

@@ -1,5 +1,6 @@
 #pragma once
 // One named, typed value of a property collection.
+#include "nvk/data/SharedName.h"
 #include "nvk/platform/Export.h"
 #include "nvk/platform/Pool.h"
 #include "nvk/platform/Value.h"
@@ -57,7 +58,7 @@ public:
     void deserialize(tovan::iByteInputStream& in) override;
 
     // ---- iProperty ------------------------------------------------------------
-    const tovan::WString& getName() const override { return name_; }
+    const tovan::WString& getName() const override { return name_.text(); }
     /// Raises Exception "Cannot rename property '%ls' to '%ls'.  That name
     /// already exists in the parent property collection" (two blanks after
     /// the full stop: callers match the text) when another property of the
@@ -75,7 +76,9 @@ public:
     tovan::iPropertyCollection* findCollection() const override;
 
     // ---- library-internal access ----------------------------------------------
-    uint32_t getNameHash() const { return nameHash_; }
+    uint32_t getNameHash() const { return name_.hash(); }
+    /// The name's shared block, for copies and readers that hand it on.
+    const SharedName& getSharedName() const { return name_; }
     /// The stored value or null, bypassing the read-only guard (the node keeps
     /// its value in a property and must be able to update it).
     tovan::Value* findValue() const { return value_; }
@@ -94,6 +97,7 @@ public:
 private:
     friend class CPropertyCollectionData;
     void setNameUnchecked(const tovan::WString& name);
+    void setNameUnchecked(SharedName name) { name_ = std::move(name); }
     void reset();
     /// True when a copy of `value` can go into the room without failing:
     /// it fits, and the room is free or holds this property's own value
@@ -106,8 +110,7 @@ private:
     /// Reads a value's type code and bytes into this property (see deserialize).
     void readValue(tovan::iByteInputStream& in);
 
-    tovan::WString name_;
-    uint32_t nameHash_ = 0;
+    SharedName name_;  // shared with the other holders of the same name
     tovan::MetaDataFlags flags_ = 0;
     tovan::Value* value_ = nullptr;                 // one reference, or null
     CPropertyCollection* metaData_ = nullptr;       // one reference, or null

@@ -103,7 +103,7 @@ int CPropertyCollectionData::GetInternalIndex(const WString& name) const {
     if (properties_.size() < kIndexFromSlots) {
         for (size_t i = 0; i < properties_.size(); ++i) {
             CProperty* p = properties_[i];
-            if (p && tovan::namesEqual(p->name_, name)) return int(i);
+            if (p && tovan::namesEqual(p->getName(), name)) return int(i);
         }
         return -1;
     }
@@ -129,14 +129,18 @@ void CPropertyCollectionData::AddProperty(CProperty* property) {
 }
 
 CProperty* CPropertyCollectionData::AppendNewProperty(const WString& name, Ptr<Value> value) {
+    return AppendNewProperty(SharedName::cached(name), std::move(value));
+}
+
+CProperty* CPropertyCollectionData::AppendNewProperty(SharedName name, Ptr<Value> value) {
     Ptr<CProperty> made;
     reserveOneMore(properties_);
     if (propertyClass_) {
-        made = MakeNewPropertyWithCopiedValue(name, nullptr);
+        made = MakeNewPropertyWithCopiedValue(WString(), nullptr);
     } else {
         made = Ptr<CProperty>::adopt(CProperty::allocate());
-        made->setNameUnchecked(name);
     }
+    made->setNameUnchecked(std::move(name));
     // Nothing can fail from here on: the array's reference is the one the
     // property was made with, the value's the one handed over.
     CProperty* p = made.detach();
@@ -173,7 +177,7 @@ void CPropertyCollectionData::RemovePropertyUsingInternalIndex(int slot) {
                                     (long long)properties_.size() - 1);
     CProperty* p = properties_[size_t(slot)];
     if (!p) return;
-    if (indexBuilt_) index_->remove(p->name_, p->nameHash_, properties_);
+    if (indexBuilt_) index_->remove(p->getName(), p->getNameHash(), properties_);
     properties_[size_t(slot)] = nullptr;
     p->collection_ = nullptr;
     if (++holeCount_ == 1 || uint32_t(slot) < firstHole_) firstHole_ = uint32_t(slot);
@@ -242,10 +246,10 @@ void CPropertyCollectionData::renameProperty(CProperty& property, const WString&
         throw tovan::Exception("CProperty", "SetName",
                                u"Cannot rename property '%ls' to '%ls'.  That name already exists in the parent "
                                u"property collection",
-                               property.name_, name);
+                               property.getName(), name);
     if (indexBuilt_) {
-        int slot = other >= 0 ? other : GetInternalIndex(property.name_);
-        index_->remove(property.name_, property.nameHash_, properties_);
+        int slot = other >= 0 ? other : GetInternalIndex(property.getName());
+        index_->remove(property.getName(), property.getNameHash(), properties_);
         property.setNameUnchecked(name);
         index_->put(slot, properties_);
     } else {

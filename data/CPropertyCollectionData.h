@@ -93,6 +93,9 @@ public:
     /// over. For builders that have checked that the name is not there;
     /// spares the reference counting that making and adding take apart.
     CProperty* AppendNewProperty(const tovan::WString& name, tovan::Ptr<tovan::Value> value);
+    /// As above, under a name block the caller already has (a reader's
+    /// dictionary), which the property shares.
+    CProperty* AppendNewProperty(SharedName name, tovan::Ptr<tovan::Value> value);
     /// Room for `count` slots in all, so that filling a collection whose
     /// size is known does not grow the array step by step.
     void Reserve(size_t count) { properties_.reserve(count); }

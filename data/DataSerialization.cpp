@@ -192,7 +192,7 @@ void CMetaDataImpl::SetFromSerialized(MetaDataFlags& flags, CPropertyCollection*
 
 void CProperty::serialize(iByteOutputStream& out) const {
     checkStreamVersion(out.getVersion(), "CProperty", "serialize");
-    writeWideString(out, name_);
+    writeWideString(out, name_.text());
     writeValue(out, getValue());
     CMetaDataImpl::Serialize(flags_ & ~tovan::MetaDataNotSerialized, metaData_, out);
 }
