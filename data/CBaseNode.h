@@ -15,7 +15,7 @@ namespace nvk {
 ///   tovan::Ptr<CBaseNode> item(CBaseNode::newInstance());
 ///   root->appendChild(item.get());   // the parent takes its own reference
 ///   item->getProperties().define(u"count", tovan::IntegerValue(3));
-class NVK_EXPORT CBaseNode : public NodeImpl<CBaseNode>, public tovan::PooledObject {
+class NVK_EXPORT CBaseNode : public NodeImpl<CBaseNode> {
 public:
     static const tovan::ClassTag Tag;  // "Norvatek.data.BaseNode"
     static constexpr int BASE_NODE_VERSION = 9095;
@@ -34,8 +34,10 @@ public:
 
     const tovan::ClassTag& getClass() const override { return Tag; }
     void deleteInstance() override;
-    void onActivate() override { OnActivateDefault(); }
-    void onDeactivate() override { OnDeactivateDefault(); }
+    // The pool's hooks, called on the class itself: without the pooled
+    // objects' base the node saves a vtable pointer.
+    void onActivate() { OnActivateDefault(); }
+    void onDeactivate() { OnDeactivateDefault(); }
 
     /// BASE_NODE_VERSION, then the node record with all descendants.
     void serialize(tovan::iByteOutputStream& out) const override;

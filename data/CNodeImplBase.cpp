@@ -1,10 +1,11 @@
 #include "nvk/data/CNodeImplBase.h"
 
 #include <algorithm>
+#include <cstring>
+#include <new>
 #include <utility>
 
 #include "nvk/data/CMetaData.h"
-#include "nvk/data/Growth_internal.h"
 #include "nvk/data/CPropertyCollection.h"
 #include "nvk/platform/Prefetch.h"
 #include "nvk/platform/ReferenceSet.h"
@@ -28,7 +29,42 @@ constexpr const char* kClass = "CNodeImplBase";
 
 }  // namespace
 
-CNodeImplBase::~CNodeImplBase() { CleanOutNodeData(true); }
+CNodeImplBase::~CNodeImplBase() {
+    CleanOutNodeData(true);
+    delete extras_.load(std::memory_order_relaxed);
+}
+
+// ---- the children's block ---------------------------------------------------------
+
+CNodeImplBase::ChildArray::~ChildArray() { ::operator delete(block_); }
+
+void CNodeImplBase::ChildArray::reserve(size_t n) {
+    if (n <= (block_ ? block_->room : 0)) return;
+    if (n > UINT32_MAX) throw std::bad_alloc();
+    auto* grown = static_cast<Block*>(::operator new(sizeof(Block) + n * sizeof(iNode*)));
+    grown->size = block_ ? block_->size : 0;
+    grown->room = uint32_t(n);
+    if (block_) std::memcpy(reinterpret_cast<iNode**>(grown + 1), items(), block_->size * sizeof(iNode*));
+    ::operator delete(std::exchange(block_, grown));
+}
+
+void CNodeImplBase::ChildArray::reserveOneMore() {
+    const size_t room = block_ ? block_->room : 0;
+    if (size() == room) reserve(room < 4 ? 4 : room * 2);
+}
+
+void CNodeImplBase::ChildArray::insert(size_t at, iNode* child) {
+    iNode** p = items();
+    std::memmove(p + at + 1, p + at, (block_->size - at) * sizeof(iNode*));
+    p[at] = child;
+    ++block_->size;
+}
+
+void CNodeImplBase::ChildArray::erase(size_t at) {
+    iNode** p = items();
+    std::memmove(p + at, p + at + 1, (block_->size - at - 1) * sizeof(iNode*));
+    --block_->size;
+}
 
 int CNodeImplBase::TreeDepth(const tovan::iNode& root, int limit) {
     std::vector<std::pair<const tovan::iNode*, int>> pending{{&root, 1}};
@@ -78,13 +114,37 @@ void CNodeImplBase::DeletePropCollection() {
     if (CPropertyCollection* p = std::exchange(properties_, nullptr)) p->release();
 }
 
+CNodeImplBase::Extras& CNodeImplBase::EnsureExtras() {
+    Extras* x = extras_.load(std::memory_order_acquire);
+    if (x) return *x;
+    auto* made = new Extras;
+    if (extras_.compare_exchange_strong(x, made, std::memory_order_acq_rel, std::memory_order_acquire)) return *made;
+    delete made;  // another thread's query made it first
+    return *x;
+}
+
 tovan::iMetaData& CNodeImplBase::EnsureMetaDataExists() {
-    if (!metaData_) metaData_ = CMetaData::allocate();
-    return *metaData_;
+    Extras& x = EnsureExtras();
+    if (!x.metaData) x.metaData = CMetaData::allocate();
+    return *x.metaData;
 }
 
 void CNodeImplBase::DeleteMetaData() {
-    if (tovan::iMetaData* m = std::exchange(metaData_, nullptr)) m->release();
+    if (Extras* x = FindExtras())
+        if (tovan::iMetaData* m = std::exchange(x->metaData, nullptr)) m->release();
+}
+
+void CNodeImplBase::ReadMetaData(tovan::iByteInputStream& in) {
+    Extras* x = FindExtras();
+    tovan::iMetaData* meta = x ? std::exchange(x->metaData, nullptr) : nullptr;
+    try {
+        CMetaDataImpl::SetFromSerialized(meta, in);
+        if (meta) EnsureExtras().metaData = meta;
+    } catch (...) {
+        // The record is broken and the node half read: the metadata goes with the rest.
+        if (meta) meta->release();
+        throw;
+    }
 }
 
 // ---- value ----------------------------------------------------------------------
@@ -163,7 +223,7 @@ void CNodeImplBase::AppendChild(iNode* child) {
     // A leaf passes the ancestor check, and appended to itself it would be its own parent:
     // every walk up the tree (getRoot, the next ancestor check) would then go round for ever.
     if (child == GetINode()) throw Exception(kClass, "appendChild", u"%ls", OwnParentErrMsg);
-    reserveOneMore(children_);
+    children_.reserveOneMore();
     if (child->findParent()) {
         // The old parent may hold the only reference.
         Ptr<iNode> hold(child);
@@ -186,11 +246,11 @@ void CNodeImplBase::InsertChildBefore(iNode* newChild, iNode* refChild) {
     const int index = GetChildIndex(refChild);
     if (newChild == refChild) return;
     if (newChild == GetINode()) throw Exception(kClass, "insertChildBefore", u"%ls", OwnParentErrMsg);
-    reserveOneMore(children_);
+    children_.reserveOneMore();
     Ptr<iNode> hold(newChild);
     DetachFromParent(newChild);
     const size_t at = std::min(size_t(index), children_.size());
-    children_.insert(children_.begin() + std::ptrdiff_t(at), newChild);
+    children_.insert(at, newChild);
     newChild->setParent(GetINode());
     newChild->addRef();
 }
@@ -231,14 +291,14 @@ void CNodeImplBase::RemoveChildNode(int index) {
     const int n = GetNumberOfChildren();
     if (index < 0 || index >= n) throw tovan::InvalidIndexException(kClass, "RemoveChildNode", index, n - 1);
     iNode* child = children_[size_t(index)];
-    children_.erase(children_.begin() + index);
+    children_.erase(size_t(index));
     child->setParent(nullptr);
     child->release();
 }
 
 void CNodeImplBase::RemoveAllChildren() {
     if (children_.empty()) return;
-    std::vector<iNode*> doomed;
+    ChildArray doomed;
     doomed.swap(children_);
     // Last child first: the pools hand out the most recently freed object
     // first, so a tree released back to front comes back to the next tree
@@ -258,7 +318,7 @@ void CNodeImplBase::RemoveAllChildren() {
 
 void CNodeImplBase::FindChildrenByName(const WString& name, tovan::NodeReferenceSet& result) const {
     result.clear();
-    for (iNode* child : children_)
+    for (iNode* child : children_.view())
         if (tovan::namesEqual(child->getName(), name)) result.add(child);
 }
 
@@ -324,6 +384,7 @@ void CNodeImplBase::AssignFrom(const iNode& source, bool deep) {
     name_.setName(source.getName());
     if (deep) {
         RemoveAllChildren();
+        children_.reserve(copies.size());
         for (Ptr<iNode>& c : copies) {
             c->setParent(self);
             children_.push_back(c.detach());
@@ -334,10 +395,12 @@ void CNodeImplBase::AssignFrom(const iNode& source, bool deep) {
 }
 
 void CNodeImplBase::DropXPathParser() {
+    Extras* x = FindExtras();
+    if (!x) return;
     tovan::iXPathParser* parser;
     {
-        tovan::AutoCriticalSection lock(lock_);
-        parser = std::exchange(xpathParser_, nullptr);
+        tovan::AutoCriticalSection lock(x->lock);
+        parser = std::exchange(x->xpathParser, nullptr);
     }
     if (parser) {
         parser->setContextNode(nullptr);
@@ -345,13 +408,13 @@ void CNodeImplBase::DropXPathParser() {
     }
 }
 
-tovan::iXPathParser& CNodeImplBase::EnsureXPathParser() {
-    if (!xpathParser_) {
+tovan::iXPathParser& CNodeImplBase::EnsureXPathParser(Extras& x) {
+    if (!x.xpathParser) {
         Ptr<tovan::iXPathParser> parser = tovan::ObjectFactory::createAs<tovan::iXPathParser>(tovan::XPathParserTag);
         parser->setContextNode(GetINode());
-        xpathParser_ = parser.detach();
+        x.xpathParser = parser.detach();
     }
-    return *xpathParser_;
+    return *x.xpathParser;
 }
 
 void CNodeImplBase::CleanOutNodeData(bool resetParent) {

@@ -1,5 +1,8 @@
 #pragma once
 // The state and behaviour shared by every node class of the library.
+#include <atomic>
+#include <cstdint>
+#include <span>
 #include <vector>
 
 #include "nvk/data/cppNodeQName.h"
@@ -14,11 +17,12 @@ namespace nvk {
 class CPropertyCollection;
 class CProperty;
 
-/// What every node holds: a lock around the cached query evaluator, the
-/// evaluator, the name, the weak parent link, the children (one reference
-/// each), the metadata and the property collection. Children array, metadata
-/// and collection are made on first use, so a bare node costs the name, the
-/// lock and a few null pointers.
+/// What every node holds: the name, the weak parent link, the children (one
+/// reference each), the property collection, and a block of what few nodes
+/// use (the lock around the cached query evaluator, the evaluator, the
+/// metadata). Children array, collection and that block are made on first
+/// use, so a bare node costs the framework's header, the name and four
+/// pointers.
 ///
 /// The node's value is the property whose flags carry MetaDataNodeValue
 /// (named DefaultValueName, "text-content", when the node makes it).
@@ -28,7 +32,7 @@ class CProperty;
 /// callers depend on them: the ancestor check runs only for a child that has
 /// children of its own, and `InsertChildBefore` takes the reference child's
 /// position before detaching the new child from its old parent.
-class NVK_EXPORT CNodeImplBase {
+class NVK_EXPORT CNodeImplBase : public tovan::iNode {
 public:
     /// The value of a node that has none.
     static const tovan::NullValue nullNodeValue;
@@ -51,17 +55,17 @@ public:
 
 protected:
     CNodeImplBase() = default;
-    virtual ~CNodeImplBase();
+    ~CNodeImplBase() override;
 
     /// The node as the framework sees it.
-    virtual tovan::iNode* GetINode() = 0;
-    const tovan::iNode* GetINode() const { return const_cast<CNodeImplBase*>(this)->GetINode(); }
+    tovan::iNode* GetINode() { return this; }
+    const tovan::iNode* GetINode() const { return this; }
     /// Reuse from the pool: the node starts empty (no name, parent, children,
     /// properties, metadata or evaluator).
-    virtual void OnActivateDefault();
+    void OnActivateDefault();
     /// Return to the pool: drops children, properties, metadata and the
     /// evaluator, so that nothing a pooled node held stays alive.
-    virtual void OnDeactivateDefault();
+    void OnDeactivateDefault();
 
     // ---- sub-objects ---------------------------------------------------------------
     tovan::iPropertyCollection& EnsurePropCollectionExists();
@@ -70,7 +74,10 @@ protected:
     tovan::iPropertyCollection* FindPropCollection() const;
     void DeletePropCollection();
     tovan::iMetaData& EnsureMetaDataExists();
-    tovan::iMetaData* FindMetaDataIfExists() const { return metaData_; }
+    tovan::iMetaData* FindMetaDataIfExists() const {
+        const Extras* x = extras_.load(std::memory_order_acquire);
+        return x ? x->metaData : nullptr;
+    }
     void DeleteMetaData();
 
     // ---- value -------------------------------------------------------------------
@@ -88,7 +95,7 @@ protected:
     tovan::iNode* GetChildAt(int index) const;
     /// The children as they stand, for walkers that read them all without a
     /// checked call per child.
-    const std::vector<tovan::iNode*>& ChildList() const { return children_; }
+    std::span<tovan::iNode* const> ChildList() const { return children_.view(); }
     int GetChildIndex(const tovan::iNode* child) const;
     void AppendChild(tovan::iNode* child);
     void InsertChildBefore(tovan::iNode* newChild, tovan::iNode* refChild);
@@ -115,8 +122,9 @@ protected:
     /// node's lock.
     template <class Result>
     bool Query(const tovan::WString& expr, int flags, Result& result) {
-        tovan::AutoCriticalSection lock(lock_);
-        return EnsureXPathParser().evaluate(expr, flags, result);
+        Extras& x = EnsureExtras();
+        tovan::AutoCriticalSection lock(x.lock);
+        return EnsureXPathParser(x).evaluate(expr, flags, result);
     }
     void DropXPathParser();
 
@@ -132,19 +140,67 @@ protected:
     tovan::iNode* parent_ = nullptr;  // weak: a child never owns its parent
 
 private:
-    tovan::iXPathParser& EnsureXPathParser();
+    /// What few nodes use, in one block made on first use.
+    struct Extras {
+        tovan::CriticalSection lock;              // guards xpathParser
+        tovan::iXPathParser* xpathParser = nullptr;  // one reference, or null
+        tovan::iMetaData* metaData = nullptr;        // one reference, or null
+    };
+    /// The children as one pointer to a block of count, room and the pointers,
+    /// so that a node without children pays 8 bytes for them. The block stays
+    /// when the children go: a pooled node fills it again.
+    class ChildArray {
+    public:
+        ChildArray() = default;
+        ~ChildArray();
+        ChildArray(const ChildArray&) = delete;
+        ChildArray& operator=(const ChildArray&) = delete;
+
+        size_t size() const { return block_ ? block_->size : 0; }
+        bool empty() const { return size() == 0; }
+        tovan::iNode* operator[](size_t i) const { return items()[i]; }
+        tovan::iNode*& operator[](size_t i) { return items()[i]; }
+        std::span<tovan::iNode* const> view() const {
+            return block_ ? std::span<tovan::iNode* const>(items(), block_->size) : std::span<tovan::iNode* const>();
+        }
+        /// Room for one more, grown geometrically; the only call that allocates,
+        /// so that the change that follows cannot fail halfway.
+        void reserveOneMore();
+        void reserve(size_t n);
+        /// Within the room reserved.
+        void push_back(tovan::iNode* child) { items()[block_->size++] = child; }
+        void insert(size_t at, tovan::iNode* child);
+        void erase(size_t at);
+        /// Swaps contents with `other` (release hands the children out this way).
+        void swap(ChildArray& other) { std::swap(block_, other.block_); }
+        void clear() {
+            if (block_) block_->size = 0;
+        }
+
+    private:
+        struct Block {
+            uint32_t size;
+            uint32_t room;
+        };
+        tovan::iNode** items() const { return reinterpret_cast<tovan::iNode**>(block_ + 1); }
+        Block* block_ = nullptr;
+    };
+
+    Extras& EnsureExtras();
+    /// The metadata block of a node record, into the node.
+    void ReadMetaData(tovan::iByteInputStream& in);
+    Extras* FindExtras() const { return extras_.load(std::memory_order_acquire); }
+    tovan::iXPathParser& EnsureXPathParser(Extras& extras);
     /// The ancestor check of AppendChild, InsertChildBefore and ReplaceChild.
     void CheckNewChild(const tovan::iNode* child, const char* operation) const;
     /// Detaches `child` from its current parent, if any.
     static void DetachFromParent(tovan::iNode* child);
 
-    tovan::CriticalSection lock_;                          // guards xpathParser_
-    tovan::iXPathParser* xpathParser_ = nullptr;           // one reference, or null
-    // In the node, not behind a pointer: every walk asks each node for its
-    // children, and a separate list was one more cold fetch per node.
-    std::vector<tovan::iNode*> children_;  // one reference per child
-    tovan::iMetaData* metaData_ = nullptr;                 // one reference, or null
-    CPropertyCollection* properties_ = nullptr;            // one reference, or null
+    ChildArray children_;                        // one reference per child
+    CPropertyCollection* properties_ = nullptr;  // one reference, or null
+    // Atomic only for its making: two threads may query one node at once, and
+    // the lock they would share is in the block.
+    std::atomic<Extras*> extras_{nullptr};
 };
 
 }  // namespace nvk

@@ -12,7 +12,7 @@ namespace nvk {
 /// reference, any other object outright (it is deleted when dropped). A copy
 /// of the node (`cloneNode`, `Clone`) shares a counted object and gets its
 /// own `clone()` of any other.
-class NVK_EXPORT CObjectTransportNode : public NodeImpl<CObjectTransportNode>, public tovan::PooledObject {
+class NVK_EXPORT CObjectTransportNode : public NodeImpl<CObjectTransportNode> {
 public:
     static const tovan::ClassTag Tag;  // "Norvatek.data.ObjectTransportNode"
     static constexpr int OBJECT_TRANSPORT_NODE_VERSION = 7075;
@@ -28,8 +28,8 @@ public:
 
     const tovan::ClassTag& getClass() const override { return Tag; }
     void deleteInstance() override;
-    void onActivate() override;
-    void onDeactivate() override;
+    void onActivate();
+    void onDeactivate();
 
     /// Takes `object` over (null just drops the current one); a counted
     /// object gets a reference.

@@ -326,7 +326,7 @@ void CNodeImplBase::SerializeNode(iByteOutputStream& out, bool withChildren) con
             child->serialize(out);
         }
     }
-    CMetaDataImpl::Serialize(metaData_, out);
+    CMetaDataImpl::Serialize(FindMetaDataIfExists(), out);
 }
 
 namespace {
@@ -373,7 +373,7 @@ void CNodeImplBase::DeserializeNode(iByteInputStream& in, bool withChildren) {
         }
     }
     if (version == NODE_FORMAT_VERSION)
-        CMetaDataImpl::SetFromSerialized(metaData_, in);
+        ReadMetaData(in);
     else
         DeleteMetaData();  // 126 carries none; from 128 on it is not understood and dropped
 }

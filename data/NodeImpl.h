@@ -1,6 +1,6 @@
 #pragma once
-// NodeImpl<T, iNode>: the framework's iNode over CNodeImplBase, for each
-// concrete node class T (CBaseNode, CObjectTransportNode).
+// NodeImpl<T>: the framework's iNode over CNodeImplBase, for each concrete
+// node class T (CBaseNode, CObjectTransportNode).
 #include "nvk/data/CNodeImplBase.h"
 #include "nvk/platform/iMetaData.h"
 #include "nvk/platform/iNode.h"
@@ -10,8 +10,8 @@ namespace nvk {
 /// Every iNode operation forwards to CNodeImplBase. `T` supplies
 /// `T::newInstance()` (a pooled instance without a reference), which
 /// `cloneNode` uses to make a copy of the same class.
-template <class T, class I = tovan::iNode>
-class NodeImpl : public I, protected CNodeImplBase {
+template <class T>
+class NodeImpl : public CNodeImplBase {
 public:
     // ---- name ---------------------------------------------------------------------
     const tovan::WString& getName() const override { return name_.getQName(); }
@@ -100,9 +100,6 @@ public:
     }
     bool query(const tovan::WString& expr, int flags, int& result) override { return Query(expr, flags, result); }
     bool query(const tovan::WString& expr, int flags, bool& result) override { return Query(expr, flags, result); }
-
-protected:
-    tovan::iNode* GetINode() override { return this; }
 };
 
 }  // namespace nvk

@@ -57,7 +57,8 @@ public:
     virtual void onDeactivate() {}
 };
 
-/// The free list of one class. `T` is a CountedObject and a PooledObject.
+/// The free list of one class. `T` is a CountedObject with the hooks of a
+/// PooledObject (its own or inherited; the pool calls them on `T`).
 ///
 /// newInstance() hands out an object with no reference taken (wrap it in a
 /// Ptr, or use allocate() for a raw pointer that owns one reference);
