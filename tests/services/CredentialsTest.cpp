@@ -510,9 +510,6 @@ TEST(ClientSession, FollowsItsKey) {
     EXPECT_TRUE(session->SetSessionKey(key));
     EXPECT_EQ(session->GetSessionKey(), key);
     EXPECT_EQ(session->GetUsername(), WString(u"ann"));
-    EXPECT_EQ(session->GetDomain(), WString(u"LAB"));
-    EXPECT_EQ(session->GetXMLDBEndPoint(), WString(u"http://db:9944/xmldb"));
-    EXPECT_EQ(session->GetLocatorEndPoint(), WString(u"https://srv:9943/locator/service"));
     EXPECT_THROW_MSG(session->GetPermissions(), Exception,
                      "The authorization role lookup cache has not been initialized");
     session->SetRolesCache(table.get());
