@@ -412,7 +412,6 @@ TEST(SchedulerTask, ValidityPropertiesAndCopies) {
     t.setTaskType(SchedulerTask::TaskType(7));
     EXPECT_FALSE(t.isValid());
     t.setTaskType(SchedulerTask::Service);
-    EXPECT_EQ(utf8(t.getServiceUrl()), "Protocols/Clean.json");
 
     tovan::Ptr<CPropertyCollection> params(CPropertyCollection::newInstance());
     params->define(u"Input Folder", u"/data/in\u00e9");
