@@ -210,22 +210,6 @@ TEST(ProtocolLinkBuilder, FailuresLeaveTheBuilderAsItWasAndCopiesAreWhole) {
     EXPECT_EQ(b.Construct(), link);  // the copies' edits never reached the original
 }
 
-TEST(ProtocolLinkBuilder, LengthWarningEdge) {
-    for (size_t length : {size_t(2083), size_t(2084)}) {
-        B b(u"host", u"P");
-        b.SetParameter(u"v", WString::empty());
-        const size_t bare = b.Construct().length();
-        b.SetParameter(u"v", WString(std::u16string(length - bare, u'a')));
-        tovan::DiagnosticCapture capture;
-        ASSERT_EQ(b.Construct().length(), length);
-        std::vector<std::string> expected;
-        if (length > 2083)
-            expected.push_back("The length of the generated protocol link exceeds 2083 characters, and so may not work "
-                               "in Internet Explorer.");
-        EXPECT_EQ(capture.warnings(), expected) << length;
-    }
-}
-
 // Random names and values of every kind of character (reserved, non-ASCII, surrogate pairs,
 // empty), single and in arrays, parsed back and compared; and the component encoder against
 // libcurl's on the same texts.
