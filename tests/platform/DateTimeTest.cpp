@@ -1,8 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <ctime>
-
 #include "nvk/platform/DateTimeValue.h"
 #include "tests/support/TestSupport.h"
 
@@ -12,13 +9,6 @@ using nvktest::utf8;
 namespace {
 
 std::string iso(const DateTimeValue& v) { return utf8(v.toString()); }
-
-/// Sets a fixed zone (a POSIX rule, so no zone database is needed) while it lives.
-struct ZoneScope {
-    explicit ZoneScope(const char* zone) { setenv("TZ", zone, 1); tzset(); }
-    ~ZoneScope() { old.empty() ? unsetenv("TZ") : setenv("TZ", old.c_str(), 1); tzset(); }
-    const std::string old = std::getenv("TZ") ? std::getenv("TZ") : "";
-};
 
 }  // namespace
 
@@ -140,7 +130,7 @@ TEST(DateTime, BadIsoTextIsRefusedWithTheReason) {
 }
 
 TEST(DateTime, ZoneConversions) {
-    ZoneScope zone("EST5EDT,M3.2.0,M11.1.0");
+    nvktest::ZoneScope zone("EST5EDT,M3.2.0,M11.1.0");
     DateTimeValue summer(2024, 7, 1, 12, 0, 0, 250, u"UTC");
     summer.convertToLocal();
     EXPECT_EQ(iso(summer), "2024-07-01T08:00:00.250 EDT");

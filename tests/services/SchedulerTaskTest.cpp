@@ -14,21 +14,9 @@ using tovan::BadParameterException;
 using tovan::DateTimeValue;
 using tovan::WString;
 using nvktest::utf8;
+using nvktest::ZoneScope;
 
 namespace {
-
-/// Sets a fixed zone (a POSIX rule, so no zone database is needed) while it lives.
-struct ZoneScope {
-    explicit ZoneScope(const char* zone) {
-        setenv("TZ", zone, 1);
-        tzset();
-    }
-    ~ZoneScope() {
-        old.empty() ? unsetenv("TZ") : setenv("TZ", old.c_str(), 1);
-        tzset();
-    }
-    const std::string old = std::getenv("TZ") ? std::getenv("TZ") : "";
-};
 
 SchedulerTask cronTask(const std::string& spec) {
     SchedulerTask t;

@@ -8,9 +8,9 @@
 #include "tests/support/TestSupport.h"
 
 using nvk::CWsdlParser;
-using tovan::Exception;
 using tovan::WString;
 using W = CWsdlParser;
+using nvktest::failureText;
 
 namespace {
 
@@ -61,16 +61,6 @@ W& load(W& p, const std::string& text) {
     return p;
 }
 
-std::string failure(const std::function<void()>& f) {
-    try {
-        f();
-    } catch (const Exception& e) {
-        EXPECT_EQ(typeid(e), typeid(Exception));
-        return e.what();
-    }
-    return "no failure";
-}
-
 // The custom type of a made-up part with this type, RPC style.
 std::string typeFailure(const std::string& types, const std::string& partType = "tns:X") {
     W p;
@@ -79,7 +69,7 @@ std::string typeFailure(const std::string& types, const std::string& partType = 
     p.GetMessageInfo(u"tns:M", m);
     W::CCustomType t;
     t.name = u"unchanged";
-    std::string what = failure([&] { p.GetCustomTypeInfoRPC(m.parts[0], t); });
+    std::string what = failureText([&] { p.GetCustomTypeInfoRPC(m.parts[0], t); });
     EXPECT_EQ(t.name, u"unchanged") << what;
     return what;
 }
@@ -89,7 +79,7 @@ std::string typeFailure(const std::string& types, const std::string& partType = 
 TEST(WsdlParser, ServicesBindingsOperationsAndMessages) {
     W p;
     EXPECT_FALSE(p.HasParsedWsdl());
-    EXPECT_EQ(failure([&] { WString t; p.GetDefinitionsInfo(t); }), "No WSDL has been parsed");
+    EXPECT_EQ(failureText([&] { WString t; p.GetDefinitionsInfo(t); }), "No WSDL has been parsed");
     load(p, wsdl(kTypes));
     EXPECT_TRUE(p.HasParsedWsdl());
     WString tns, service;
@@ -144,17 +134,17 @@ TEST(WsdlParser, ServicesBindingsOperationsAndMessages) {
 
     // Failed lookups leave the output as it was.
     b.name = u"kept";
-    EXPECT_EQ(failure([&] { p.GetBindingInfo(u"tns:Nope", b); }), "Can't find binding tns:Nope");
+    EXPECT_EQ(failureText([&] { p.GetBindingInfo(u"tns:Nope", b); }), "Can't find binding tns:Nope");
     EXPECT_EQ(b.name, u"kept");
-    EXPECT_EQ(failure([&] { p.GetOperationInfoFromPortType(u"tns:Nope", ops); }), "Couldn't find portType");
+    EXPECT_EQ(failureText([&] { p.GetOperationInfoFromPortType(u"tns:Nope", ops); }), "Couldn't find portType");
     EXPECT_EQ(ops.size(), 2u);
     W withEmpty;
     load(withEmpty, wsdl(kTypes, "<portType name='Empty'><documentation>none yet</documentation></portType>"));
-    EXPECT_EQ(failure([&] { withEmpty.GetOperationInfoFromPortType(u"tns:Empty", ops); }), "Couldn't find operation");
+    EXPECT_EQ(failureText([&] { withEmpty.GetOperationInfoFromPortType(u"tns:Empty", ops); }), "Couldn't find operation");
     EXPECT_EQ(ops.size(), 2u);
-    EXPECT_EQ(failure([&] { p.GetMessageInfo(u"tns:Nope", in); }), "Couldn't find message");
+    EXPECT_EQ(failureText([&] { p.GetMessageInfo(u"tns:Nope", in); }), "Couldn't find message");
     EXPECT_EQ(in.name, u"In");
-    EXPECT_EQ(failure([&] { p.FindOperation(u"", u"", u"", u"nope", found); }), "Couldn't find operation");
+    EXPECT_EQ(failureText([&] { p.FindOperation(u"", u"", u"", u"nope", found); }), "Couldn't find operation");
     EXPECT_EQ(found.name, u"notify");
     p.Reset();
     EXPECT_FALSE(p.HasParsedWsdl());
@@ -165,11 +155,11 @@ TEST(WsdlParser, ServiceEdgeCases) {
     WString service = u"unchanged";
     std::vector<W::CPort> ports;
     load(p, wsdl(kTypes, "", "", ""));
-    EXPECT_EQ(failure([&] { WString t; p.GetDefinitionsInfo(t); }), "missing targetNamespace");
-    EXPECT_EQ(failure([&] { p.GetServiceInfo(service, ports); }), "missing service");
+    EXPECT_EQ(failureText([&] { WString t; p.GetDefinitionsInfo(t); }), "missing targetNamespace");
+    EXPECT_EQ(failureText([&] { p.GetServiceInfo(service, ports); }), "missing service");
     // HTTP ports only.
     load(p, wsdl(kTypes, "", "<service name='S'><port name='H' binding='tns:B'><http:address location='http://h'/></port></service>"));
-    EXPECT_EQ(failure([&] { p.GetServiceInfo(service, ports); }),
+    EXPECT_EQ(failureText([&] { p.GetServiceInfo(service, ports); }),
               "Unable to find soap addresses. This WSDL may not have soap methods.");
     EXPECT_EQ(service, u"unchanged");
     // A shared binding: the second port is skipped with a warning, across services too.
@@ -196,12 +186,12 @@ TEST(WsdlParser, NamespacesCompareWithoutScheme) {
     EXPECT_TRUE(W::CNamespace(u"", u"http://schemas.xmlsoap.org/wsdl/soap/").isWsdlSoap11SchemaNs());
     EXPECT_TRUE(W::CNamespace(u"", u"http://schemas.xmlsoap.org/wsdl/soap12/").isWsdlSoap12SchemaNs());
     EXPECT_TRUE(W::CNamespace(u"", u"urn:x").urlIsEqual(u"urn:x"));
-    EXPECT_EQ(failure([&] { W::Equals_NS(WString(), u"urn:x"); }), "Invalid namespace comparison between '(null)' == 'urn:x'");
+    EXPECT_EQ(failureText([&] { W::Equals_NS(WString(), u"urn:x"); }), "Invalid namespace comparison between '(null)' == 'urn:x'");
     WString prefix, local;
     W::getNamespaceName(u"tns:T", prefix, local);
     EXPECT_EQ(prefix, u"tns");
     EXPECT_EQ(local, u"T");
-    EXPECT_EQ(failure([&] { W::getNamespaceName(u"a:b:c", prefix, local); }), "Unable to parse namespaces");
+    EXPECT_EQ(failureText([&] { W::getNamespaceName(u"a:b:c", prefix, local); }), "Unable to parse namespaces");
     EXPECT_EQ(local, u"T");
     EXPECT_EQ(W::StripArrayFromTypeName(u"xsd:int[,][]"), u"xsd:int");
     EXPECT_EQ(W::buildExternalSchemaFilename("a/b/s.wsdl", "../c/./d.xsd"), "a/c/d.xsd");
@@ -357,27 +347,27 @@ TEST(WsdlParser, SchemaNodeAndDocumentStyleMessages) {
     W::CMsg m;
     p.GetMessageInfo(u"M", m);
     W::CCustomType t;
-    EXPECT_EQ(failure([&] { p.GetCustomTypeInfoRPC(m.parts[0], t); }),
+    EXPECT_EQ(failureText([&] { p.GetCustomTypeInfoRPC(m.parts[0], t); }),
               "Can't find <schema> node in wsdl, needed for definition of type tns:X");
-    EXPECT_EQ(failure([&] { p.GetCustomTypeInfoDoc(m.parts[1], t); }), "Can't find namespace zz\n");
-    EXPECT_EQ(failure([&] { p.GetCustomTypeInfoDoc(m.parts[2], t); }), "Can't find schema with targetNamespace=urn:t");
+    EXPECT_EQ(failureText([&] { p.GetCustomTypeInfoDoc(m.parts[1], t); }), "Can't find namespace zz\n");
+    EXPECT_EQ(failureText([&] { p.GetCustomTypeInfoDoc(m.parts[2], t); }), "Can't find schema with targetNamespace=urn:t");
     load(p, wsdl("<xsd:element name='E1' type='tns:Missing'/><xsd:element name='E2' type='zz:T'/>"
                  "<xsd:element name='E3'><xsd:sequence/></xsd:element><xsd:attributeGroup name='AG'/>",
                  "<message name='M'><part name='a' element='tns:Nope'/><part name='b' element='tns:E1'/>"
                  "<part name='c' element='tns:E2'/><part name='d' element='tns:E3'/></message>"));
     p.GetMessageInfo(u"M", m);
-    EXPECT_EQ(failure([&] { p.GetCustomTypeInfoDoc(m.parts[0], t); }),
+    EXPECT_EQ(failureText([&] { p.GetCustomTypeInfoDoc(m.parts[0], t); }),
               "Cannot find a schema with targetNamespace = https://urn.example/t and element = Nope");
-    EXPECT_EQ(failure([&] { p.GetCustomTypeInfoDoc(m.parts[1], t); }),
+    EXPECT_EQ(failureText([&] { p.GetCustomTypeInfoDoc(m.parts[1], t); }),
               "Cannot find a schema with targetNamespace=https://urn.example/t and customType=Missing");
-    EXPECT_EQ(failure([&] { p.GetCustomTypeInfoDoc(m.parts[2], t); }), "Can't find target namespace for type zz:T");
-    EXPECT_EQ(failure([&] { p.GetCustomTypeInfoDoc(m.parts[3], t); }), "Can't understand custom type: \"E3\"");
+    EXPECT_EQ(failureText([&] { p.GetCustomTypeInfoDoc(m.parts[2], t); }), "Can't find target namespace for type zz:T");
+    EXPECT_EQ(failureText([&] { p.GetCustomTypeInfoDoc(m.parts[3], t); }), "Can't understand custom type: \"E3\"");
     // A part with neither an element nor a type, read either way.
     load(p, wsdl(kTypes, "<message name='N'><part name='bare'/></message>"));
     p.GetMessageInfo(u"N", m);
-    EXPECT_EQ(failure([&] { p.GetCustomTypeInfoDoc(m.parts[0], t); }), "Unable to parse namespaces");
-    EXPECT_EQ(failure([&] { p.GetCustomTypeInfoRPC(m.parts[0], t); }), "Unable to parse namespaces");
-    EXPECT_EQ(failure([&] { p.IsOfAtomicType(m.parts[0]); }), "Unable to parse namespaces");
+    EXPECT_EQ(failureText([&] { p.GetCustomTypeInfoDoc(m.parts[0], t); }), "Unable to parse namespaces");
+    EXPECT_EQ(failureText([&] { p.GetCustomTypeInfoRPC(m.parts[0], t); }), "Unable to parse namespaces");
+    EXPECT_EQ(failureText([&] { p.IsOfAtomicType(m.parts[0]); }), "Unable to parse namespaces");
     EXPECT_TRUE(t.name.isNull());
 }
 
@@ -454,19 +444,19 @@ TEST(WsdlParser, ImportsFromFilesAndBundles) {
     // A missing import fails the load and leaves the parser as it was.
     std::filesystem::remove(dir / "xsd/b2.xsd");
     const std::string missing = (dir / "xsd/b2.xsd").string();
-    EXPECT_EQ(failure([&] { p.Parse(tovan::toWide((dir / "wsdl/main.wsdl").string())); }),
+    EXPECT_EQ(failureText([&] { p.Parse(tovan::toWide((dir / "wsdl/main.wsdl").string())); }),
               "Unable to open file \"" + missing + "\": No such file or directory");
     check(p);
     // So does a folder in its place.
     std::filesystem::remove(dir / "xsd/b2.xsd");
     std::filesystem::create_directories(dir / "xsd/b2.xsd");
-    EXPECT_EQ(failure([&] { p.Parse(tovan::toWide((dir / "wsdl/main.wsdl").string())); }),
+    EXPECT_EQ(failureText([&] { p.Parse(tovan::toWide((dir / "wsdl/main.wsdl").string())); }),
               "Unable to open file \"" + missing + "\": Is a directory");
     check(p);
     std::filesystem::remove(dir / "xsd/b2.xsd");
     // So does one that is not XML, and the message says which file the place is in.
     std::ofstream(dir / "xsd/b2.xsd") << "<schema\n  xmlns='http://www.w3.org/2001/XMLSchema'";
-    EXPECT_EQ(failure([&] { p.Parse(tovan::toWide((dir / "wsdl/main.wsdl").string())); }),
+    EXPECT_EQ(failureText([&] { p.Parse(tovan::toWide((dir / "wsdl/main.wsdl").string())); }),
               "Parse error: unclosed token at line 1, column 1 of " + missing);
     check(p);
     // Given as bytes without a folder, the imports are not read; its bundle holds only the WSDL.
@@ -495,14 +485,14 @@ TEST(WsdlParser, ImportsFromFilesAndBundles) {
     EXPECT_EQ(xml.getTree(), nullptr);
     EXPECT_EQ(xml.parse(tovan::toWide((dir / "xsd/b.xsd").string()))->getChildAt(0)->getName(), u"schema");
     const std::string none = (dir / "none.xsd").string();
-    EXPECT_EQ(failure([&] { xml.parse(tovan::toWide(none)); }), "Unable to open file \"" + none + "\": No such file or directory");
+    EXPECT_EQ(failureText([&] { xml.parse(tovan::toWide(none)); }), "Unable to open file \"" + none + "\": No such file or directory");
     EXPECT_EQ(xml.getTree()->getChildAt(0)->getName(), u"schema");  // a failed parse keeps the last tree
     W bytes;
-    EXPECT_EQ(failure([&] { bytes.ParseZippedWsdl("PK\x03\x04 not really"); }), "Not a zipped WSDL bundle: Not a zip archive");
-    EXPECT_EQ(failure([&] { bytes.ParseZippedWsdl(""); }), "The zipped WSDL bundle is empty");
+    EXPECT_EQ(failureText([&] { bytes.ParseZippedWsdl("PK\x03\x04 not really"); }), "Not a zipped WSDL bundle: Not a zip archive");
+    EXPECT_EQ(failureText([&] { bytes.ParseZippedWsdl(""); }), "The zipped WSDL bundle is empty");
     EXPECT_FALSE(bytes.HasParsedWsdl());
-    EXPECT_EQ(failure([&] { bytes.GetZippedWsdl(zip); }), "No WSDL has been parsed");
-    EXPECT_EQ(failure([&] { bytes.Parse("<a"); }), "Parse error: unclosed token at line 1, column 1");
+    EXPECT_EQ(failureText([&] { bytes.GetZippedWsdl(zip); }), "No WSDL has been parsed");
+    EXPECT_EQ(failureText([&] { bytes.Parse("<a"); }), "Parse error: unclosed token at line 1, column 1");
 }
 
 TEST(WsdlReport, TypesInTheOrderFirstMetThroughAChainLongerThanTheStackWouldTake) {

@@ -2,6 +2,8 @@
 // Helpers shared by the test programs.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <string>
 
@@ -48,6 +50,32 @@ struct ToolRun {
 ToolRun runTool(const std::string& args);
 /// Runs `feed | nvk args`: the tool reads a pipe fed by the shell command `feed`.
 ToolRun runToolPiped(const std::string& feed, const std::string& args);
+
+/// The message of what `call` throws, which must be a tovan::Exception and no subclass;
+/// "no failure" when it throws nothing.
+template <class Call>
+std::string failureText(Call call) {
+    try {
+        call();
+    } catch (const tovan::Exception& e) {
+        EXPECT_EQ(typeid(e), typeid(tovan::Exception)) << e.what();
+        return e.what();
+    }
+    return "no failure";
+}
+
+/// Sets the time zone (a POSIX rule, so that no zone database is needed) while it lives.
+struct ZoneScope {
+    explicit ZoneScope(const char* zone) {
+        setenv("TZ", zone, 1);
+        tzset();
+    }
+    ~ZoneScope() {
+        old.empty() ? unsetenv("TZ") : setenv("TZ", old.c_str(), 1);
+        tzset();
+    }
+    const std::string old = std::getenv("TZ") ? std::getenv("TZ") : "";
+};
 
 }  // namespace nvktest
 

@@ -1,7 +1,6 @@
 // nvk cron, nvk task and nvk scheduler: what they print, and their exit statuses.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 
@@ -15,9 +14,7 @@ namespace {
 
 // The tool converts its result to the local zone; these cases are written in UTC.
 struct UtcTool : ::testing::Test {
-    std::string old = std::getenv("TZ") ? std::getenv("TZ") : "";
-    void SetUp() override { setenv("TZ", "UTC0", 1); }
-    void TearDown() override { old.empty() ? unsetenv("TZ") : setenv("TZ", old.c_str(), 1); }
+    nvktest::ZoneScope utc{"UTC0"};
 };
 
 }  // namespace
