@@ -18,6 +18,7 @@ using tovan::Array;
 using tovan::BadParameterException;
 using tovan::Exception;
 using tovan::WString;
+using nvktest::failureText;
 using nvktest::utf8;
 namespace fs = std::filesystem;
 
@@ -99,13 +100,14 @@ TEST_F(ServiceFixture, ListAddAndDelete) {
     ASSERT_EQ(back.getRuntimeProperties()->getSize(), 200);
     EXPECT_EQ(utf8(back.getRuntimeProperties()->get(u"Param 199 & \u00e9=?").getValue().toString()), "v%199");
 
-    EXPECT_EQ(nvktest::failureText([&] { client.addTask(big); }),
+    EXPECT_EQ(failureText([&] { client.addTask(big); }),
               "POST " + tasksUrl() + " failed: HTTP 409: Task " + utf8(big.getName()) + " of \xC3\xA5sa already exists");
     client.deleteTask(big.getName());
     ASSERT_TRUE(client.getTasks(tasks));
     EXPECT_EQ(names(tasks), std::set<std::string>{"nightly-clean"});
     std::string deleteUrl = tasksUrl() + "?%24name=x%20y";
-    EXPECT_EQ(nvktest::failureText([&] { client.deleteTask(u"x y"); }), "POST " + deleteUrl + " failed: HTTP 404: No task x y of \xC3\xA5sa");
+    EXPECT_EQ(failureText([&] { client.deleteTask(u"x y"); }),
+              "POST " + deleteUrl + " failed: HTTP 404: No task x y of \xC3\xA5sa");
 
     // An ExternalEvent task travels with its event and without a trigger spec.
     SchedulerTask event = makeTask(u"on upload");
@@ -171,8 +173,9 @@ TEST_F(ServiceFixture, BadRequestsGetAStatusAndAText) {
     CSchedulerServiceClient client(tovan::toWide(url), u"S3cret", u"bo");
     Array<SchedulerTask> tasks;
     fs::remove_all(root.path());
-    EXPECT_EQ(nvktest::failureText([&] { client.getTasks(tasks); }), "GET " + tasksUrl() + " failed: HTTP 500: Cannot list the tasks under " +
-                                                           root.path().string() + ": No such file or directory");
+    EXPECT_EQ(failureText([&] { client.getTasks(tasks); }),
+              "GET " + tasksUrl() + " failed: HTTP 500: Cannot list the tasks under " + root.path().string() +
+                  ": No such file or directory");
     fs::create_directories(root.path());
 }
 
@@ -189,7 +192,7 @@ TEST(SchedulerService, StartAndStop) {
     first.stop();
     CSchedulerServiceClient client(tovan::toWide("http://127.0.0.1:" + std::to_string(port)), u"k", u"u");
     Array<SchedulerTask> tasks;
-    std::string refused = nvktest::failureText([&] { client.getTasks(tasks); });
+    std::string refused = failureText([&] { client.getTasks(tasks); });
     EXPECT_EQ(refused.rfind("GET http://127.0.0.1:" + std::to_string(port) +
                                 "/schedulercrud/tasks failed: Failed to connect to 127.0.0.1 port " + std::to_string(port),
                             0),
@@ -216,7 +219,7 @@ TEST(SchedulerService, MisbehavingServers) {
     std::string tasksUrl = running.url() + "/schedulercrud/tasks";
 
     listing = "<tf:tasks xmlns:tf=\"urn:x\"><tf:item><tf:TaskName>a</tf:TaskName>";
-    EXPECT_EQ(nvktest::failureText([&] { client.getTasks(tasks); }),
+    EXPECT_EQ(failureText([&] { client.getTasks(tasks); }),
               "The answer of " + tasksUrl + " is not a task list: Parse error: no element found at line 1, column 65");
     listing = "<tf:tasks xmlns:tf=\"urn:x\"><tf:item><tf:TaskName>a</tf:TaskName>"
               "<tf:TriggerType>Hourly</tf:TriggerType></tf:item></tf:tasks>";
@@ -229,7 +232,7 @@ TEST(SchedulerService, MisbehavingServers) {
 
     CSchedulerServiceClient slow(tovan::toWide(running.url() + "/slow"), u"k", u"u");
     slow.setTimeouts(1000, 300);
-    std::string timedOut = nvktest::failureText([&] { slow.getTasks(tasks); });
+    std::string timedOut = failureText([&] { slow.getTasks(tasks); });
     EXPECT_EQ(timedOut.rfind("GET " + running.url() + "/slow/schedulercrud/tasks failed: Operation timed out after ", 0), 0u)
         << timedOut;
 }

@@ -140,7 +140,8 @@ TEST(WsdlParser, ServicesBindingsOperationsAndMessages) {
     EXPECT_EQ(ops.size(), 2u);
     W withEmpty;
     load(withEmpty, wsdl(kTypes, "<portType name='Empty'><documentation>none yet</documentation></portType>"));
-    EXPECT_EQ(failureText([&] { withEmpty.GetOperationInfoFromPortType(u"tns:Empty", ops); }), "Couldn't find operation");
+    EXPECT_EQ(failureText([&] { withEmpty.GetOperationInfoFromPortType(u"tns:Empty", ops); }),
+              "Couldn't find operation");
     EXPECT_EQ(ops.size(), 2u);
     EXPECT_EQ(failureText([&] { p.GetMessageInfo(u"tns:Nope", in); }), "Couldn't find message");
     EXPECT_EQ(in.name, u"In");
@@ -186,7 +187,8 @@ TEST(WsdlParser, NamespacesCompareWithoutScheme) {
     EXPECT_TRUE(W::CNamespace(u"", u"http://schemas.xmlsoap.org/wsdl/soap/").isWsdlSoap11SchemaNs());
     EXPECT_TRUE(W::CNamespace(u"", u"http://schemas.xmlsoap.org/wsdl/soap12/").isWsdlSoap12SchemaNs());
     EXPECT_TRUE(W::CNamespace(u"", u"urn:x").urlIsEqual(u"urn:x"));
-    EXPECT_EQ(failureText([&] { W::Equals_NS(WString(), u"urn:x"); }), "Invalid namespace comparison between '(null)' == 'urn:x'");
+    EXPECT_EQ(failureText([&] { W::Equals_NS(WString(), u"urn:x"); }),
+              "Invalid namespace comparison between '(null)' == 'urn:x'");
     WString prefix, local;
     W::getNamespaceName(u"tns:T", prefix, local);
     EXPECT_EQ(prefix, u"tns");
@@ -298,17 +300,20 @@ TEST(WsdlParser, SupportMatrixMessages) {
     const struct {
         std::string types, message, partType = "tns:X";
     } rows[] = {
-        {complex("<xsd:sequence/><xsd:attribute name='a' type='xsd:int'/>"), "Complex types with custom attributes are not supported"},
+        {complex("<xsd:sequence/><xsd:attribute name='a' type='xsd:int'/>"),
+         "Complex types with custom attributes are not supported"},
         {complex("<xsd:all/>"), "Unknown type: <complexType><all>"},
         {complex("<xsd:simpleContent/>"), "Unknown type: <complexType><simpleContent>"},
         {complex("<xsd:sequence><xsd:element ref='tns:Nope'/></xsd:sequence>"), unresolved("element", "tns:Nope", tns)},
         {complex("<xsd:sequence><xsd:element ref='zz:E'/></xsd:sequence>"), unresolved("element", "zz:E", "zz")},
         {complex("<xsd:group ref='tns:Nope'/>"), unresolved("group", "tns:Nope", tns)},
         // A group that refers to itself, or one nested too deep, ends as an unresolved reference.
-        {"<xsd:group name='L'><xsd:sequence><xsd:group ref='tns:L'/></xsd:sequence></xsd:group>" + complex("<xsd:group ref='tns:L'/>"),
+        {"<xsd:group name='L'><xsd:sequence><xsd:group ref='tns:L'/></xsd:sequence></xsd:group>" +
+             complex("<xsd:group ref='tns:L'/>"),
          unresolved("group", "tns:L", tns)},
         {deep + complex("<xsd:group ref='tns:D0'/>"), unresolved("group", "tns:D3", tns)},
-        {complex("<xsd:complexContent><xsd:restriction base='enc:Array'/></xsd:complexContent>"), "Can't have an array with no elements"},
+        {complex("<xsd:complexContent><xsd:restriction base='enc:Array'/></xsd:complexContent>"),
+         "Can't have an array with no elements"},
         {complex("<xsd:complexContent><xsd:restriction base='tns:Y'/></xsd:complexContent>"),
          "Can't handle <restriction> to base type (tns:Y)"},
         {complex("<xsd:complexContent><xsd:extension base='tns:Y'/></xsd:complexContent>"),
@@ -350,7 +355,8 @@ TEST(WsdlParser, SchemaNodeAndDocumentStyleMessages) {
     EXPECT_EQ(failureText([&] { p.GetCustomTypeInfoRPC(m.parts[0], t); }),
               "Can't find <schema> node in wsdl, needed for definition of type tns:X");
     EXPECT_EQ(failureText([&] { p.GetCustomTypeInfoDoc(m.parts[1], t); }), "Can't find namespace zz\n");
-    EXPECT_EQ(failureText([&] { p.GetCustomTypeInfoDoc(m.parts[2], t); }), "Can't find schema with targetNamespace=urn:t");
+    EXPECT_EQ(failureText([&] { p.GetCustomTypeInfoDoc(m.parts[2], t); }),
+              "Can't find schema with targetNamespace=urn:t");
     load(p, wsdl("<xsd:element name='E1' type='tns:Missing'/><xsd:element name='E2' type='zz:T'/>"
                  "<xsd:element name='E3'><xsd:sequence/></xsd:element><xsd:attributeGroup name='AG'/>",
                  "<message name='M'><part name='a' element='tns:Nope'/><part name='b' element='tns:E1'/>"
@@ -485,10 +491,12 @@ TEST(WsdlParser, ImportsFromFilesAndBundles) {
     EXPECT_EQ(xml.getTree(), nullptr);
     EXPECT_EQ(xml.parse(tovan::toWide((dir / "xsd/b.xsd").string()))->getChildAt(0)->getName(), u"schema");
     const std::string none = (dir / "none.xsd").string();
-    EXPECT_EQ(failureText([&] { xml.parse(tovan::toWide(none)); }), "Unable to open file \"" + none + "\": No such file or directory");
+    EXPECT_EQ(failureText([&] { xml.parse(tovan::toWide(none)); }),
+              "Unable to open file \"" + none + "\": No such file or directory");
     EXPECT_EQ(xml.getTree()->getChildAt(0)->getName(), u"schema");  // a failed parse keeps the last tree
     W bytes;
-    EXPECT_EQ(failureText([&] { bytes.ParseZippedWsdl("PK\x03\x04 not really"); }), "Not a zipped WSDL bundle: Not a zip archive");
+    EXPECT_EQ(failureText([&] { bytes.ParseZippedWsdl("PK\x03\x04 not really"); }),
+              "Not a zipped WSDL bundle: Not a zip archive");
     EXPECT_EQ(failureText([&] { bytes.ParseZippedWsdl(""); }), "The zipped WSDL bundle is empty");
     EXPECT_FALSE(bytes.HasParsedWsdl());
     EXPECT_EQ(failureText([&] { bytes.GetZippedWsdl(zip); }), "No WSDL has been parsed");
