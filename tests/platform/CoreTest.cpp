@@ -50,17 +50,6 @@ TEST(String, HashFoldsCaseAndWrapsAt32Bits) {
     EXPECT_EQ(hashNoCase(u"A LONG NAME THAT OVERFLOWS"), 4044307176u);
 }
 
-TEST(Exception, CarriesMessageAndContext) {
-    try {
-        throw Exception("CPropertyCollection", "define(string)", u"Property %ls already exists\n", WString(u"a"));
-    } catch (const Exception& e) {
-        EXPECT_EQ(std::string(e.what()), "Property a already exists\n");
-        EXPECT_EQ(e.getClassName(), "CPropertyCollection");
-        EXPECT_EQ(e.getOperation(), "define(string)");
-        EXPECT_EQ(e.describe(), "CPropertyCollection::define(string): Property a already exists\n");
-    }
-}
-
 TEST(Diagnostics, WarningsAndDebugLinesCanBeCaptured) {
     DiagnosticCapture capture;
     Exception::warn(u"Metadata category \"%ls\" has no properties thus is ignored.", WString(u"Units"));
