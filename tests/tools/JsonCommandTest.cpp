@@ -1,7 +1,5 @@
 // The `nvk json` command on the bundled examples: output, files written,
 // messages and exit statuses.
-#include <fstream>
-
 #include "tests/support/TestSupport.h"
 
 using nvktest::runTool;
@@ -71,13 +69,10 @@ TEST(BinCommand, NodeFilesPrintAndWriteLikeTheJsonTheyCameFrom) {
 
 TEST(BinCommand, ReportsTheByteWhereReadingStoppedAndBadUsage) {
     nvktest::TempDir dir;
-    const std::string bin = (dir / "s.bin").string(), cut = (dir / "cut.bin").string();
+    const std::string bin = (dir / "s.bin").string();
     ASSERT_EQ(runTool("json " + example("stations.json") + " --to-bin " + bin).status, 0);
-    std::ofstream(cut, std::ios::binary) << nvktest::readFile(bin).substr(0, 30);
-    ToolRun r = runTool("bin " + cut);
-    EXPECT_EQ(r.status, 1);
-    EXPECT_EQ(r.out, "nvk bin: " + cut + ": byte 30: EOF reading int as short\n");
-    r = runTool("bin " + example("stations.json"));
+    // A file cut short is reported as a pipe cut there is (the pipe tests).
+    ToolRun r = runTool("bin " + example("stations.json"));
     EXPECT_EQ(r.status, 1);
     EXPECT_EQ(r.out, "nvk bin: " + example("stations.json") + ": byte 4: File \"" + example("stations.json") +
                          "\" is not a node file\n");
