@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "nvk/data/CPropertyCollection.h"
 #include "nvk/platform/Exception.h"
 #include "nvk/platform/Value.h"
 
@@ -99,17 +100,24 @@ private:
                                    XML_GetCurrentColumnNumber(parser_) + 1);
         Ptr<CBaseNode> node(CBaseNode::newInstance());
         node->setName(tovan::toWide(name));
-        for (const char** a = attributes; *a; a += 2) {
-            WString attribute = tovan::toWide(a[0]);
-            tovan::iPropertyCollection& properties = node->getProperties();
-            // By position, not find(): find() reads a name starting with "/"
-            // as a path to another node's property.
-            if (properties.findIndex(attribute) >= 0) {
-                tovan::Exception::warn(u"XML attribute %ls of <%ls> at line %d repeats an earlier one but for case; its value is dropped",
-                                       attribute, node->getName(), XML_GetCurrentLineNumber(parser_));
-                continue;
+        if (*attributes) {
+            // Straight into the storage: one lookup of the name (define()
+            // would look again) and the value handed over, not copied.
+            CPropertyCollectionData& storage = node->getPropertyCollection().data();
+            size_t count = 0;
+            while (attributes[2 * count]) ++count;
+            storage.Reserve(count);
+            for (const char** a = attributes; *a; a += 2) {
+                WString attribute = tovan::toWide(a[0]);
+                // By name alone: a name starting with "/" is no path here.
+                if (storage.GetInternalIndex(attribute) >= 0) {
+                    tovan::Exception::warn(
+                        u"XML attribute %ls of <%ls> at line %d repeats an earlier one but for case; its value is dropped",
+                        attribute, node->getName(), XML_GetCurrentLineNumber(parser_));
+                    continue;
+                }
+                storage.AppendNewProperty(attribute, Ptr<tovan::Value>(new tovan::StringValue(tovan::toWide(a[1]))));
             }
-            properties.define(attribute, tovan::StringValue(tovan::toWide(a[1])));
         }
         current_->appendChild(node.get());
         current_ = node.get();
@@ -120,11 +128,23 @@ private:
 
     void endElementImpl() {
         std::string& text = texts_[--depth_];
-        if (!text.empty() && !(current_->hasChildren() && allSpace(text)))
-            current_->setValue(tovan::StringValue(tovan::toWide(text)));
+        if (!text.empty() && !(current_->hasChildren() && allSpace(text))) setText(tovan::toWide(text));
         current_ = static_cast<CBaseNode*>(current_->findParent());
     }
 
+    // What setValue() does on a fresh node, without copying the text once
+    // more: an attribute that holds the value's name takes the slow way.
+    void setText(WString text) {
+        CPropertyCollectionData& storage = current_->getPropertyCollection().data();
+        if (storage.GetInternalIndex(textName_) >= 0) {
+            current_->setValue(tovan::StringValue(std::move(text)));
+            return;
+        }
+        CProperty* p = storage.AppendNewProperty(textName_, Ptr<tovan::Value>(new tovan::StringValue(std::move(text))));
+        p->setFlags(p->getFlags() | tovan::MetaDataNodeValue);
+    }
+
+    const WString textName_{u"text-content"};  // the name setValue() gives the property
     XML_Parser parser_;
     Ptr<CBaseNode> document_;
     CBaseNode* current_;

@@ -70,6 +70,12 @@ TEST(XmlReader, TextIsTheElementsOwnAndIndentationIsDropped) {
     // Character references, entities declared inside the document, line ends normalised.
     EXPECT_EQ(treeOf("<!DOCTYPE a [<!ENTITY who \"world\">]><a t=\"&#x263A;\">hi &who;&#10;x\r\ny</a>"),
               "(unnamed)\n  a\n    t: String = \"\xE2\x98\xBA\"\n    text-content: String = \"hi world\\nx\\ny\"\n");
+    // The text is the node's value, also where an attribute already holds the value's name.
+    for (auto [xml, properties] : {std::pair<std::string_view, int>{"<a n=\"1\">t</a>", 2}, {"<a text-content=\"attr\">t</a>", 1}}) {
+        Ptr<nvk::CBaseNode> doc = XmlReader::ReadBytes(xml);
+        EXPECT_EQ(doc->getChildAt(0)->getValue().toString(), u"t") << xml;
+        EXPECT_EQ(doc->getChildAt(0)->getProperties().getSize(), properties) << xml;
+    }
 }
 
 TEST(XmlReader, PrefixedNamesWorkInPathQueries) {
