@@ -8,6 +8,8 @@
 #include <exception>
 #include <memory>
 #include <string>
+#include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "nvk/data/CPropertyCollection.h"
@@ -99,7 +101,7 @@ private:
                                    XmlReader::kMaxDepth, XML_GetCurrentLineNumber(parser_),
                                    XML_GetCurrentColumnNumber(parser_) + 1);
         Ptr<CBaseNode> node(CBaseNode::newInstance());
-        node->setName(tovan::toWide(name));
+        node->setName(wideName(name));
         if (*attributes) {
             // Straight into the storage: one lookup of the name (define()
             // would look again) and the value handed over, not copied.
@@ -108,7 +110,7 @@ private:
             while (attributes[2 * count]) ++count;
             storage.Reserve(count);
             for (const char** a = attributes; *a; a += 2) {
-                WString attribute = tovan::toWide(a[0]);
+                const WString& attribute = wideName(a[0]);
                 // By name alone: a name starting with "/" is no path here.
                 if (storage.GetInternalIndex(attribute) >= 0) {
                     tovan::Exception::warn(
@@ -132,6 +134,20 @@ private:
         current_ = static_cast<CBaseNode*>(current_->findParent());
     }
 
+    // A document repeats a few element and attribute names thousands of
+    // times: each is converted once.
+    const WString& wideName(const char* name) {
+        std::string_view key(name);
+        auto it = names_.find(key);
+        if (it == names_.end()) it = names_.emplace(std::string(key), tovan::toWide(name)).first;
+        return it->second;
+    }
+
+    struct NameHash {
+        using is_transparent = void;
+        size_t operator()(std::string_view s) const { return std::hash<std::string_view>()(s); }
+    };
+
     // What setValue() does on a fresh node, without copying the text once
     // more: an attribute that holds the value's name takes the slow way.
     void setText(WString text) {
@@ -152,6 +168,7 @@ private:
     // The character data of each open element, kept by depth and reused.
     std::vector<std::string> texts_;
     std::exception_ptr failure_;
+    std::unordered_map<std::string, WString, NameHash, std::equal_to<>> names_;
 };
 
 struct FileCloser {

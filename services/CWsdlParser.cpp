@@ -51,25 +51,62 @@ const WString value(u"value");
 const WString verb(u"verb");
 }  // namespace names
 
-const WString* attrRef(const iNode& node, const WString& name) {
+namespace {
+
+// The attribute's value, or null when it is absent.
+const tovan::Value* attrValue(const iNode& node, const WString& name) {
     const tovan::iPropertyCollection* props = node.getProperties();
     int i = props ? props->findIndex(name) : -1;
-    if (i < 0) return nullptr;
-    // The XML reader stores attributes as strings; anything else is read as its text.
-    const auto* text = dynamic_cast<const tovan::StringValue*>(&props->get(i).getValue());
-    return text ? &text->get() : nullptr;
+    return i < 0 ? nullptr : &props->get(i).getValue();
+}
+
+// The XML reader stores attributes as strings; anything else is read as its
+// text. The class is compared rather than cast to: this runs for every
+// attribute the walk reads.
+const WString* asText(const tovan::Value& value) {
+    return &value.getClass() == &tovan::StringValue::Tag ? &static_cast<const tovan::StringValue&>(value).get() : nullptr;
+}
+
+}  // namespace
+
+const WString* attrRef(const iNode& node, const WString& name) {
+    const tovan::Value* value = attrValue(node, name);
+    return value ? asText(*value) : nullptr;
 }
 
 WString attr(const iNode& node, const WString& name) {
-    if (const WString* text = attrRef(node, name)) return *text;
-    const tovan::iPropertyCollection* props = node.getProperties();
-    int i = props ? props->findIndex(name) : -1;
-    return i < 0 ? WString() : props->get(i).getValue().toString();
+    const tovan::Value* value = attrValue(node, name);
+    if (!value) return WString();
+    const WString* text = asText(*value);
+    return text ? *text : value->toString();
+}
+
+std::u16string_view attrView(const iNode& node, const WString& name, WString& spare) {
+    const tovan::Value* value = attrValue(node, name);
+    if (!value) return {};
+    if (const WString* text = asText(*value)) return text->view();
+    spare = value->toString();
+    return spare.view();
 }
 
 std::u16string_view localOf(std::u16string_view qname) {
     size_t colon = qname.find(u':');
     return colon == std::u16string_view::npos ? qname : qname.substr(colon + 1);
+}
+
+std::u16string_view schemeless(std::u16string_view v) {
+    for (std::u16string_view scheme : {std::u16string_view(u"http"), std::u16string_view(u"https")}) {
+        if (v.size() > scheme.size() + 3 && v.substr(scheme.size(), 3) == u"://") {
+            bool same = true;
+            for (size_t i = 0; i < scheme.size(); ++i) {
+                char16_t c = v[i];
+                if (c >= u'A' && c <= u'Z') c = char16_t(c - u'A' + u'a');
+                if (c != scheme[i]) same = false;
+            }
+            if (same) return v.substr(scheme.size() + 3);
+        }
+    }
+    return v;
 }
 
 }  // namespace wsdl
@@ -86,9 +123,7 @@ constexpr std::u16string_view kHttp = u"schemas.xmlsoap.org/wsdl/http/";
 constexpr std::u16string_view kSoapEncoding = u"schemas.xmlsoap.org/soap/encoding/";
 constexpr std::u16string_view kSoap12Encoding = u"www.w3.org/2003/05/soap-encoding";
 
-bool nsIs(const WString& url, std::u16string_view standard) {
-    return CWsdlParser::CNamespace::stripScheme(url).view() == standard;
-}
+bool nsIs(const WString& url, std::u16string_view standard) { return wsdl::schemeless(url.view()) == standard; }
 
 // The file and the system's reason follow "Unable to open file": a WSDL is read
 // from several files, and the bare text would not say which one failed, nor why.
@@ -128,22 +163,14 @@ bool isRemote(const std::string& location) {
 
 WString CWsdlParser::CNamespace::stripScheme(const WString& url, WString* protocol) {
     std::u16string_view v = url.view();
-    for (std::u16string_view scheme : {std::u16string_view(u"http"), std::u16string_view(u"https")}) {
-        if (v.size() > scheme.size() + 3 && v.substr(scheme.size(), 3) == u"://") {
-            bool same = true;
-            for (size_t i = 0; i < scheme.size(); ++i) {
-                char16_t c = v[i];
-                if (c >= u'A' && c <= u'Z') c = char16_t(c - u'A' + u'a');
-                if (c != scheme[i]) same = false;
-            }
-            if (same) {
-                if (protocol) *protocol = WString(scheme);
-                return WString(v.substr(scheme.size() + 3));
-            }
-        }
+    std::u16string_view rest = wsdl::schemeless(v);
+    if (rest.size() == v.size()) {
+        if (protocol) *protocol = WString(u"");
+        return url;
     }
-    if (protocol) *protocol = WString(u"");
-    return url;
+    // The scheme is given back in lower case, as the comparison read it.
+    if (protocol) *protocol = WString(v.size() - rest.size() == 7 ? u"http" : u"https");
+    return WString(rest);
 }
 
 void CWsdlParser::CNamespace::setUrl(const WString& url) {
@@ -158,7 +185,7 @@ void CWsdlParser::CNamespace::setUrl(const WString& url) {
 bool CWsdlParser::CNamespace::urlIsEqual(const WString& url) const {
     if (url_.isNull() || url.isNull())
         throw tovan::Exception(kClass, "urlIsEqual", u"Invalid namespace comparison between '%ls' == '%ls'", url_, url);
-    return url_.view() == stripScheme(url).view();
+    return url_.view() == wsdl::schemeless(url.view());
 }
 
 bool CWsdlParser::CNamespace::urlIsEqual(const CNamespace& other) const { return urlIsEqual(other.url_); }
@@ -409,10 +436,10 @@ void CWsdlParser::buildIndexes() {
 }
 
 iNode* CWsdlParser::findDefinitionsChild(std::u16string_view kind, const WString& qname) const {
-    std::u16string key(kind);
-    key += u'\n';
-    key += localOf(qname.view());
-    auto it = definitions_.find(key);
+    key_.assign(kind);
+    key_ += u'\n';
+    key_ += localOf(qname.view());
+    auto it = definitions_.find(key_);
     return it == definitions_.end() ? nullptr : it->second;
 }
 

@@ -378,8 +378,11 @@ private:
     // first in document order; schema children by namespace, kind and name.
     std::unordered_map<std::u16string, tovan::iNode*> definitions_;
     std::unordered_map<std::u16string, std::pair<tovan::iNode*, size_t>> schemaChildren_;
-    // Element nodes the occurrence queries select, per query.
-    std::unordered_set<const tovan::iNode*> required_, optional_, formless_;
+    // The lookup key of the last search, kept so that lookups do not allocate.
+    mutable std::u16string key_;
+    // Element nodes the occurrence queries select, per query, sorted: made
+    // once per load and searched, never changed.
+    std::vector<const tovan::iNode*> required_, optional_, formless_;
     Style style_ = DOC;
     bool backward70_ = false;
     int sequenceNesting_ = 0;  // sequences and choices being read, across group references

@@ -1,4 +1,5 @@
 // Schemas, atomic types and the custom types of a WSDL.
+#include <algorithm>
 #include <array>
 #include <charconv>
 
@@ -44,15 +45,17 @@ constexpr std::array<std::u16string_view, 12> kFacets = {
     u"pattern",      u"length",       u"minLength",    u"maxLength",   u"minInclusive",   u"maxInclusive",
     u"minExclusive", u"maxExclusive", u"totalDigits",  u"fractionDigits", u"whiteSpace", u"enumeration"};
 
-int occurs(const WString& text, int absent) {
-    if (text.isEmpty()) return absent;
-    if (text.view() == u"unbounded") return -1;
+int occurs(const iNode& node, const WString& attribute, int absent) {
+    WString spare;
+    std::u16string_view text = wsdl::attrView(node, attribute, spare);
+    if (text.empty()) return absent;
+    if (text == u"unbounded") return -1;
     int n = absent;
-    return tovan::parseInteger(text.view(), n, tovan::NumberSigns::None) ? n : absent;
+    return tovan::parseInteger(text, n, tovan::NumberSigns::None) ? n : absent;
 }
 
-std::u16string schemaKey(std::u16string_view ns, std::u16string_view kind, std::u16string_view name) {
-    std::u16string key(ns);
+std::u16string& schemaKey(std::u16string& key, std::u16string_view ns, std::u16string_view kind, std::u16string_view name) {
+    key.assign(ns);
     key += u'\n';
     key += kind;
     key += u'\n';
@@ -147,22 +150,25 @@ void CWsdlParser::loadExternalSchemata() {
             iNode* c = node.getChildAt(k);
             const WString* name = wsdl::attrRef(*c, names::name);
             if (name && !name->isEmpty())
-                schemaChildren_.emplace(schemaKey(schemas_[i].getTargetNamespace().view(), getNodeType(*c), name->view()),
+                schemaChildren_.emplace(schemaKey(key_, schemas_[i].getTargetNamespace().view(), getNodeType(*c), name->view()),
                                         std::make_pair(c, i));
         }
     }
     // Occurrence of every element, by the queries exactly as the platform runs them.
     for (const auto& d : documents_) {
         tovan::NodeReferenceSet set;
-        const std::pair<const char16_t*, std::unordered_set<const iNode*>*> queries[] = {
+        const std::pair<const char16_t*, std::vector<const iNode*>*> queries[] = {
             {u"//*[local-name()='element'][@minOccurs>=1 or not(@minOccurs)]", &required_},
             {u"//*[local-name()='element'][@minOccurs<1]", &optional_},
             {u"//*[local-name()='element'][not(@form)]", &formless_}};
         for (const auto& [query, into] : queries) {
             if (!d->tree->query(query, tovan::QueryDefault, set)) continue;
-            for (size_t i = 0; i < set.size(); ++i) into->insert(set.get(int(i)));
+            for (size_t i = 0; i < set.size(); ++i) into->push_back(set.get(int(i)));
         }
     }
+    // Documents are distinct trees, so no node comes twice.
+    for (std::vector<const iNode*>* selected : {&required_, &optional_, &formless_})
+        std::sort(selected->begin(), selected->end());
     schemasLoaded_ = true;
 }
 
@@ -182,7 +188,7 @@ const CWsdlParser::CSchema* CWsdlParser::GetSchemaByTargetNS(const WString& ns) 
 iNode* CWsdlParser::findSchemaChild(const WString& ns, std::u16string_view kind, std::u16string_view localName,
                                     const CSchema** schema) {
     loadExternalSchemata();
-    auto it = schemaChildren_.find(schemaKey(CNamespace::stripScheme(ns).view(), kind, localName));
+    auto it = schemaChildren_.find(schemaKey(key_, wsdl::schemeless(ns.view()), kind, localName));
     if (it == schemaChildren_.end()) return nullptr;
     if (schema) *schema = &schemas_[it->second.second];
     return it->second.first;
@@ -237,8 +243,8 @@ bool CWsdlParser::IsOfAtomicType(const CPart& part) {
 bool CWsdlParser::IsArrayType(const iNode& element) {
     // Attribute names fold A-Z, so "maxoccurs" finds "maxOccurs" too; a
     // minimum above 1 also means several.
-    int max = occurs(attr(element, names::maxoccurs), 1);
-    return max == -1 || max > 1 || occurs(attr(element, names::minoccurs), 1) > 1;
+    int max = occurs(element, names::maxoccurs, 1);
+    return max == -1 || max > 1 || occurs(element, names::minoccurs, 1) > 1;
 }
 
 WString CWsdlParser::StripArrayFromTypeName(const WString& typeName) {
@@ -403,10 +409,10 @@ void CWsdlParser::schemaElement(iNode& node, CElement& out) {
     out.name = attr(*element, names::name);
     out.type = attr(*element, names::type);
     // Occurrence belongs to the place of use, a reference's included.
-    out.minOccurs = occurs(attr(node, names::minOccurs), 1);
-    out.maxOccurs = occurs(attr(node, names::maxOccurs), 1);
-    out.required = required_.count(&node) > 0;
-    out.hasForm = formless_.count(&node) == 0;
+    out.minOccurs = occurs(node, names::minOccurs, 1);
+    out.maxOccurs = occurs(node, names::maxOccurs, 1);
+    out.required = std::binary_search(required_.begin(), required_.end(), &node);
+    out.hasForm = !std::binary_search(formless_.begin(), formless_.end(), &node);
     out.global = getNodeType(*element->findParent()) == u"schema";
     out.node = Ptr<iNode>(element);
     if (!out.type.isEmpty()) {
@@ -465,8 +471,8 @@ void CWsdlParser::readSequence(iNode& node, CCustomType& type, bool inChoice, in
             // A wildcard: any element may stand here.
             CElement e;
             e.name = WString(u"*");
-            e.minOccurs = occurs(attr(c, names::minOccurs), 1);
-            e.maxOccurs = occurs(attr(c, names::maxOccurs), 1);
+            e.minOccurs = occurs(c, names::minOccurs, 1);
+            e.maxOccurs = occurs(c, names::maxOccurs, 1);
             e.required = e.minOccurs >= 1;
             e.inChoice = inChoice;
             type.elements.push_back(std::move(e));

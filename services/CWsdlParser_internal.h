@@ -76,8 +76,14 @@ extern const tovan::WString verb;
 tovan::WString attr(const tovan::iNode& node, const tovan::WString& name);
 /// The attribute's stored text without a copy, or null when it is absent.
 const tovan::WString* attrRef(const tovan::iNode& node, const tovan::WString& name);
+/// The attribute's text without a copy where it is stored as text (else in
+/// `spare`); empty when it is absent.
+std::u16string_view attrView(const tovan::iNode& node, const tovan::WString& name, tovan::WString& spare);
 /// The part after the first ":" (the whole name without one).
 std::u16string_view localOf(std::u16string_view qname);
+/// The URL without an "http://" or "https://" in front (CNamespace::stripScheme
+/// without the copy).
+std::u16string_view schemeless(std::u16string_view url);
 
 }  // namespace wsdl
 }  // namespace nvk

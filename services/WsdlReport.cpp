@@ -25,15 +25,22 @@ public:
         if (ref.isEmpty()) return;
         std::u16string key = (part.type.isEmpty() ? u"element " : u"type ") + ref.str();
         if (seen_.count(key)) return;
+        // A part's element is looked up once, for both questions.
+        tovan::iNode* element = nullptr;
         try {
-            if (wsdl_.IsOfAtomicType(part)) return;
+            if (!part.type.isEmpty()) {
+                if (wsdl_.IsOfAtomicType(part)) return;
+            } else {
+                element = wsdl_.GetMatchingSchemaElementDoc(part);
+                if (wsdl_.IsOfAtomicType(*element, W::DOC)) return;
+            }
         } catch (const tovan::Exception& e) {
             seen_.insert(key);
             r_.types.push_back({tovan::toNarrow(ref), {}, e.what()});
             return;
         }
         type(ref, key, [&](W::CCustomType& out) {
-            return part.type.isEmpty() ? wsdl_.GetCustomTypeInfoDoc(part, out) : wsdl_.GetCustomTypeInfoRPC(part, out);
+            return element ? wsdl_.GetElementsCustomType(*element, out) : wsdl_.GetCustomTypeInfoRPC(part, out);
         });
     }
 
@@ -68,8 +75,9 @@ private:
         t.name = tovan::toNarrow(p.shownName);
         // One name written with one prefix may mean types of two namespaces.
         if (!names_.insert(t.name).second) t.name += " {" + tovan::toNarrow(t.type.ns) + "}";
-        std::vector<W::CElement> members = t.type.elements;
         r_.types.push_back(std::move(t));
+        // The report is not added to while the members are listed.
+        const std::vector<W::CElement>& members = r_.types.back().type.elements;
         const size_t first = pending.size();
         for (const W::CElement& e : members) {
             if (e.atomic || e.name.view() == u"*") continue;
