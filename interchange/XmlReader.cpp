@@ -101,7 +101,7 @@ private:
                                    XmlReader::kMaxDepth, XML_GetCurrentLineNumber(parser_),
                                    XML_GetCurrentColumnNumber(parser_) + 1);
         Ptr<CBaseNode> node(CBaseNode::newInstance());
-        node->setName(wideName(name));
+        node->setName(known(name).wide);
         if (*attributes) {
             // Straight into the storage: one lookup of the name (define()
             // would look again) and the value handed over, not copied.
@@ -110,15 +110,15 @@ private:
             while (attributes[2 * count]) ++count;
             storage.Reserve(count);
             for (const char** a = attributes; *a; a += 2) {
-                const WString& attribute = wideName(a[0]);
+                const Name& attribute = known(a[0]);
                 // By name alone: a name starting with "/" is no path here.
-                if (storage.GetInternalIndex(attribute) >= 0) {
+                if (storage.GetInternalIndex(attribute.wide) >= 0) {
                     tovan::Exception::warn(
                         u"XML attribute %ls of <%ls> at line %d repeats an earlier one but for case; its value is dropped",
-                        attribute, node->getName(), XML_GetCurrentLineNumber(parser_));
+                        attribute.wide, node->getName(), XML_GetCurrentLineNumber(parser_));
                     continue;
                 }
-                storage.AppendNewProperty(attribute, Ptr<tovan::Value>(new tovan::StringValue(tovan::toWide(a[1]))));
+                storage.AppendNewProperty(attribute.shared, Ptr<tovan::Value>(new tovan::StringValue(tovan::toWide(a[1]))));
             }
         }
         current_->appendChild(node.get());
@@ -135,11 +135,20 @@ private:
     }
 
     // A document repeats a few element and attribute names thousands of
-    // times: each is converted once.
-    const WString& wideName(const char* name) {
+    // times: each is converted once, and the properties named alike share
+    // one name block.
+    struct Name {
+        WString wide;
+        SharedName shared;
+    };
+    const Name& known(const char* name) {
         std::string_view key(name);
         auto it = names_.find(key);
-        if (it == names_.end()) it = names_.emplace(std::string(key), tovan::toWide(name)).first;
+        if (it == names_.end()) {
+            WString wide = tovan::toWide(name);
+            SharedName shared(wide);
+            it = names_.emplace(std::string(key), Name{std::move(wide), std::move(shared)}).first;
+        }
         return it->second;
     }
 
@@ -168,7 +177,7 @@ private:
     // The character data of each open element, kept by depth and reused.
     std::vector<std::string> texts_;
     std::exception_ptr failure_;
-    std::unordered_map<std::string, WString, NameHash, std::equal_to<>> names_;
+    std::unordered_map<std::string, Name, NameHash, std::equal_to<>> names_;
 };
 
 struct FileCloser {
