@@ -292,28 +292,31 @@ TEST(Credentials, TaggedSessionFormIsReadOnly) {
 TEST(Credentials, DecodingFailuresNameTheirCause) {
     CCredentials c;
     fill(c);
-    WString error(u"none");
-    EXPECT_FALSE(c.Deserialize(WString(), error));
-    EXPECT_EQ(error, WString(u"Empty Credentials"));
+    auto refused = [&c](const WString& s) {
+        WString error(u"none");
+        EXPECT_FALSE(c.Deserialize(s, error)) << utf8(s);
+        return utf8(error);
+    };
+    auto badChecksum = [](const WString& s) {
+        return "Invalid checksum decoding: " + utf8(s) + " - not a valid session string";
+    };
+    EXPECT_EQ(refused(WString()), "Empty Credentials");
     EXPECT_EQ(c.GetUsername(), WString(u"ann"));  // nothing was cleared yet
-    EXPECT_FALSE(c.Deserialize(u"abc!", error));
-    EXPECT_EQ(error, WString(u"Error decoding: abc!..."));
+    EXPECT_EQ(refused(u"abc!"), "Error decoding: abc!...");
     EXPECT_EQ(c.GetUsername(), WString(u""));  // decoding starts by clearing
-    EXPECT_FALSE(c.Deserialize(u"AAAA", error));  // shorter than the header
-    EXPECT_EQ(error, WString(u"Invalid checksum decoding: AAAA - not a valid session string"));
+    EXPECT_EQ(refused(u"AAAA"), badChecksum(u"AAAA"));  // shorter than the header
 
     std::vector<uint8_t> buf(12 + 16, 0);
     buf[0] = 5;
     buf[2] = 16;
-    buf[4] = 33;  // should be 32
-    WString bad = toWide(Base64::Encode(buf));
-    EXPECT_FALSE(c.Deserialize(bad, error));
-    EXPECT_EQ(utf8(error), "Invalid checksum decoding: " + utf8(bad) + " - not a valid session string");
-    buf[2] = 17;  // longer than the buffer
-    buf[4] = 32;
-    EXPECT_FALSE(c.Deserialize(toWide(Base64::Encode(buf)), error));
-    buf[3] = 0x80;  // negative length
-    EXPECT_FALSE(c.Deserialize(toWide(Base64::Encode(buf)), error));
+    // A checksum of 33 where 32 is due; then, summed right, a length longer than the buffer,
+    // and a negative one.
+    using Edits = std::vector<std::pair<size_t, uint8_t>>;
+    for (const Edits& edits : {Edits{{4, 33}}, Edits{{4, 32}, {2, 17}}, Edits{{3, 0x80}}}) {
+        for (auto [at, value] : edits) buf[at] = value;
+        const WString bad = toWide(Base64::Encode(buf));
+        EXPECT_EQ(refused(bad), badChecksum(bad));
+    }
 
     WString given;
     EXPECT_THROW_MSG(c.SetCredentialsString(u"", &given), Exception, "Empty Credentials");
