@@ -35,6 +35,8 @@ CProperty* CProperty::allocateCopy(const CProperty& source) {
 
 void CProperty::deallocate(CProperty* p) { tovan::ObjectPool<CProperty>::deallocate(p); }
 
+static_assert(sizeof(CProperty) <= 72, "a property is one of millions: keep it small");
+
 CProperty::~CProperty() { reset(); }
 
 void CProperty::deleteInstance() {
@@ -53,9 +55,9 @@ void CProperty::onDeactivate() { reset(); }
 void CProperty::reset() {
     name_ = SharedName();
     flags_ = 0;
-    collection_ = nullptr;
     shareValue(nullptr);
     clearMetaData();
+    link_ = 0;
 }
 
 tovan::Object* CProperty::clone() const {
@@ -75,8 +77,8 @@ void CProperty::setNameUnchecked(const WString& name) {
 }
 
 void CProperty::SetName(const WString& name) {
-    if (collection_)
-        collection_->renameProperty(*this, name);
+    if (CPropertyCollectionData* c = collection())
+        c->renameProperty(*this, name);
     else
         setNameUnchecked(name);
 }
@@ -140,22 +142,50 @@ void CProperty::takeValue(tovan::Ptr<Value> value) {
     shareValue(value.get());
 }
 
-tovan::iPropertyCollection& CProperty::getMetaData() {
-    if (!metaData_) {
-        metaData_ = CPropertyCollection::allocate();
-        metaData_->_setOwner(this);
+void CProperty::setCollection(CPropertyCollectionData* c) {
+    if (link_ & kLinksTag)
+        links()->collection = c;
+    else
+        link_ = reinterpret_cast<uintptr_t>(c);
+}
+
+void CProperty::setMetaData(CPropertyCollection* m) {
+    if (link_ & kLinksTag) {
+        Links* l = links();
+        CPropertyCollection* old = std::exchange(l->metaData, m);
+        if (!m) {
+            link_ = reinterpret_cast<uintptr_t>(l->collection);
+            delete l;
+        }
+        if (old) old->release();
+        return;
     }
-    return *metaData_;
+    if (!m) return;
+    Links* l;
+    try {
+        l = new Links{collection(), m};
+    } catch (...) {
+        m->release();
+        throw;
+    }
+    link_ = reinterpret_cast<uintptr_t>(l) | kLinksTag;
 }
 
-tovan::iPropertyCollection* CProperty::findMetaData() const { return metaData_; }
-
-void CProperty::clearMetaData() {
-    if (CPropertyCollection* m = std::exchange(metaData_, nullptr)) m->release();
+tovan::iPropertyCollection& CProperty::getMetaData() {
+    if (CPropertyCollection* m = metaData()) return *m;
+    CPropertyCollection* m = CPropertyCollection::allocate();
+    m->_setOwner(this);
+    setMetaData(m);
+    return *m;
 }
+
+tovan::iPropertyCollection* CProperty::findMetaData() const { return metaData(); }
+
+void CProperty::clearMetaData() { setMetaData(nullptr); }
 
 tovan::iPropertyCollection* CProperty::findCollection() const {
-    return collection_ ? collection_->findFront() : nullptr;
+    CPropertyCollectionData* c = collection();
+    return c ? c->findFront() : nullptr;
 }
 
 void CProperty::assignFrom(const CProperty& source, bool copyValue) {
@@ -167,22 +197,25 @@ void CProperty::assignFrom(const CProperty& source, bool copyValue) {
     if (source.value_ && !inRoom)
         value = copyValue ? tovan::Ptr<Value>(source.value_->clone()) : tovan::Ptr<Value>(source.value_);
     tovan::Ptr<CPropertyCollection> meta;
-    if (source.metaData_ && source.metaData_->getSize() > 0) {
+    if (CPropertyCollection* sourceMeta = source.metaData(); sourceMeta && sourceMeta->getSize() > 0) {
         meta = tovan::Ptr<CPropertyCollection>(CPropertyCollection::newInstance());
-        meta->assignFrom(source.metaData_, true);
+        meta->assignFrom(sourceMeta, true);
         meta->_setOwner(this);
     }
-    if (!collection_)
+    if (!collection())
         setNameUnchecked(source.name_);
     else if (!name_.sameBlock(source.name_) && !(name_.text() == source.name_.text()))
-        collection_->renameProperty(*this, source.name_.text());  // may refuse; nothing changed yet
+        collection()->renameProperty(*this, source.name_.text());  // may refuse; nothing changed yet
     flags_ = source.flags_;
     if (inRoom)
         copyIn(*source.value_);
     else
         shareValue(value.get());
     clearMetaData();
-    metaData_ = meta.detach();
+    if (meta) {
+        meta->addRef();  // the reference setMetaData takes over; `meta` keeps its own until done
+        setMetaData(meta.get());
+    }
 }
 
 }  // namespace nvk

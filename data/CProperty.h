@@ -26,7 +26,12 @@ class CPropertyCollectionData;
 /// rather than in a block of its own. It is still an ordinary counted
 /// value; when others hold it after the property let go, the property's
 /// memory stays out of the pool until they release it.
-class NVK_EXPORT CProperty : public tovan::iProperty, public tovan::PooledObject {
+///
+/// Records hold millions of properties, so the object is kept to 72 bytes:
+/// the flags word sits in the counted base's padding, the name is a shared
+/// block, and the owning collection and the metadata share one word (a
+/// property with metadata points to a small block holding both).
+class NVK_EXPORT CProperty : public tovan::iProperty {
 public:
     static const tovan::ClassTag Tag;  // "Norvatek.data.Property"
 
@@ -47,8 +52,9 @@ public:
 
     const tovan::ClassTag& getClass() const override { return Tag; }
     void deleteInstance() override;
-    void onActivate() override;
-    void onDeactivate() override;
+    /// The pool's hooks (not virtual: nothing else calls them).
+    void onActivate();
+    void onDeactivate();
     /// A copy with no reference taken (the framework's clone rule).
     tovan::Object* clone() const override;
     /// Name, value type code, value bytes, then the metadata block. The
@@ -110,12 +116,26 @@ private:
     /// Reads a value's type code and bytes into this property (see deserialize).
     void readValue(tovan::iByteInputStream& in);
 
-    SharedName name_;  // shared with the other holders of the same name
-    tovan::MetaDataFlags flags_ = 0;
-    tovan::Value* value_ = nullptr;                 // one reference, or null
-    CPropertyCollection* metaData_ = nullptr;       // one reference, or null
-    CPropertyCollectionData* collection_ = nullptr; // weak: the collection holding this property
-    tovan::ValueSlot slot_;                         // where value_ points for the small scalars
+    /// The owning collection and the metadata, when there is metadata.
+    struct Links {
+        CPropertyCollectionData* collection;  // weak
+        CPropertyCollection* metaData;        // one reference
+    };
+    static constexpr uintptr_t kLinksTag = 1;
+    CPropertyCollectionData* collection() const {
+        return link_ & kLinksTag ? links()->collection : reinterpret_cast<CPropertyCollectionData*>(link_);
+    }
+    void setCollection(CPropertyCollectionData* c);
+    CPropertyCollection* metaData() const { return link_ & kLinksTag ? links()->metaData : nullptr; }
+    /// Takes over the caller's reference to `m` (null drops the metadata).
+    void setMetaData(CPropertyCollection* m);
+    Links* links() const { return reinterpret_cast<Links*>(link_ & ~kLinksTag); }
+
+    tovan::MetaDataFlags flags_ = 0;  // first, to fill the counted base's padding
+    SharedName name_;                 // shared with the other holders of the same name
+    tovan::Value* value_ = nullptr;   // one reference, or null
+    uintptr_t link_ = 0;              // the collection (weak), or Links* | kLinksTag
+    tovan::ValueSlot slot_;           // where value_ points for the small scalars
 };
 
 }  // namespace nvk

@@ -123,7 +123,7 @@ void CPropertyCollectionData::BuildIndex() const {
 void CPropertyCollectionData::AddProperty(CProperty* property) {
     reserveOneMore(properties_);
     property->addRef();
-    property->collection_ = this;
+    property->setCollection(this);
     properties_.push_back(property);
     if (indexBuilt_) index_->put(int(properties_.size() - 1), properties_);
 }
@@ -145,7 +145,7 @@ CProperty* CPropertyCollectionData::AppendNewProperty(SharedName name, Ptr<Value
     // property was made with, the value's the one handed over.
     CProperty* p = made.detach();
     p->takeValue(std::move(value));
-    p->collection_ = this;
+    p->setCollection(this);
     properties_.push_back(p);
     if (indexBuilt_) index_->put(int(properties_.size() - 1), properties_);
     return p;
@@ -179,7 +179,7 @@ void CPropertyCollectionData::RemovePropertyUsingInternalIndex(int slot) {
     if (!p) return;
     if (indexBuilt_) index_->remove(p->getName(), p->getNameHash(), properties_);
     properties_[size_t(slot)] = nullptr;
-    p->collection_ = nullptr;
+    p->setCollection(nullptr);
     if (++holeCount_ == 1 || uint32_t(slot) < firstHole_) firstHole_ = uint32_t(slot);
     p->release();
 }
@@ -271,7 +271,7 @@ void CPropertyCollectionData::Clear() {
         if (i >= 8 && doomed[i - 8]) __builtin_prefetch(doomed[i - 8], 1);
         if (i >= 4 && doomed[i - 4]) __builtin_prefetch(doomed[i - 4]->value_, 1);
         if (CProperty* p = doomed[i]) {
-            p->collection_ = nullptr;
+            p->setCollection(nullptr);
             p->release();
         }
     }

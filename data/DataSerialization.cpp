@@ -194,7 +194,7 @@ void CProperty::serialize(iByteOutputStream& out) const {
     checkStreamVersion(out.getVersion(), "CProperty", "serialize");
     writeWideString(out, name_.text());
     writeValue(out, getValue());
-    CMetaDataImpl::Serialize(flags_ & ~tovan::MetaDataNotSerialized, metaData_, out);
+    CMetaDataImpl::Serialize(flags_ & ~tovan::MetaDataNotSerialized, metaData(), out);
 }
 
 void CProperty::deserialize(iByteInputStream& in) {
@@ -202,7 +202,15 @@ void CProperty::deserialize(iByteInputStream& in) {
     SetName(readWideString(in));
     readValue(in);
     MetaDataFlags flags = 0;
-    CMetaDataImpl::SetFromSerialized(flags, metaData_, in);
+    CPropertyCollection* meta = metaData();
+    if (meta) meta->addRef();  // the reference setMetaData takes back, whatever the read does
+    try {
+        CMetaDataImpl::SetFromSerialized(flags, meta, in);
+    } catch (...) {
+        setMetaData(meta);
+        throw;
+    }
+    setMetaData(meta);
     flags_ = (flags & ~tovan::MetaDataNotSerialized) | (flags_ & tovan::MetaDataNotSerialized);
 }
 

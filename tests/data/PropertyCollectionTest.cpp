@@ -66,6 +66,19 @@ TEST(PropertyCollection, PropertiesGuardTheirNamesAndReadOnlyValues) {
     EXPECT_EQ(none.getEditableValue().getTypeCode(), VT_Null);
     EXPECT_EQ(&none.getEditableValue(), &none.getValue());
     EXPECT_EQ(none.findCollection(), c.get());
+
+    // The collection link and the metadata share a word: neither may lose the other.
+    a.getMetaData().define(u"unit", StringValue(u"kg"));
+    EXPECT_EQ(a.findCollection(), c.get());
+    EXPECT_THROW_MSG(a.SetName(u"b"), Exception,
+                     "Cannot rename property 'A' to 'b'.  That name already exists in the parent property collection");
+    Ptr<iProperty> kept(&a);
+    c->remove(u"A");
+    EXPECT_EQ(kept->findCollection(), nullptr);
+    EXPECT_EQ(utf8(kept->findMetaData()->get(u"unit").getValue().toString()), "kg");
+    dynamic_cast<nvk::CProperty&>(*kept).clearMetaData();
+    EXPECT_EQ(kept->findMetaData(), nullptr);
+    EXPECT_EQ(none.findCollection(), c.get());
 }
 
 TEST(PropertyCollection, RemovalLeavesHolesThatPositionsSkip) {
