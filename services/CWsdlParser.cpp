@@ -5,7 +5,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
 #include "nvk/interchange/XmlReader.h"
 #include "nvk/platform/Exception.h"
@@ -135,10 +134,15 @@ std::string readWhole(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     if (!in)
         throw tovan::Exception(kClass, "Parse", u"Unable to open file \"%hs\": %hs", path, std::strerror(errno));
-    std::ostringstream out;
-    out << in.rdbuf();
+    // In blocks straight into the string: a stream copy went through a
+    // second buffer of the whole file.
+    std::string bytes;
+    const auto size = std::filesystem::file_size(path, ec);
+    if (!ec) bytes.reserve(size_t(size));
+    char block[64 * 1024];
+    while (in.read(block, sizeof block) || in.gcount() > 0) bytes.append(block, size_t(in.gcount()));
     if (in.bad()) throw tovan::Exception(kClass, "Parse", u"Unable to open file \"%hs\": %hs", path, std::strerror(errno));
-    return std::move(out).str();
+    return bytes;
 }
 
 bool fetchFile(const std::string& path, std::string& bytes) {

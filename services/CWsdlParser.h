@@ -358,6 +358,8 @@ private:
     void adopt(std::vector<std::unique_ptr<Document>>& documents);
     tovan::iNode* findDefinitionsChild(std::u16string_view kind, const tovan::WString& qname) const;
     void schemaElement(tovan::iNode& node, CElement& out);
+    /// isOfAtomicType for a type name already split and its prefix resolved.
+    bool isAtomicIn(const tovan::WString& ns, const tovan::WString& local);
     void readTypeNode(tovan::iNode& node, const tovan::WString& ns, CCustomType& type);
     void readComplexType(tovan::iNode& node, CCustomType& type);
     void readSequence(tovan::iNode& node, CCustomType& type, bool inChoice, int depth);

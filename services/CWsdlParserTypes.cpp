@@ -217,8 +217,11 @@ bool CWsdlParser::isInAtomicTypeList(std::u16string_view localName) const {
 bool CWsdlParser::isOfAtomicType(const WString& typeName, const iNode& context) {
     WString prefix, local;
     getNamespaceName(typeName, prefix, local);
+    return isAtomicIn(FindDefiningNamespace(context, prefix), local);
+}
+
+bool CWsdlParser::isAtomicIn(const WString& ns, const WString& local) {
     lastAtomic_ = local;
-    WString ns = FindDefiningNamespace(context, prefix);
     // The SOAP encoding namespaces give the same simple types under the same
     // names ("soapenc:string"); no schema of the WSDL defines them.
     if (ns.isNull() || !(isXmlSchemaNS(ns) || isXmlSchemaEncNS(ns))) return false;
@@ -422,7 +425,7 @@ void CWsdlParser::schemaElement(iNode& node, CElement& out) {
         if (ns.isNull() && !prefix.isEmpty())
             throw tovan::Exception(kClass, "schemaElement", u"Can't find target namespace for type %ls", out.type);
         out.ns = CNamespace::stripScheme(ns.isNull() ? WString(u"") : ns);
-        out.atomic = isOfAtomicType(out.type, *element);
+        out.atomic = isAtomicIn(ns, local);  // the type's namespace, resolved once
     }
 }
 
