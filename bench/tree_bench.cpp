@@ -292,7 +292,6 @@ void BM_MemoryPerNode(benchmark::State& state) {
     for (auto _ : state) {
         CBaseNode::pool().purge();
         nvk::CPropertyCollection::pool().purge();
-        nvk::CPropertyCollectionData::pool().purge();
         nvk::CProperty::pool().purge();
 
         std::vector<Ptr<CBaseNode>> nodes;

@@ -46,54 +46,26 @@ CPropertyCollection* CPropertyCollection::newInstance() { return pool().newInsta
 CPropertyCollection* CPropertyCollection::allocate() { return pool().allocate(); }
 void CPropertyCollection::deallocate(CPropertyCollection* c) { tovan::ObjectPool<CPropertyCollection>::deallocate(c); }
 
-CPropertyCollection::~CPropertyCollection() { replaceData(nullptr); }
-
 void CPropertyCollection::deleteInstance() { pool().deleteInstance(this); }
 
 void CPropertyCollection::onActivate() {
-    replaceData(nullptr);
+    resetStorage();
     owner_ = nullptr;
 }
 
 void CPropertyCollection::onDeactivate() {
-    replaceData(nullptr);
+    resetStorage();
     owner_ = nullptr;
 }
 
-tovan::Object* CPropertyCollection::clone() const {
-    CPropertyCollection* copy = newInstance();
-    if (data_) {
-        try {
-            auto* d = static_cast<CPropertyCollectionData*>(data_->clone());
-            d->addRef();
-            copy->replaceData(d);
-            d->release();
-        } catch (...) {
-            copy->addRef();
-            copy->release();
-            throw;
-        }
-    }
-    return copy;
-}
+static_assert(sizeof(CPropertyCollection) <= 96, "one block holds the collection and its first slots: keep it small");
 
-void CPropertyCollection::replaceData(CPropertyCollectionData* fresh) {
-    if (fresh) {
-        fresh->addRef();
-        fresh->setFront(this);
-    }
-    if (CPropertyCollectionData* old = std::exchange(data_, fresh)) {
-        if (old->findFront() == this) old->setFront(nullptr);
-        old->release();
-    }
-}
+tovan::Object* CPropertyCollection::clone() const { return CPropertyCollectionData::clone(); }
 
-CPropertyCollectionData& CPropertyCollection::data() {
-    if (!data_) {
-        Ptr<CPropertyCollectionData> d(CPropertyCollectionData::newInstance());
-        replaceData(d.get());
-    }
-    return *data_;
+tovan::CriticalSection& CPropertyCollection::lock() const {
+    // Blocks come 16-aligned from the allocator: the low bits say nothing.
+    static tovan::CriticalSection locks[64];
+    return locks[(reinterpret_cast<uintptr_t>(this) >> 4) % 64];
 }
 
 bool CPropertyCollection::IsHierarchicalProperty(const WString& name) { return !name.isEmpty() && name[0] == u'/'; }
@@ -101,7 +73,7 @@ bool CPropertyCollection::IsHierarchicalProperty(const WString& name) { return !
 // ---- lookup -------------------------------------------------------------------
 
 iProperty* CPropertyCollection::findFlat(const WString& name) const {
-    return data_ ? data_->GetProperty(name) : nullptr;
+    return GetProperty(name);
 }
 
 bool CPropertyCollection::resolve(const WString& name, bool create, iPropertyCollection*& target, WString& path,
@@ -135,7 +107,7 @@ bool CPropertyCollection::resolve(const WString& name, bool create, iPropertyCol
 iProperty* CPropertyCollection::find(const WString& name) const {
     if (iProperty* p = findFlat(name)) return p;
     if (!IsHierarchicalProperty(name) || !owner_) return nullptr;
-    tovan::AutoCriticalSection lock(lock_);
+    tovan::AutoCriticalSection guard(lock());
     iPropertyCollection* target;
     WString path, leaf;
     if (!resolve(name, false, target, path, leaf) || !target) return nullptr;
@@ -148,13 +120,13 @@ iProperty& CPropertyCollection::get(const WString& name) const {
 }
 
 iProperty& CPropertyCollection::get(int index) const {
-    if (!data_) throw tovan::InvalidIndexException(kClass, "get(int)", index, -1);
-    return *data_->GetProperty(index);
+    if (!findData()) throw tovan::InvalidIndexException(kClass, "get(int)", index, -1);
+    return *GetProperty(index);
 }
 
 bool CPropertyCollection::isDefined(const WString& name) const { return findIndex(name) != -1; }
 
-int CPropertyCollection::findIndex(const WString& name) const { return data_ ? data_->GetIndex(name) : -1; }
+int CPropertyCollection::findIndex(const WString& name) const { return findData() ? GetIndex(name) : -1; }
 
 int CPropertyCollection::getIndex(const WString& name) const {
     int i = findIndex(name);
@@ -162,7 +134,7 @@ int CPropertyCollection::getIndex(const WString& name) const {
     return i;
 }
 
-int CPropertyCollection::getSize() const { return data_ ? data_->GetNumProperties() : 0; }
+int CPropertyCollection::getSize() const { return GetNumProperties(); }
 
 // ---- define -------------------------------------------------------------------
 
@@ -170,7 +142,7 @@ iProperty& CPropertyCollection::defineValue(const WString& name, const Value* va
                                             const char* operation) {
     const uint32_t low = flags & 0xFF;
     if ((flags & tovan::DefineHierarchical) && IsHierarchicalProperty(name)) {
-        tovan::AutoCriticalSection lock(lock_);
+        tovan::AutoCriticalSection guard(lock());
         iPropertyCollection* target;
         WString path, leaf;
         if (!resolve(name, true, target, path, leaf))
@@ -206,23 +178,23 @@ iProperty& CPropertyCollection::define(const WString& name, double number, uint3
 
 // ---- remove -------------------------------------------------------------------
 
-bool CPropertyCollection::remove(const WString& name) { return data_ && data_->RemoveProperty(name); }
+bool CPropertyCollection::remove(const WString& name) { return RemoveProperty(name); }
 
 void CPropertyCollection::remove(int index) {
-    if (!data_) throw tovan::InvalidIndexException(kClass, "remove(int)", index, -1);
-    data_->GetProperty(index);  // squeezes holes out and checks the index
-    data_->RemovePropertyUsingInternalIndex(index);
+    if (!findData()) throw tovan::InvalidIndexException(kClass, "remove(int)", index, -1);
+    GetProperty(index);  // squeezes holes out and checks the index
+    RemovePropertyUsingInternalIndex(index);
 }
 
 void CPropertyCollection::removeAll() {
-    if (data_) data_->Clear();
+    Clear();
 }
 
 // ---- rename, reorder, keep ----------------------------------------------------------
 
 void CPropertyCollection::rename(const WString& oldName, const WString& newName) {
     if (oldName.isNull() || oldName == newName) return;
-    tovan::AutoCriticalSection lock(lock_);
+    tovan::AutoCriticalSection guard(lock());
     const WString name = trimmed(newName);
 
     iProperty* source = findFlat(oldName);
@@ -266,10 +238,11 @@ void CPropertyCollection::keep(const std::vector<WString>& names, bool createMis
 
 void CPropertyCollection::reorderOrKeep(const std::vector<WString>& names, bool createMissing, bool removeRest) {
     if (names.empty()) return;
-    tovan::AutoCriticalSection lock(lock_);
     iPropertyCollection* common = nullptr;
     std::vector<WString> leaves;
     leaves.reserve(names.size());
+    {
+    tovan::AutoCriticalSection guard(lock());
     for (const WString& name : names) {
         iPropertyCollection* target = this;
         WString leaf = name;
@@ -286,27 +259,30 @@ void CPropertyCollection::reorderOrKeep(const std::vector<WString>& names, bool 
         common = target;
         leaves.push_back(std::move(leaf));
     }
-    if (common != this) {
-        // Leaves hold no "/", so the other collection does the work flat.
+    if (common == this) {
+        ReorderProperties(leaves, createMissing, removeRest);
+        return;
+    }
+    }
+    // Leaves hold no "/", so the other collection does the work flat, under
+    // its own lock: this one is let go first, as the locks are shared.
+    {
         if (removeRest)
             common->keep(leaves, createMissing);
         else
             common->reorder(leaves, createMissing);
-        return;
     }
-    data().ReorderProperties(leaves, createMissing, removeRest);
 }
 
 void CPropertyCollection::reorderProperty(int from, int to) {
-    if (!data_) throw tovan::InvalidIndexException(kClass, "reorderProperty", from, -1);
-    data_->ReorderProperty(from, to);
+    if (!findData()) throw tovan::InvalidIndexException(kClass, "reorderProperty", from, -1);
+    ReorderProperty(from, to);
 }
 
 // ---- copying between collections ------------------------------------------------------
 
 Ptr<CProperty> CPropertyCollection::copyOf(const iProperty& source, bool copyValue) const {
-    Ptr<CProperty> p = data_ ? data_->MakeNewPropertyWithCopiedValue(source.getName(), nullptr)
-                             : Ptr<CProperty>(CProperty::newInstance());
+    Ptr<CProperty> p = MakeNewPropertyWithCopiedValue(source.getName(), nullptr);
     if (auto* cp = dynamic_cast<const CProperty*>(&source)) {
         p->assignFrom(*cp, copyValue);
         return p;
@@ -326,11 +302,12 @@ Ptr<CProperty> CPropertyCollection::copyOf(const iProperty& source, bool copyVal
 void CPropertyCollection::assignFrom(const iPropertyCollection* source, bool copyValues) {
     if (!source) throw Exception(kClass, "assignFrom", u"Source collection is NULL");
     if (source == this) return;
-    Ptr<CPropertyCollectionData> fresh(CPropertyCollectionData::newInstance());
-    if (data_) fresh->SetPropertyClass(data_->GetPropertyClass());
+    Ptr<CPropertyCollection> fresh(newInstance());
+    fresh->SetPropertyClass(GetPropertyClass());
     const int n = source->getSize();
+    fresh->Reserve(size_t(n));
     for (int i = 0; i < n; ++i) fresh->AddProperty(copyOf(source->get(i), copyValues).get());
-    replaceData(fresh.get());
+    TakeProperties(*fresh);
 }
 
 void CPropertyCollection::attachFrom(const iPropertyCollection* source, bool copyValues) {

@@ -38,15 +38,21 @@ namespace nvk {
 /// - `appendFrom(source)` appends copies (values copied); a name that exists
 ///   already raises "Property %ls already exists\n" and nothing is appended.
 ///
-/// Not thread-safe; the lock serialises hierarchical resolution, rename,
-/// reorder and keep (all taken with the 60000 ms timeout).
-class NVK_EXPORT CPropertyCollection : public tovan::iPropertyCollection, public tovan::PooledObject {
+/// Not thread-safe; a lock serialises hierarchical resolution, rename,
+/// reorder and keep (all taken with the 60000 ms timeout). The locks are a
+/// fixed set that collections share by address, so that a collection does
+/// not carry one of its own; a collection never waits for another's lock
+/// while it holds its own.
+///
+/// The storage (CPropertyCollectionData) is this object's base: a
+/// collection, its array and the slots of its first properties are one block.
+class NVK_EXPORT CPropertyCollection : public tovan::iPropertyCollection, public CPropertyCollectionData {
 public:
     static const tovan::ClassTag Tag;  // "Norvatek.data.PropertyCollection"
     static constexpr int COLLECTION_VERSION = 100;
 
     CPropertyCollection() = default;
-    ~CPropertyCollection() override;
+    ~CPropertyCollection() override = default;
     CPropertyCollection(const CPropertyCollection&) = delete;
     CPropertyCollection& operator=(const CPropertyCollection&) = delete;
 
@@ -57,8 +63,9 @@ public:
 
     const tovan::ClassTag& getClass() const override { return Tag; }
     void deleteInstance() override;
-    void onActivate() override;
-    void onDeactivate() override;
+    /// The pool's hooks (not virtual: nothing else calls them).
+    void onActivate();
+    void onDeactivate();
     /// A collection with copies of every property; no owner, no reference taken.
     tovan::Object* clone() const override;
     /// COLLECTION_VERSION, then the collection-data record.
@@ -107,10 +114,12 @@ public:
     tovan::Object* findOwner() const override { return owner_; }
 
     // ---- library-internal access ------------------------------------------------
-    /// The storage, created on first use.
-    CPropertyCollectionData& data();
-    /// The storage, or null when nothing was ever stored.
-    CPropertyCollectionData* findData() const { return data_; }
+    /// The storage (this collection itself).
+    CPropertyCollectionData& data() { return *this; }
+    /// The storage, or null when it holds no slot.
+    CPropertyCollectionData* findData() const {
+        return GetSlotCount() ? const_cast<CPropertyCollection*>(this) : nullptr;
+    }
 
 private:
     tovan::iProperty& defineValue(const tovan::WString& name, const tovan::Value* value, uint32_t flags,
@@ -125,11 +134,10 @@ private:
     /// A new property copying `source` (through the interface when it is
     /// not a CProperty); the value is shared unless `copyValue`.
     tovan::Ptr<CProperty> copyOf(const tovan::iProperty& source, bool copyValue) const;
-    void replaceData(CPropertyCollectionData* fresh);
+    /// The shared lock that stands for this collection's.
+    tovan::CriticalSection& lock() const;
 
-    CPropertyCollectionData* data_ = nullptr;  // one reference, or null until the first property
-    tovan::Object* owner_ = nullptr;           // weak
-    mutable tovan::CriticalSection lock_;      // guards hierarchical resolution, rename, reorder, keep
+    tovan::Object* owner_ = nullptr;  // weak
 };
 
 }  // namespace nvk

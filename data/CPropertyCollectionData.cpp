@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "nvk/data/Growth_internal.h"
+#include "nvk/data/CPropertyCollection.h"
 #include "nvk/data/SlotIndex_internal.h"
 
 namespace nvk {
@@ -12,52 +12,60 @@ using tovan::Ptr;
 using tovan::Value;
 using tovan::WString;
 
-const tovan::ClassTag CPropertyCollectionData::Tag("Norvatek.data.PropertyCollectionData");
-
-namespace {
-
-const tovan::ClassRegistration s_registration(
-    CPropertyCollectionData::Tag.name(), []() -> tovan::Object* { return CPropertyCollectionData::newInstance(); });
-
-}  // namespace
-
-tovan::ObjectPool<CPropertyCollectionData>& CPropertyCollectionData::pool() {
-    static tovan::ObjectPool<CPropertyCollectionData> p("CPropertyCollectionData");
-    return p;
-}
-
-CPropertyCollectionData* CPropertyCollectionData::newInstance() { return pool().newInstance(); }
-CPropertyCollectionData* CPropertyCollectionData::allocate() { return pool().allocate(); }
-void CPropertyCollectionData::deallocate(CPropertyCollectionData* d) {
-    tovan::ObjectPool<CPropertyCollectionData>::deallocate(d);
-}
+CPropertyCollectionData::Extra::Extra() = default;
+CPropertyCollectionData::Extra::~Extra() = default;
 
 CPropertyCollectionData::~CPropertyCollectionData() { Clear(); }
 
-void CPropertyCollectionData::deleteInstance() { pool().deleteInstance(this); }
-
-void CPropertyCollectionData::onActivate() {
+void CPropertyCollectionData::resetStorage() {
     Clear();
-    propertyClass_ = nullptr;
-    front_ = nullptr;
+    if (extra_) extra_->propertyClass = nullptr;
 }
 
-void CPropertyCollectionData::onDeactivate() {
-    Clear();
-    propertyClass_ = nullptr;
-    front_ = nullptr;
+CPropertyCollection* CPropertyCollectionData::findFront() const {
+    return static_cast<CPropertyCollection*>(const_cast<CPropertyCollectionData*>(this));
+}
+
+CPropertyCollectionData::Extra& CPropertyCollectionData::extra() const {
+    if (!extra_) extra_ = std::make_unique<Extra>();
+    return *extra_;
+}
+
+void CPropertyCollectionData::SetPropertyClass(const tovan::ClassTag* propertyClass) {
+    if (propertyClass || extra_) extra().propertyClass = propertyClass;
+}
+
+void CPropertyCollectionData::setCapacity(uint32_t capacity) {
+    CProperty** grown = capacity <= kInlineSlots ? inline_ : new CProperty*[capacity];
+    if (grown == slots_) return;
+    std::copy(slots_, slots_ + size_, grown);
+    if (slots_ != inline_) delete[] slots_;
+    slots_ = grown;
+    capacity_ = capacity <= kInlineSlots ? kInlineSlots : capacity;
+}
+
+void CPropertyCollectionData::reserveOneMore() {
+    if (size_ < capacity_) return;
+    if (size_ >= uint32_t(INT32_MAX))
+        throw tovan::Exception("CPropertyCollectionData", "AddProperty", u"Too many properties in one collection");
+    setCapacity(std::max<uint32_t>(capacity_ * 2, 8));
+}
+
+void CPropertyCollectionData::Reserve(size_t count) {
+    if (count > capacity_) setCapacity(uint32_t(std::min<size_t>(count, size_t(INT32_MAX))));
 }
 
 tovan::Object* CPropertyCollectionData::clone() const {
     // The framework's clone hands out an object without a reference; a
     // failed copy is recycled through one reference taken and dropped.
-    CPropertyCollectionData* copy = newInstance();
+    CPropertyCollection* copy = CPropertyCollection::newInstance();
     try {
-        copy->propertyClass_ = propertyClass_;
-        copy->properties_.reserve(properties_.size() - holeCount_);
-        for (CProperty* p : properties_) {
+        copy->SetPropertyClass(GetPropertyClass());
+        copy->Reserve(size_ - holeCount_);
+        for (size_t i = 0; i < size_; ++i) {
+            const CProperty* p = slots_[i];
             if (!p) continue;
-            Ptr<CProperty> q = MakeNewPropertyWithCopiedValue(p->getName(), nullptr);
+            Ptr<CProperty> q = MakeNewPropertyWithCopiedValue(WString(), nullptr);
             q->assignFrom(*p, true);
             copy->AddProperty(q.get());
         }
@@ -71,22 +79,22 @@ tovan::Object* CPropertyCollectionData::clone() const {
 
 CProperty* CPropertyCollectionData::GetProperty(int index) const {
     if (holeCount_ != 0) CompactPropertiesArray();
-    if (index < 0 || size_t(index) >= properties_.size())
+    if (index < 0 || size_t(index) >= size_)
         throw InvalidIndexException("CPropertyCollectionData", "GetProperty(int)", index,
-                                    (long long)properties_.size() - 1);
-    return properties_[size_t(index)];
+                                    (long long)size_ - 1);
+    return slots_[size_t(index)];
 }
 
 CProperty* CPropertyCollectionData::GetProperty(const WString& name) const {
     int slot = GetInternalIndex(name);
-    return slot < 0 ? nullptr : properties_[size_t(slot)];
+    return slot < 0 ? nullptr : slots_[size_t(slot)];
 }
 
 CProperty* CPropertyCollectionData::GetPropertyUsingInternalIndex(int slot) const {
-    if (slot < 0 || size_t(slot) >= properties_.size())
+    if (slot < 0 || size_t(slot) >= size_)
         throw InvalidIndexException("CPropertyCollectionData", "GetPropertyUsingInternalIndex", slot,
-                                    (long long)properties_.size() - 1);
-    return properties_[size_t(slot)];
+                                    (long long)size_ - 1);
+    return slots_[size_t(slot)];
 }
 
 const Value* CPropertyCollectionData::GetValue(const WString& name) const {
@@ -100,32 +108,33 @@ int CPropertyCollectionData::GetIndex(const WString& name) const {
 }
 
 int CPropertyCollectionData::GetInternalIndex(const WString& name) const {
-    if (properties_.size() < kIndexFromSlots) {
-        for (size_t i = 0; i < properties_.size(); ++i) {
-            CProperty* p = properties_[i];
+    if (size_ < kIndexFromSlots) {
+        for (size_t i = 0; i < size_; ++i) {
+            CProperty* p = slots_[i];
             if (p && tovan::namesEqual(p->getName(), name)) return int(i);
         }
         return -1;
     }
-    if (!indexBuilt_) BuildIndex();
-    return index_->find(name, tovan::hashNoCase(name.view()), properties_);
+    if (!IsIndexBuilt()) BuildIndex();
+    return extra_->index->find(name, tovan::hashNoCase(name.view()), slots_);
 }
 
 void CPropertyCollectionData::BuildIndex() const {
-    if (!index_) index_ = std::make_unique<SlotIndex>(kInitialBuckets);
-    index_->clear();
-    if (properties_.size() > index_->bucketCount()) index_->grow(properties_.size());
-    for (size_t i = 0; i < properties_.size(); ++i)
-        if (properties_[i]) index_->put(int(i), properties_);
-    indexBuilt_ = true;
+    Extra& x = extra();
+    if (!x.index) x.index = std::make_unique<SlotIndex>(kInitialBuckets);
+    x.index->clear();
+    if (size_ > x.index->bucketCount()) x.index->grow(size_);
+    for (size_t i = 0; i < size_; ++i)
+        if (slots_[i]) x.index->put(int(i), slots_);
+    x.indexBuilt = true;
 }
 
 void CPropertyCollectionData::AddProperty(CProperty* property) {
-    reserveOneMore(properties_);
+    reserveOneMore();
     property->addRef();
     property->setCollection(this);
-    properties_.push_back(property);
-    if (indexBuilt_) index_->put(int(properties_.size() - 1), properties_);
+    push(property);
+    if (IsIndexBuilt()) extra_->index->put(int(size_ - 1), slots_);
 }
 
 CProperty* CPropertyCollectionData::AppendNewProperty(const WString& name, Ptr<Value> value) {
@@ -134,8 +143,8 @@ CProperty* CPropertyCollectionData::AppendNewProperty(const WString& name, Ptr<V
 
 CProperty* CPropertyCollectionData::AppendNewProperty(SharedName name, Ptr<Value> value) {
     Ptr<CProperty> made;
-    reserveOneMore(properties_);
-    if (propertyClass_) {
+    reserveOneMore();
+    if (GetPropertyClass()) {
         made = MakeNewPropertyWithCopiedValue(WString(), nullptr);
     } else {
         made = Ptr<CProperty>::adopt(CProperty::allocate());
@@ -146,16 +155,16 @@ CProperty* CPropertyCollectionData::AppendNewProperty(SharedName name, Ptr<Value
     CProperty* p = made.detach();
     p->takeValue(std::move(value));
     p->setCollection(this);
-    properties_.push_back(p);
-    if (indexBuilt_) index_->put(int(properties_.size() - 1), properties_);
+    push(p);
+    if (IsIndexBuilt()) extra_->index->put(int(size_ - 1), slots_);
     return p;
 }
 
 Ptr<CProperty> CPropertyCollectionData::MakeNewPropertyWithCopiedValue(const WString& name,
                                                                        const Value* value) const {
     Ptr<CProperty> p;
-    if (propertyClass_) {
-        p = tovan::ObjectFactory::createAs<CProperty>(propertyClass_->name());
+    if (const tovan::ClassTag* propertyClass = GetPropertyClass()) {
+        p = tovan::ObjectFactory::createAs<CProperty>(propertyClass->name());
     } else {
         p = Ptr<CProperty>(CProperty::newInstance());
     }
@@ -172,13 +181,13 @@ bool CPropertyCollectionData::RemoveProperty(const WString& name) {
 }
 
 void CPropertyCollectionData::RemovePropertyUsingInternalIndex(int slot) {
-    if (slot < 0 || size_t(slot) >= properties_.size())
+    if (slot < 0 || size_t(slot) >= size_)
         throw InvalidIndexException("CPropertyCollectionData", "RemovePropertyUsingInternalIndex", slot,
-                                    (long long)properties_.size() - 1);
-    CProperty* p = properties_[size_t(slot)];
+                                    (long long)size_ - 1);
+    CProperty* p = slots_[size_t(slot)];
     if (!p) return;
-    if (indexBuilt_) index_->remove(p->getName(), p->getNameHash(), properties_);
-    properties_[size_t(slot)] = nullptr;
+    if (IsIndexBuilt()) extra_->index->remove(p->getName(), p->getNameHash(), slots_);
+    slots_[size_t(slot)] = nullptr;
     p->setCollection(nullptr);
     if (++holeCount_ == 1 || uint32_t(slot) < firstHole_) firstHole_ = uint32_t(slot);
     p->release();
@@ -187,36 +196,36 @@ void CPropertyCollectionData::RemovePropertyUsingInternalIndex(int slot) {
 void CPropertyCollectionData::CompactPropertiesArray() const {
     if (holeCount_ == 0) return;
     size_t to = firstHole_;
-    for (size_t from = firstHole_; from < properties_.size(); ++from) {
-        CProperty* p = properties_[from];
+    for (size_t from = firstHole_; from < size_; ++from) {
+        CProperty* p = slots_[from];
         if (!p) continue;
-        properties_[to] = p;
+        slots_[to] = p;
         ++to;
     }
-    properties_.resize(properties_.size() - holeCount_);
+    size_ -= holeCount_;
     holeCount_ = 0;
     firstHole_ = 0;
-    if (indexBuilt_) BuildIndex();  // every slot from the first hole on has moved
+    if (IsIndexBuilt()) BuildIndex();  // every slot from the first hole on has moved
 }
 
 void CPropertyCollectionData::swapSlots(size_t a, size_t b) {
     if (a == b) return;
-    if (indexBuilt_) index_->swapSlots(a, b, properties_);
-    std::swap(properties_[a], properties_[b]);
+    if (IsIndexBuilt()) extra_->index->swapSlots(a, b, slots_);
+    std::swap(slots_[a], slots_[b]);
 }
 
 void CPropertyCollectionData::ReorderProperty(int from, int to) {
     CompactPropertiesArray();
-    const long long last = (long long)properties_.size() - 1;
+    const long long last = (long long)size_ - 1;
     if (from < 0 || from > last) throw InvalidIndexException("CPropertyCollectionData", "ReorderProperty", from, last);
     if (to < 0 || to > last) throw InvalidIndexException("CPropertyCollectionData", "ReorderProperty", to, last);
     if (from == to) return;
-    auto first = properties_.begin();
+    CProperty** first = slots_;
     if (from < to)
         std::rotate(first + from, first + from + 1, first + to + 1);
     else
         std::rotate(first + to, first + from, first + from + 1);
-    if (indexBuilt_) BuildIndex();
+    if (IsIndexBuilt()) BuildIndex();
 }
 
 void CPropertyCollectionData::ReorderProperties(const std::vector<WString>& names, bool createMissing,
@@ -230,54 +239,80 @@ void CPropertyCollectionData::ReorderProperties(const std::vector<WString>& name
             tovan::NullValue null;
             Ptr<CProperty> p = MakeNewPropertyWithCopiedValue(name, &null);
             AddProperty(p.get());
-            slot = int(properties_.size()) - 1;
+            slot = int(size_) - 1;
         }
         if (slot >= 0 && size_t(slot) >= pos) swapSlots(size_t(slot), pos++);
     }
     if (removeRest)
-        for (size_t i = properties_.size(); i-- > pos;) RemovePropertyUsingInternalIndex(int(i));
+        for (size_t i = size_; i-- > pos;) RemovePropertyUsingInternalIndex(int(i));
 }
 
 void CPropertyCollectionData::SetName(int index, const WString& name) { renameProperty(*GetProperty(index), name); }
 
 void CPropertyCollectionData::renameProperty(CProperty& property, const WString& name) {
     int other = GetInternalIndex(name);
-    if (other >= 0 && properties_[size_t(other)] != &property)
+    if (other >= 0 && slots_[size_t(other)] != &property)
         throw tovan::Exception("CProperty", "SetName",
                                u"Cannot rename property '%ls' to '%ls'.  That name already exists in the parent "
                                u"property collection",
                                property.getName(), name);
-    if (indexBuilt_) {
+    if (IsIndexBuilt()) {
         int slot = other >= 0 ? other : GetInternalIndex(property.getName());
-        index_->remove(property.getName(), property.getNameHash(), properties_);
+        extra_->index->remove(property.getName(), property.getNameHash(), slots_);
         property.setNameUnchecked(name);
-        index_->put(slot, properties_);
+        extra_->index->put(slot, slots_);
     } else {
         property.setNameUnchecked(name);
     }
 }
 
+void CPropertyCollectionData::TakeProperties(CPropertyCollectionData& source) {
+    if (&source == this) return;
+    Clear();
+    if (source.slots_ == source.inline_) {
+        std::copy(source.inline_, source.inline_ + source.size_, inline_);
+        std::fill(source.inline_, source.inline_ + source.size_, nullptr);
+    } else {
+        slots_ = std::exchange(source.slots_, source.inline_);
+        capacity_ = std::exchange(source.capacity_, kInlineSlots);
+    }
+    size_ = std::exchange(source.size_, 0);
+    holeCount_ = std::exchange(source.holeCount_, 0);
+    firstHole_ = std::exchange(source.firstHole_, 0);
+    if (source.extra_) {
+        source.extra_->indexBuilt = false;
+        if (source.extra_->index) source.extra_->index->clear();
+    }
+    for (size_t i = 0; i < size_; ++i)
+        if (slots_[i]) slots_[i]->setCollection(this);
+}
+
 void CPropertyCollectionData::Clear() {
-    std::vector<CProperty*> doomed;
-    doomed.swap(properties_);
+    CProperty** doomed = slots_;
+    const size_t count = size_;
+    slots_ = inline_;
+    size_ = 0;
+    capacity_ = kInlineSlots;
     holeCount_ = 0;
     firstHole_ = 0;
-    indexBuilt_ = false;
-    if (index_) index_->clear();
-    // Back to front, as a node releases its children.
-    for (size_t i = doomed.size(); i-- > 0;) {
+    if (extra_) {
+        extra_->indexBuilt = false;
+        if (extra_->index) extra_->index->clear();
+    }
+    // Back to front, as a node releases its children. The inline slots are
+    // read while being released: nothing refills them until this returns.
+    for (size_t i = count; i-- > 0;) {
         // A released tree is cold: fetch the properties a little ahead, and
         // the values of those fetched before.
         if (i >= 8 && doomed[i - 8]) __builtin_prefetch(doomed[i - 8], 1);
         if (i >= 4 && doomed[i - 4]) __builtin_prefetch(doomed[i - 4]->value_, 1);
         if (CProperty* p = doomed[i]) {
+            doomed[i] = nullptr;
             p->setCollection(nullptr);
             p->release();
         }
     }
-    // The emptied array goes back for reuse (pooled storage fills again).
-    doomed.clear();
-    if (properties_.empty()) properties_.swap(doomed);
+    if (doomed != inline_) delete[] doomed;
 }
 
 }  // namespace nvk

@@ -2,19 +2,22 @@
 // The storage of a property collection: the property array with lazily
 // squeezed holes and the name index built on first need.
 #include <memory>
+#include <span>
 #include <vector>
 
 #include "nvk/data/CProperty.h"
 #include "nvk/platform/Export.h"
-#include "nvk/platform/Pool.h"
 
 namespace nvk {
 
 class CPropertyCollection;
 class SlotIndex;
 
-/// Properties in order, each held by one reference. Class tag
-/// "Norvatek.data.PropertyCollectionData"; pooled.
+/// Properties in order, each held by one reference: the storage half of a
+/// CPropertyCollection, which it is the base of, so that a collection with
+/// its storage and the slots of its first kInlineSlots properties is one
+/// block. It is not an object of its own (no count, no pool, no class tag);
+/// `clone` copies the collection it belongs to.
 ///
 /// Two kinds of position: the internal index is the slot in the array, holes
 /// left by removals included; the public index counts live properties only.
@@ -25,47 +28,41 @@ class SlotIndex;
 ///
 /// Lookup by name scans while the array has fewer than 10 slots. From 10
 /// slots on, the first lookup builds a hash index (31 buckets, grown to the
-/// slot count) that is kept up to date from then on.
-class NVK_EXPORT CPropertyCollectionData : public tovan::CountedObject, public tovan::PooledObject {
+/// slot count) that is kept up to date from then on. The index and the
+/// property class, which few collections have, live in a block made on
+/// first need and kept for the collection's next life in the pool.
+class NVK_EXPORT CPropertyCollectionData {
 public:
-    static const tovan::ClassTag Tag;  // "Norvatek.data.PropertyCollectionData"
     /// Version number of the collection-data record.
     static constexpr int DATA_VERSION = 27390;
     /// Arrays with this many slots or more are searched through the index.
     static constexpr size_t kIndexFromSlots = 10;
     static constexpr size_t kInitialBuckets = 31;
+    /// Slots held inside the collection's own block: records mostly have a
+    /// handful of properties.
+    static constexpr uint32_t kInlineSlots = 5;
 
-    CPropertyCollectionData() = default;
-    ~CPropertyCollectionData() override;
     CPropertyCollectionData(const CPropertyCollectionData&) = delete;
     CPropertyCollectionData& operator=(const CPropertyCollectionData&) = delete;
 
-    static CPropertyCollectionData* newInstance();
-    static CPropertyCollectionData* allocate();
-    static void deallocate(CPropertyCollectionData* d);
-    static tovan::ObjectPool<CPropertyCollectionData>& pool();
-
-    const tovan::ClassTag& getClass() const override { return Tag; }
-    void deleteInstance() override;
-    void onActivate() override;
-    void onDeactivate() override;
-    /// A copy with every property copied; a failing copy raises Exception
-    /// "Unable to clone CPropertyCollectionData".
-    tovan::Object* clone() const override;
+    /// A new collection (no owner, no reference taken) with every property
+    /// copied; a failing copy raises Exception "Unable to clone
+    /// CPropertyCollectionData".
+    tovan::Object* clone() const;
 
     // ---- byte stream ------------------------------------------------------------
     /// Version, property class (1 = default, or 0 and its tag), count, then
     /// each property in order (holes squeezed out first).
-    void serialize(tovan::iByteOutputStream& out) const override;
-    /// Clears first. A name met twice raises "Property %ls already exists\n".
-    void deserialize(tovan::iByteInputStream& in) override;
+    void serialize(tovan::iByteOutputStream& out) const;
+    /// Clears first. A name met twice is kept twice (the record is taken as written).
+    void deserialize(tovan::iByteInputStream& in);
     /// The same record holding only the named properties, in the order of
     /// `names`; an absent one raises "Unable to find property '%ls'" before
     /// anything is written.
     void serializeSubset(tovan::iByteOutputStream& out, const std::vector<tovan::WString>& names) const;
 
     // ---- reading --------------------------------------------------------------
-    int GetNumProperties() const { return int(properties_.size() - holeCount_); }
+    int GetNumProperties() const { return int(size_ - holeCount_); }
     /// By public index; raises InvalidIndexException (index, count-1).
     CProperty* GetProperty(int index) const;
     CProperty* GetProperty(const tovan::WString& name) const;
@@ -77,12 +74,12 @@ public:
     int GetIndex(const tovan::WString& name) const;
     /// Slot of the name, or -1 (holes stay).
     int GetInternalIndex(const tovan::WString& name) const;
-    size_t GetSlotCount() const { return properties_.size(); }
+    size_t GetSlotCount() const { return size_; }
     /// The slots in order, null for a hole: for writers that walk every
     /// property without a public index (which would squeeze holes first).
-    const std::vector<CProperty*>& GetSlots() const { return properties_; }
+    std::span<CProperty* const> GetSlots() const { return {slots_, size_}; }
     uint32_t GetHoleCount() const { return holeCount_; }
-    bool IsIndexBuilt() const { return indexBuilt_; }
+    bool IsIndexBuilt() const { return extra_ && extra_->indexBuilt; }
 
     // ---- changing -------------------------------------------------------------
     /// Appends `property` and takes a reference on it. The caller has checked
@@ -98,7 +95,7 @@ public:
     CProperty* AppendNewProperty(SharedName name, tovan::Ptr<tovan::Value> value);
     /// Room for `count` slots in all, so that filling a collection whose
     /// size is known does not grow the array step by step.
-    void Reserve(size_t count) { properties_.reserve(count); }
+    void Reserve(size_t count);
     /// Creates a property of the collection's property class with a copy of
     /// `value` (none when null); not added. One reference for the caller.
     tovan::Ptr<CProperty> MakeNewPropertyWithCopiedValue(const tovan::WString& name, const tovan::Value* value) const;
@@ -121,30 +118,49 @@ public:
     /// another of its properties has.
     void renameProperty(CProperty& property, const tovan::WString& name);
     void Clear();
+    /// Replaces the content by `source`'s properties, leaving `source` empty;
+    /// the property class stays this collection's. Cannot fail.
+    void TakeProperties(CPropertyCollectionData& source);
     void CompactPropertiesArray() const;
 
     /// Class of new properties: a tag registered with the factory whose
     /// objects are CProperty; null for CProperty itself.
-    void SetPropertyClass(const tovan::ClassTag* propertyClass) { propertyClass_ = propertyClass; }
-    const tovan::ClassTag* GetPropertyClass() const { return propertyClass_; }
+    void SetPropertyClass(const tovan::ClassTag* propertyClass);
+    const tovan::ClassTag* GetPropertyClass() const { return extra_ ? extra_->propertyClass : nullptr; }
 
-    /// The collection this storage belongs to (weak), for CProperty::findCollection.
-    void setFront(CPropertyCollection* front) { front_ = front; }
-    CPropertyCollection* findFront() const { return front_; }
+    /// The collection this storage is part of, for CProperty::findCollection.
+    CPropertyCollection* findFront() const;
+
+protected:
+    CPropertyCollectionData() = default;
+    ~CPropertyCollectionData();
+    /// Clear, and forget the property class: for the collection's pool.
+    void resetStorage();
 
 private:
-
+    struct Extra {
+        Extra();
+        ~Extra();  // where SlotIndex is complete
+        std::unique_ptr<SlotIndex> index;  // name -> slot; kept (emptied) while pooled
+        bool indexBuilt = false;
+        const tovan::ClassTag* propertyClass = nullptr;
+    };
+    Extra& extra() const;
     void BuildIndex() const;
     void swapSlots(size_t a, size_t b);
+    /// Room for one more slot, grown geometrically; may throw, changing nothing.
+    void reserveOneMore();
+    void setCapacity(uint32_t capacity);
+    void push(CProperty* p) { slots_[size_++] = p; }
 
     // Compaction and index building are invisible to readers, hence mutable.
-    mutable std::vector<CProperty*> properties_;  // one reference per live slot; null for a hole
+    mutable CProperty** slots_ = inline_;  // one reference per live slot; null for a hole
+    mutable uint32_t size_ = 0;
+    uint32_t capacity_ = kInlineSlots;
     mutable uint32_t holeCount_ = 0;
-    mutable uint32_t firstHole_ = 0;              // valid while holeCount_ != 0
-    mutable std::unique_ptr<SlotIndex> index_;    // name -> slot; kept (emptied) while pooled
-    mutable bool indexBuilt_ = false;
-    const tovan::ClassTag* propertyClass_ = nullptr;
-    CPropertyCollection* front_ = nullptr;        // weak
+    mutable uint32_t firstHole_ = 0;  // valid while holeCount_ != 0
+    mutable std::unique_ptr<Extra> extra_;
+    CProperty* inline_[kInlineSlots] = {};
 };
 
 }  // namespace nvk

@@ -255,8 +255,8 @@ void writeCollectionHeader(iByteOutputStream& out, const tovan::ClassTag* proper
 void CPropertyCollectionData::serialize(iByteOutputStream& out) const {
     checkStreamVersion(out.getVersion(), "CPropertyCollectionData", "serialize");
     CompactPropertiesArray();
-    writeCollectionHeader(out, propertyClass_, int(properties_.size()));
-    for (const CProperty* p : properties_) p->serialize(out);
+    writeCollectionHeader(out, GetPropertyClass(), int(GetSlotCount()));
+    for (const CProperty* p : GetSlots()) p->serialize(out);
 }
 
 void CPropertyCollectionData::serializeSubset(iByteOutputStream& out, const std::vector<WString>& names) const {
@@ -270,7 +270,7 @@ void CPropertyCollectionData::serializeSubset(iByteOutputStream& out, const std:
         chosen.push_back(p);
     }
     CompactPropertiesArray();
-    writeCollectionHeader(out, propertyClass_, int(chosen.size()));
+    writeCollectionHeader(out, GetPropertyClass(), int(chosen.size()));
     for (const CProperty* p : chosen) p->serialize(out);
 }
 
@@ -301,21 +301,17 @@ void CPropertyCollectionData::deserialize(iByteInputStream& in) {
 void CPropertyCollection::serialize(iByteOutputStream& out) const {
     checkStreamVersion(out.getVersion(), "CPropertyCollection", "serialize");
     writeCompactInt(out, COLLECTION_VERSION);
-    if (data_) {
-        data_->serialize(out);
-    } else {
-        writeCollectionHeader(out, nullptr, 0);
-    }
+    CPropertyCollectionData::serialize(out);
 }
 
 void CPropertyCollection::deserialize(iByteInputStream& in) {
     checkStreamVersion(in.getVersion(), "CPropertyCollection", "deserialize");
-    if (data_) data_->Clear();
+    Clear();
     const int32_t version = readCompactInt(in);
     if (version != COLLECTION_VERSION)
         throw Exception("CPropertyCollection", "deserialize", u"Deserialization version mismatch (%ld , %ld)",
                         long(version), long(COLLECTION_VERSION));
-    data().deserialize(in);
+    CPropertyCollectionData::deserialize(in);
 }
 
 // ---- nodes ------------------------------------------------------------------------------

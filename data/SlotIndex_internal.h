@@ -22,13 +22,13 @@ namespace nvk {
 /// searched: callers remove an entry before they empty its slot.
 class SlotIndex {
 public:
-    using Slots = std::vector<CProperty*>;
+    using Slots = CProperty* const*;
 
 private:
     /// Whether a slot holds the property called `name`: the key read from the slot.
     struct HoldsName {
         const tovan::WString& name;
-        const Slots& slots;
+        Slots slots;
         bool operator()(int32_t slot) const { return tovan::namesEqual(slots[size_t(slot)]->getName(), name); }
     };
 
@@ -40,14 +40,14 @@ public:
     void grow(size_t bucketCount) { chains_.grow(bucketCount); }
 
     /// The slot of `name`, or -1.
-    int find(const tovan::WString& name, uint32_t hash, const Slots& slots) const {
+    int find(const tovan::WString& name, uint32_t hash, Slots slots) const {
         const int32_t* slot = chains_.find(hash, HoldsName{name, slots});
         return slot ? *slot : -1;
     }
 
     /// Maps the name of the property in `slot` to `slot`, replacing the
     /// entry of an equal name.
-    void put(int slot, const Slots& slots) {
+    void put(int slot, Slots slots) {
         const CProperty& p = *slots[size_t(slot)];
         if (int32_t* entry = chains_.find(p.getNameHash(), HoldsName{p.getName(), slots}))
             *entry = slot;
@@ -56,13 +56,13 @@ public:
     }
 
     /// Removes the entry of `name`; false when there is none.
-    bool remove(const tovan::WString& name, uint32_t hash, const Slots& slots) {
+    bool remove(const tovan::WString& name, uint32_t hash, Slots slots) {
         return chains_.remove(hash, HoldsName{name, slots});
     }
 
     /// Swaps the entries of two live slots, for a swap of the slots' contents
     /// (before it: the names are looked up where they are now).
-    void swapSlots(size_t a, size_t b, const Slots& slots) {
+    void swapSlots(size_t a, size_t b, Slots slots) {
         const CProperty& pa = *slots[a];
         const CProperty& pb = *slots[b];
         int32_t* ea = chains_.find(pa.getNameHash(), HoldsName{pa.getName(), slots});

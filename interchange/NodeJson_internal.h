@@ -3,6 +3,7 @@
 // writer's calls (NodeJsonCalls.cpp, every shape of tree) and as whole texts
 // (NodeJsonText.cpp, the usual shapes, much faster).
 #include <cstdint>
+#include <span>
 #include <vector>
 
 #include "nvk/data/CProperty.h"
@@ -37,7 +38,7 @@ struct GroupOrder {
 /// pool put it, so the walk mostly waits for memory: the property two ahead and
 /// the value one ahead are asked for early.
 template <class Each>
-bool forEachProperty(const std::vector<CProperty*>& slots, Each&& each) {
+bool forEachProperty(std::span<CProperty* const> slots, Each&& each) {
     const size_t n = slots.size();
     for (size_t k = 0; k < n; ++k) {
         if (k + 2 < n && slots[k + 2]) __builtin_prefetch(slots[k + 2]);

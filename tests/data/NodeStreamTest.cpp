@@ -289,8 +289,10 @@ TEST(NodeStream, CollectionRecordsAndSubsets) {
 
     MemoryOutputStream subset(2);
     c->data().serializeSubset(subset, {u"C", u"b"});
-    Ptr<nvk::CPropertyCollectionData> d(nvk::CPropertyCollectionData::newInstance());
-    readInto(*d, subset.bytes());
+    Ptr<CPropertyCollection> d(CPropertyCollection::newInstance());
+    MemoryInputStream subsetIn(subset.bytes(), 2);
+    d->data().deserialize(subsetIn);
+    EXPECT_EQ(subsetIn.remaining(), 0u);
     ASSERT_EQ(d->GetNumProperties(), 2);
     EXPECT_EQ(d->GetProperty(0)->getName(), WString(u"c"));
 

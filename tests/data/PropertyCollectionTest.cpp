@@ -244,6 +244,26 @@ TEST(PropertyCollection, AssignAttachAndAppend) {
     more->appendFrom(src.get());
     EXPECT_EQ(propertyNames(*more), "q,a,b");
     EXPECT_NE(&more->get(u"a").getValue(), &src->get(u"a").getValue());
+
+    // Replacing content across the slots kept inside the collection and an array of their own.
+    for (int from : {0, 3, 7, 12}) {
+        for (int to : {3, 7, 12}) {
+            CollectionPtr a(CPropertyCollection::newInstance()), b(CPropertyCollection::newInstance());
+            for (int i = 0; i < from; ++i) a->define(WString(u"s" + std::u16string(1, char16_t(u'a' + i))));
+            for (int i = 0; i < to; ++i) b->define(WString(u"t" + std::u16string(1, char16_t(u'a' + i))));
+            b->remove(u"tb");
+            b->assignFrom(a.get(), true);
+            ASSERT_EQ(b->getSize(), from);
+            for (int i = 0; i < from; ++i) {
+                iProperty* p = b->find(WString(u"S" + std::u16string(1, char16_t(u'A' + i))));
+                ASSERT_NE(p, nullptr) << from << " into " << to;
+                EXPECT_EQ(p->findCollection(), b.get());
+                EXPECT_EQ(b->getIndex(p->getName()), i);
+            }
+            EXPECT_EQ(b->find(u"ta"), nullptr);
+            EXPECT_EQ(a->getSize(), from);
+        }
+    }
 }
 
 TEST(MetaData, FlagsAndPropertiesCopyAndClear) {
