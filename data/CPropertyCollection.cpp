@@ -58,7 +58,7 @@ void CPropertyCollection::onDeactivate() {
     owner_ = nullptr;
 }
 
-static_assert(sizeof(CPropertyCollection) <= 96, "one block holds the collection and its first slots: keep it small");
+static_assert(sizeof(CPropertyCollection) <= 88, "one block holds the collection and its first slots: keep it small");
 
 tovan::Object* CPropertyCollection::clone() const { return CPropertyCollectionData::clone(); }
 

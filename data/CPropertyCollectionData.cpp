@@ -1,6 +1,7 @@
 #include "nvk/data/CPropertyCollectionData.h"
 
 #include <algorithm>
+#include <bit>
 
 #include "nvk/data/CPropertyCollection.h"
 #include "nvk/data/SlotIndex_internal.h"
@@ -35,24 +36,28 @@ void CPropertyCollectionData::SetPropertyClass(const tovan::ClassTag* propertyCl
     if (propertyClass || extra_) extra().propertyClass = propertyClass;
 }
 
-void CPropertyCollectionData::setCapacity(uint32_t capacity) {
-    CProperty** grown = capacity <= kInlineSlots ? inline_ : new CProperty*[capacity];
-    if (grown == slots_) return;
+// An array of its own always has a power of two of at least 8 slots, so its
+// room is known from the count without a field: never more than it really
+// has, at worst less after removals (which only makes it grow early).
+uint32_t CPropertyCollectionData::capacity() const {
+    return slots_ == inline_ ? kInlineSlots : std::max<uint32_t>(8, std::bit_ceil(size_));
+}
+
+void CPropertyCollectionData::growTo(size_t count) {
+    const size_t rounded = std::bit_ceil(std::max<size_t>(count, 8));
+    CProperty** grown = new CProperty*[rounded];
     std::copy(slots_, slots_ + size_, grown);
     if (slots_ != inline_) delete[] slots_;
     slots_ = grown;
-    capacity_ = capacity <= kInlineSlots ? kInlineSlots : capacity;
 }
 
 void CPropertyCollectionData::reserveOneMore() {
-    if (size_ < capacity_) return;
-    if (size_ >= uint32_t(INT32_MAX))
-        throw tovan::Exception("CPropertyCollectionData", "AddProperty", u"Too many properties in one collection");
-    setCapacity(std::max<uint32_t>(capacity_ * 2, 8));
+    if (size_ < capacity()) return;
+    growTo(size_t(size_) + 1);
 }
 
 void CPropertyCollectionData::Reserve(size_t count) {
-    if (count > capacity_) setCapacity(uint32_t(std::min<size_t>(count, size_t(INT32_MAX))));
+    if (count > capacity()) growTo(count);
 }
 
 tovan::Object* CPropertyCollectionData::clone() const {
@@ -189,14 +194,15 @@ void CPropertyCollectionData::RemovePropertyUsingInternalIndex(int slot) {
     if (IsIndexBuilt()) extra_->index->remove(p->getName(), p->getNameHash(), slots_);
     slots_[size_t(slot)] = nullptr;
     p->setCollection(nullptr);
-    if (++holeCount_ == 1 || uint32_t(slot) < firstHole_) firstHole_ = uint32_t(slot);
+    ++holeCount_;
     p->release();
 }
 
 void CPropertyCollectionData::CompactPropertiesArray() const {
     if (holeCount_ == 0) return;
-    size_t to = firstHole_;
-    for (size_t from = firstHole_; from < size_; ++from) {
+    size_t to = 0;
+    while (slots_[to]) ++to;  // the first hole
+    for (size_t from = to; from < size_; ++from) {
         CProperty* p = slots_[from];
         if (!p) continue;
         slots_[to] = p;
@@ -204,7 +210,6 @@ void CPropertyCollectionData::CompactPropertiesArray() const {
     }
     size_ -= holeCount_;
     holeCount_ = 0;
-    firstHole_ = 0;
     if (IsIndexBuilt()) BuildIndex();  // every slot from the first hole on has moved
 }
 
@@ -274,11 +279,9 @@ void CPropertyCollectionData::TakeProperties(CPropertyCollectionData& source) {
         std::fill(source.inline_, source.inline_ + source.size_, nullptr);
     } else {
         slots_ = std::exchange(source.slots_, source.inline_);
-        capacity_ = std::exchange(source.capacity_, kInlineSlots);
     }
     size_ = std::exchange(source.size_, 0);
     holeCount_ = std::exchange(source.holeCount_, 0);
-    firstHole_ = std::exchange(source.firstHole_, 0);
     if (source.extra_) {
         source.extra_->indexBuilt = false;
         if (source.extra_->index) source.extra_->index->clear();
@@ -292,9 +295,7 @@ void CPropertyCollectionData::Clear() {
     const size_t count = size_;
     slots_ = inline_;
     size_ = 0;
-    capacity_ = kInlineSlots;
     holeCount_ = 0;
-    firstHole_ = 0;
     if (extra_) {
         extra_->indexBuilt = false;
         if (extra_->index) extra_->index->clear();

@@ -150,15 +150,15 @@ private:
     void swapSlots(size_t a, size_t b);
     /// Room for one more slot, grown geometrically; may throw, changing nothing.
     void reserveOneMore();
-    void setCapacity(uint32_t capacity);
+    uint32_t capacity() const;
+    /// Moves the slots to an array of their own with room for `count`.
+    void growTo(size_t count);
     void push(CProperty* p) { slots_[size_++] = p; }
 
     // Compaction and index building are invisible to readers, hence mutable.
     mutable CProperty** slots_ = inline_;  // one reference per live slot; null for a hole
     mutable uint32_t size_ = 0;
-    uint32_t capacity_ = kInlineSlots;
     mutable uint32_t holeCount_ = 0;
-    mutable uint32_t firstHole_ = 0;  // valid while holeCount_ != 0
     mutable std::unique_ptr<Extra> extra_;
     CProperty* inline_[kInlineSlots] = {};
 };
