@@ -8,8 +8,6 @@
 #include <exception>
 #include <memory>
 #include <string>
-#include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "nvk/data/CPropertyCollection.h"
@@ -101,7 +99,7 @@ private:
                                    XmlReader::kMaxDepth, XML_GetCurrentLineNumber(parser_),
                                    XML_GetCurrentColumnNumber(parser_) + 1);
         Ptr<CBaseNode> node(CBaseNode::newInstance());
-        node->setName(known(name).wide);
+        node->setName(nameOf(name).text());
         if (*attributes) {
             // Straight into the storage: one lookup of the name (define()
             // would look again) and the value handed over, not copied.
@@ -110,15 +108,15 @@ private:
             while (attributes[2 * count]) ++count;
             storage.Reserve(count);
             for (const char** a = attributes; *a; a += 2) {
-                const Name& attribute = known(a[0]);
+                const SharedName attribute = nameOf(a[0]);
                 // By name alone: a name starting with "/" is no path here.
-                if (storage.GetInternalIndex(attribute.wide) >= 0) {
+                if (storage.GetInternalIndex(attribute.text()) >= 0) {
                     tovan::Exception::warn(
                         u"XML attribute %ls of <%ls> at line %d repeats an earlier one but for case; its value is dropped",
-                        attribute.wide, node->getName(), XML_GetCurrentLineNumber(parser_));
+                        attribute.text(), node->getName(), XML_GetCurrentLineNumber(parser_));
                     continue;
                 }
-                storage.AppendNewProperty(attribute.shared, Ptr<tovan::Value>(new tovan::StringValue(tovan::toWide(a[1]))));
+                storage.AppendNewProperty(attribute, Ptr<tovan::Value>(new tovan::StringValue(tovan::toWide(a[1]))));
             }
         }
         current_->appendChild(node.get());
@@ -135,27 +133,16 @@ private:
     }
 
     // A document repeats a few element and attribute names thousands of
-    // times: each is converted once, and the properties named alike share
-    // one name block.
-    struct Name {
-        WString wide;
-        SharedName shared;
-    };
-    const Name& known(const char* name) {
-        std::string_view key(name);
-        auto it = names_.find(key);
-        if (it == names_.end()) {
-            WString wide = tovan::toWide(name);
-            SharedName shared(wide);
-            it = names_.emplace(std::string(key), Name{std::move(wide), std::move(shared)}).first;
-        }
-        return it->second;
+    // times: they come from the thread's table of recent name blocks, so the
+    // properties named alike share one block, without a table per document
+    // that a small document would pay more to fill than it saves.
+    SharedName nameOf(const char* utf8) {
+        wide_.clear();
+        const char* p = utf8;
+        for (; *p && static_cast<unsigned char>(*p) < 0x80; ++p) wide_.push_back(char16_t(*p));
+        if (*p) wide_.assign(tovan::toWide(utf8).view());
+        return SharedName::cached(std::u16string_view(wide_));
     }
-
-    struct NameHash {
-        using is_transparent = void;
-        size_t operator()(std::string_view s) const { return std::hash<std::string_view>()(s); }
-    };
 
     // What setValue() does on a fresh node, without copying the text once
     // more: an attribute that holds the value's name takes the slow way.
@@ -177,7 +164,7 @@ private:
     // The character data of each open element, kept by depth and reused.
     std::vector<std::string> texts_;
     std::exception_ptr failure_;
-    std::unordered_map<std::string, Name, NameHash, std::equal_to<>> names_;
+    std::u16string wide_;  // the name being converted, kept for its room
 };
 
 struct FileCloser {
