@@ -282,7 +282,8 @@ void CPropertyCollection::reorderProperty(int from, int to) {
 // ---- copying between collections ------------------------------------------------------
 
 Ptr<CProperty> CPropertyCollection::copyOf(const iProperty& source, bool copyValue) const {
-    Ptr<CProperty> p = MakeNewPropertyWithCopiedValue(source.getName(), nullptr);
+    // Named below: from the source's block, or through SetName.
+    Ptr<CProperty> p = MakeNewPropertyWithCopiedValue(WString(), nullptr);
     if (auto* cp = dynamic_cast<const CProperty*>(&source)) {
         p->assignFrom(*cp, copyValue);
         return p;
@@ -302,9 +303,20 @@ Ptr<CProperty> CPropertyCollection::copyOf(const iProperty& source, bool copyVal
 void CPropertyCollection::assignFrom(const iPropertyCollection* source, bool copyValues) {
     if (!source) throw Exception(kClass, "assignFrom", u"Source collection is NULL");
     if (source == this) return;
+    const int n = source->getSize();
+    if (GetSlotCount() == 0) {
+        // Nothing to lose when a copy fails (a clone's new collection): fill in place.
+        Reserve(size_t(n));
+        try {
+            for (int i = 0; i < n; ++i) AddProperty(copyOf(source->get(i), copyValues).get());
+        } catch (...) {
+            Clear();
+            throw;
+        }
+        return;
+    }
     Ptr<CPropertyCollection> fresh(newInstance());
     fresh->SetPropertyClass(GetPropertyClass());
-    const int n = source->getSize();
     fresh->Reserve(size_t(n));
     for (int i = 0; i < n; ++i) fresh->AddProperty(copyOf(source->get(i), copyValues).get());
     TakeProperties(*fresh);

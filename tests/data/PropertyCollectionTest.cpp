@@ -316,6 +316,10 @@ TEST(PropertyCollection, AFailedCopyLeavesTheTargetAlone) {
     EXPECT_THROW_MSG(dst->attachFrom(src.get(), true), Exception, "no copies");
     EXPECT_THROW_MSG(dst->appendFrom(src.get()), Exception, "no copies");
     EXPECT_EQ(propertyNames(*dst), "keep");
+    CollectionPtr empty(CPropertyCollection::newInstance());  // filled in place, so emptied again
+    EXPECT_THROW_MSG(empty->assignFrom(src.get(), true), Exception, "no copies");
+    EXPECT_EQ(empty->getSize(), 0);
+    EXPECT_EQ(empty->find(u"a"), nullptr);
     dst->assignFrom(src.get(), false);  // sharing needs no copy
     EXPECT_EQ(&dst->get(u"b").getValue(), odd.get());
 }
