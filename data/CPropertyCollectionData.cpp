@@ -165,6 +165,14 @@ CProperty* CPropertyCollectionData::AppendNewProperty(SharedName name, Ptr<Value
     return p;
 }
 
+CProperty* CPropertyCollectionData::AppendNewPropertyCopy(const WString& name, const Value& value) {
+    // A copy that needs a block of its own is made before anything changes.
+    if (!tovan::ValueSlot::fits(value)) return AppendNewProperty(name, Ptr<Value>(value.clone()));
+    CProperty* p = AppendNewProperty(name, nullptr);
+    p->copyIn(value);  // into the new property's free room: cannot fail
+    return p;
+}
+
 Ptr<CProperty> CPropertyCollectionData::MakeNewPropertyWithCopiedValue(const WString& name,
                                                                        const Value* value) const {
     Ptr<CProperty> p;

@@ -93,6 +93,10 @@ public:
     /// As above, under a name block the caller already has (a reader's
     /// dictionary), which the property shares.
     CProperty* AppendNewProperty(SharedName name, tovan::Ptr<tovan::Value> value);
+    /// The same with a copy of `value`, made in the new property's own room
+    /// when it fits there: a builder can keep one value of each scalar class
+    /// for all its members instead of making one per property.
+    CProperty* AppendNewPropertyCopy(const tovan::WString& name, const tovan::Value& value);
     /// Room for `count` slots in all, so that filling a collection whose
     /// size is known does not grow the array step by step.
     void Reserve(size_t count);

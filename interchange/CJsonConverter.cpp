@@ -1,5 +1,7 @@
 #include "nvk/interchange/CJsonConverter.h"
 
+#include <utility>
+
 #include "nvk/data/CBaseNode.h"
 #include "nvk/data/CProperty.h"
 #include "nvk/data/CPropertyCollection.h"
@@ -306,18 +308,28 @@ void CJsonConverter::ProcessElement(const cajun::json::Number& element) {
         ProcessDoubleElement(d);
 }
 
-void CJsonConverter::ProcessIntegerElement(int value) { deliver(Ptr<Value>(new tovan::IntegerValue(value))); }
-void CJsonConverter::ProcessDoubleElement(double value) { deliver(Ptr<Value>(new tovan::DoubleValue(value))); }
+template <class V, class... T>
+void CJsonConverter::deliverScalar(V& scratch, T... value) {
+    if (IsValueElement()) {
+        if constexpr (sizeof...(T) != 0) scratch.set(value...);
+        scalar_ = &scratch;
+        return;
+    }
+    deliver(Ptr<Value>(new V(value...)));
+}
+
+void CJsonConverter::ProcessIntegerElement(int value) { deliverScalar(integer_, int32_t(value)); }
+void CJsonConverter::ProcessDoubleElement(double value) { deliverScalar(double_, value); }
+void CJsonConverter::ProcessBooleanElement(bool value) { deliverScalar(boolean_, value); }
+void CJsonConverter::ProcessNullElement() { deliverScalar(null_); }
 
 void CJsonConverter::ProcessElement(const cajun::json::String& element) {
     deliver(Ptr<Value>(new tovan::StringValue(take(element.Value()))));
 }
 
-void CJsonConverter::ProcessElement(const cajun::json::Boolean& element) {
-    deliver(Ptr<Value>(new tovan::BooleanValue(element.Value())));
-}
+void CJsonConverter::ProcessElement(const cajun::json::Boolean& element) { ProcessBooleanElement(element.Value()); }
 
-void CJsonConverter::ProcessElement(const cajun::json::Null&) { deliver(Ptr<Value>(new tovan::NullValue())); }
+void CJsonConverter::ProcessElement(const cajun::json::Null&) { ProcessNullElement(); }
 
 void CJsonConverter::deliver(Ptr<Value> value) {
     if (IsArrayElement())
@@ -407,6 +419,7 @@ void CJsonConverter::BeginValue() {
 void CJsonConverter::EndValue(const tovan::BaseString<tovan::wchar>& name) {
     popKind();
     Ptr<Value> value = popValue();
+    if (const Value* scalar = std::exchange(scalar_, nullptr)) value = Ptr<Value>(scalar->clone());
     if (!value || !current_) return;  // the member held objects: they are child nodes already
     tovan::iPropertyCollection& properties = current_->getProperties();
     // By position, not find(): find() would read a name starting with "/"
@@ -422,7 +435,8 @@ void CJsonConverter::EndValue(const tovan::BaseString<tovan::wchar>& name) {
 void CJsonConverter::endMember(const WString& name, size_t members) {
     popKind();
     Ptr<Value> value = popValue();
-    if (!value || !current_) return;  // the member held objects: they are child nodes already
+    const Value* scalar = std::exchange(scalar_, nullptr);
+    if ((!value && !scalar) || !current_) return;  // the member held objects: they are child nodes already
     // What EndValue does through the interfaces: by slot, not find() (which
     // would read a name starting with "/" as a path), a repeated name taking
     // the last value, the value itself stored rather than a copy.
@@ -432,10 +446,16 @@ void CJsonConverter::endMember(const WString& name, size_t members) {
     // none, so this is at most a little too much).
     if (storage.GetSlotCount() == 0) storage.Reserve(members);
     if (CProperty* own = storage.GetProperty(name)) {
-        own->shareValue(value.get());
+        if (scalar)
+            own->setValue(*scalar);
+        else
+            own->shareValue(value.get());
         return;
     }
-    storage.AppendNewProperty(name, std::move(value));
+    if (scalar)
+        storage.AppendNewPropertyCopy(name, *scalar);
+    else
+        storage.AppendNewProperty(name, std::move(value));
 }
 
 void CJsonConverter::BeginArray() {

@@ -130,6 +130,13 @@ private:
     void ProcessNDimensionalArrayElement(const cajun::json::Array& element, const tovan::Array<unsigned int>& dims);
     void ProcessIntegerElement(int value);
     void ProcessDoubleElement(double value);
+    void ProcessBooleanElement(bool value);
+    void ProcessNullElement();
+    /// A scalar for the member being read is kept in `scratch` (one of the
+    /// converter's own) and copied into its property's room at the member's
+    /// end; anywhere else it becomes a value of its own.
+    template <class V, class... T>
+    void deliverScalar(V& scratch, T... value);
     void ProcessTypedArray(const cajun::json::Array& element, CJsonDataTyper::ValueType elementType,
                            const tovan::Array<unsigned int>& dims);
     /// A scalar or a finished array: the member's value, or the next element
@@ -158,6 +165,13 @@ private:
     // ProcessNDimensionalArrayElement.
     CJsonDataTyper::ValueType ndElementType_ = CJsonDataTyper::TypeNone;
     bool consume_ = false;  // inside ConsumeElement
+    // Scalar members' values before they are copied into their properties:
+    // a member's value is done with before the next member starts.
+    tovan::IntegerValue integer_;
+    tovan::DoubleValue double_;
+    tovan::BooleanValue boolean_;
+    tovan::NullValue null_;
+    const tovan::Value* scalar_ = nullptr;  // one of the four, for the member being read
 };
 
 }  // namespace nvk

@@ -209,12 +209,12 @@ void JsonNodeBuilder::value() {
     case TokenKind::Boolean: {
         loaded_ = false;
         const bool b = token_.text == u"true";
-        convert([&] { converter_.deliver(tovan::Ptr<tovan::Value>(new tovan::BooleanValue(b))); });
+        convert([&] { converter_.ProcessBooleanElement(b); });
         return;
     }
     case TokenKind::Null:
         loaded_ = false;
-        convert([&] { converter_.deliver(tovan::Ptr<tovan::Value>(new tovan::NullValue())); });
+        convert([&] { converter_.ProcessNullElement(); });
         return;
     default:
         throw ParseException(token_.begin, token_.end, u"Unexpected token: %ls", token_.text);

@@ -129,11 +129,20 @@ TEST(PropertyCollection, IndexStaysConsistentThroughRandomChanges) {
         auto it = std::find_if(model.begin(), model.end(), [&](const std::u16string& m) { return equalsNoCase(m, n); });
         if (op <= 1) {
             if (it == model.end()) {
-                // Both ways of adding a property must keep the index.
+                // Every way of adding a property must keep the index; a copy
+                // goes into the property's room or, for a text, a block of its own.
                 if (op == 0)
                     c->define(n.c_str());
-                else
+                else if (k % 3 == 0)
                     c->data().AppendNewProperty(WString(n), Ptr<Value>(new IntegerValue(k)));
+                else if (k % 3 == 1)
+                    c->data().AppendNewPropertyCopy(WString(n), IntegerValue(k));
+                else
+                    c->data().AppendNewPropertyCopy(WString(n), StringValue(WString(n)));
+                if (op == 1) {
+                    EXPECT_EQ(c->get(WString(n)).getValue().toString(),
+                              k % 3 == 2 ? WString(n) : WString(tovan::toWide(std::to_string(k))));
+                }
                 model.push_back(n);
             }
         } else if (op == 2) {

@@ -22,6 +22,8 @@ std::string propertyOf(const std::u16string& memberJson) {
 class HookCaller : public CJsonConverter {
 public:
     using CJsonConverter::BeginArray;
+    using CJsonConverter::BeginObject;
+    using CJsonConverter::BeginValue;
     using CJsonConverter::EndArray;
     using CJsonConverter::EndObject;
     using CJsonConverter::EndValue;
@@ -50,6 +52,7 @@ TEST(JsonConverter, ObjectsBecomeNodesAndMembersProperties) {
               "  empty\n");
     // Names fold A-Z: a later member of the same name replaces the value in place.
     EXPECT_EQ(treesOf(uR"({"a": 1, "b": 2, "A": "x"})"), "(unnamed)\n  a: String = \"x\"\n  b: Integer = 2\n");
+    EXPECT_EQ(treesOf(uR"({"a": 1, "b": true, "A": 2.5, "B": null})"), "(unnamed)\n  a: Double = 2.5\n  b: Null = null\n");
     // Names are literal, never paths to other nodes.
     EXPECT_EQ(treesOf(uR"({"/": 1, "/a/b": 2})"), "(unnamed)\n  /: Integer = 1\n  /a/b: Integer = 2\n");
     // Every object read is a node list of its own; "children" is just a name.
@@ -127,6 +130,19 @@ TEST(JsonConverter, ConvertsATopLevelArrayOfObjectsAndGuardsItsStacks) {
     hooks.BeginArray();
     EXPECT_NO_THROW(hooks.EndArray());
     EXPECT_THROW_MSG(hooks.EndArray(), tovan::Exception, "Stack is empty");
+    // A member's scalar ended through EndValue is its property too.
+    hooks.BeginObject();
+    hooks.BeginValue();
+    hooks.ProcessElement(cajun::json::Number(7));
+    hooks.EndValue(u"n");
+    hooks.BeginValue();
+    hooks.ProcessElement(cajun::json::Boolean(true));
+    hooks.EndValue(u"N");
+    hooks.EndObject();
+    Array<Ptr<iNode>> built;
+    hooks.GetNodeList(built, true);
+    ASSERT_EQ(built.size(), 1u);
+    EXPECT_EQ(nvk::DescribeNodeTree(*built[0]), "(unnamed)\n  n: Boolean = true\n");
 }
 
 TEST(JsonConverter, ConsumingATreeBuildsTheSameNodes) {
