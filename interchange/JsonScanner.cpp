@@ -89,20 +89,51 @@ void Scanner::matchWord(JsonInputStream& in, std::u16string_view word) {
     }
 }
 
+namespace {
+
+// How many characters from the start of `buf` a string takes over as they
+// are: up to its first quote, backslash or line feed (a line feed is
+// counted as a line), eight at a time where SSE2 is there.
+size_t plainRun(std::u16string_view buf) {
+    const wchar* p = buf.data();
+    const size_t n = buf.size();
+    size_t i = 0;
+#if defined(__SSE2__)
+    const __m128i quote = _mm_set1_epi16('"'), backslash = _mm_set1_epi16('\\'), lineFeed = _mm_set1_epi16('\n');
+    for (; i + 8 <= n; i += 8) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+        const int hits = _mm_movemask_epi8(_mm_or_si128(
+            _mm_or_si128(_mm_cmpeq_epi16(v, quote), _mm_cmpeq_epi16(v, backslash)), _mm_cmpeq_epi16(v, lineFeed)));
+        if (hits) return i + size_t(__builtin_ctz(unsigned(hits))) / 2;
+    }
+#endif
+    while (i < n && p[i] != u'"' && p[i] != u'\\' && p[i] != u'\n') ++i;
+    return i;
+}
+
+}  // namespace
+
 void Scanner::scanString(JsonInputStream& in) {
+    matchWord(in, u"\"");
+    // Most strings have no escape and end in the block at hand: their text is
+    // that part of the block, which stays as it is until the stream reads on
+    // (at the next token), and is not copied.
+    std::u16string_view buf = in.Buffered();
+    size_t run = plainRun(buf);
+    if (run < buf.size() && buf[run] == u'"') {
+        text_ = buf.substr(0, run);
+        in.Skip(run + 1);
+        in.position = advanceCount(in.position, run + 1);
+        in.column = advanceCount(in.column, run + 1);
+        return;
+    }
     std::u16string& text = scratch_;
     text.clear();
-    matchWord(in, u"\"");
     for (;;) {
         // Plain characters go over in runs straight from the file's block.
-        std::u16string_view buf = in.Buffered();
+        buf = in.Buffered();
         if (!buf.empty()) {
-            size_t i = 0;
-            while (i < buf.size()) {
-                wchar c = buf[i];
-                if (c == u'"' || c == u'\\' || c == u'\n') break;
-                ++i;
-            }
+            const size_t i = plainRun(buf);
             if (i) {
                 text.append(buf.data(), i);
                 in.Skip(i);
@@ -151,12 +182,24 @@ void Scanner::scanString(JsonInputStream& in) {
         }
     }
     matchWord(in, u"\"");
+    text_ = scratch_;
 }
 
 void Scanner::scanNumber(JsonInputStream& in) {
+    const auto& table = numberCharacters();
+    // As for strings: a number that ends inside the block is a view of it.
+    std::u16string_view buf = in.Buffered();
+    size_t run = 0;
+    while (run < buf.size() && isNumberChar(table, buf[run])) ++run;
+    if (run < buf.size()) {
+        text_ = buf.substr(0, run);
+        in.Skip(run);
+        in.position = advanceCount(in.position, run);
+        in.column = advanceCount(in.column, run);
+        return;
+    }
     std::u16string& text = scratch_;
     text.clear();
-    const auto& table = numberCharacters();
     for (;;) {
         std::u16string_view buf = in.Buffered();
         if (!buf.empty()) {
@@ -166,12 +209,13 @@ void Scanner::scanNumber(JsonInputStream& in) {
             in.Skip(i);
             in.position = advanceCount(in.position, i);
             in.column = advanceCount(in.column, i);
-            if (i < buf.size()) return;
+            if (i < buf.size()) break;
             continue;
         }
-        if (in.EOS() || !isNumberChar(table, in.Peek())) return;
+        if (in.EOS() || !isNumberChar(table, in.Peek())) break;
         text += in.Consume();
     }
+    text_ = scratch_;
 }
 
 // ---- Tokens ----------------------------------------------------------------
@@ -309,7 +353,7 @@ bool Scanner::Next(JsonInputStream& in, JsonToken& token) {
     case u'"':
         token.kind = TokenKind::String;
         scanString(in);
-        token.text = scratch_;
+        token.text = text_;
         break;
     case u'-':
     case u'0':
@@ -325,7 +369,7 @@ bool Scanner::Next(JsonInputStream& in, JsonToken& token) {
     case u'I':
         token.kind = TokenKind::Number;
         scanNumber(in);
-        token.text = scratch_;
+        token.text = text_;
         break;
     case u't':
         token.kind = TokenKind::Boolean;

@@ -117,8 +117,9 @@ public:
     /// The same scan one token at a time, for readers that use each token as
     /// it comes: Begin() starts a value, then each Next() gives the next token
     /// until it returns false (the value is complete, or the stream ended).
-    /// A string's or number's text lives in the scanner and is valid until
-    /// the next call; element hints are not counted (always 0).
+    /// A string's or number's text lives in the scanner or in the stream's
+    /// block, and is valid until the next call or the next read of the
+    /// stream; element hints are not counted (always 0).
     void Begin();
     bool Next(JsonInputStream& in, JsonToken& token);
     /// Frees the scanner's text buffer when it has grown past `bytes`, for
@@ -132,7 +133,8 @@ private:
     void scanNumber(JsonInputStream& in);
     void matchWord(JsonInputStream& in, std::u16string_view word);
 
-    std::u16string scratch_;          // the text of the token being scanned
+    std::u16string scratch_;          // the text of the token being scanned, when it is not in the block
+    std::u16string_view text_;        // the token's text: in scratch_ or in the stream's block
     // Open containers by token index (kObjectBit set for objects), for the
     // arrays' element hints.
     static constexpr uint32_t kObjectBit = 0x80000000u;
