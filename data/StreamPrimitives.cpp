@@ -55,12 +55,8 @@ void readUtf16Units(iByteInputStream& in, char16_t* dest, int from, int to, int 
     }
 }
 
-/// One unit of a version-2 string; `pos` is its one-based position.
-char16_t readUtf8Unit(iByteInputStream& in, int pos, int len) {
-    uint8_t h;
-    if (!in.readByte(h))
-        throw Exception(kClass, "readWideString", u"EOF reading byte %d in string of length %d", pos, len);
-    if (h < 0x80) return char16_t(h);
+/// The rest of a unit of a version-2 string whose header byte `h` (not ASCII) was read.
+char16_t readUtf8UnitAfter(iByteInputStream& in, uint8_t h) {
     int extra;
     uint32_t value;
     if ((h & 0xE0) == 0xC0) {
@@ -211,10 +207,17 @@ WString readWideString(iByteInputStream& in) {
     const int len = n - 1;
 
     auto readUnits = [&](char16_t* dest, int from, int to) {
-        if (version == 1)
+        if (version == 1) {
             readUtf16Units(in, dest, from, to, len);
-        else
-            for (int i = from; i < to; ++i) dest[i] = readUtf8Unit(in, i + 1, len);
+            return;
+        }
+        // Names and texts are mostly ASCII: a byte each, read inline.
+        for (int i = from; i < to; ++i) {
+            uint8_t h;
+            if (!in.readByte(h))
+                throw Exception(kClass, "readWideString", u"EOF reading byte %d in string of length %d", i + 1, len);
+            dest[i] = h < 0x80 ? char16_t(h) : readUtf8UnitAfter(in, h);
+        }
     };
     if (len < kFixedStringBuffer) {
         char16_t fixed[kFixedStringBuffer];

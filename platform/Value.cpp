@@ -4,6 +4,8 @@
 #include "nvk/platform/NumberText.h"
 #include "nvk/platform/Util.h"
 
+#include <atomic>
+#include <bit>
 #include <cmath>
 #include <cstring>
 #include <map>
@@ -26,6 +28,11 @@ struct TypeEntry {
 struct TypeRegistry {
     std::mutex mutex;
     std::map<int, TypeEntry> types;
+    // The creators of the small codes (every built-in one), read without the
+    // lock: a reader makes a value per property, and the map's lock was the
+    // largest part of making a small one. Set once per code, under the lock.
+    static constexpr int kDirect = 64;
+    std::atomic<Value::Creator> direct[kDirect] = {};
 };
 
 TypeRegistry& typeRegistry() {
@@ -236,7 +243,10 @@ void Value::registerType(int typeCode, const char* classTag, Creator creator) {
     {
         std::lock_guard lock(r.mutex);
         auto [it, added] = r.types.emplace(typeCode, TypeEntry{classTag, creator});
-        if (!added) existing = it->second.classTag;
+        if (!added)
+            existing = it->second.classTag;
+        else if (typeCode >= 0 && typeCode < TypeRegistry::kDirect)
+            r.direct[typeCode].store(creator, std::memory_order_release);
     }
     if (existing)
         Exception::warn(u"Value type code %d is already registered for %hs; %hs ignored", typeCode, existing,
@@ -253,9 +263,11 @@ const char* Value::classTagOf(int typeCode) {
 }
 
 Value* Value::create(int typeCode, bool strict) {
-    Creator creator = nullptr;
-    {
-        TypeRegistry& r = typeRegistry();
+    TypeRegistry& r = typeRegistry();
+    Creator creator = typeCode >= 0 && typeCode < TypeRegistry::kDirect
+                          ? r.direct[typeCode].load(std::memory_order_acquire)
+                          : nullptr;
+    if (!creator) {
         std::lock_guard lock(r.mutex);
         auto it = r.types.find(typeCode);
         if (it != r.types.end()) creator = it->second.creator;
@@ -295,6 +307,11 @@ void writeValueText(iByteOutputStream& out, const WString& text) {
     if (text.length() >= UINT32_MAX)
         throw Exception("Value", "serialize", u"Text too long to write: %d units", text.length());
     writeUInt32LE(out, uint32_t(text.length() + 1));
+    if constexpr (std::endian::native == std::endian::little) {
+        // The units in memory are the bytes of the stream already.
+        if (!text.isEmpty()) out.write(text.view().data(), text.length() * 2);
+        return;
+    }
     // Bounded chunks: the text may be long and the stream has no scratch space.
     uint8_t buf[1024];
     size_t pos = 0;
@@ -314,13 +331,19 @@ WString readValueText(iByteInputStream& in, const char* className) {
     if (n == 0) return WString();
     std::u16string text;
     // The length comes from the stream: grow with what actually arrives rather
-    // than trusting it with one allocation.
+    // than trusting it with one allocation. The units go straight into the
+    // text's own room, a kilobyte at a time (a short stream's message names
+    // that chunk).
     size_t left = size_t(n) - 1;
-    uint8_t buf[1024];
+    constexpr size_t kChunkUnits = 512;
     while (left) {
-        size_t units = std::min(left, sizeof buf / 2);
-        in.readExactly(buf, units * 2, className);
-        for (size_t i = 0; i < units; ++i) text.push_back(wchar(loadLE<uint16_t>(buf + 2 * i)));
+        const size_t units = std::min(left, kChunkUnits);
+        const size_t at = text.size();
+        text.resize(at + units);
+        auto* bytes = reinterpret_cast<uint8_t*>(text.data() + at);
+        in.readExactly(bytes, units * 2, className);
+        if constexpr (std::endian::native != std::endian::little)
+            for (size_t i = 0; i < units; ++i) text[at + i] = wchar(loadLE<uint16_t>(bytes + 2 * i));
         left -= units;
     }
     return WString(std::move(text));

@@ -132,6 +132,9 @@ std::vector<Ptr<Value>> everyClass() {
     add(new StringValue());
     add(new StringValue(WString::empty()));
     add(new StringValue(WString(std::u16string(u"text\xD800"))));  // a lone surrogate survives
+    std::u16string longText;  // read in chunks of 512 units
+    for (int i = 0; i < 1100; ++i) longText += char16_t(i % 3 ? u'a' + i % 26 : 0xD7FF + i);
+    add(new StringValue(WString(longText)));
     add(new IntegerValue(std::numeric_limits<int32_t>::min()));
     add(new DoubleValue(-0.0));
     add(new DoubleValue(std::numeric_limits<double>::quiet_NaN()));
@@ -286,6 +289,16 @@ TEST(Value, StrictAndLenientReading) {
 TEST(Value, FactoryKnowsCodesAndTags) {
     EXPECT_THROW_MSG(Value::create(999, true), Exception, "Unknown value type code 999");
     EXPECT_THROW_MSG(Value::create(-1, false), Exception, "Unknown value type code -1");
+    // Small codes are looked up in a table, others in the registry's map: both
+    // ends of the table, and a code registered on either side of it.
+    EXPECT_THROW_MSG(Value::create(63, true), Exception, "Unknown value type code 63");
+    EXPECT_THROW_MSG(Value::create(64, true), Exception, "Unknown value type code 64");
+    for (int code : {41, 4241}) {
+        Value::registerType(code, "Norvatek.ByteValue", []() -> Value* { return new ByteValue(7); });
+        Ptr<Value> made = Value::make(code, false);
+        EXPECT_EQ(&made->getClass(), &ByteValue::Tag);
+        EXPECT_FALSE(made->isStrictReading());
+    }
     EXPECT_STREQ(Value::classTagOf(VT_Bitset), "Norvatek.BitsetValue");
     EXPECT_EQ(Value::classTagOf(12345), nullptr);
     Ptr<Value> v = Value::makeByTag("Norvatek.IntegerValue");
