@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstring>
 
 #include "nvk/platform/Exception.h"
 #include "nvk/platform/ByteOrder.h"
@@ -189,6 +190,10 @@ void writeWideString(iByteOutputStream& out, const WString& s) {
         } else {
             // Each unit as its own sequence: a surrogate too, unpaired.
             flushIfFull(3);
+            if (u < 0x80) {
+                buf[used++] = uint8_t(u);
+                continue;
+            }
             char* at = reinterpret_cast<char*>(buf + used);
             used += size_t(tovan::putUtf8(at, u) - at);
         }
@@ -236,21 +241,28 @@ WString readWideString(iByteInputStream& in) {
 
 // ---- narrow string ------------------------------------------------------------------
 
+namespace {
+
+void writeNarrowBytes(iByteOutputStream& out, const char* s, size_t size) {
+    // As for wide strings: a wrapped length could not be read back.
+    if (size >= size_t(INT32_MAX))
+        throw Exception(kClass, "writeNarrowString", u"String of %d bytes is too long to write", size);
+    writeCompactInt(out, int32_t(size + 1));
+    if (size) out.write(s, size);
+}
+
+}  // namespace
+
 void writeNarrowString(iByteOutputStream& out, const char* s) {
+    // Every child's class tag goes through here: written from where it is.
     if (!s) {
         writeCompactInt(out, 0);
         return;
     }
-    writeNarrowString(out, std::string(s));
+    writeNarrowBytes(out, s, std::strlen(s));
 }
 
-void writeNarrowString(iByteOutputStream& out, const std::string& s) {
-    // As for wide strings: a wrapped length could not be read back.
-    if (s.size() >= size_t(INT32_MAX))
-        throw Exception(kClass, "writeNarrowString", u"String of %d bytes is too long to write", s.size());
-    writeCompactInt(out, int32_t(s.size() + 1));
-    if (!s.empty()) out.write(s.data(), s.size());
-}
+void writeNarrowString(iByteOutputStream& out, const std::string& s) { writeNarrowBytes(out, s.data(), s.size()); }
 
 std::string readNarrowString(iByteInputStream& in) {
     std::string s;
