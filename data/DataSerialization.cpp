@@ -199,7 +199,15 @@ void CProperty::serialize(iByteOutputStream& out) const {
 
 void CProperty::deserialize(iByteInputStream& in) {
     checkStreamVersion(in.getVersion(), "CProperty", "deserialize");
-    SetName(readWideString(in));
+    // A property read into a collection's storage has none yet: its name is
+    // this thread's block for the text, read into a buffer kept per thread
+    // rather than into a string of its own.
+    if (collection()) {
+        SetName(readWideString(in));
+    } else {
+        thread_local std::u16string name;
+        setNameUnchecked(readWideString(in, name) ? SharedName::cached(std::u16string_view(name)) : SharedName());
+    }
     readValue(in);
     MetaDataFlags flags = 0;
     CPropertyCollection* meta = metaData();

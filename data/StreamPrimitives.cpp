@@ -201,42 +201,69 @@ void writeWideString(iByteOutputStream& out, const WString& s) {
     if (used) out.write(buf, used);
 }
 
-WString readWideString(iByteInputStream& in) {
-    const int version = in.getVersion();
+namespace {
+
+/// Units `from` to `to` of a string of `len` units, as the stream's version carries them.
+void readUnits(iByteInputStream& in, int version, char16_t* dest, int from, int to, int len) {
+    if (version == 1) {
+        readUtf16Units(in, dest, from, to, len);
+        return;
+    }
+    // Names and texts are mostly ASCII: a byte each, read inline.
+    for (int i = from; i < to; ++i) {
+        uint8_t h;
+        if (!in.readByte(h))
+            throw Exception(kClass, "readWideString", u"EOF reading byte %d in string of length %d", i + 1, len);
+        dest[i] = h < 0x80 ? char16_t(h) : readUtf8UnitAfter(in, h);
+    }
+}
+
+/// The length header: -1 for the null string, else the number of units.
+int readWideLength(iByteInputStream& in, int version) {
     checkStreamVersion(version, kClass, "readWideString");
-    int32_t n = readCompactInt(in);
-    if (n == 0) return WString();
+    const int32_t n = readCompactInt(in);
     // n - 1 units of a negative n would be read past any buffer.
     if (n < 0) throw Exception(kClass, "readWideString", u"Invalid string length %d", n);
-    if (n == 1) return WString::empty();
-    const int len = n - 1;
+    return n - 1;
+}
 
-    auto readUnits = [&](char16_t* dest, int from, int to) {
-        if (version == 1) {
-            readUtf16Units(in, dest, from, to, len);
-            return;
-        }
-        // Names and texts are mostly ASCII: a byte each, read inline.
-        for (int i = from; i < to; ++i) {
-            uint8_t h;
-            if (!in.readByte(h))
-                throw Exception(kClass, "readWideString", u"EOF reading byte %d in string of length %d", i + 1, len);
-            dest[i] = h < 0x80 ? char16_t(h) : readUtf8UnitAfter(in, h);
-        }
-    };
+/// `len` units into `text`, which grows with the bytes that actually arrive.
+void readUnitsGrowing(iByteInputStream& in, int version, int len, std::u16string& text) {
+    text.clear();
+    for (int done = 0; done < len;) {
+        const int chunk = int(std::min<size_t>(size_t(len - done), kHeapStep));
+        text.resize(size_t(done + chunk));
+        readUnits(in, version, text.data(), done, done + chunk, len);
+        done += chunk;
+    }
+}
+
+}  // namespace
+
+WString readWideString(iByteInputStream& in) {
+    const int version = in.getVersion();
+    const int len = readWideLength(in, version);
+    if (len < 0) return WString();
+    if (len == 0) return WString::empty();
     if (len < kFixedStringBuffer) {
         char16_t fixed[kFixedStringBuffer];
-        readUnits(fixed, 0, len);
+        readUnits(in, version, fixed, 0, len, len);
         return WString(fixed, size_t(len));
     }
     std::u16string heap;
-    for (int done = 0; done < len;) {
-        int chunk = int(std::min<size_t>(size_t(len - done), kHeapStep));
-        heap.resize(size_t(done + chunk));
-        readUnits(heap.data(), done, done + chunk);
-        done += chunk;
-    }
+    readUnitsGrowing(in, version, len, heap);
     return WString(std::move(heap));
+}
+
+bool readWideString(iByteInputStream& in, std::u16string& text) {
+    const int version = in.getVersion();
+    const int len = readWideLength(in, version);
+    if (len < 0) {
+        text.clear();
+        return false;
+    }
+    readUnitsGrowing(in, version, len, text);
+    return true;
 }
 
 // ---- narrow string ------------------------------------------------------------------

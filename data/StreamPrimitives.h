@@ -48,6 +48,9 @@ NVK_EXPORT bool readBool(tovan::iByteInputStream& in);
 
 NVK_EXPORT void writeWideString(tovan::iByteOutputStream& out, const tovan::WString& s);
 NVK_EXPORT tovan::WString readWideString(tovan::iByteInputStream& in);
+/// The same into `text`, whose room is kept from one call to the next; false
+/// (and `text` empty) for the null string.
+NVK_EXPORT bool readWideString(tovan::iByteInputStream& in, std::u16string& text);
 
 /// `s` null writes "none" (0).
 NVK_EXPORT void writeNarrowString(tovan::iByteOutputStream& out, const char* s);

@@ -23,9 +23,29 @@ Bytes wideBytes(const WString& s, int version) {
     return out.bytes();
 }
 
+// Reads with both readers, which must agree on the text, on null and on the
+// failure; the buffer starts out holding text of an earlier read.
 WString readWide(const Bytes& b, int version) {
-    MemoryInputStream in(b, version);
-    return nvk::readWideString(in);
+    MemoryInputStream in(b, version), again(b, version);
+    std::u16string buffer = u"earlier text";
+    std::string bufferFailure;
+    bool present = false;
+    try {
+        present = nvk::readWideString(again, buffer);
+    } catch (const Exception& e) {
+        bufferFailure = e.what();
+    }
+    try {
+        WString s = nvk::readWideString(in);
+        EXPECT_EQ(bufferFailure, "");
+        EXPECT_EQ(present, !s.isNull());
+        EXPECT_EQ(std::u16string_view(buffer), s.view());
+        EXPECT_EQ(again.remaining(), in.remaining());
+        return s;
+    } catch (const Exception& e) {
+        EXPECT_EQ(bufferFailure, e.what());
+        throw;
+    }
 }
 
 }  // namespace
