@@ -1,6 +1,10 @@
 #pragma once
 // Per-class object pools and leak detectors.
+#include <algorithm>
 #include <atomic>
+#include <cstdint>
+#include <cstdlib>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -77,6 +81,7 @@ public:
 
     T* newInstance() {
         T* obj = nullptr;
+        void* room = nullptr;
         {
             AutoCriticalSection lock(lock_);
             if (!free_.empty()) {
@@ -89,6 +94,8 @@ public:
                     __builtin_prefetch(next, 1);
                     __builtin_prefetch(next + 64, 1);
                 }
+            } else if constexpr (kSlabbed) {
+                room = carve();
             }
             count(+1);
         }
@@ -96,9 +103,10 @@ public:
             obj->onActivate();
         } else {
             try {
-                obj = new T();
+                obj = room ? new (room) T() : new T();
             } catch (...) {
                 AutoCriticalSection lock(lock_);
+                if (room) dropFromSlab(slabOf(room));
                 count(-1);
                 throw;
             }
@@ -142,7 +150,7 @@ public:
             }
             count(-1);
         }
-        if (!keep) delete obj;
+        if (!keep) destroy(obj);
     }
 
     /// Pooling on or off; switching it off empties the free list.
@@ -167,17 +175,89 @@ public:
     }
     LeakDetector& leakDetector() { return detector_; }
 
-    /// Destroys every object on the free list.
+    /// Destroys every object on the free list, and frees each slab left
+    /// without objects.
     void purge() {
         std::vector<T*> doomed;
         {
             AutoCriticalSection lock(lock_);
             doomed.swap(free_);
         }
-        for (T* obj : doomed) delete obj;
+        for (T* obj : doomed) destroy(obj);
+    }
+    /// Slabs held (each SlabBytes), for tests and measurements.
+    size_t getSlabCount() {
+        AutoCriticalSection lock(lock_);
+        return slabs_.size();
     }
 
+    /// Objects are carved out of slabs of this size, so that an object costs
+    /// its own size (no heap header, no rounding) and objects made one after
+    /// another lie side by side. A class too large for a slab to hold a few
+    /// dozen is allocated one by one.
+    static constexpr size_t SlabBytes = 64 * 1024;
+
 private:
+    struct Slab {
+        size_t objects;  // carved and not destroyed: handed out or on the free list
+    };
+    static constexpr size_t kFirstObject = (sizeof(Slab) + alignof(T) - 1) / alignof(T) * alignof(T);
+    static constexpr size_t kPerSlab = (SlabBytes - kFirstObject) / sizeof(T);
+    static constexpr bool kSlabbed = kPerSlab >= 32 && alignof(T) <= alignof(std::max_align_t);
+
+    /// Room for one object, under the lock.
+    void* carve() {
+        if (next_ == end_) {
+            slabs_.reserve(slabs_.size() + 1);  // so that the insert below cannot fail
+            // A plain heap block: an aligned one (to find the slab from the
+            // address) cost a heap split per slab and made building slower.
+            auto* slab = static_cast<Slab*>(std::malloc(SlabBytes));
+            if (!slab) throw std::bad_alloc();
+            slab->objects = 0;
+            slabs_.insert(std::upper_bound(slabs_.begin(), slabs_.end(), slab), slab);
+            next_ = reinterpret_cast<char*>(slab) + kFirstObject;
+            end_ = next_ + kPerSlab * sizeof(T);
+            current_ = slab;
+        }
+        void* room = next_;
+        next_ += sizeof(T);
+        ++current_->objects;
+        return room;
+    }
+    /// The slab holding `obj`, or null for an object made elsewhere (a copy
+    /// made with new and then released); under the lock, and only on the rare
+    /// paths that destroy objects.
+    Slab* slabOf(const void* obj) const {
+        auto* p = static_cast<const char*>(obj);
+        auto it = std::upper_bound(slabs_.begin(), slabs_.end(), p,
+                                   [](const char* a, Slab* b) { return a < reinterpret_cast<const char*>(b); });
+        if (it == slabs_.begin()) return nullptr;
+        Slab* slab = *--it;
+        return p < reinterpret_cast<const char*>(slab) + SlabBytes ? slab : nullptr;
+    }
+    /// One object of `slab` gone, under the lock; the slab goes with its last.
+    void dropFromSlab(Slab* slab) {
+        if (--slab->objects != 0) return;
+        if (slab == current_) next_ = end_ = nullptr, current_ = nullptr;
+        slabs_.erase(std::lower_bound(slabs_.begin(), slabs_.end(), slab));
+        std::free(slab);
+    }
+    /// Ends an object the pool does not keep.
+    void destroy(T* obj) {
+        if constexpr (kSlabbed) {
+            obj->~T();  // runs outside the lock, like the hooks, for the same reason
+            AutoCriticalSection lock(lock_);
+            if (Slab* slab = slabOf(obj)) {
+                dropFromSlab(slab);
+                return;
+            }
+        } else {
+            delete obj;
+            return;
+        }
+        ::operator delete(obj);
+    }
+
     const char* className_;
     mutable CriticalSection lock_;
     std::vector<T*> free_;
@@ -190,6 +270,10 @@ private:
         outstanding_.store(outstanding_.load(std::memory_order_relaxed) + delta, std::memory_order_relaxed);
     }
     LeakDetector detector_;
+    std::vector<Slab*> slabs_;  // by address, to tell a slab's object from one made elsewhere
+    Slab* current_ = nullptr;    // the newest slab, and its unused part
+    char* next_ = nullptr;
+    char* end_ = nullptr;
 };
 
 }  // namespace tovan

@@ -171,6 +171,33 @@ TEST(Pool, RecyclesCountsAndKeepsToItsCapacity) {
     pool.setEnabled(true);
 }
 
+TEST(Pool, CarvesObjectsOutOfSlabsAndFreesASlabWithItsLastObject) {
+    auto& pool = Widget::pool();
+    pool.purge();
+    ASSERT_EQ(pool.getSlabCount(), 0u);
+    const size_t perSlab = ObjectPool<Widget>::SlabBytes / sizeof(Widget);
+    std::vector<Widget*> made;
+    for (size_t i = 0; i < perSlab + 2; ++i) made.push_back(pool.allocate());
+    EXPECT_EQ(pool.getSlabCount(), 2u);
+    // Made one after another, side by side: an object costs its size.
+    EXPECT_EQ(reinterpret_cast<char*>(made[1]) - reinterpret_cast<char*>(made[0]), std::ptrdiff_t(sizeof(Widget)));
+
+    for (size_t i = 1; i < made.size(); ++i) ObjectPool<Widget>::deallocate(made[i]);
+    pool.purge();
+    EXPECT_EQ(pool.getSlabCount(), 1u);  // the first slab still holds made[0]
+    ObjectPool<Widget>::deallocate(made[0]);
+    EXPECT_EQ(pool.getSlabCount(), 1u);  // on the free list, still an object of its slab
+    pool.purge();
+    EXPECT_EQ(pool.getSlabCount(), 0u);
+    EXPECT_EQ(pool.getOutstanding(), 0);
+
+    // Pooling off: each object is destroyed at once, and its slab with it.
+    pool.setEnabled(false);
+    ObjectPool<Widget>::deallocate(pool.allocate());
+    EXPECT_EQ(pool.getSlabCount(), 0u);
+    pool.setEnabled(true);
+}
+
 TEST(Pool, HooksRunWithoutThePoolsLock) {
     // Returning a node releases its collection, the collection its storage, the storage its
     // properties: with each pool's lock held through its hook, two threads tearing down trees
