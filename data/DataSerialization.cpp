@@ -119,7 +119,7 @@ struct WriteDepthGuard {
 // ---- name block -------------------------------------------------------------------
 
 void cppNodeQName::serialize(iByteOutputStream& out) const {
-    writeWideString(out, qname_);
+    writeWideString(out, qname_.text());
     writeWideString(out, parts_ ? parts_->localName : tovan::WString());
     writeWideString(out, parts_ ? parts_->uriName : tovan::WString());
 }
@@ -128,7 +128,7 @@ void cppNodeQName::deserialize(iByteInputStream& in) {
     tovan::WString qname = readWideString(in);
     tovan::WString localName = readWideString(in);
     tovan::WString uriName = readWideString(in);
-    qname_ = std::move(qname);
+    qname_ = SharedName::cached(qname);
     if (localName.isNull() && uriName.isNull()) {
         parts_.reset();
     } else {

@@ -27,33 +27,40 @@ cppNodeQName::Parts& cppNodeQName::parts() const {
 void cppNodeQName::splitIfNeeded() const {
     if ((parts_ && !parts_->localName.isEmpty()) || qname_.isNull()) return;
     Parts& p = parts();
-    size_t colon = qname_.find(u':');
+    const WString& qname = qname_.text();
+    size_t colon = qname.find(u':');
     if (colon == WString::std_type::npos) {
-        p.localName = qname_;
+        p.localName = qname;
         p.uriName.setNull();
     } else {
-        p.localName = qname_.substr(colon + 1);
+        p.localName = qname.substr(colon + 1);
         if (colon == 0)
             p.uriName.setNull();
         else
-            p.uriName = qname_.substr(0, colon);
+            p.uriName = qname.substr(0, colon);
     }
 }
 
 const WString& cppNodeQName::getQName() const {
     if (qname_.isNull() && parts_ && !parts_->localName.isNull()) {
         if (parts_->uriName.isEmpty()) {
-            qname_ = parts_->localName;
+            qname_ = SharedName(parts_->localName);
         } else {
-            qname_ = parts_->uriName;
-            qname_.append(u':').append(parts_->localName.view());
+            WString joined = parts_->uriName;
+            joined.append(u':').append(parts_->localName.view());
+            qname_ = SharedName(joined);
         }
     }
-    return qname_;
+    return qname_.text();
 }
 
 void cppNodeQName::setName(const WString& qname) {
-    qname_ = qname;
+    qname_ = SharedName::cached(qname);
+    parts_.reset();
+}
+
+void cppNodeQName::setName(SharedName qname) {
+    qname_ = std::move(qname);
     parts_.reset();
 }
 
@@ -70,17 +77,17 @@ const WString& cppNodeQName::getUriName() const {
 void cppNodeQName::setLocalName(const WString& localName) {
     splitIfNeeded();
     parts().localName = localName;
-    qname_.setNull();
+    qname_ = SharedName();
 }
 
 void cppNodeQName::setUriName(const WString& uriName) {
     splitIfNeeded();
     parts().uriName = uriName;
-    qname_.setNull();
+    qname_ = SharedName();
 }
 
 void cppNodeQName::clear() {
-    qname_.setNull();
+    qname_ = SharedName();
     parts_.reset();
 }
 

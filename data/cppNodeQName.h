@@ -3,6 +3,7 @@
 // split off lazily.
 #include <memory>
 
+#include "nvk/data/SharedName.h"
 #include "nvk/platform/ByteStream.h"
 #include "nvk/platform/Export.h"
 #include "nvk/platform/String.h"
@@ -10,6 +11,8 @@
 namespace nvk {
 
 /// The name as set (`qname`) plus its local part and prefix (`uriName`).
+/// The name is a shared name block: the nodes of a tree mostly repeat a few
+/// names, and each then costs 8 bytes instead of a string of its own.
 ///
 /// The parts are split off on first demand: `getLocalName`, `getUriName`
 /// (and the node's `getNamePrefix`) split `qname` when the local part is
@@ -19,14 +22,17 @@ namespace nvk {
 class NVK_EXPORT cppNodeQName {
 public:
     cppNodeQName() = default;
-    explicit cppNodeQName(tovan::WString qname) : qname_(std::move(qname)) {}
+    explicit cppNodeQName(const tovan::WString& qname) : qname_(SharedName::cached(qname)) {}
     cppNodeQName(const cppNodeQName& other);
     cppNodeQName& operator=(const cppNodeQName& other);
 
     /// The qualified name; rebuilt as "prefix:local" (or "local") when only
     /// the parts are set. Null when nothing is set.
     const tovan::WString& getQName() const;
+    /// Takes the block from the calling thread's table of recent names.
     void setName(const tovan::WString& qname);
+    /// For readers that keep their own dictionary of names.
+    void setName(SharedName qname);
 
     /// The text after the first ":", or the whole name when it has none.
     const tovan::WString& getLocalName() const;
@@ -53,7 +59,7 @@ private:
     void splitIfNeeded() const;
     Parts& parts() const;
 
-    mutable tovan::WString qname_;
+    mutable SharedName qname_;
     mutable std::unique_ptr<Parts> parts_;  // null: both parts null
 };
 
