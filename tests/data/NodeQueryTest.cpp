@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <thread>
 
 #include "nvk/data/CBaseNode.h"
 #include "nvk/platform/ReferenceSet.h"
@@ -178,6 +179,23 @@ TEST_F(NodeQueryTest, QueriesSeeTheTreeAsItIsNow) {
     WString name;
     EXPECT_TRUE(root_->query(u"name()", 0, name));
     EXPECT_EQ(utf8(name), "order");
+}
+
+TEST_F(NodeQueryTest, ThreadsQueryingAFreshNodeAtOnceShareOneLockAndEvaluator) {
+    // The lock and the evaluator are made by the first query; two first queries at once
+    // must not each make their own (a lost one leaks, a replaced one is freed in use).
+    for (int round = 0; round < 100; ++round) {
+        NodePtr fresh = node(u"order");
+        child(*fresh, u"line");
+        child(*fresh, u"line");
+        int counts[2] = {-1, -1};
+        std::thread a([&] { fresh->query(u"count(line)", 0, counts[0]); });
+        std::thread b([&] { fresh->query(u"count(line)", 0, counts[1]); });
+        a.join();
+        b.join();
+        ASSERT_EQ(counts[0], 2);
+        ASSERT_EQ(counts[1], 2);
+    }
 }
 
 TEST_F(NodeQueryTest, HierarchicalPropertyNamesResolveThroughPaths) {
