@@ -54,7 +54,7 @@ public:
     /// Version, property class (1 = default, or 0 and its tag), count, then
     /// each property in order (holes squeezed out first).
     void serialize(tovan::iByteOutputStream& out) const;
-    /// Clears first. A name met twice is kept twice (the record is taken as written).
+    /// Clears first. A name met twice is kept twice (the record is kept as it came).
     void deserialize(tovan::iByteInputStream& in);
     /// The same record holding only the named properties, in the order of
     /// `names`; an absent one raises "Unable to find property '%ls'" before
