@@ -96,12 +96,15 @@ private:
 template <class Out>
 class SubtreeText {
 public:
-    SubtreeText(Out& out, bool strict) : out_(out), strict_(strict) {}
+    /// `levels`: how many levels of nodes the writer may still nest; a
+    /// deeper subtree gives up, for the calls to refuse.
+    SubtreeText(Out& out, bool strict, int levels) : out_(out), strict_(strict), levels_(levels) {}
 
     /// The node as appendNode writes it inside a container, from its "{" to
     /// its "}"; false when it gave up (`out` then holds a part).
     bool node(const tovan::iNode* node, bool newLineAfter, bool withChildren, bool childrenAsList) {
-        if (typeid(*node) != typeid(CBaseNode)) return false;
+        if (typeid(*node) != typeid(CBaseNode) || depth_ == levels_) return false;
+        ++depth_;
         const auto* own = static_cast<const CBaseNode*>(node);
         ahead_.visit(own);  // the nodes to come are most likely in memory after this one
         out_ += Char('{');
@@ -132,6 +135,7 @@ public:
             }
         }
         out_ += Char('}');
+        --depth_;
         return true;
     }
 
@@ -414,6 +418,8 @@ private:
 
     Out& out_;
     bool strict_;
+    const int levels_;
+    int depth_ = 0;
     tovan::MemoryAhead ahead_;
     std::vector<const void*> chain_;  // fetchChildren's links of one kind
 };
@@ -435,6 +441,12 @@ namespace {
 // deeper than its limit: a tree whose text would nest deeper, counting the
 // writer's open containers, is refused whole before a byte is written. Each
 // node below the first takes two levels, the member's array and its object.
+int nestingLevels(const CJsonWriter& w, bool withChildren) {
+    const int room = cajun::json::Parser::kMaxDepth - int(w.getDepth());
+    if (room < 1) return 0;
+    return withChildren ? (room + 1) / 2 : 1;
+}
+
 void checkNesting(const CJsonWriter& w, const tovan::iNode* node, bool withChildren) {
     if (!node) return;
     const int limit = cajun::json::Parser::kMaxDepth;
@@ -451,18 +463,20 @@ void checkNesting(const CJsonWriter& w, const tovan::iNode* node, bool withChild
 
 void AppendElementToArray(CJsonWriter& w, const tovan::iNode* node, bool newLineAfter, bool withChildren,
                           bool childrenAsList) {
-    checkNesting(w, node, withChildren);
-    CJsonWriter::Batch batch(w);
     // A node inside a container whose subtree the text builder covers goes
     // out as one value (its text holds no zero unit: escaping spells those).
-    if (node && (w.getMode() == CJsonWriter::ModeArray || w.getMode() == CJsonWriter::ModeKey)) {
+    // The builder keeps to the nesting limit itself, which spares a walk of
+    // the whole tree ahead of it; a tree too deep falls to the check below.
+    const int levels = nestingLevels(w, withChildren);
+    if (node && levels > 0 && (w.getMode() == CJsonWriter::ModeArray || w.getMode() == CJsonWriter::ModeKey)) {
+        CJsonWriter::Batch batch(w);
         const bool strict = w.getDecimalPlaceStrictness();
         const bool built = w.sinkTakesUtf8() ? w.tryValueUtf8([&](std::string& out) {
             Utf8Out text(out);
-            return SubtreeText<Utf8Out>(text, strict).node(node, newLineAfter, withChildren, childrenAsList);
+            return SubtreeText<Utf8Out>(text, strict, levels).node(node, newLineAfter, withChildren, childrenAsList);
         })
                                              : w.tryValue([&](std::u16string& out) {
-                                                   return SubtreeText<std::u16string>(out, strict)
+                                                   return SubtreeText<std::u16string>(out, strict, levels)
                                                        .node(node, newLineAfter, withChildren, childrenAsList);
                                                });
         if (built) {
@@ -471,6 +485,8 @@ void AppendElementToArray(CJsonWriter& w, const tovan::iNode* node, bool newLine
             return;
         }
     }
+    checkNesting(w, node, withChildren);
+    CJsonWriter::Batch batch(w);
     detail::appendNode(w, node, newLineAfter, withChildren, childrenAsList);
     batch.finish();
 }
