@@ -53,11 +53,16 @@ public:
         std::memcpy(at_, text, n);
         at_ += n;
     }
-    /// Up to 24 bytes, from where 24 can be read.
-    void appendShort(const char* text, size_t n) {
-        room(24);
-        std::memcpy(at_, text, 24);
-        at_ += n;
+    // Numbers are formatted in place: digits stored a byte at a time and
+    // then copied as a block stall the copy until the stores are done.
+    void integer(long n) {
+        room(tovan::kIntegerTextMax);
+        at_ = tovan::putInteger(at_, n);
+    }
+    /// A finite number's text, as doubleToString's option 1 has it.
+    void finite(double d) {
+        room(tovan::kDoubleTextMax);
+        at_ += tovan::util::doubleToString(d, at_, tovan::kDoubleTextMax, 1);
     }
     void escape(std::u16string_view text) {
         room(6 * text.size() + 2);
@@ -291,25 +296,22 @@ private:
                 CJsonWriter::AppendDouble(d, strict_, out_);
             return;
         }
-        char text[tovan::kDoubleTextMax];
-        const size_t n = tovan::util::doubleToString(d, text, sizeof text, 1);
         if constexpr (std::is_same_v<Char, char>) {
-            out_.append(text, n);
+            out_.finite(d);
         } else {
-            Char wide[tovan::kDoubleTextMax];
-            for (size_t i = 0; i < n; ++i) wide[i] = Char(text[i]);
-            out_.append(wide, n);
+            Char text[tovan::kDoubleTextMax];
+            out_.append(text, tovan::util::doubleToString(d, text, tovan::kDoubleTextMax, 1));
         }
     }
 
     // Integers are most of the values of many records.
     void digits(long n) {
-        Char text[tovan::kIntegerTextMax];
-        const Char* end = tovan::putInteger(text, n);
-        if constexpr (std::is_same_v<Char, char>)
-            out_.appendShort(text, size_t(end - text));
-        else
-            out_.append(text, size_t(end - text));
+        if constexpr (std::is_same_v<Char, char>) {
+            out_.integer(n);
+        } else {
+            Char text[tovan::kIntegerTextMax];
+            out_.append(text, size_t(tovan::putInteger(text, n) - text));
+        }
     }
 
     // As writeValue, for the kinds records hold.
