@@ -68,6 +68,39 @@ public:
         room(6 * text.size() + 2);
         at_ = CJsonWriter::escapeUtf8(text, at_);
     }
+
+    // Records repeat a few names many times, and names are shared blocks:
+    // one text's address stands for its escaped form for as long as the
+    // tree being written is not changed, that is for one builder's life.
+    struct KeyCache {
+        struct Entry {
+            const char16_t* text = nullptr;
+            size_t size = 0;
+            unsigned char length = 0;
+            char bytes[31];  // quoted, escaped, with the ":"
+        };
+        Entry entries[64];
+    };
+    /// The quoted, escaped name and its ":".
+    void key(std::u16string_view name, KeyCache& cache) {
+        KeyCache::Entry& e = cache.entries[(reinterpret_cast<uintptr_t>(name.data()) >> 4) & 63];
+        room(sizeof e.bytes);
+        if (e.text == name.data() && e.size == name.size()) {
+            std::memcpy(at_, e.bytes, sizeof e.bytes);
+            at_ += e.length;
+            return;
+        }
+        const size_t from = size_t(at_ - text_.data());
+        escape(name);
+        *this += ':';
+        const size_t length = size_t(at_ - text_.data()) - from;
+        if (length <= sizeof e.bytes) {
+            std::memcpy(e.bytes, text_.data() + from, length);
+            e.text = name.data();
+            e.size = name.size();
+            e.length = static_cast<unsigned char>(length);
+        }
+    }
     void number(double d, bool strict) {
         std::string text;
         CJsonWriter::AppendDouble(d, strict, text);
@@ -222,8 +255,12 @@ private:
         if (name.isEmpty()) return false;  // the writer refuses it
         if (!first) out_ += Char(',');
         first = false;
-        escape(name.view());
-        out_ += Char(':');
+        if constexpr (std::is_same_v<Char, char>) {
+            out_.key(name.view(), keys_);
+        } else {
+            escape(name.view());
+            out_ += Char(':');
+        }
         return true;
     }
 
@@ -422,6 +459,8 @@ private:
     bool strict_;
     const int levels_;
     int depth_ = 0;
+    struct NoKeys {};
+    [[no_unique_address]] std::conditional_t<std::is_same_v<Char, char>, typename Utf8Out::KeyCache, NoKeys> keys_;
     tovan::MemoryAhead ahead_;
     std::vector<const void*> chain_;  // fetchChildren's links of one kind
 };

@@ -164,6 +164,10 @@ TEST(JsonRoundTrip, GeneratedDocuments) {
         expectRoundTrip(g.document(), "seed " + std::to_string(seed));
         if (HasFailure()) break;
     }
+    // Names that come back in a record's children, escaped and long, whose text the tree writer keeps.
+    expectRoundTrip(uR"({"r":[{"a\u2028</b":1,"a_name_longer_than_thirty_one_bytes":[2],"\u00e9":3},)"
+                    uR"({"a\u2028</b":4,"a_name_longer_than_thirty_one_bytes":[5],"\u00e9":6}]})",
+                    "repeated names");
 }
 
 TEST(JsonRoundTrip, ThroughAFileWithTheSameText) {
