@@ -381,7 +381,10 @@ void CNodeImplBase::AssignFrom(const iNode& source, bool deep) {
         EnsurePropCollectionExists().assignFrom(sp, true);
     else if (properties_)
         properties_->removeAll();
-    name_.setName(source.getName());
+    if (auto* s = dynamic_cast<const CNodeImplBase*>(&source))
+        name_.shareName(s->name_);
+    else
+        name_.setName(source.getName());
     if (deep) {
         RemoveAllChildren();
         children_.reserve(copies.size());

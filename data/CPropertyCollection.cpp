@@ -282,8 +282,10 @@ void CPropertyCollection::reorderProperty(int from, int to) {
 // ---- copying between collections ------------------------------------------------------
 
 Ptr<CProperty> CPropertyCollection::copyOf(const iProperty& source, bool copyValue) const {
-    // Named below: from the source's block, or through SetName.
-    Ptr<CProperty> p = MakeNewPropertyWithCopiedValue(WString(), nullptr);
+    // Named below, from the source's block or through SetName: naming it here
+    // as well would look the empty name up once per property copied.
+    Ptr<CProperty> p = GetPropertyClass() ? MakeNewPropertyWithCopiedValue(WString(), nullptr)
+                                          : Ptr<CProperty>(CProperty::newInstance());
     if (auto* cp = dynamic_cast<const CProperty*>(&source)) {
         p->assignFrom(*cp, copyValue);
         return p;

@@ -70,7 +70,9 @@ tovan::Object* CPropertyCollectionData::clone() const {
         for (size_t i = 0; i < size_; ++i) {
             const CProperty* p = slots_[i];
             if (!p) continue;
-            Ptr<CProperty> q = MakeNewPropertyWithCopiedValue(WString(), nullptr);
+            // assignFrom names it: no empty name looked up first.
+            Ptr<CProperty> q = GetPropertyClass() ? MakeNewPropertyWithCopiedValue(WString(), nullptr)
+                                                  : Ptr<CProperty>(CProperty::newInstance());
             q->assignFrom(*p, true);
             copy->AddProperty(q.get());
         }

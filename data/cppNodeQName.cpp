@@ -64,6 +64,16 @@ void cppNodeQName::setName(SharedName qname) {
     parts_.reset();
 }
 
+void cppNodeQName::shareName(const cppNodeQName& other) {
+    const WString& text = other.getQName();  // makes other's block when only its parts are set
+    if (other.qname_.isNull()) {
+        setName(text);
+        return;
+    }
+    qname_ = other.qname_;
+    parts_.reset();
+}
+
 const WString& cppNodeQName::getLocalName() const {
     splitIfNeeded();
     return parts_ ? parts_->localName : s_nullName;

@@ -33,6 +33,9 @@ public:
     void setName(const tovan::WString& qname);
     /// For readers that keep their own dictionary of names.
     void setName(SharedName qname);
+    /// As setName(other.getQName()), sharing other's block instead of looking
+    /// the text up again (a copied tree repeats every name it copies).
+    void shareName(const cppNodeQName& other);
 
     /// The text after the first ":", or the whole name when it has none.
     const tovan::WString& getLocalName() const;
