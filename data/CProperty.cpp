@@ -26,6 +26,7 @@ tovan::ObjectPool<CProperty>& CProperty::pool() {
 
 CProperty* CProperty::newInstance() { return pool().newInstance(); }
 CProperty* CProperty::allocate() { return pool().allocate(); }
+void CProperty::newInstances(CProperty** out, size_t n) { pool().newInstances(out, n); }
 
 CProperty* CProperty::allocateCopy(const CProperty& source) {
     tovan::Ptr<CProperty> p = tovan::Ptr<CProperty>(newInstance());

@@ -45,6 +45,8 @@ public:
     static CProperty* newInstance();
     /// As newInstance, carrying one reference for the caller.
     static CProperty* allocate();
+    /// `n` new instances (as newInstance) for one turn of the pool's lock.
+    static void newInstances(CProperty** out, size_t n);
     /// A copy of `source` (name, flags, metadata, value copied) with one reference.
     static CProperty* allocateCopy(const CProperty& source);
     static void deallocate(CProperty* p);

@@ -1,5 +1,7 @@
 #include "nvk/data/CPropertyCollection.h"
 
+#include <algorithm>
+
 #include "nvk/platform/ReferenceSet.h"
 #include "nvk/platform/iNode.h"
 
@@ -286,20 +288,24 @@ Ptr<CProperty> CPropertyCollection::copyOf(const iProperty& source, bool copyVal
     // as well would look the empty name up once per property copied.
     Ptr<CProperty> p = GetPropertyClass() ? MakeNewPropertyWithCopiedValue(WString(), nullptr)
                                           : Ptr<CProperty>(CProperty::newInstance());
+    copyInto(*p, source, copyValue);
+    return p;
+}
+
+void CPropertyCollection::copyInto(CProperty& p, const iProperty& source, bool copyValue) {
     if (auto* cp = dynamic_cast<const CProperty*>(&source)) {
-        p->assignFrom(*cp, copyValue);
-        return p;
+        p.assignFrom(*cp, copyValue);
+        return;
     }
-    p->SetName(source.getName());
-    p->setFlags(source.getFlags());
+    p.SetName(source.getName());
+    p.setFlags(source.getFlags());
     const Value& v = source.getValue();
     if (copyValue)
-        p->setValue(v);
+        p.setValue(v);
     else
-        p->shareValue(const_cast<Value*>(&v));
+        p.shareValue(const_cast<Value*>(&v));
     if (iPropertyCollection* meta = source.findMetaData(); meta && meta->getSize() > 0)
-        p->getMetaData().assignFrom(meta, true);
-    return p;
+        p.getMetaData().assignFrom(meta, true);
 }
 
 void CPropertyCollection::assignFrom(const iPropertyCollection* source, bool copyValues) {
@@ -310,7 +316,24 @@ void CPropertyCollection::assignFrom(const iPropertyCollection* source, bool cop
         // Nothing to lose when a copy fails (a clone's new collection): fill in place.
         Reserve(size_t(n));
         try {
-            for (int i = 0; i < n; ++i) AddProperty(copyOf(source->get(i), copyValues).get());
+            if (GetPropertyClass()) {
+                for (int i = 0; i < n; ++i) AddProperty(copyOf(source->get(i), copyValues).get());
+            } else {
+                // The properties come from the pool a batch at a time, each held
+                // at once so that a failing copy returns the rest.
+                constexpr int kBatch = 16;
+                for (int i = 0; i < n; i += kBatch) {
+                    const int k = std::min(kBatch, n - i);
+                    CProperty* made[kBatch];
+                    CProperty::newInstances(made, size_t(k));
+                    Ptr<CProperty> held[kBatch];
+                    for (int j = 0; j < k; ++j) held[j] = Ptr<CProperty>(made[j]);
+                    for (int j = 0; j < k; ++j) {
+                        copyInto(*held[j], source->get(i + j), copyValues);
+                        AddProperty(held[j].get());
+                    }
+                }
+            }
         } catch (...) {
             Clear();
             throw;

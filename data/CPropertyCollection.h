@@ -134,6 +134,8 @@ private:
     /// A new property copying `source` (through the interface when it is
     /// not a CProperty); the value is shared unless `copyValue`.
     tovan::Ptr<CProperty> copyOf(const tovan::iProperty& source, bool copyValue) const;
+    /// Makes the unnamed, empty property `p` a copy of `source`.
+    static void copyInto(CProperty& p, const tovan::iProperty& source, bool copyValue);
     /// The shared lock that stands for this collection's.
     tovan::CriticalSection& lock() const;
 

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdint>
 #include <cstdlib>
+#include <iterator>
 #include <new>
 #include <string>
 #include <vector>
@@ -112,6 +113,49 @@ public:
             }
         }
         return obj;
+    }
+
+    /// `n` new instances, as newInstance each, for one turn of the lock: a
+    /// copy that makes a whole collection's properties at once would otherwise
+    /// take it once per property.
+    void newInstances(T** out, size_t n) {
+        size_t reused = 0;
+        {
+            AutoCriticalSection lock(lock_);
+            while (reused < n && !free_.empty()) {
+                out[reused++] = free_.back();
+                free_.pop_back();
+            }
+            size_t carved = reused;
+            try {
+                for (; carved < n; ++carved) {
+                    if constexpr (kSlabbed) out[carved] = static_cast<T*>(carve());
+                    else out[carved] = nullptr;
+                }
+            } catch (...) {
+                // Nothing handed out yet: the taken objects go back as they were.
+                if constexpr (kSlabbed)
+                    for (size_t i = reused; i < carved; ++i) dropFromSlab(slabOf(out[i]));
+                free_.insert(free_.end(), std::make_reverse_iterator(out + reused), std::make_reverse_iterator(out));
+                throw;
+            }
+            for (size_t i = 0; i < n; ++i) count(+1);
+        }
+        for (size_t i = 0; i < reused; ++i) out[i]->onActivate();
+        for (size_t i = reused; i < n; ++i) {
+            try {
+                out[i] = out[i] ? new (static_cast<void*>(out[i])) T() : new T();
+            } catch (...) {
+                // The ones made go back through the usual return; the rest never existed.
+                for (size_t j = 0; j < i; ++j) deleteInstance(out[j]);
+                AutoCriticalSection lock(lock_);
+                for (size_t j = i; j < n; ++j) {
+                    if (out[j]) dropFromSlab(slabOf(out[j]));
+                    count(-1);
+                }
+                throw;
+            }
+        }
     }
 
     /// A new instance carrying one reference for the caller.

@@ -191,6 +191,20 @@ TEST(Pool, CarvesObjectsOutOfSlabsAndFreesASlabWithItsLastObject) {
     EXPECT_EQ(pool.getSlabCount(), 0u);
     EXPECT_EQ(pool.getOutstanding(), 0);
 
+    // A batch takes the free objects first, activated afresh, then carves the rest after them.
+    ObjectPool<Widget>::deallocate(pool.allocate());
+    Widget* batch[3];
+    pool.newInstances(batch, 3);
+    EXPECT_EQ(pool.getOutstanding(), 3);
+    EXPECT_EQ(pool.getFreeCount(), 0u);
+    EXPECT_EQ(batch[0]->activations, 1);
+    EXPECT_EQ(batch[2]->activations, 0);
+    EXPECT_EQ(batch[2] - batch[0], 2);
+    for (Widget* w : batch) Ptr<Widget>{w};  // one reference taken and dropped: back to the pool
+    pool.purge();
+    EXPECT_EQ(pool.getSlabCount(), 0u);
+    EXPECT_EQ(pool.getOutstanding(), 0);
+
     // Pooling off: each object is destroyed at once, and its slab with it.
     pool.setEnabled(false);
     ObjectPool<Widget>::deallocate(pool.allocate());
