@@ -225,7 +225,7 @@ bool inSet(const std::string& text, int n) {
     return false;
 }
 
-// The run on day `d`: that day at the spec's time, moved by the offset.
+// The run on day `d`: that day at the trigger's hour, minute and second, moved by the offset.
 DateTimeValue runOn(DateTimeValue d, const Spec& s, int offset) {
     d.setTime(s.hour, s.minute, s.second);
     d.addMinutes(-offset);

@@ -13,7 +13,7 @@ int runCron(const std::vector<std::string>& args);
 const CommandRegistration registration{
     {"cron", "show when a cron trigger spec runs next",
      "nvk cron next \"S M H DOM MON DOW YEAR\" [--at \"YYYY-MM-DD HH:MM:SS\"] [--offset MIN] [--json]\n"
-     "  The spec is seven fields separated by single blanks: second, minute, hour, day of month,\n"
+     "  A trigger spec is seven fields separated by single blanks: second, minute, hour, day of month,\n"
      "  month, day of week (1 Sunday to 7 Saturday) and year. Four shapes are calculated:\n"
      "    daily    S M H * * ? *       weekly   S M H ? * DOW *\n"
      "    monthly  S M H DOM MON ? *   once     S M H DOM MON ? YEAR\n"
