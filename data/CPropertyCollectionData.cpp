@@ -168,9 +168,13 @@ CProperty* CPropertyCollectionData::AppendNewProperty(SharedName name, Ptr<Value
 }
 
 CProperty* CPropertyCollectionData::AppendNewPropertyCopy(const WString& name, const Value& value) {
+    return AppendNewPropertyCopy(SharedName::cached(name), value);
+}
+
+CProperty* CPropertyCollectionData::AppendNewPropertyCopy(SharedName name, const Value& value) {
     // A copy that needs a block of its own is made before anything changes.
-    if (!tovan::ValueSlot::fits(value)) return AppendNewProperty(name, Ptr<Value>(value.clone()));
-    CProperty* p = AppendNewProperty(name, nullptr);
+    if (!tovan::ValueSlot::fits(value)) return AppendNewProperty(std::move(name), Ptr<Value>(value.clone()));
+    CProperty* p = AppendNewProperty(std::move(name), nullptr);
     p->copyIn(value);  // into the new property's free room: cannot fail
     return p;
 }

@@ -97,6 +97,7 @@ public:
     /// when it fits there: a builder can keep one value of each scalar class
     /// for all its members instead of making one per property.
     CProperty* AppendNewPropertyCopy(const tovan::WString& name, const tovan::Value& value);
+    CProperty* AppendNewPropertyCopy(SharedName name, const tovan::Value& value);
     /// Room for `count` slots in all, so that filling a collection whose
     /// size is known does not grow the array step by step.
     void Reserve(size_t count);

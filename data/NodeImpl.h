@@ -16,6 +16,8 @@ public:
     // ---- name ---------------------------------------------------------------------
     const tovan::WString& getName() const override { return name_.getQName(); }
     void setName(const tovan::WString& name) override { name_.setName(name); }
+    /// Under a name block the caller already has (a reader's dictionary).
+    void setName(SharedName name) { name_.setName(std::move(name)); }
     tovan::WString getNamePrefix() const override { return name_.getUriName(); }
     void addNamespaceDeclaration(const tovan::WString&, const tovan::WString&) override {}
     /// The name with its parts, for readers that need the local name.

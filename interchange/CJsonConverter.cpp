@@ -46,13 +46,13 @@ Ptr<Value> numberValue(double d) {
 // typed and n-dimensional arrays as CJsonDataTyper says, anything else as a
 // value array of its elements.
 Ptr<Value> arrayValueOf(const cajun::json::Array& array) {
-    CJsonDataTyper typer;
-    typer.ProcessElement(array);
+    Array<ValueType> sequence;
+    CJsonDataTyper::AppendSequence(array, sequence);
     Array<unsigned int> dims;
-    ValueType element = typer.GetArrayElementType();
-    bool regular = typer.GetArrayDimensions(dims);
+    ValueType element = sequence.last();
+    bool regular = CJsonDataTyper::DimensionsOf(sequence, dims);
     if (!regular || element == CJsonDataTyper::TypeObject) dims.clear();
-    if (!regular && !(typer.GetTypeSequence().size() == 3 && isScalarType(element)))
+    if (!regular && !(sequence.size() == 3 && isScalarType(element)))
         element = CJsonDataTyper::TypeVariant;
     CJsonArrayConverter converter(element);
     converter.ProcessArrayElement(array, dims);
@@ -204,7 +204,7 @@ Ptr<Value> CJsonConverter::popValue() {
     return values_.removeLast();
 }
 
-WString CJsonConverter::popName() {
+SharedName CJsonConverter::popName() {
     if (names_.isEmpty()) throw tovan::Exception("CJsonConverter", "pop", u"Stack is empty");
     return names_.removeLast();
 }
@@ -233,10 +233,10 @@ void CJsonConverter::ProcessElement(const cajun::json::Object& element) {
     BeginObject();
     for (const auto& member : element) {
         BeginValue();
-        names_.append(take(member.name));
+        names_.append(SharedName::cached(std::u16string_view(member.name)));
         member.element.Accept(*this);
-        WString name = popName();
-        endMember(name, element.Size());
+        SharedName name = popName();
+        endMember(name, element.Size(), true);
     }
     EndObject();
 }
@@ -249,18 +249,18 @@ void CJsonConverter::ProcessElement(const cajun::json::Array& element) {
             ProcessArrayElement(element);
             return;
         }
-    CJsonDataTyper typer;
-    typer.ProcessElement(element);
+    Array<ValueType> sequence;
+    CJsonDataTyper::AppendSequence(element, sequence);
     Array<unsigned int> dims;
-    ValueType type = typer.GetArrayElementType();
+    ValueType type = sequence.last();
     // Objects always go through the walk: they become nodes.
     if (type != CJsonDataTyper::TypeObject) {
-        if (typer.GetArrayDimensions(dims)) {
+        if (CJsonDataTyper::DimensionsOf(sequence, dims)) {
             ndElementType_ = type;
             ProcessNDimensionalArrayElement(element, dims);
             return;
         }
-        if (typer.GetTypeSequence().size() == 3 && isScalarType(type)) {
+        if (sequence.size() == 3 && isScalarType(type)) {
             ProcessTypedArray(element, type, dims);
             return;
         }
@@ -432,7 +432,7 @@ void CJsonConverter::EndValue(const tovan::BaseString<tovan::wchar>& name) {
         property.setValue(*value);
 }
 
-void CJsonConverter::endMember(const WString& name, size_t members) {
+void CJsonConverter::endMember(const SharedName& name, size_t members, bool lookup) {
     popKind();
     Ptr<Value> value = popValue();
     const Value* scalar = std::exchange(scalar_, nullptr);
@@ -445,7 +445,7 @@ void CJsonConverter::endMember(const WString& name, size_t members) {
     // Room for every member with the first (members that hold objects take
     // none, so this is at most a little too much).
     if (storage.GetSlotCount() == 0) storage.Reserve(members);
-    if (CProperty* own = storage.GetProperty(name)) {
+    if (CProperty* own = lookup ? storage.GetProperty(name.text()) : nullptr) {
         if (scalar)
             own->setValue(*scalar);
         else

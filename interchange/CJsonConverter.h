@@ -1,5 +1,6 @@
 #pragma once
 // Builds data nodes with typed properties from the JSON element tree.
+#include "nvk/data/SharedName.h"
 #include "nvk/interchange/CJsonDataTyper.h"
 #include "nvk/interchange/JsonElements.h"
 #include "nvk/platform/Array.h"
@@ -147,16 +148,18 @@ private:
     void appendToTop(const tovan::Ptr<tovan::Value>& value);
     int popKind();
     tovan::Ptr<tovan::Value> popValue();
-    tovan::WString popName();
+    SharedName popName();
     /// EndValue for a member (of an object of `members` members) met in the
-    /// walk: the property goes straight into the node's storage, looked up once.
-    void endMember(const tovan::WString& name, size_t members);
+    /// walk: the property goes straight into the node's storage. `lookup`
+    /// false says that no earlier member of the object has a name equal to
+    /// this one with A-Z folded, so the collection need not be searched.
+    void endMember(const SharedName& name, size_t members, bool lookup);
     /// A text of the tree: moved out when consuming, else copied.
     tovan::WString take(const std::u16string& text) const;
 
     CBaseNode* current_ = nullptr;  // not owned; null between top-level objects
     CPropertyCollectionData* storage_ = nullptr;  // current_'s, once asked for
-    tovan::Array<tovan::WString> names_;
+    tovan::Array<SharedName> names_;  // of the members holding objects, for the child nodes
     tovan::Array<tovan::Ptr<tovan::iNode>> nodes_;
     tovan::iNode* root_ = nullptr;  // not owned (nodes_ holds it)
     tovan::Array<int> kinds_;

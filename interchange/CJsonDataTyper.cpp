@@ -1,5 +1,6 @@
 #include "nvk/interchange/CJsonDataTyper.h"
 
+#include <algorithm>
 #include <cstdint>
 
 #include "nvk/platform/Exception.h"
@@ -28,81 +29,16 @@ ValueType mergeScalars(ValueType a, ValueType b) {
     return CJsonDataTyper::TypeVariant;
 }
 
-// Merges the next element's sequence into the accumulated one; false when
-// the elements cannot share a type and merging stops.
-bool mergeSequences(Array<ValueType>& acc, const Array<ValueType>& next) {
-    if (acc.size() == next.size()) {
-        if (acc.size() == 1) {
-            acc[0] = mergeScalars(acc[0], next[0]);
-            return true;
-        }
-        if (acc.size() == 3 && acc[0] == next[0] && acc[1] == next[1]) {
-            acc[2] = mergeScalars(acc[2], next[2]);
-            return true;
-        }
-        if (acc == next) return true;
-    }
-    acc.clear();
-    acc.append(CJsonDataTyper::TypeVariant);
-    return false;
-}
-
-// The elements' types in order. Scalar elements are kept as their type
-// alone rather than as TypeData objects of their own: arrays of numbers are
-// the bulk of many documents, and one allocation per number showed in the
-// reading benchmark.
-class ArrayTypeData : public CJsonDataTyper::TypeData {
+// A type known only by its sequence.
+class SequenceTypeData : public CJsonDataTyper::TypeData {
 public:
-    void reserve(size_t n) { elements_.reserve(n); }
-    void add(ValueType scalar) { elements_.push_back(Entry{scalar, nullptr}); }
-    void add(std::unique_ptr<CJsonDataTyper::TypeData> element) {
-        elements_.push_back(Entry{CJsonDataTyper::TypeNone, std::move(element)});
-    }
-
+    explicit SequenceTypeData(Array<ValueType> sequence) : sequence_(std::move(sequence)) {}
     void AppendTypeSequence(Array<ValueType>& sequence) const override {
-        sequence.append(CJsonDataTyper::TypeArray);
-        sequence.append(ValueType(elements_.size()));
-        if (elements_.empty()) {
-            sequence.append(CJsonDataTyper::TypeNull);
-            return;
-        }
-        // Elements that are all scalars (objects count as such) merge without
-        // any sequence: most arrays are of that kind.
-        bool scalars = true;
-        for (const Entry& e : elements_) scalars = scalars && !e.data;
-        if (scalars) {
-            ValueType merged = elements_[0].scalar;
-            for (size_t i = 1; i < elements_.size(); ++i) merged = mergeScalars(merged, elements_[i].scalar);
-            sequence.append(merged);
-            return;
-        }
-        Array<ValueType> acc, next;
-        elements_[0].append(acc);
-        for (size_t i = 1; i < elements_.size(); ++i) {
-            const Entry& e = elements_[i];
-            if (!e.data && acc.size() == 1) {  // the common case, without a sequence
-                acc[0] = mergeScalars(acc[0], e.scalar);
-                continue;
-            }
-            next.clear();
-            e.append(next);
-            if (!mergeSequences(acc, next)) break;
-        }
-        for (ValueType t : acc) sequence.append(t);
+        for (ValueType t : sequence_) sequence.append(t);
     }
 
 private:
-    struct Entry {
-        ValueType scalar;                               // when data is null
-        std::unique_ptr<CJsonDataTyper::TypeData> data;  // an array element
-        void append(Array<ValueType>& out) const {
-            if (data)
-                data->AppendTypeSequence(out);
-            else
-                out.append(scalar);
-        }
-    };
-    std::vector<Entry> elements_;
+    Array<ValueType> sequence_;
 };
 
 // The type of a scalar element, without a typer; TypeNone for containers.
@@ -115,6 +51,69 @@ ValueType scalarType(const cajun::json::Element& e) {
     case 4: return CJsonDataTyper::TypeBoolean;
     case 5: return CJsonDataTyper::TypeString;
     default: return CJsonDataTyper::TypeNone;
+    }
+}
+
+// Merges the element sequence at [next, end) of `s` into the accumulated
+// one at [acc, next) and drops it; false, with the accumulated sequence
+// made variant, when the elements cannot share a type and merging stops.
+bool mergeTail(Array<ValueType>& s, size_t acc, size_t next) {
+    ValueType* p = s.data();
+    const size_t n = next - acc;
+    bool merged = false;
+    if (s.size() - next == n) {
+        if (n == 1) {
+            p[acc] = mergeScalars(p[acc], p[next]);
+            merged = true;
+        } else if (n == 3 && p[acc] == p[next] && p[acc + 1] == p[next + 1]) {
+            p[acc + 2] = mergeScalars(p[acc + 2], p[next + 2]);
+            merged = true;
+        } else {
+            merged = std::equal(p + acc, p + next, p + next);
+        }
+    }
+    if (merged) {
+        s.resize(next);
+        return true;
+    }
+    s.resize(acc);
+    s.append(CJsonDataTyper::TypeVariant);
+    return false;
+}
+
+// Appends the sequence of an array to `s`: TypeArray, the length, then its
+// elements' sequences merged in order, stopping at the first merge that gives
+// up. Worked out in one array, without a type object per element: arrays of
+// numbers are the bulk of many documents.
+void appendSequence(const cajun::json::Array& array, Array<ValueType>& s) {
+    s.append(CJsonDataTyper::TypeArray);
+    s.append(ValueType(array.Size()));
+    if (array.Empty()) {
+        s.append(CJsonDataTyper::TypeNull);
+        return;
+    }
+    const size_t acc = s.size();
+    bool first = true;
+    for (const cajun::json::Element& e : array) {
+        const ValueType scalar = scalarType(e);
+        if (first) {
+            first = false;
+            if (scalar != CJsonDataTyper::TypeNone)
+                s.append(scalar);
+            else
+                appendSequence(e.As<cajun::json::Array>(), s);
+            continue;
+        }
+        if (scalar != CJsonDataTyper::TypeNone && s.size() - acc == 1) {  // the common case
+            s.data()[acc] = mergeScalars(s.data()[acc], scalar);
+            continue;
+        }
+        const size_t next = s.size();
+        if (scalar != CJsonDataTyper::TypeNone)
+            s.append(scalar);
+        else
+            appendSequence(e.As<cajun::json::Array>(), s);
+        if (!mergeTail(s, acc, next)) return;
     }
 }
 
@@ -154,19 +153,13 @@ void CJsonDataTyper::ProcessElement(const cajun::json::Object&) { setScalar(Type
 
 void CJsonDataTyper::ProcessElement(const cajun::json::Array& element) {
     if (data_) throw tovan::Exception("CJsonDataTyper", "ProcessElement", u"Data typer parsing error.");
-    auto data = std::make_unique<ArrayTypeData>();
-    data->reserve(element.Size());
-    for (const cajun::json::Element& e : element) {
-        ValueType scalar = scalarType(e);
-        if (scalar != TypeNone) {
-            data->add(scalar);
-            continue;
-        }
-        CJsonDataTyper typer;  // a fresh typer per array element
-        e.Accept(typer);
-        data->add(typer.DetachDataType());
-    }
-    set(std::move(data));
+    Array<ValueType> sequence;
+    appendSequence(element, sequence);
+    set(std::make_unique<SequenceTypeData>(std::move(sequence)));
+}
+
+void CJsonDataTyper::AppendSequence(const cajun::json::Array& array, Array<ValueType>& sequence) {
+    appendSequence(array, sequence);
 }
 
 std::unique_ptr<CJsonDataTyper::TypeData> CJsonDataTyper::DetachDataType() {
@@ -195,7 +188,10 @@ ValueType CJsonDataTyper::GetArrayElementType() const {
 }
 
 bool CJsonDataTyper::GetArrayDimensions(Array<unsigned int>& dims) const {
-    const auto& s = GetTypeSequence();
+    return DimensionsOf(GetTypeSequence(), dims);
+}
+
+bool CJsonDataTyper::DimensionsOf(const Array<ValueType>& s, Array<unsigned int>& dims) {
     dims.clear();
     if (s.size() < 5) return false;
     for (size_t i = 0; i + 1 < s.size(); i += 2) {

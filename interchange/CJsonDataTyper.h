@@ -68,7 +68,7 @@ public:
     void ProcessElement(const cajun::json::Null& element);
     void ProcessElement(const cajun::json::String& element);
     void ProcessElement(const cajun::json::Object& element);
-    /// Types each element with a fresh typer and keeps their types in order.
+    /// Types the elements and merges their sequences as it goes.
     void ProcessElement(const cajun::json::Array& element);
 
     /// Hands the type over to the caller; the typer is empty afterwards.
@@ -86,6 +86,12 @@ public:
     bool GetArrayDimensions(tovan::Array<unsigned int>& dims) const;
     /// Appends the letters of the sequence, each "a" followed by its length.
     void PrintValueType(tovan::BaseString<tovan::wchar>& text) const;
+
+    /// The sequence a typer would give `array`, appended to `sequence`,
+    /// without a typer: for callers that want nothing else.
+    static void AppendSequence(const cajun::json::Array& array, tovan::Array<ValueType>& sequence);
+    /// GetArrayDimensions for a sequence.
+    static bool DimensionsOf(const tovan::Array<ValueType>& sequence, tovan::Array<unsigned int>& dims);
 
     /// True for a number that is an integer by the rule above.
     static bool IsInteger(double value);

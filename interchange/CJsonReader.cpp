@@ -74,7 +74,10 @@ void CJsonReader::deleteInstance() {
 
 tovan::Object* CJsonReader::clone() const { throw Exception("CJsonReader", "clone", u"Unable to clone CJsonReader"); }
 
-void CJsonReader::onDeactivate() { stream_.reset(); }
+void CJsonReader::onDeactivate() {
+    stream_.reset();
+    names_.reset();  // the pool keeps no name blocks alive
+}
 
 void CJsonReader::setFileInterface(iFileInterface* file) {
     if (!file) throw Exception("CJsonReader", "setFileInterface", u"Cannot read JSON data using a null input file");
@@ -160,7 +163,8 @@ bool CJsonReader::ReadNextObject(tovan::Array<tovan::Ptr<tovan::iNode>>& nodes) 
     CJsonConverter converter;
     // Straight to nodes: the same outcome as reading the element tree above
     // and converting it, without building the token list and the tree.
-    JsonNodeBuilder builder(*stream_, converter);
+    if (!names_) names_ = std::make_unique<MemberNames>();
+    JsonNodeBuilder builder(*stream_, converter, *names_);
     reporting([&] { builder.ReadObject(); }, *stream_, errorLocation_);
     // The converter's own failures pass as they are, as they do after the tree.
     builder.RaiseConversionFailure();

@@ -12,6 +12,8 @@
 
 namespace nvk {
 
+class MemberNames;
+
 /// A tolerant reader of JSON records:
 ///  - up to 1024 characters of anything (text, commas, brackets) before each
 ///    object are skipped, so a top-level array of objects yields its objects
@@ -83,6 +85,7 @@ public:
 
 private:
     std::unique_ptr<cajun::json::JsonInputStream> stream_;
+    std::unique_ptr<MemberNames> names_;  // made on the first read of records as nodes
     cajun::json::Location errorLocation_;
     bool pooled_ = false;   // made by newInstance: goes back to the pool
     bool counted_ = false;  // made directly over a file: counted by hand

@@ -26,9 +26,61 @@ Location copyOf(const Location& l) {
 
 }  // namespace
 
+// ---- MemberNames ----------------------------------------------------------
+
+MemberNames::MemberNames() : buckets_(64, 0) {}
+MemberNames::~MemberNames() = default;
+
+uint32_t MemberNames::find(std::u16string_view text) {
+    const uint32_t hash = tovan::hashNoCase(text);
+    const size_t mask = buckets_.size() - 1;
+    size_t b = hash & mask;
+    for (; buckets_[b] != 0; b = (b + 1) & mask) {
+        Group& g = groups_[buckets_[b] - 1];
+        if (g.hash != hash || !tovan::equalsNoCase(entries_[g.first].name.text().view(), text)) continue;
+        uint32_t e = g.first;
+        for (;;) {
+            if (entries_[e].name.text().view() == text) return e;
+            if (entries_[e].nextInGroup == kNone) break;
+            e = entries_[e].nextInGroup;
+        }
+        // Another spelling of the group's name, which is rare: kept last.
+        entries_[e].nextInGroup = uint32_t(entries_.size());
+        entries_.push_back(Entry{SharedName(text), buckets_[b] - 1, kNone});
+        return entries_[e].nextInGroup;
+    }
+    const auto entry = uint32_t(entries_.size());
+    const auto group = uint32_t(groups_.size());
+    entries_.push_back(Entry{SharedName(text), group, kNone});
+    groups_.push_back(Group{hash, entry});
+    buckets_[b] = group + 1;
+    if (groups_.size() * 2 > buckets_.size()) rehash(buckets_.size() * 2);
+    return entry;
+}
+
+void MemberNames::rehash(size_t buckets) {
+    buckets_.assign(buckets, 0);
+    const size_t mask = buckets - 1;
+    for (size_t g = 0; g < groups_.size(); ++g) {
+        size_t b = groups_[g].hash & mask;
+        while (buckets_[b] != 0) b = (b + 1) & mask;
+        buckets_[b] = uint32_t(g + 1);
+    }
+}
+
+void MemberNames::trim() {
+    if (entries_.size() < kMaxNames) return;
+    entries_.clear();
+    groups_.clear();
+    buckets_.assign(64, 0);
+}
+
+// ---- JsonNodeBuilder -------------------------------------------------------
+
 struct JsonNodeBuilder::Workspace {
     cajun::json::Scanner scanner;
-    std::vector<tovan::WString> names;
+    std::vector<Member> members;
+    std::vector<cajun::json::Element> elements;  // of the held arrays being read
     bool busy = false;
     bool owned = false;  // made for one builder, because the thread's own was busy
 };
@@ -44,13 +96,16 @@ JsonNodeBuilder::Workspace* JsonNodeBuilder::takeWorkspace() {
     return extra;
 }
 
-JsonNodeBuilder::JsonNodeBuilder(cajun::json::JsonInputStream& in, CJsonConverter& converter)
+JsonNodeBuilder::JsonNodeBuilder(cajun::json::JsonInputStream& in, CJsonConverter& converter, MemberNames& names)
     : in_(in),
       converter_(converter),
       consumeBefore_(converter.consume_),
       workspace_(takeWorkspace()),
       scanner_(workspace_->scanner),
-      names_(workspace_->names) {
+      dictionary_(names),
+      members_(workspace_->members),
+      membersBefore_(members_.size()) {
+    dictionary_.trim();
     // Held elements belong to this builder alone: their texts can move.
     converter_.consume_ = true;
 }
@@ -64,8 +119,12 @@ JsonNodeBuilder::~JsonNodeBuilder() {
     // What is kept for the next read stays small, whatever this one held.
     constexpr size_t kKeptBytes = size_t(1) << 16;
     scanner_.TrimScratch(kKeptBytes);
-    for (tovan::WString& name : names_)
-        if (name.str().capacity() * sizeof(char16_t) > kKeptBytes) name = tovan::WString();
+    // A failed read leaves its open objects' members and arrays' elements behind.
+    members_.resize(membersBefore_);
+    workspace_->elements.clear();
+    if (workspace_->elements.capacity() * sizeof(cajun::json::Element) > kKeptBytes)
+        std::vector<cajun::json::Element>().swap(workspace_->elements);
+    if (members_.capacity() * sizeof(Member) > kKeptBytes) std::vector<Member>().swap(members_);
     workspace_->busy = false;
 }
 
@@ -114,58 +173,39 @@ void JsonNodeBuilder::RaiseConversionFailure() const {
     if (failure_) std::rethrow_exception(failure_);
 }
 
-namespace {
-
-/// Members' names by their place on the builder's name stack: the places hold
-/// still while the stack's strings move as it grows, so a set of places needs
-/// no copies of the names.
-struct NameAt {
-    const std::vector<tovan::WString>* names;
-    size_t operator()(size_t slot) const { return std::hash<std::u16string_view>()((*names)[slot].view()); }
-    bool operator()(size_t a, size_t b) const { return (*names)[a].view() == (*names)[b].view(); }
-};
-
-}  // namespace
-
 void JsonNodeBuilder::objectMembers() {
-    const size_t first = namesUsed_;
-    std::unique_ptr<std::unordered_set<size_t, NameAt, NameAt>> many;
+    const size_t first = members_.size();
+    const uint64_t serial = dictionary_.nextSerial();
     if (!nextIs(TokenKind::ObjectEnd)) {
         for (;;) {
             const JsonToken& name = match(TokenKind::String);
             const Location begin = copyOf(name.begin), end = copyOf(name.end);
-            // The name's text is the scanner's until the next token: kept here.
-            const size_t slot = namesUsed_++;
-            if (slot == names_.size())
-                names_.emplace_back(name.text);
-            else
-                names_[slot].assign(name.text);
+            // The name's text is the scanner's until the next token: its entry stays.
+            const uint32_t entry = dictionary_.find(name.text);
             match(TokenKind::MemberAssign);
             // Only objects (and arrays, which may hold objects) need the name
             // on the converter's stack: it names the child nodes.
             const bool nodes = nextIs(TokenKind::ObjectBegin) || nextIs(TokenKind::ArrayBegin);
             convert([&] {
                 converter_.BeginValue();
-                if (nodes) converter_.names_.append(names_[slot]);
+                if (nodes) converter_.names_.append(dictionary_.name(entry));
             });
             value();
-            namesUsed_ = slot + 1;  // the value's own objects are done with theirs
-            const tovan::WString& text = names_[slot];
-            bool duplicate = false;
-            if (slot - first < cajun::json::Parser::kLinearMembers) {
-                for (size_t i = first; i < slot && !duplicate; ++i) duplicate = names_[i].str() == text.str();
-            } else {
-                if (!many) {
-                    const NameAt at{&names_};
-                    many = std::make_unique<std::unordered_set<size_t, NameAt, NameAt>>(2 * (slot - first), at, at);
-                    for (size_t i = first; i < slot; ++i) many->insert(i);
-                }
-                duplicate = !many->insert(slot).second;
-            }
-            if (duplicate) throw ParseException(begin, end, u"Duplicate object member token: %ls", text.view());
+            // A member of a group already marked by this object is either the
+            // same text again, which is an error, or another spelling, which
+            // the collection finds as the same property.
+            uint64_t& mark = dictionary_.mark(dictionary_.group(entry));
+            const bool seen = mark == serial;
+            if (seen)
+                for (size_t i = first; i < members_.size(); ++i)
+                    if (members_[i].entry == entry)
+                        throw ParseException(begin, end, u"Duplicate object member token: %ls",
+                                             dictionary_.name(entry).text().view());
+            members_.push_back(Member{entry, mark});
+            mark = serial;
             convert([&] {
                 if (nodes) converter_.popName();
-                converter_.endMember(text, 0);
+                converter_.endMember(dictionary_.name(entry), 0, seen);
             });
             if (!nextIs(TokenKind::NextElement)) break;
             match(TokenKind::NextElement);
@@ -173,7 +213,11 @@ void JsonNodeBuilder::objectMembers() {
     }
     match(TokenKind::ObjectEnd);
     --depth_;
-    namesUsed_ = first;
+    // The enclosing object's marks back, newest first (a group may be on the
+    // stack twice, through two spellings).
+    for (size_t i = members_.size(); i-- > first;)
+        dictionary_.mark(dictionary_.group(members_[i].entry)) = members_[i].previousMark;
+    members_.resize(first);
     convert([&] { converter_.EndObject(); });
 }
 
@@ -349,15 +393,25 @@ void JsonNodeBuilder::elementObject(cajun::json::Object& out) {
 }
 
 void JsonNodeBuilder::elementArray(cajun::json::Array& out) {
+    // The elements wait on the workspace's stack and move over once their
+    // number is known: growing each small array step by step was most of
+    // the allocations on coordinate arrays.
+    std::vector<cajun::json::Element>& pending = workspace_->elements;
+    const size_t start = pending.size();
     if (!nextIs(TokenKind::ArrayEnd)) {
         for (;;) {
-            element(out.PushBack(cajun::json::Element()));
+            cajun::json::Element e;
+            element(e);
+            pending.push_back(std::move(e));
             if (!nextIs(TokenKind::NextElement)) break;
             match(TokenKind::NextElement);
         }
     }
     match(TokenKind::ArrayEnd);
     --depth_;
+    out.Reserve(pending.size() - start);
+    for (size_t i = start; i < pending.size(); ++i) out.PushBack(std::move(pending[i]));
+    pending.erase(pending.begin() + std::ptrdiff_t(start), pending.end());
 }
 
 }  // namespace nvk

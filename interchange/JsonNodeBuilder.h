@@ -1,16 +1,70 @@
 #pragma once
 // Data nodes straight from JSON text, token by token.
 #include <cstddef>
+#include <cstdint>
 #include <exception>
+#include <string_view>
 #include <string>
 #include <vector>
 
+#include "nvk/data/SharedName.h"
 #include "nvk/interchange/CJsonConverter.h"
 #include "nvk/interchange/JsonElements.h"
 #include "nvk/interchange/JsonInputStream.h"
 #include "nvk/interchange/JsonScanner.h"
 
 namespace nvk {
+
+/// The member names a reader has met: one name block per distinct text, so
+/// that the records of a document share their property names and a name's
+/// text is copied and hashed into a block once, not for every member. Names
+/// equal with A-Z folded form a group, which the collections hold as one
+/// property; the builder tells an object's members apart by group, with a
+/// mark per group instead of a set per object.
+///
+/// Owned by one reader and used by one builder at a time. Past kMaxNames
+/// distinct texts it starts over between records, so that a source whose
+/// names never repeat (keys that are data) does not grow it without end.
+class MemberNames {
+public:
+    static constexpr size_t kMaxNames = size_t(1) << 14;
+
+    MemberNames();
+    ~MemberNames();
+    MemberNames(const MemberNames&) = delete;
+    MemberNames& operator=(const MemberNames&) = delete;
+
+    /// The entry for `text`, made on first sight.
+    uint32_t find(std::u16string_view text);
+    const SharedName& name(uint32_t entry) const { return entries_[entry].name; }
+    uint32_t group(uint32_t entry) const { return entries_[entry].group; }
+    /// The mark of a group: the serial of the innermost open object that
+    /// has a member of the group, as far as the builder has kept it so.
+    uint64_t& mark(uint32_t group) { return groups_[group].mark; }
+    /// A number no object has had before.
+    uint64_t nextSerial() { return ++serial_; }
+    /// Forgets every name when there are too many; only between records.
+    void trim();
+
+private:
+    struct Entry {
+        SharedName name;
+        uint32_t group;
+        uint32_t nextInGroup;  // kNone at the end
+    };
+    struct Group {
+        uint32_t hash;  // hashNoCase of the texts
+        uint32_t first;  // entry
+        uint64_t mark = 0;
+    };
+    static constexpr uint32_t kNone = ~uint32_t(0);
+    void rehash(size_t buckets);
+
+    std::vector<Entry> entries_;
+    std::vector<Group> groups_;
+    std::vector<uint32_t> buckets_;  // group + 1; 0 for none
+    uint64_t serial_ = 0;
+};
 
 /// Reads one top-level object into a CJsonConverter with the outcome of the
 /// reader's three steps run in turn (scan the whole value into tokens, parse
@@ -33,7 +87,7 @@ namespace nvk {
 class JsonNodeBuilder {
 public:
     /// The stream's next character must be the object's "{".
-    JsonNodeBuilder(cajun::json::JsonInputStream& in, CJsonConverter& converter);
+    JsonNodeBuilder(cajun::json::JsonInputStream& in, CJsonConverter& converter, MemberNames& names);
     ~JsonNodeBuilder();
     JsonNodeBuilder(const JsonNodeBuilder&) = delete;
     JsonNodeBuilder& operator=(const JsonNodeBuilder&) = delete;
@@ -87,10 +141,15 @@ private:
     bool scanned_ = false;  // the scanner has nothing more
     int depth_ = 0;
     std::exception_ptr failure_;
-    // The member names of the open objects, for the duplicate check: one
-    // stack of reused strings, each object its own range.
-    std::vector<tovan::WString>& names_;
-    size_t namesUsed_ = 0;
+    MemberNames& dictionary_;
+    // The members of the open objects, for the duplicate check: each
+    // object's own range, with the marks their groups had before.
+    struct Member {
+        uint32_t entry;
+        uint64_t previousMark;
+    };
+    std::vector<Member>& members_;
+    size_t membersBefore_;
 };
 
 }  // namespace nvk

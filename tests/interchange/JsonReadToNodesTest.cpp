@@ -118,6 +118,10 @@ TEST(JsonReadToNodes, FailuresInTheirOrder) {
         u"{\"a\":{\"b\":[1,2,{\"c\":[{}]}]}",
         u"{\"a\":[",
         u"{\"a\":1e}",
+        // A duplicate after a child object that used the same names, and
+        // spellings of one name in an object and in its child.
+        u"{\"a\":1,\"b\":{\"a\":2,\"b\":3},\"a\":4}",
+        u"{\"Ab\":1,\"aB\":{\"ab\":[1],\"AB\":2},\"AB\":3,\"ab\":[4],\"x\":[{\"ab\":1}]}",
     };
     for (const char16_t* t : texts) expectSame(t, false, tovan::toNarrow(tovan::WString(t)));
 
@@ -137,6 +141,11 @@ TEST(JsonReadToNodes, FailuresInTheirOrder) {
             expectSame(u"{\"a\":[[" + object + u"]]}", false, "held large object");
         }
     EXPECT_EQ(readFailure(large(u"m3", false)), "JSON parse error: Duplicate object member token: m3");
+    // More distinct names than a reader keeps: it starts over between records.
+    std::u16string wide = u"{";
+    for (int i = 0; i < 20000; ++i) wide += u"\"n" + tovan::toWide(std::to_string(i)).str() + u"\":1,";
+    wide += u"\"n\":{\"n\":2}}";
+    expectSame(wide + u" {\"n5\":1,\"N5\":{\"n5\":2}} " + wide + u" {\"n7\":1,\"n7\":2}", false, "many names");
 }
 
 TEST(JsonReadToNodes, SuiteAndCorpusDocumentsReadAsThroughTheTree) {
