@@ -7,7 +7,7 @@ const tovan::ClassTag CBaseNode::Tag("Norvatek.data.BaseNode");
 namespace {
 
 const tovan::ClassRegistration s_registration(CBaseNode::Tag.name(),
-                                              []() -> tovan::Object* { return CBaseNode::newInstance(); });
+                                              &CBaseNode::createObject);
 
 }  // namespace
 
@@ -19,6 +19,7 @@ tovan::ObjectPool<CBaseNode>& CBaseNode::pool() {
 CBaseNode::~CBaseNode() = default;
 
 CBaseNode* CBaseNode::newInstance() { return pool().newInstance(); }
+tovan::Object* CBaseNode::createObject() { return newInstance(); }
 CBaseNode* CBaseNode::allocate() { return pool().allocate(); }
 
 CBaseNode* CBaseNode::allocateCopy(const CBaseNode& source) {

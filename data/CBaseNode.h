@@ -25,6 +25,9 @@ public:
 
     /// A fresh or recycled node without a reference.
     static CBaseNode* newInstance();
+    /// newInstance as the factory's creator for the class tag: readers that see this
+    /// creator know the node's class without asking the object.
+    static tovan::Object* createObject();
     /// As newInstance, carrying one reference for the caller.
     static CBaseNode* allocate();
     /// A deep copy of `source` carrying one reference for the caller.

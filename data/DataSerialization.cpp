@@ -2,6 +2,7 @@
 // nodes. Every record starts with its own version number and every reader
 // checks it; the primitives are in StreamPrimitives.
 #include <algorithm>
+#include <cstring>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -10,6 +11,7 @@
 #include "nvk/data/CMetaData.h"
 #include "nvk/data/CObjectTransportNode.h"
 #include "nvk/data/CPropertyCollection.h"
+#include "nvk/data/SlotIndex_internal.h"
 #include "nvk/data/StreamPrimitives.h"
 #include "nvk/platform/Exception.h"
 
@@ -125,10 +127,10 @@ void cppNodeQName::serialize(iByteOutputStream& out) const {
 }
 
 void cppNodeQName::deserialize(iByteInputStream& in) {
-    tovan::WString qname = readWideString(in);
+    SharedName qname = readSharedName(in);
     tovan::WString localName = readWideString(in);
     tovan::WString uriName = readWideString(in);
-    qname_ = SharedName::cached(qname);
+    qname_ = std::move(qname);
     if (localName.isNull() && uriName.isNull()) {
         parts_.reset();
     } else {
@@ -199,15 +201,12 @@ void CProperty::serialize(iByteOutputStream& out) const {
 
 void CProperty::deserialize(iByteInputStream& in) {
     checkStreamVersion(in.getVersion(), "CProperty", "deserialize");
-    // A property read into a collection's storage has none yet: its name is
-    // this thread's block for the text, read into a buffer kept per thread
-    // rather than into a string of its own.
-    if (collection()) {
+    // A property that belongs to a collection is renamed through it (the index follows); one
+    // being read into a collection's storage belongs to none yet and takes this thread's block.
+    if (collection())
         SetName(readWideString(in));
-    } else {
-        thread_local std::u16string name;
-        setNameUnchecked(readWideString(in, name) ? SharedName::cached(std::u16string_view(name)) : SharedName());
-    }
+    else
+        setNameUnchecked(readSharedName(in));
     readValue(in);
     MetaDataFlags flags = 0;
     CPropertyCollection* meta = metaData();
@@ -297,12 +296,20 @@ void CPropertyCollectionData::deserialize(iByteInputStream& in) {
         SetPropertyClass(&probe->getClass());
     }
     const int32_t count = readCount(in);
+    const bool ownClass = GetPropertyClass() == nullptr;
     for (int32_t i = 0; i < count; ++i) {
-        Ptr<CProperty> p = MakeNewPropertyWithCopiedValue(WString(), nullptr);
-        p->deserialize(in);
+        Ptr<CProperty> p = ownClass ? Ptr<CProperty>::adopt(CProperty::allocate())
+                                    : MakeNewPropertyWithCopiedValue(WString(), nullptr);
+        if (ownClass)
+            p->CProperty::deserialize(in);  // the class is known: no virtual call
+        else
+            p->deserialize(in);
         // Appended as read, even under a name read before: the record is taken as it was
         // written. Lookups by name then give one of the two (the first in a short list).
-        AddProperty(p.get());
+        reserveOneMore();
+        p->setCollection(this);
+        push(p.detach());  // the reference it was made with is the slot's
+        if (IsIndexBuilt()) extra_->index->put(int(size_ - 1), slots_);
     }
 }
 
@@ -343,10 +350,33 @@ void CNodeImplBase::SerializeNode(iByteOutputStream& out, bool withChildren) con
 
 namespace {
 
+/// The class tag of the children read last, and its creator: siblings nearly always share one.
 struct ChildTagCache {
     std::string tag, last;
+    std::string lastWire;  // `last` as the record carries it: length, then the bytes
     tovan::ObjectFactory::Creator creator = nullptr;
 };
+
+/// Reads a child's class tag and leaves its creator in `tags` (null for an unknown tag).
+/// When the tag's bytes are in the window and equal the last tag's, they are only stepped
+/// over; otherwise the tag is read into a buffer that keeps its room, and the factory is
+/// asked again only when it differs from the last.
+void readChildTag(iByteInputStream& in, ChildTagCache& tags) {
+    size_t available;
+    const uint8_t* p = in.peek(available);
+    const std::string& wire = tags.lastWire;
+    if (tags.creator && available >= wire.size() && std::memcmp(p, wire.data(), wire.size()) == 0) {
+        in.skip(wire.size());
+        return;
+    }
+    readNarrowString(in, tags.tag);
+    if (tags.creator && tags.tag == tags.last) return;
+    tags.creator = tovan::ObjectFactory::findCreator(tags.tag);
+    tags.last = tags.tag;
+    tovan::MemoryOutputStream form;
+    writeNarrowString(form, tags.last);
+    tags.lastWire.assign(form.bytes().begin(), form.bytes().end());
+}
 
 }  // namespace
 
@@ -364,16 +394,20 @@ void CNodeImplBase::DeserializeNode(iByteInputStream& in, bool withChildren) {
     if (withChildren && version >= 104) {
         const int32_t n = readCount(in);
         tovan::iNode* self = GetINode();
-        // Siblings nearly always share one class: the tag is read into a buffer that keeps
-        // its room, and the factory is asked again only when the tag differs from the last.
         // Per thread, since any thread may read a file; the tag is done with before the
         // child reads its own children through the same cache.
         thread_local ChildTagCache tags;
         for (int32_t i = 0; i < n; ++i) {
-            readNarrowString(in, tags.tag);
-            if (!tags.creator || tags.tag != tags.last) {
-                tags.creator = tovan::ObjectFactory::findCreator(tags.tag);
-                tags.last = tags.tag;
+            readChildTag(in, tags);
+            if (tags.creator == &CBaseNode::createObject) {
+                // The library's own node, as nearly every child is: its class is known, so it
+                // needs neither the factory's type check nor a virtual call to be read.
+                children_.reserveOneMore();
+                CBaseNode* child = CBaseNode::allocate();  // the array's reference
+                children_.push_back(child);
+                child->parent_ = self;
+                child->CBaseNode::deserialize(in);
+                continue;
             }
             Ptr<tovan::iNode> child = tags.creator
                                           ? tovan::ObjectFactory::createAs<tovan::iNode>(tags.creator, tags.tag)

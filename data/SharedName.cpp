@@ -54,19 +54,49 @@ SharedName::SharedName(const WString& text) : block_(text.isNull() ? nullptr : m
 
 SharedName SharedName::cached(const WString& text) { return text.isNull() ? SharedName() : cached(text.view()); }
 
-SharedName SharedName::cached(std::u16string_view text) {
-    if (t_tableGone) return SharedName(text);
-    const uint32_t hash = tovan::hashNoCase(text);
+namespace {
+
+bool sameText(const WString& held, std::u16string_view text) { return held.view() == text; }
+
+bool sameText(const WString& held, std::string_view ascii) {
+    const std::u16string_view units = held.view();
+    if (units.size() != ascii.size()) return false;
+    for (size_t i = 0; i < units.size(); ++i)
+        if (units[i] != char16_t(uint8_t(ascii[i]))) return false;
+    return true;
+}
+
+WString widen(std::u16string_view text) { return WString(text); }
+
+WString widen(std::string_view ascii) {
+    std::u16string units(ascii.size(), u'\0');
+    for (size_t i = 0; i < ascii.size(); ++i) units[i] = char16_t(uint8_t(ascii[i]));
+    return WString(std::move(units));
+}
+
+}  // namespace
+
+template <class Text>
+SharedName SharedName::cachedIn(Text text, uint32_t hash) {
+    if (t_tableGone) return SharedName(widen(text));
     // Mixed so that names differing only in their last unit spread out.
     SharedName& entry = t_table.entries[(hash ^ (hash >> 8) ^ (hash >> 16)) % ThreadTable::kSize];
-    if (entry.block_ && entry.block_->hash == hash && entry.block_->text.view() == text) return entry;
+    if (entry.block_ && entry.block_->hash == hash && sameText(entry.block_->text, text)) return entry;
     SharedName fresh;
-    fresh.block_ = new Block(WString(text), hash);
+    fresh.block_ = new Block(widen(text), hash);
     // Counted while something besides the table holds it: the copy handed
     // out now; the table's reference is not.
     if (!entry.isNull()) detector().AddToLeakDetector();
     entry = fresh;
     return fresh;
+}
+
+SharedName SharedName::cached(std::u16string_view text) { return cachedIn(text, tovan::hashNoCase(text)); }
+
+SharedName SharedName::cachedAscii(std::string_view text) {
+    uint32_t hash = 0;  // tovan::hashNoCase of the widened text
+    for (char c : text) hash = hash * 31u + uint8_t(tovan::foldByte(c));
+    return cachedIn(text, hash);
 }
 
 long SharedName::liveBlocks() { return detector().live(); }

@@ -56,6 +56,9 @@ public:
     static SharedName cached(const tovan::WString& text);
     static SharedName cached(std::u16string_view text);
     static SharedName cached(const char16_t* text) { return cached(std::u16string_view(text)); }
+    /// As `cached`, for a text whose every unit is an ASCII byte, given as those bytes:
+    /// record readers find their names without widening them first.
+    static SharedName cachedAscii(std::string_view text);
 
     const tovan::WString& text() const { return block_ ? block_->text : s_null; }
     uint32_t hash() const { return block_ ? block_->hash : 0; }
@@ -80,6 +83,8 @@ private:
     }
     static void destroy(Block* b);
     static Block* make(std::u16string_view text);
+    template <class Text>
+    static SharedName cachedIn(Text text, uint32_t hash);
 
     static const tovan::WString s_null;
     Block* block_ = nullptr;

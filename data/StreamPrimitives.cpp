@@ -133,11 +133,7 @@ int32_t readCompactIntAfterHeader(iByteInputStream& in, uint8_t h) {
     }
 }
 
-int32_t readCompactInt(iByteInputStream& in) {
-    uint8_t h;
-    if (in.read(&h, 1) != 1) throw Exception(kClass, "readInt", u"EOF reading int header");
-    return readCompactIntAfterHeader(in, h);
-}
+void compactIntHeaderMissing() { throw Exception(kClass, "readInt", u"EOF reading int header"); }
 
 int32_t readCount(iByteInputStream& in) {
     // A list of -n elements has none: the loop over it does not run, and reading goes on
@@ -264,6 +260,36 @@ bool readWideString(iByteInputStream& in, std::u16string& text) {
     }
     readUnitsGrowing(in, version, len, text);
     return true;
+}
+
+SharedName readSharedName(iByteInputStream& in) {
+    size_t available;
+    const uint8_t* p = in.peek(available);
+    if (in.getVersion() >= 2 && available > 0) {
+        // The length header in its one- or two-byte form (names are short).
+        int32_t n = -1;
+        size_t head = 1;
+        if (uint8_t(p[0] - 1) >= 3) {
+            n = int8_t(p[0]) >> 2;
+        } else if (p[0] == 1 && available > 1) {
+            n = int8_t(p[1]);
+            head = 2;
+        }
+        if (n == 0) {
+            in.skip(head);
+            return SharedName();
+        }
+        if (n > 0 && head + size_t(n - 1) <= available) {
+            const std::string_view text(reinterpret_cast<const char*>(p + head), size_t(n - 1));
+            // Each unit of a version-2 string is its own UTF-8 sequence: a byte below 0x80 is one unit.
+            if (std::all_of(text.begin(), text.end(), [](char c) { return uint8_t(c) < 0x80; })) {
+                in.skip(head + text.size());
+                return SharedName::cachedAscii(text);
+            }
+        }
+    }
+    thread_local std::u16string text;
+    return readWideString(in, text) ? SharedName::cached(std::u16string_view(text)) : SharedName();
 }
 
 // ---- narrow string ------------------------------------------------------------------

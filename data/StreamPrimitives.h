@@ -27,6 +27,7 @@
 #include <cstdint>
 #include <string>
 
+#include "nvk/data/SharedName.h"
 #include "nvk/platform/ByteStream.h"
 #include "nvk/platform/Export.h"
 #include "nvk/platform/String.h"
@@ -38,9 +39,19 @@ namespace nvk {
 inline constexpr int kFixedStringBuffer = 1024;
 
 NVK_EXPORT void writeCompactInt(tovan::iByteOutputStream& out, int32_t v);
-NVK_EXPORT int32_t readCompactInt(tovan::iByteInputStream& in);
 /// The rest of a compact integer whose header byte was read already.
 NVK_EXPORT int32_t readCompactIntAfterHeader(tovan::iByteInputStream& in, uint8_t header);
+/// Raises "EOF reading int header".
+[[noreturn]] NVK_EXPORT void compactIntHeaderMissing();
+
+// Inline: most integers of a record (versions, flags, counts, type codes) are the one-byte
+// form, and a record has several per node.
+inline int32_t readCompactInt(tovan::iByteInputStream& in) {
+    uint8_t h;
+    if (!in.readByte(h)) compactIntHeaderMissing();
+    if (uint8_t(h - 1) >= 3) return int8_t(h) >> 2;  // arithmetic: 0xFC is -1
+    return readCompactIntAfterHeader(in, h);
+}
 
 NVK_EXPORT void writeBool(tovan::iByteOutputStream& out, bool v);
 /// Any non-zero byte is true.
@@ -51,6 +62,11 @@ NVK_EXPORT tovan::WString readWideString(tovan::iByteInputStream& in);
 /// The same into `text`, whose room is kept from one call to the next; false
 /// (and `text` empty) for the null string.
 NVK_EXPORT bool readWideString(tovan::iByteInputStream& in, std::u16string& text);
+
+/// A wide string as a name from this thread's table of recent names (SharedName::cached);
+/// the null string gives the null name. Names that are ASCII and lie whole in the stream's
+/// window are looked up from the bytes, without a wide copy.
+NVK_EXPORT SharedName readSharedName(tovan::iByteInputStream& in);
 
 /// `s` null writes "none" (0).
 NVK_EXPORT void writeNarrowString(tovan::iByteOutputStream& out, const char* s);

@@ -47,6 +47,16 @@ public:
     }
     virtual int getVersion() const = 0;
 
+    /// The bytes already in the window, for readers that look before they take (and then
+    /// `skip` what they used): `available` of them, possibly none. Nothing is read from
+    /// the source.
+    const uint8_t* peek(size_t& available) const {
+        available = size_t(windowEnd_ - next_);
+        return next_;
+    }
+    /// Takes `count` bytes of those `peek` showed.
+    void skip(size_t count) { next_ += count; }
+
     /// Reads exactly `count` bytes. A short read raises Exception(className,
     /// "read", "Unexpected end of stream: needed %d bytes, got %d"); the bytes
     /// that did arrive are consumed.
