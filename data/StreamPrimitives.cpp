@@ -117,6 +117,14 @@ void writeCompactInt(iByteOutputStream& out, int32_t v) {
 }
 
 int32_t readCompactIntAfterHeader(iByteInputStream& in, uint8_t h) {
+    size_t available;
+    const uint8_t* p = in.peek(available);
+    if (h >= 1 && h <= 3 && available >= 4) {  // the whole value is in the window
+        in.skip(h == 3 ? 4 : h);
+        if (h == 1) return int8_t(p[0]);
+        if (h == 2) return int16_t(tovan::loadLE<uint16_t>(p));
+        return int32_t(tovan::loadLE<uint32_t>(p));
+    }
     uint8_t b[4];
     switch (h) {
         case 1:

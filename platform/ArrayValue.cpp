@@ -1,7 +1,11 @@
 #include "nvk/platform/ArrayValue.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
+#include <type_traits>
+
+#include "nvk/platform/ByteOrder.h"
 
 namespace tovan {
 
@@ -204,11 +208,46 @@ void TypedArrayValue<Elem>::serialize(iByteOutputStream& out) const {
     for (const auto& e : items_) ArrayElementTraits<Elem>::write(out, e);
 }
 
+namespace {
+
+/// `count` fixed-width little-endian elements into `items`, read in blocks straight into the
+/// array's memory. The array grows a block at a time with the bytes that really arrive, so a
+/// corrupt count costs no more memory than they do; a short stream fails as reading the
+/// elements one by one would (the element it ends in, and the bytes of it that came).
+template <class Elem, class Items>
+void readFixedWidth(iByteInputStream& in, Items& items, uint32_t count, const char* className) {
+    constexpr size_t kBlock = 8192;
+    for (size_t done = 0; done < count;) {
+        const size_t step = std::min<size_t>(count - done, kBlock);
+        items.resize(done + step);
+        auto* bytes = reinterpret_cast<uint8_t*>(items.data() + done);
+        const size_t want = step * sizeof(Elem);
+        size_t got = 0;
+        while (got < want) {
+            const size_t n = in.read(bytes + got, want - got);
+            if (n == 0) break;
+            got += n;
+        }
+        if (got < want)
+            throw Exception(className, "read", u"Unexpected end of stream: needed %d bytes, got %d", sizeof(Elem),
+                            got % sizeof(Elem));
+        if constexpr (std::endian::native != std::endian::little && sizeof(Elem) > 1)
+            for (size_t i = 0; i < step; ++i) items.data()[done + i] = std::bit_cast<Elem>(
+                loadLE<std::conditional_t<sizeof(Elem) == 8, uint64_t, uint32_t>>(bytes + i * sizeof(Elem)));
+        done += step;
+    }
+}
+
+}  // namespace
+
 template <class Elem>
 void TypedArrayValue<Elem>::deserialize(iByteInputStream& in) {
     const char* cls = className();
     Items read;
-    readCounted(in, cls, [&] { read.append(ArrayElementTraits<Elem>::read(in, isStrictReading(), cls)); });
+    if constexpr (std::is_same_v<Elem, int32_t> || std::is_same_v<Elem, double> || std::is_same_v<Elem, uint8_t>)
+        readFixedWidth<Elem>(in, read, readUInt32LE(in, cls), cls);
+    else
+        readCounted(in, cls, [&] { read.append(ArrayElementTraits<Elem>::read(in, isStrictReading(), cls)); });
     items_ = std::move(read);
 }
 
