@@ -28,7 +28,11 @@ Location copyOf(const Location& l) {
 
 // ---- MemberNames ----------------------------------------------------------
 
-MemberNames::MemberNames() : buckets_(64, 0) {}
+MemberNames::MemberNames() : buckets_(kFirstBuckets, 0) {
+    // A document's names, mostly: readers are often made for one document.
+    entries_.reserve(kFirstBuckets / 2);
+    groups_.reserve(kFirstBuckets / 2);
+}
 MemberNames::~MemberNames() = default;
 
 uint32_t MemberNames::find(std::u16string_view text) {
@@ -72,7 +76,8 @@ void MemberNames::trim() {
     if (entries_.size() < kMaxNames) return;
     entries_.clear();
     groups_.clear();
-    buckets_.assign(64, 0);
+    firstAtTop_ = kNone;
+    buckets_.assign(kFirstBuckets, 0);
 }
 
 // ---- JsonNodeBuilder -------------------------------------------------------
@@ -162,7 +167,7 @@ void JsonNodeBuilder::ReadObject() {
     try {
         enter(match(TokenKind::ObjectBegin));
         convert([&] { converter_.BeginObject(); });
-        objectMembers();
+        objectMembers(MemberNames::kNone);
     } catch (const ParseException&) {
         drain();  // a scan error further on is raised instead
         throw;
@@ -173,15 +178,24 @@ void JsonNodeBuilder::RaiseConversionFailure() const {
     if (failure_) std::rethrow_exception(failure_);
 }
 
-void JsonNodeBuilder::objectMembers() {
+void JsonNodeBuilder::objectMembers(uint32_t holder) {
     const size_t first = members_.size();
     const uint64_t serial = dictionary_.nextSerial();
+    uint32_t previous = MemberNames::kNone;
+    uint32_t predicted = dictionary_.firstInside(holder);
     if (!nextIs(TokenKind::ObjectEnd)) {
         for (;;) {
             const JsonToken& name = match(TokenKind::String);
             const Location begin = copyOf(name.begin), end = copyOf(name.end);
             // The name's text is the scanner's until the next token: its entry stays.
-            const uint32_t entry = dictionary_.find(name.text);
+            uint32_t entry = predicted;
+            if (!dictionary_.matches(predicted, name.text)) {
+                entry = dictionary_.find(name.text);
+                (previous == MemberNames::kNone ? dictionary_.firstInside(holder) : dictionary_.follower(previous)) =
+                    entry;
+            }
+            previous = entry;
+            predicted = dictionary_.follower(entry);
             match(TokenKind::MemberAssign);
             // Only objects (and arrays, which may hold objects) need the name
             // on the converter's stack: it names the child nodes.
@@ -190,7 +204,7 @@ void JsonNodeBuilder::objectMembers() {
                 converter_.BeginValue();
                 if (nodes) converter_.names_.append(dictionary_.name(entry));
             });
-            value();
+            value(entry);
             // A member of a group already marked by this object is either the
             // same text again, which is an error, or another spelling, which
             // the collection finds as the same property.
@@ -221,17 +235,17 @@ void JsonNodeBuilder::objectMembers() {
     convert([&] { converter_.EndObject(); });
 }
 
-void JsonNodeBuilder::value() {
+void JsonNodeBuilder::value(uint32_t holder) {
     if (!peek()) throw ParseException(Location(), Location(), u"Unexpected end of token stream");
     switch (token_.kind) {
     case TokenKind::ObjectBegin:
         enter(match(TokenKind::ObjectBegin));
         convert([&] { converter_.BeginObject(); });
-        objectMembers();
+        objectMembers(holder);
         return;
     case TokenKind::ArrayBegin:
         enter(match(TokenKind::ArrayBegin));
-        arrayElements();
+        arrayElements(holder);
         return;
     case TokenKind::String:
         loaded_ = false;
@@ -282,7 +296,7 @@ CJsonDataTyper::ValueType scalarType(const cajun::json::Element& e) {
 
 }  // namespace
 
-void JsonNodeBuilder::arrayElements() {
+void JsonNodeBuilder::arrayElements(uint32_t holder) {
     cajun::json::Array held;
     bool walking = false;
     // While the held elements are all scalars, their types merged as the
@@ -302,7 +316,7 @@ void JsonNodeBuilder::arrayElements() {
                 held.Clear();
             }
             if (walking)
-                value();
+                value(holder);
             else {
                 cajun::json::Element& e = held.PushBack(cajun::json::Element());
                 element(e);

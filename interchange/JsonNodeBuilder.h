@@ -28,6 +28,7 @@ namespace nvk {
 class MemberNames {
 public:
     static constexpr size_t kMaxNames = size_t(1) << 14;
+    static constexpr uint32_t kNone = ~uint32_t(0);
 
     MemberNames();
     ~MemberNames();
@@ -36,6 +37,17 @@ public:
 
     /// The entry for `text`, made on first sight.
     uint32_t find(std::u16string_view text);
+    /// True when `entry` (kNone for none) has the text `text`: records repeat
+    /// their names in the same order, so the entry that came after a name the
+    /// last time is tried before the text is looked up.
+    bool matches(uint32_t entry, std::u16string_view text) const {
+        return entry != kNone && entries_[entry].name.text().view() == text;
+    }
+    /// The entry that came after `entry` in its object the last time.
+    uint32_t& follower(uint32_t entry) { return entries_[entry].follower; }
+    /// The first member the last time of an object held by a member named
+    /// `entry` (for kNone, of a top-level object).
+    uint32_t& firstInside(uint32_t entry) { return entry == kNone ? firstAtTop_ : entries_[entry].firstInside; }
     const SharedName& name(uint32_t entry) const { return entries_[entry].name; }
     uint32_t group(uint32_t entry) const { return entries_[entry].group; }
     /// The mark of a group: the serial of the innermost open object that
@@ -51,19 +63,22 @@ private:
         SharedName name;
         uint32_t group;
         uint32_t nextInGroup;  // kNone at the end
+        uint32_t follower = kNone;
+        uint32_t firstInside = kNone;
     };
     struct Group {
         uint32_t hash;  // hashNoCase of the texts
         uint32_t first;  // entry
         uint64_t mark = 0;
     };
-    static constexpr uint32_t kNone = ~uint32_t(0);
+    static constexpr size_t kFirstBuckets = 256;
     void rehash(size_t buckets);
 
     std::vector<Entry> entries_;
     std::vector<Group> groups_;
     std::vector<uint32_t> buckets_;  // group + 1; 0 for none
     uint64_t serial_ = 0;
+    uint32_t firstAtTop_ = kNone;
 };
 
 /// Reads one top-level object into a CJsonConverter with the outcome of the
@@ -106,9 +121,10 @@ private:
     void drain();
 
     // Members are nodes and properties as they come.
-    void objectMembers();
-    void value();
-    void arrayElements();
+    // `holder` is the entry of the member the value belongs to (kNone at the top).
+    void objectMembers(uint32_t holder);
+    void value(uint32_t holder);
+    void arrayElements(uint32_t holder);
     // Elements, for arrays that are held whole.
     void element(cajun::json::Element& out);
     void elementObject(cajun::json::Object& out);

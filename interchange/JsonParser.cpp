@@ -1,6 +1,7 @@
 #include "nvk/interchange/JsonParser.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <cstdint>
 #include <limits>
@@ -25,7 +26,22 @@ double Parser::ParseNumber(const JsonToken& token) {
     if (unsigned_ == u"Inf" || unsigned_ == u"Infinity")
         return negative ? -std::numeric_limits<double>::infinity() : std::numeric_limits<double>::infinity();
 
-    size_t taken = tovan::streamDoublePrefix(text);
+    // Narrowed once, here, for the usual lengths: the general conversion
+    // would look for a short integer again and narrow again. It takes the
+    // longer texts and whatever from_chars refuses.
+    char narrow[64];
+    size_t taken = 0;
+    if (!text.empty() && text.size() < sizeof narrow) {
+        for (char16_t c : text) narrow[taken++] = char(c);
+        taken = tovan::streamDoublePrefix(text);
+        if (taken == text.size()) {
+            const char* first = narrow + (narrow[0] == '+' ? 1 : 0);
+            auto [ptr, ec] = std::from_chars(first, narrow + taken, value);
+            if (ec == std::errc() && ptr == narrow + taken) return value;
+        }
+    } else {
+        taken = tovan::streamDoublePrefix(text);
+    }
     if (taken < text.size())
         throw ParseException(token.begin, token.end, u"Unexpected character in NUMBER token: %c", text[taken]);
     return tovan::streamDoubleValue(text);

@@ -113,7 +113,7 @@ size_t plainRun(std::u16string_view buf) {
 
 }  // namespace
 
-void Scanner::scanString(JsonInputStream& in) {
+std::u16string_view Scanner::scanString(JsonInputStream& in) {
     matchWord(in, u"\"");
     // Most strings have no escape and end in the block at hand: their text is
     // that part of the block, which stays as it is until the stream reads on
@@ -121,11 +121,10 @@ void Scanner::scanString(JsonInputStream& in) {
     std::u16string_view buf = in.Buffered();
     size_t run = plainRun(buf);
     if (run < buf.size() && buf[run] == u'"') {
-        text_ = buf.substr(0, run);
         in.Skip(run + 1);
         in.position = advanceCount(in.position, run + 1);
         in.column = advanceCount(in.column, run + 1);
-        return;
+        return buf.substr(0, run);
     }
     std::u16string& text = scratch_;
     text.clear();
@@ -182,21 +181,20 @@ void Scanner::scanString(JsonInputStream& in) {
         }
     }
     matchWord(in, u"\"");
-    text_ = scratch_;
+    return scratch_;
 }
 
-void Scanner::scanNumber(JsonInputStream& in) {
+std::u16string_view Scanner::scanNumber(JsonInputStream& in) {
     const auto& table = numberCharacters();
     // As for strings: a number that ends inside the block is a view of it.
     std::u16string_view buf = in.Buffered();
     size_t run = 0;
     while (run < buf.size() && isNumberChar(table, buf[run])) ++run;
     if (run < buf.size()) {
-        text_ = buf.substr(0, run);
         in.Skip(run);
         in.position = advanceCount(in.position, run);
         in.column = advanceCount(in.column, run);
-        return;
+        return buf.substr(0, run);
     }
     std::u16string& text = scratch_;
     text.clear();
@@ -215,7 +213,7 @@ void Scanner::scanNumber(JsonInputStream& in) {
         if (in.EOS() || !isNumberChar(table, in.Peek())) break;
         text += in.Consume();
     }
-    text_ = scratch_;
+    return scratch_;
 }
 
 // ---- Tokens ----------------------------------------------------------------
@@ -352,8 +350,7 @@ bool Scanner::Next(JsonInputStream& in, JsonToken& token) {
     case u':': token.kind = TokenKind::MemberAssign; break;
     case u'"':
         token.kind = TokenKind::String;
-        scanString(in);
-        token.text = text_;
+        token.text = scanString(in);
         break;
     case u'-':
     case u'0':
@@ -368,8 +365,7 @@ bool Scanner::Next(JsonInputStream& in, JsonToken& token) {
     case u'9':
     case u'I':
         token.kind = TokenKind::Number;
-        scanNumber(in);
-        token.text = text_;
+        token.text = scanNumber(in);
         break;
     case u't':
         token.kind = TokenKind::Boolean;

@@ -129,12 +129,14 @@ public:
     }
 
 private:
-    void scanString(JsonInputStream& in);
-    void scanNumber(JsonInputStream& in);
+    // The token's text, in scratch_ or in the stream's block. Returned rather
+    // than kept in a member: read back at once, the member's two words would
+    // wait for the stores that just wrote them.
+    std::u16string_view scanString(JsonInputStream& in);
+    std::u16string_view scanNumber(JsonInputStream& in);
     void matchWord(JsonInputStream& in, std::u16string_view word);
 
     std::u16string scratch_;          // the text of the token being scanned, when it is not in the block
-    std::u16string_view text_;        // the token's text: in scratch_ or in the stream's block
     // Open containers by token index (kObjectBit set for objects), for the
     // arrays' element hints.
     static constexpr uint32_t kObjectBit = 0x80000000u;
