@@ -30,6 +30,6 @@ CBaseNode* CBaseNode::allocateCopy(const CBaseNode& source) {
 
 void CBaseNode::deallocate(CBaseNode* node) { tovan::ObjectPool<CBaseNode>::deallocate(node); }
 
-void CBaseNode::deleteInstance() { pool().deleteInstance(this); }
+void CBaseNode::deleteInstance() { EndTree(this); }
 
 }  // namespace nvk

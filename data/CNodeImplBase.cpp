@@ -79,18 +79,28 @@ int CNodeImplBase::TreeDepth(const tovan::iNode& root, int limit) {
     return deepest;
 }
 
-void CNodeImplBase::OnActivateDefault() {
+// Every node on the free list was emptied on its way there: a node handed
+// out again is left alone rather than cleaned out twice.
+void CNodeImplBase::OnActivateDefault() {}
+
+void CNodeImplBase::OnDeactivateDefault() {
     CleanOutNodeData(true);
     name_.clear();
 }
 
-void CNodeImplBase::OnDeactivateDefault() {
-    // A tree is released node by node, last child first: backwards through
-    // the memory it was built in, and mostly cold.
-    thread_local tovan::MemoryAhead ahead;
-    ahead.visit(this);
-    CleanOutNodeData(true);
-    name_.clear();
+void CNodeImplBase::CollectionEnds::take(CNodeImplBase& node) {
+    CPropertyCollection* c = std::exchange(node.properties_, nullptr);
+    if (!c || !c->releaseKeepingEnd()) return;
+    if (typeid(*c) != typeid(CPropertyCollection)) {
+        c->deleteInstance();
+        return;
+    }
+    items_[count_++] = c;
+    if (count_ == kBatch) flush();
+}
+
+void CNodeImplBase::CollectionEnds::flush() {
+    if (count_) CPropertyCollection::pool().deleteInstances(items_, std::exchange(count_, 0));
 }
 
 // ---- sub-objects ------------------------------------------------------------------
@@ -356,6 +366,10 @@ void CNodeImplBase::GetIndexPathExpression(WString& text, const iNode* relativeT
 // ---- copies and clean-out --------------------------------------------------------
 
 void CNodeImplBase::AssignFrom(const iNode& source, bool deep) {
+    AssignFrom(source, dynamic_cast<const CNodeImplBase*>(&source), deep);
+}
+
+void CNodeImplBase::AssignFrom(const iNode& source, const CNodeImplBase* own, bool deep) {
     iNode* self = GetINode();
     // Assigning a node from itself would empty it: its properties and children go before
     // the (same) source's are copied. It is left as it is.
@@ -364,9 +378,14 @@ void CNodeImplBase::AssignFrom(const iNode& source, bool deep) {
     // this node's descendants is copied before removing the children frees it.
     std::vector<Ptr<iNode>> copies;
     if (deep) {
-        const int n = source.getNumberOfChildren();
-        copies.reserve(size_t(n));
-        for (int i = 0; i < n; ++i) copies.push_back(source.getChildAt(i)->cloneNode(true));
+        if (own) {
+            copies.reserve(own->children_.size());
+            for (iNode* child : own->children_.view()) copies.push_back(child->cloneNode(true));
+        } else {
+            const int n = source.getNumberOfChildren();
+            copies.reserve(size_t(n));
+            for (int i = 0; i < n; ++i) copies.push_back(source.getChildAt(i)->cloneNode(true));
+        }
     }
     Ptr<CMetaData> meta;
     if (tovan::iMetaData* sm = source.findInfo()) {
@@ -377,12 +396,14 @@ void CNodeImplBase::AssignFrom(const iNode& source, bool deep) {
     // The node's own collection and metadata are refilled, not replaced: a caller holding
     // them sees the new content. The collection's assignFrom changes nothing when it fails.
     // The value is a property, so it travels with the properties.
-    if (const tovan::iPropertyCollection* sp = source.getProperties(); sp && sp->getSize() > 0)
+    if (own && own->properties_ && own->properties_->getSize() > 0)
+        EnsureOwnPropCollection().assignFrom(*own->properties_, true);
+    else if (const tovan::iPropertyCollection* sp = own ? nullptr : source.getProperties(); sp && sp->getSize() > 0)
         EnsurePropCollectionExists().assignFrom(sp, true);
     else if (properties_)
         properties_->removeAll();
-    if (auto* s = dynamic_cast<const CNodeImplBase*>(&source))
-        name_.shareName(s->name_);
+    if (own)
+        name_.shareName(own->name_);
     else
         name_.setName(source.getName());
     if (deep) {

@@ -3,11 +3,14 @@
 #include <atomic>
 #include <cstdint>
 #include <span>
+#include <typeinfo>
 #include <vector>
 
 #include "nvk/data/cppNodeQName.h"
 #include "nvk/platform/Export.h"
 #include "nvk/platform/Lock.h"
+#include "nvk/platform/Pool.h"
+#include "nvk/platform/Prefetch.h"
 #include "nvk/platform/Value.h"
 #include "nvk/platform/iNode.h"
 #include "nvk/platform/iXPathParser.h"
@@ -114,9 +117,21 @@ protected:
     /// `source`; the own collection and metadata are refilled, not replaced.
     /// From itself: nothing changes.
     void AssignFrom(const tovan::iNode& source, bool deep);
+    /// AssignFrom for a source of the library's own node classes (a clone's):
+    /// its collection is copied slot by slot, with no cast per node or property.
+    void CopyFrom(const CNodeImplBase& source, bool deep) { AssignFrom(source, &source, deep); }
     /// Drops children, properties, the evaluator and metadata; the parent link
     /// only when `resetParent`. The name stays.
     void CleanOutNodeData(bool resetParent);
+
+    /// The end of `root`, a node of class T whose last reference went: it and
+    /// every descendant of class T whose last reference goes with it return
+    /// to T's pool, last child first as a recursive release would, but from
+    /// a loop (a tree of any depth), with one turn of the pool's lock per
+    /// batch and no atomic read-modify-write where a node has one holder.
+    /// Children of other classes, or held elsewhere, are released as usual.
+    template <class T>
+    static void EndTree(T* root);
 
     /// Runs `expr` through the cached evaluator (made on first use) under the
     /// node's lock.
@@ -140,6 +155,26 @@ protected:
     tovan::iNode* parent_ = nullptr;  // weak: a child never owns its parent
 
 private:
+    void AssignFrom(const tovan::iNode& source, const CNodeImplBase* own, bool deep);
+
+    /// The collections of ending nodes, returned to their pool together.
+    class CollectionEnds {
+    public:
+        CollectionEnds() = default;
+        ~CollectionEnds() { flush(); }
+        CollectionEnds(const CollectionEnds&) = delete;
+        CollectionEnds& operator=(const CollectionEnds&) = delete;
+        /// Takes `node`'s collection out, to end it with the next batch when
+        /// this was its last reference.
+        void take(CNodeImplBase& node);
+        void flush();
+
+    private:
+        static constexpr size_t kBatch = 64;
+        CPropertyCollection* items_[kBatch];
+        size_t count_ = 0;
+    };
+
     /// What few nodes use, in one block made on first use.
     struct Extras {
         tovan::CriticalSection lock;              // guards xpathParser
@@ -202,5 +237,56 @@ private:
     // the lock they would share is in the block.
     std::atomic<Extras*> extras_{nullptr};
 };
+
+template <class T>
+void CNodeImplBase::EndTree(T* root) {
+    if (root->children_.empty()) {
+        T::pool().deleteInstance(root);
+        return;
+    }
+    struct Level {
+        CNodeImplBase* node;
+        size_t next;  // children still to release, from the last
+    };
+    std::vector<Level> pending;
+    pending.reserve(16);
+    pending.push_back({root, root->children_.size()});
+    typename tovan::ObjectPool<T>::Returns back(T::pool());
+    CollectionEnds collections;
+    // A released tree is cold and is met backwards through the memory it
+    // was built in.
+    tovan::MemoryAhead ahead;
+    while (!pending.empty()) {
+        Level& level = pending.back();
+        if (level.next == 0) {
+            CNodeImplBase* done = level.node;
+            done->children_.clear();  // released here: its own clean-out finds none
+            pending.pop_back();
+            collections.take(*done);
+            back.add(static_cast<T*>(done));
+            continue;
+        }
+        const size_t i = --level.next;
+        const ChildArray& children = level.node->children_;
+        if (i >= 2) __builtin_prefetch(children[i - 2], 1);
+        tovan::iNode* child = children[i];
+        child->setParent(nullptr);
+        if (!child->releaseKeepingEnd()) continue;
+        if (typeid(*child) != typeid(T)) {
+            child->deleteInstance();  // a class with an end of its own
+            continue;
+        }
+        T* node = static_cast<T*>(child);
+        ahead.visit(node);
+        if (node->children_.empty()) {
+            collections.take(*node);
+            back.add(node);
+        } else {
+            pending.push_back({node, node->children_.size()});
+        }
+    }
+    collections.flush();
+    back.flush();
+}
 
 }  // namespace nvk

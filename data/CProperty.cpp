@@ -48,9 +48,20 @@ void CProperty::deleteInstance() {
     pool().deleteInstance(this);
 }
 
-// A recycled property must not carry anything from its previous life, and a
-// pooled one must not keep values or metadata alive (they count as live).
-void CProperty::onActivate() { reset(); }
+void CProperty::endInstances(CProperty** props, size_t n) {
+    size_t returned = 0;
+    for (size_t i = 0; i < n; ++i) {
+        CProperty* p = props[i];
+        p->dropValue();
+        if (!p->slot_.deferHome()) props[returned++] = p;
+    }
+    pool().deleteInstances(props, returned);
+}
+
+// A pooled property must not keep values or metadata alive (they count as
+// live); being emptied on its way to the free list, it is handed out again
+// as it is rather than cleaned out twice.
+void CProperty::onActivate() {}
 void CProperty::onDeactivate() { reset(); }
 
 void CProperty::reset() {

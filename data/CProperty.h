@@ -50,6 +50,10 @@ public:
     /// A copy of `source` (name, flags, metadata, value copied) with one reference.
     static CProperty* allocateCopy(const CProperty& source);
     static void deallocate(CProperty* p);
+    /// Ends `n` properties of this very class whose last reference went
+    /// (CountedObject::releaseKeepingEnd), as deleteInstance ends each, with
+    /// one turn of the pool's lock. `props` is used as scratch.
+    static void endInstances(CProperty** props, size_t n);
     static tovan::ObjectPool<CProperty>& pool();
 
     const tovan::ClassTag& getClass() const override { return Tag; }

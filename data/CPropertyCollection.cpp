@@ -50,10 +50,8 @@ void CPropertyCollection::deallocate(CPropertyCollection* c) { tovan::ObjectPool
 
 void CPropertyCollection::deleteInstance() { pool().deleteInstance(this); }
 
-void CPropertyCollection::onActivate() {
-    resetStorage();
-    owner_ = nullptr;
-}
+// Emptied on its way to the free list (onDeactivate): handed out as it is.
+void CPropertyCollection::onActivate() {}
 
 void CPropertyCollection::onDeactivate() {
     resetStorage();
@@ -156,8 +154,7 @@ iProperty& CPropertyCollection::defineValue(const WString& name, const Value* va
     if (d.GetInternalIndex(name) >= 0) throw Exception(kClass, operation, u"Property %ls already exists\n", name);
     Ptr<CProperty> p = d.MakeNewPropertyWithCopiedValue(name, value);
     if (low) p->setFlags(low);
-    d.AddProperty(p.get());
-    return *p;
+    return *d.AdoptProperty(std::move(p));
 }
 
 iProperty& CPropertyCollection::define(const WString& name, uint32_t flags) {
@@ -308,29 +305,41 @@ void CPropertyCollection::copyInto(CProperty& p, const iProperty& source, bool c
         p.getMetaData().assignFrom(meta, true);
 }
 
-void CPropertyCollection::assignFrom(const iPropertyCollection* source, bool copyValues) {
-    if (!source) throw Exception(kClass, "assignFrom", u"Source collection is NULL");
-    if (source == this) return;
-    const int n = source->getSize();
+void CPropertyCollection::copyInto(CProperty& p, const CProperty& source, bool copyValue) {
+    p.assignFrom(source, copyValue);
+}
+
+template <class At>
+void CPropertyCollection::assignEach(int n, At at, bool copyValues) {
     if (GetSlotCount() == 0) {
         // Nothing to lose when a copy fails (a clone's new collection): fill in place.
         Reserve(size_t(n));
         try {
             if (GetPropertyClass()) {
-                for (int i = 0; i < n; ++i) AddProperty(copyOf(source->get(i), copyValues).get());
+                for (int i = 0; i < n; ++i) {
+                    Ptr<CProperty> p = MakeNewPropertyWithCopiedValue(WString(), nullptr);
+                    copyInto(*p, at(i), copyValues);
+                    AddProperty(p.get());
+                }
             } else {
-                // The properties come from the pool a batch at a time, each held
-                // at once so that a failing copy returns the rest.
+                // The properties come from the pool a batch at a time; the
+                // collection's reference is the only one taken (the room is
+                // reserved, so adding cannot fail), and a failing copy sends
+                // the batch's unused rest back.
                 constexpr int kBatch = 16;
                 for (int i = 0; i < n; i += kBatch) {
                     const int k = std::min(kBatch, n - i);
                     CProperty* made[kBatch];
                     CProperty::newInstances(made, size_t(k));
-                    Ptr<CProperty> held[kBatch];
-                    for (int j = 0; j < k; ++j) held[j] = Ptr<CProperty>(made[j]);
-                    for (int j = 0; j < k; ++j) {
-                        copyInto(*held[j], source->get(i + j), copyValues);
-                        AddProperty(held[j].get());
+                    int j = 0;
+                    try {
+                        for (; j < k; ++j) {
+                            copyInto(*made[j], at(i + j), copyValues);
+                            AddProperty(made[j]);
+                        }
+                    } catch (...) {
+                        for (; j < k; ++j) Ptr<CProperty> back(made[j]);
+                        throw;
                     }
                 }
             }
@@ -343,8 +352,30 @@ void CPropertyCollection::assignFrom(const iPropertyCollection* source, bool cop
     Ptr<CPropertyCollection> fresh(newInstance());
     fresh->SetPropertyClass(GetPropertyClass());
     fresh->Reserve(size_t(n));
-    for (int i = 0; i < n; ++i) fresh->AddProperty(copyOf(source->get(i), copyValues).get());
+    for (int i = 0; i < n; ++i) {
+        Ptr<CProperty> p = GetPropertyClass() ? MakeNewPropertyWithCopiedValue(WString(), nullptr)
+                                              : Ptr<CProperty>(CProperty::newInstance());
+        copyInto(*p, at(i), copyValues);
+        fresh->AddProperty(p.get());
+    }
     TakeProperties(*fresh);
+}
+
+void CPropertyCollection::assignFrom(const iPropertyCollection* source, bool copyValues) {
+    if (!source) throw Exception(kClass, "assignFrom", u"Source collection is NULL");
+    if (source == this) return;
+    if (auto* own = dynamic_cast<const CPropertyCollection*>(source)) {
+        assignFrom(*own, copyValues);
+        return;
+    }
+    assignEach(source->getSize(), [source](int i) -> const iProperty& { return source->get(i); }, copyValues);
+}
+
+void CPropertyCollection::assignFrom(const CPropertyCollection& source, bool copyValues) {
+    if (&source == this) return;
+    source.CompactPropertiesArray();
+    CProperty* const* slots = source.GetSlots().data();
+    assignEach(source.GetNumProperties(), [slots](int i) -> const CProperty& { return *slots[i]; }, copyValues);
 }
 
 void CPropertyCollection::attachFrom(const iPropertyCollection* source, bool copyValues) {

@@ -108,6 +108,8 @@ public:
     void keep(const std::vector<tovan::WString>& names, bool createMissing) override;
     void reorderProperty(int from, int to) override;
     void assignFrom(const tovan::iPropertyCollection* source, bool copyValues) override;
+    /// The same from a collection of this class, read slot by slot.
+    void assignFrom(const CPropertyCollection& source, bool copyValues);
     void attachFrom(const tovan::iPropertyCollection* source, bool copyValues) override;
     void appendFrom(const tovan::iPropertyCollection* source) override;
     void _setOwner(tovan::Object* owner) override { owner_ = owner; }
@@ -136,6 +138,10 @@ private:
     tovan::Ptr<CProperty> copyOf(const tovan::iProperty& source, bool copyValue) const;
     /// Makes the unnamed, empty property `p` a copy of `source`.
     static void copyInto(CProperty& p, const tovan::iProperty& source, bool copyValue);
+    static void copyInto(CProperty& p, const CProperty& source, bool copyValue);
+    /// Replaces the content by copies of the `n` properties `at(i)` gives.
+    template <class At>
+    void assignEach(int n, At at, bool copyValues);
     /// The shared lock that stands for this collection's.
     tovan::CriticalSection& lock() const;
 

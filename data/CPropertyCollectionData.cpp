@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <bit>
+#include <typeinfo>
+#include <utility>
 
 #include "nvk/data/CPropertyCollection.h"
 #include "nvk/data/SlotIndex_internal.h"
@@ -142,6 +144,15 @@ void CPropertyCollectionData::AddProperty(CProperty* property) {
     property->setCollection(this);
     push(property);
     if (IsIndexBuilt()) extra_->index->put(int(size_ - 1), slots_);
+}
+
+CProperty* CPropertyCollectionData::AdoptProperty(Ptr<CProperty> property) {
+    reserveOneMore();
+    CProperty* p = property.detach();
+    p->setCollection(this);
+    push(p);
+    if (IsIndexBuilt()) extra_->index->put(int(size_ - 1), slots_);
+    return p;
 }
 
 CProperty* CPropertyCollectionData::AppendNewProperty(const WString& name, Ptr<Value> value) {
@@ -316,6 +327,11 @@ void CPropertyCollectionData::Clear() {
     }
     // Back to front, as a node releases its children. The inline slots are
     // read while being released: nothing refills them until this returns.
+    // Properties of the class itself that end here go back to the pool
+    // together; others end as their class has them end.
+    constexpr size_t kBatch = 16;
+    CProperty* ended[kBatch];
+    size_t endedCount = 0;
     for (size_t i = count; i-- > 0;) {
         // A released tree is cold: fetch the properties a little ahead, and
         // the values of those fetched before.
@@ -324,9 +340,16 @@ void CPropertyCollectionData::Clear() {
         if (CProperty* p = doomed[i]) {
             doomed[i] = nullptr;
             p->setCollection(nullptr);
-            p->release();
+            if (!p->releaseKeepingEnd()) continue;
+            if (typeid(*p) != typeid(CProperty)) {
+                p->deleteInstance();
+                continue;
+            }
+            ended[endedCount++] = p;
+            if (endedCount == kBatch) CProperty::endInstances(ended, std::exchange(endedCount, 0));
         }
     }
+    if (endedCount) CProperty::endInstances(ended, endedCount);
     if (doomed != inline_) delete[] doomed;
 }
 

@@ -85,6 +85,9 @@ public:
     /// Appends `property` and takes a reference on it. The caller has checked
     /// that the name is free.
     void AddProperty(CProperty* property);
+    /// The same, taking over the caller's reference instead of adding one;
+    /// when the room cannot be had, `property` is released.
+    CProperty* AdoptProperty(tovan::Ptr<CProperty> property);
     /// Appends a new property (of the property class, if one is set) named
     /// `name` and holding `value` (null for none), whose reference it takes
     /// over. For builders that have checked that the name is not there;

@@ -78,7 +78,7 @@ public:
     T* Clone(bool deep) const {
         T* copy = T::newInstance();
         try {
-            copy->assignFromNode(*this, deep);
+            copy->CopyFrom(*this, deep);
         } catch (...) {
             copy->addRef();
             copy->release();

@@ -42,10 +42,6 @@ void Object::failCast(const std::type_info& wanted) const {
                                 typeNameOf(wanted));
 }
 
-void CountedObject::release() const {
-    if (refs_.fetch_sub(1, std::memory_order_acq_rel) == 1) const_cast<CountedObject*>(this)->deleteInstance();
-}
-
 void CountedObject::deleteInstance() { delete this; }
 
 namespace {

@@ -88,7 +88,23 @@ public:
 
     void addRef() const { refs_.fetch_add(1, std::memory_order_relaxed); }
     /// Drops one reference; the last one deletes (or recycles) the object.
-    void release() const;
+    void release() const {
+        if (releaseKeepingEnd()) const_cast<CountedObject*>(this)->deleteInstance();
+    }
+    /// Drops one reference as release() does, but leaves the end of the
+    /// object to the caller when it was the last (true): a tree's teardown
+    /// gathers the objects it ends, to return them to their pools together.
+    bool releaseKeepingEnd() const {
+        // The only holder: no other thread can take or drop a reference
+        // meanwhile, so the locked read-modify-write on memory that is mostly
+        // cold by now can go. The acquire load still orders the end after
+        // every earlier holder's release.
+        if (refs_.load(std::memory_order_acquire) == 1) {
+            refs_.store(0, std::memory_order_relaxed);
+            return true;
+        }
+        return refs_.fetch_sub(1, std::memory_order_acq_rel) == 1;
+    }
     int getRefCount() const { return refs_.load(std::memory_order_acquire); }
 
     /// Called when the last reference goes; the default deletes the object.

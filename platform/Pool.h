@@ -7,6 +7,7 @@
 #include <iterator>
 #include <new>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "nvk/platform/Exception.h"
@@ -197,6 +198,60 @@ public:
         if (!keep) destroy(obj);
     }
 
+    /// `n` objects whose last reference went, returned as deleteInstance
+    /// returns each, for one turn of the lock: a tree's teardown ends its
+    /// objects together. The hooks run first, in order, without the lock;
+    /// the last object given is the first handed out again.
+    void deleteInstances(T* const* objs, size_t n) {
+        for (size_t i = 0; i < n; ++i)
+            if (objs[i]->getRefCount() != 0)
+                throw Exception(className_, "deleteInstance",
+                                u"Tried to deleteInstance() an object with nonzero ref count: %d\n",
+                                objs[i]->getRefCount());
+        for (size_t i = 0; i < n; ++i) objs[i]->onDeactivate();
+        size_t kept = 0;
+        {
+            AutoCriticalSection lock(lock_);
+            if (enabled_ && capacity_ < 0)
+                kept = n;
+            else if (enabled_ && free_.size() < size_t(capacity_))
+                kept = std::min(n, size_t(capacity_) - free_.size());
+            if (kept != 0) {
+                if (outstanding_.load(std::memory_order_relaxed) < int(kept))
+                    throw Exception(className_, "deleteInstance",
+                                    u"Object leak, object being returned to pool when none were outstanding...");
+                free_.insert(free_.end(), objs, objs + kept);
+            }
+            outstanding_.store(outstanding_.load(std::memory_order_relaxed) - int(n), std::memory_order_relaxed);
+        }
+        for (size_t i = kept; i < n; ++i) destroy(objs[i]);
+    }
+
+    /// Gathers objects whose last reference went (see
+    /// CountedObject::releaseKeepingEnd) and returns them to the pool a
+    /// batch at a time, in the order given.
+    class Returns {
+    public:
+        explicit Returns(ObjectPool& pool) : pool_(pool) {}
+        ~Returns() { flush(); }
+        Returns(const Returns&) = delete;
+        Returns& operator=(const Returns&) = delete;
+        void add(T* obj) {
+            items_[count_++] = obj;
+            if (count_ == kBatch) flush();
+        }
+        void flush() {
+            const size_t n = std::exchange(count_, 0);
+            if (n) pool_.deleteInstances(items_, n);
+        }
+
+    private:
+        static constexpr size_t kBatch = 64;
+        ObjectPool& pool_;
+        T* items_[kBatch];
+        size_t count_ = 0;
+    };
+
     /// Pooling on or off; switching it off empties the free list.
     void setEnabled(bool enabled) {
         {
@@ -252,7 +307,10 @@ private:
     /// Room for one object, under the lock.
     void* carve() {
         if (next_ == end_) {
-            slabs_.reserve(slabs_.size() + 1);  // so that the insert below cannot fail
+            // Room first, so that the insert below cannot fail; grown
+            // geometrically, as a reserve of one more would copy the whole
+            // list for every slab of a large tree.
+            if (slabs_.size() == slabs_.capacity()) slabs_.reserve(std::max<size_t>(16, slabs_.size() * 2));
             // A plain heap block: an aligned one (to find the slab from the
             // address) cost a heap split per slab and made building slower.
             auto* slab = static_cast<Slab*>(std::malloc(SlabBytes));

@@ -358,6 +358,38 @@ TEST(NodePool, RecycledNodesStartEmpty) {
     EXPECT_EQ(again->getRefCount(), 1);
 }
 
+TEST(NodePool, ReleasingATreeEndsWhatItAloneHeldAtAnyDepth) {
+    auto& nodes = CBaseNode::pool();
+    auto& properties = nvk::CProperty::pool();
+    const int nodesBefore = nodes.getOutstanding(), propertiesBefore = properties.getOutstanding(),
+              carriersBefore = CObjectTransportNode::pool().getOutstanding();
+    constexpr int kLevels = 100000;  // a release recursing once per level runs out of stack
+    NodePtr kept;
+    {
+        NodePtr root = node(u"root");
+        iNode* tip = root.get();
+        for (int i = 0; i < kLevels; ++i) {
+            tip = child(*tip, u"level");
+            tip->getProperties().define(u"depth", IntegerValue(i));
+        }
+        // Held elsewhere, a node outlives the tree with its subtree; below a
+        // node of another class the tree still ends.
+        kept = NodePtr(static_cast<CBaseNode*>(root->getChildAt(0)->getChildAt(0)));
+        Ptr<CObjectTransportNode> carrier(CObjectTransportNode::newInstance());
+        root->appendChild(carrier.get());
+        child(*child(*carrier, u"below"), u"further");
+    }
+    EXPECT_EQ(kept->findParent(), nullptr);
+    EXPECT_EQ(nvk::CNodeImplBase::TreeDepth(*kept, kLevels), kLevels - 1);
+    EXPECT_EQ(kept->getProperties().get(u"depth").getValue().toString(), u"1");
+    EXPECT_EQ(nodes.getOutstanding(), nodesBefore + kLevels - 1);
+    EXPECT_EQ(properties.getOutstanding(), propertiesBefore + kLevels - 1);
+    kept.reset();
+    EXPECT_EQ(nodes.getOutstanding(), nodesBefore);
+    EXPECT_EQ(properties.getOutstanding(), propertiesBefore);
+    EXPECT_EQ(CObjectTransportNode::pool().getOutstanding(), carriersBefore);
+}
+
 namespace {
 
 struct Payload : CountedObject {};

@@ -163,6 +163,24 @@ TEST(Pool, RecyclesCountsAndKeepsToItsCapacity) {
     ObjectPool<Widget>::deallocate(a);
     ObjectPool<Widget>::deallocate(b);  // pool full: destroyed
     EXPECT_EQ(pool.getFreeCount(), 1u);
+
+    // A batch goes back together: refused whole while one is still held,
+    // then kept up to the capacity (the first given), the rest destroyed.
+    pool.setCapacity(2);
+    Widget* batch[3] = {pool.newInstance(), pool.newInstance(), pool.newInstance()};
+    batch[2]->addRef();
+    const int deactivated = batch[0]->deactivations + batch[1]->deactivations;
+    EXPECT_THROW_MSG(pool.deleteInstances(batch, 3), Exception,
+                     "Tried to deleteInstance() an object with nonzero ref count: 1\n");
+    EXPECT_EQ(batch[0]->deactivations + batch[1]->deactivations, deactivated);
+    EXPECT_EQ(pool.getOutstanding(), before + 3);
+    EXPECT_TRUE(batch[2]->releaseKeepingEnd());
+    EXPECT_EQ(batch[2]->getRefCount(), 0);
+    pool.deleteInstances(batch, 3);
+    EXPECT_EQ(pool.getOutstanding(), before);
+    EXPECT_EQ(pool.getFreeCount(), 2u);
+    EXPECT_EQ(pool.newInstance(), batch[1]);  // the last one kept comes back first
+    pool.deleteInstance(batch[1]);
     pool.setCapacity(-1);
     pool.setEnabled(false);
     EXPECT_EQ(pool.getFreeCount(), 0u);
