@@ -26,22 +26,26 @@ double Parser::ParseNumber(const JsonToken& token) {
     if (unsigned_ == u"Inf" || unsigned_ == u"Infinity")
         return negative ? -std::numeric_limits<double>::infinity() : std::numeric_limits<double>::infinity();
 
-    // Narrowed once, here, for the usual lengths: the general conversion
-    // would look for a short integer again and narrow again. It takes the
-    // longer texts and whatever from_chars refuses.
+    // The usual numbers are read here, narrowed once: what from_chars takes
+    // whole, starting with a digit or a point after at most one sign, the
+    // stream's rule takes whole too, with the same value. Anything else goes
+    // the general way, which checks the rule first and narrows again.
     char narrow[64];
-    size_t taken = 0;
     if (!text.empty() && text.size() < sizeof narrow) {
-        for (char16_t c : text) narrow[taken++] = char(c);
-        taken = tovan::streamDoublePrefix(text);
-        if (taken == text.size()) {
-            const char* first = narrow + (narrow[0] == '+' ? 1 : 0);
-            auto [ptr, ec] = std::from_chars(first, narrow + taken, value);
-            if (ec == std::errc() && ptr == narrow + taken) return value;
+        char16_t units = 0;
+        for (size_t i = 0; i < text.size(); ++i) {
+            units |= text[i];
+            narrow[i] = char(text[i]);
         }
-    } else {
-        taken = tovan::streamDoublePrefix(text);
+        const char* end = narrow + text.size();
+        const size_t sign = (narrow[0] == '+' || narrow[0] == '-') ? 1 : 0;
+        if (units < 0x80 && sign < text.size() &&
+            ((narrow[sign] >= '0' && narrow[sign] <= '9') || narrow[sign] == '.')) {
+            auto [ptr, ec] = std::from_chars(narrow + (narrow[0] == '+' ? 1 : 0), end, value);
+            if (ec == std::errc() && ptr == end) return value;
+        }
     }
+    const size_t taken = tovan::streamDoublePrefix(text);
     if (taken < text.size())
         throw ParseException(token.begin, token.end, u"Unexpected character in NUMBER token: %c", text[taken]);
     return tovan::streamDoubleValue(text);

@@ -325,12 +325,19 @@ TEST(JsonReader, ReadsNumbersAsAStreamWould) {
         {u"1e-400", 0},
         {u"+Inf", std::numeric_limits<double>::infinity()},
         {u"123456789012345678901234567890", 1.2345678901234568e29},
+        {u"+1.5", 1.5},
+        {u"-.5e1", -5},
+        {u"-65.613616999999977", -65.613616999999977},
     };
     for (auto [text, value] : cases) {
         const double v = Parser::ParseNumber(JsonToken{TokenKind::Number, 0, text, {}, {}});
         EXPECT_EQ(v, value) << nvktest::utf8(text);
         EXPECT_EQ(std::signbit(v), std::signbit(value)) << nvktest::utf8(text);
     }
+    // Texts a general conversion would take but the stream's rule refuses.
+    for (const char16_t* text : {u"-inf", u"+-1", u"1\u0131", u"1e5.5"})
+        EXPECT_THROW(Parser::ParseNumber(JsonToken{TokenKind::Number, 0, text, {}, {}}), ParseException)
+            << nvktest::utf8(text);
 }
 
 TEST(JsonReader, RefusesNestingDeeperThanTheLimit) {
