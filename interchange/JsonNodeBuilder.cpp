@@ -44,7 +44,7 @@ uint32_t MemberNames::find(std::u16string_view text) {
         if (g.hash != hash || !tovan::equalsNoCase(entries_[g.first].name.text().view(), text)) continue;
         uint32_t e = g.first;
         for (;;) {
-            if (entries_[e].name.text().view() == text) return e;
+            if (matches(e, text)) return e;
             if (entries_[e].nextInGroup == kNone) break;
             e = entries_[e].nextInGroup;
         }

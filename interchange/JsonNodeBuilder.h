@@ -2,9 +2,10 @@
 // Data nodes straight from JSON text, token by token.
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <exception>
-#include <string_view>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "nvk/data/SharedName.h"
@@ -41,7 +42,10 @@ public:
     /// their names in the same order, so the entry that came after a name the
     /// last time is tried before the text is looked up.
     bool matches(uint32_t entry, std::u16string_view text) const {
-        return entry != kNone && entries_[entry].name.text().view() == text;
+        if (entry == kNone) return false;
+        // memcmp: comparing char16_t views goes unit by unit.
+        const std::u16string_view known = entries_[entry].name.text().view();
+        return known.size() == text.size() && std::memcmp(known.data(), text.data(), text.size() * 2) == 0;
     }
     /// The entry that came after `entry` in its object the last time.
     uint32_t& follower(uint32_t entry) { return entries_[entry].follower; }
@@ -67,7 +71,7 @@ private:
         uint32_t firstInside = kNone;
     };
     struct Group {
-        uint32_t hash;  // hashNoCase of the texts
+        uint32_t hash;   // hashNoCase of the texts
         uint32_t first;  // entry
         uint64_t mark = 0;
     };

@@ -111,6 +111,30 @@ size_t plainRun(std::u16string_view buf) {
     return i;
 }
 
+// How many characters from the start of `buf` are digits, points, signs or
+// exponent letters, eight at a time where SSE2 is there: the bulk of a number
+// token (the letters of "Infinity" are left to the caller's table).
+size_t digitRun(std::u16string_view buf) {
+    size_t i = 0;
+#if defined(__SSE2__)
+    const wchar* p = buf.data();
+    const __m128i belowZero = _mm_set1_epi16('0' - 1), aboveNine = _mm_set1_epi16('9' + 1);
+    const __m128i point = _mm_set1_epi16('.'), minus = _mm_set1_epi16('-'), plus = _mm_set1_epi16('+');
+    const __m128i e = _mm_set1_epi16('e'), upperE = _mm_set1_epi16('E');
+    for (; i + 8 <= buf.size(); i += 8) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+        // Units from 0x8000 up compare as negative: never digits.
+        const __m128i digit = _mm_and_si128(_mm_cmpgt_epi16(v, belowZero), _mm_cmplt_epi16(v, aboveNine));
+        const __m128i sign = _mm_or_si128(_mm_cmpeq_epi16(v, minus), _mm_cmpeq_epi16(v, plus));
+        const __m128i exponent = _mm_or_si128(_mm_cmpeq_epi16(v, e), _mm_cmpeq_epi16(v, upperE));
+        const __m128i rest = _mm_or_si128(_mm_cmpeq_epi16(v, point), exponent);
+        const unsigned taken = unsigned(_mm_movemask_epi8(_mm_or_si128(digit, _mm_or_si128(sign, rest))));
+        if (taken != 0xFFFF) return i + size_t(__builtin_ctz(~taken)) / 2;
+    }
+#endif
+    return i;
+}
+
 }  // namespace
 
 std::u16string_view Scanner::scanString(JsonInputStream& in) {
@@ -188,7 +212,7 @@ std::u16string_view Scanner::scanNumber(JsonInputStream& in) {
     const auto& table = numberCharacters();
     // As for strings: a number that ends inside the block is a view of it.
     std::u16string_view buf = in.Buffered();
-    size_t run = 0;
+    size_t run = digitRun(buf);
     while (run < buf.size() && isNumberChar(table, buf[run])) ++run;
     if (run < buf.size()) {
         in.Skip(run);
