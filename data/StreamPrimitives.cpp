@@ -88,32 +88,37 @@ char16_t readUtf8UnitAfter(iByteInputStream& in, uint8_t h) {
 
 }  // namespace
 
-void checkStreamVersion(int version, const char* className, const char* operation) {
-    if (version <= 0) throw Exception(className, operation, u"Unknown serialization version %d\n", version);
+void refuseStreamVersion(int version, const char* className, const char* operation) {
+    throw Exception(className, operation, u"Unknown serialization version %d\n", version);
 }
 
 // ---- compact integer --------------------------------------------------------
 
-void writeCompactInt(iByteOutputStream& out, int32_t v) {
+void writeWideCompactInt(iByteOutputStream& out, int32_t v) {
     uint8_t b[5];
+    uint8_t* at = out.roomFor(5);
+    uint8_t* to = at ? at : b;
     size_t n;
     if (v >= -16 && v <= 15) {
-        b[0] = uint8_t(uint32_t(v) << 2);
+        to[0] = uint8_t(uint32_t(v) << 2);
         n = 1;
     } else if (v >= -128 && v <= 127) {
-        b[0] = 1;
-        b[1] = uint8_t(v);
+        to[0] = 1;
+        to[1] = uint8_t(v);
         n = 2;
     } else if (v >= -32768 && v <= 32767) {
-        b[0] = 2;
-        tovan::storeLE(b + 1, uint16_t(v));
+        to[0] = 2;
+        tovan::storeLE(to + 1, uint16_t(v));
         n = 3;
     } else {
-        b[0] = 3;
-        tovan::storeLE(b + 1, uint32_t(v));
+        to[0] = 3;
+        tovan::storeLE(to + 1, uint32_t(v));
         n = 5;
     }
-    out.write(b, n);
+    if (at)
+        out.advance(n);
+    else
+        out.write(b, n);
 }
 
 int32_t readCompactIntAfterHeader(iByteInputStream& in, uint8_t h) {
@@ -151,18 +156,30 @@ int32_t readCount(iByteInputStream& in) {
 
 // ---- boolean ------------------------------------------------------------------
 
-void writeBool(iByteOutputStream& out, bool v) {
-    uint8_t b = v ? 1 : 0;
-    out.write(&b, 1);
-}
-
-bool readBool(iByteInputStream& in) {
-    uint8_t b;
-    if (in.read(&b, 1) != 1) throw Exception(kClass, "readBool", u"EOF reading bool");
-    return b != 0;
-}
+void boolMissing() { throw Exception(kClass, "readBool", u"EOF reading bool"); }
 
 // ---- wide string -----------------------------------------------------------------
+
+namespace {
+
+/// `units` as a stream of `version` carries them, from `to` on; returns where they end.
+uint8_t* encodeUnits(uint8_t* to, std::u16string_view units, int version) {
+    for (char16_t u : units) {
+        if (version == 1) {
+            tovan::storeLE(to, uint16_t(u));
+            to += 2;
+        } else if (u < 0x80) {
+            *to++ = uint8_t(u);
+        } else {
+            // Each unit as its own sequence: a surrogate too, unpaired.
+            char* at = reinterpret_cast<char*>(to);
+            to += tovan::putUtf8(at, u) - at;
+        }
+    }
+    return to;
+}
+
+}  // namespace
 
 void writeWideString(iByteOutputStream& out, const WString& s) {
     const int version = out.getVersion();
@@ -175,34 +192,18 @@ void writeWideString(iByteOutputStream& out, const WString& s) {
     if (s.length() >= size_t(INT32_MAX))
         throw Exception(kClass, "writeWideString", u"String of %d units is too long to write", s.length());
     writeCompactInt(out, int32_t(s.length() + 1));
-    if (s.isEmpty()) return;
-
-    // Bytes are staged in a small buffer so that a long text costs few calls.
-    uint8_t buf[1024];
-    size_t used = 0;
-    auto flushIfFull = [&](size_t need) {
-        if (used + need > sizeof buf) {
-            out.write(buf, used);
-            used = 0;
-        }
-    };
-    for (char16_t u : s.view()) {
-        if (version == 1) {
-            flushIfFull(2);
-            tovan::storeLE(buf + used, uint16_t(u));
-            used += 2;
-        } else {
-            // Each unit as its own sequence: a surrogate too, unpaired.
-            flushIfFull(3);
-            if (u < 0x80) {
-                buf[used++] = uint8_t(u);
-                continue;
-            }
-            char* at = reinterpret_cast<char*>(buf + used);
-            used += size_t(tovan::putUtf8(at, u) - at);
-        }
+    const std::u16string_view units = s.view();
+    const size_t perUnit = version == 1 ? 2 : 3;
+    // Straight into the stream's room when the longest form fits there, else staged in a
+    // small buffer so that a long text costs few calls.
+    if (uint8_t* at = out.roomFor(units.size() * perUnit)) {
+        out.advance(size_t(encodeUnits(at, units, version) - at));
+        return;
     }
-    if (used) out.write(buf, used);
+    uint8_t buf[1024];
+    const size_t piece = sizeof buf / perUnit;
+    for (size_t from = 0; from < units.size(); from += piece)
+        out.write(buf, size_t(encodeUnits(buf, units.substr(from, piece), version) - buf));
 }
 
 namespace {

@@ -38,7 +38,18 @@ namespace nvk {
 /// into a heap buffer that grows with the bytes that actually arrive.
 inline constexpr int kFixedStringBuffer = 1024;
 
-NVK_EXPORT void writeCompactInt(tovan::iByteOutputStream& out, int32_t v);
+/// The forms longer than one byte.
+NVK_EXPORT void writeWideCompactInt(tovan::iByteOutputStream& out, int32_t v);
+
+// Inline for the one-byte form, as readCompactInt.
+inline void writeCompactInt(tovan::iByteOutputStream& out, int32_t v) {
+    if (v >= -16 && v <= 15) {
+        const uint8_t b = uint8_t(uint32_t(v) << 2);
+        out.write(&b, 1);
+        return;
+    }
+    writeWideCompactInt(out, v);
+}
 /// The rest of a compact integer whose header byte was read already.
 NVK_EXPORT int32_t readCompactIntAfterHeader(tovan::iByteInputStream& in, uint8_t header);
 /// Raises "EOF reading int header".
@@ -53,9 +64,18 @@ inline int32_t readCompactInt(tovan::iByteInputStream& in) {
     return readCompactIntAfterHeader(in, h);
 }
 
-NVK_EXPORT void writeBool(tovan::iByteOutputStream& out, bool v);
+inline void writeBool(tovan::iByteOutputStream& out, bool v) {
+    const uint8_t b = v ? 1 : 0;
+    out.write(&b, 1);
+}
+/// Raises "EOF reading bool".
+[[noreturn]] NVK_EXPORT void boolMissing();
 /// Any non-zero byte is true.
-NVK_EXPORT bool readBool(tovan::iByteInputStream& in);
+inline bool readBool(tovan::iByteInputStream& in) {
+    uint8_t b;
+    if (!in.readByte(b)) boolMissing();
+    return b != 0;
+}
 
 NVK_EXPORT void writeWideString(tovan::iByteOutputStream& out, const tovan::WString& s);
 NVK_EXPORT tovan::WString readWideString(tovan::iByteInputStream& in);
@@ -76,9 +96,12 @@ NVK_EXPORT std::string readNarrowString(tovan::iByteInputStream& in);
 /// The same into `s`, whose room is kept from one call to the next.
 NVK_EXPORT void readNarrowString(tovan::iByteInputStream& in, std::string& s);
 
-/// Raises "Unknown serialization version %d\n" (as `className`::`operation`)
-/// for a version of 0 or below.
-NVK_EXPORT void checkStreamVersion(int version, const char* className, const char* operation);
+/// Raises "Unknown serialization version %d\n" (as `className`::`operation`).
+[[noreturn]] NVK_EXPORT void refuseStreamVersion(int version, const char* className, const char* operation);
+/// Raises as refuseStreamVersion for a version of 0 or below.
+inline void checkStreamVersion(int version, const char* className, const char* operation) {
+    if (version <= 0) refuseStreamVersion(version, className, operation);
+}
 
 /// An element count read from a stream; a negative count reads as no elements.
 NVK_EXPORT int32_t readCount(tovan::iByteInputStream& in);

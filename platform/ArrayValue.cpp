@@ -204,8 +204,14 @@ void TypedArrayValue<Elem>::assign(const Value& other) {
 
 template <class Elem>
 void TypedArrayValue<Elem>::serialize(iByteOutputStream& out) const {
-    writeValueCount(out, items_.size(), className());
-    for (const auto& e : items_) ArrayElementTraits<Elem>::write(out, e);
+    if (items_.size() > UINT32_MAX) writeValueCount(out, items_.size(), className());  // raises
+    writeUInt32LE(out, uint32_t(items_.size()));
+    constexpr bool fixedWidth =
+        std::is_same_v<Elem, int32_t> || std::is_same_v<Elem, double> || std::is_same_v<Elem, uint8_t>;
+    if constexpr (fixedWidth && std::endian::native == std::endian::little)
+        out.write(items_.data(), items_.size() * sizeof(Elem));  // the elements' memory is their byte form
+    else
+        for (const auto& e : items_) ArrayElementTraits<Elem>::write(out, e);
 }
 
 namespace {

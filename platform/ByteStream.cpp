@@ -26,16 +26,42 @@ void iByteInputStream::readExactly(void* data, size_t count, const char* classNa
         throw Exception(className, "read", u"Unexpected end of stream: needed %d bytes, got %d", count, got);
 }
 
-void MemoryOutputStream::write(const void* data, size_t count) {
-    if (count == 0) return;
-    const auto* p = static_cast<const uint8_t*>(data);
-    // Record writers send one to five bytes at a time: byte by byte, those
-    // stay inline, where the general insert was a quarter of writing a record.
-    if (count <= 8) {
-        for (size_t i = 0; i < count; ++i) bytes_.push_back(p[i]);
-        return;
+const std::vector<uint8_t>& MemoryOutputStream::bytes() const {
+    const size_t used = size();
+    if (bytes_.size() != used) {
+        // Logically const: the room is not content. Shrinking keeps the memory, and the next
+        // write lends it out again.
+        bytes_.resize(used);
+        auto* self = const_cast<MemoryOutputStream*>(this);
+        self->setRoom(bytes_.data() + used, bytes_.data() + used);
     }
-    bytes_.insert(bytes_.end(), p, p + count);
+    return bytes_;
+}
+
+std::vector<uint8_t> MemoryOutputStream::takeBytes() {
+    bytes();
+    std::vector<uint8_t> taken = std::move(bytes_);
+    bytes_.clear();
+    setRoom(nullptr, nullptr);
+    return taken;
+}
+
+void MemoryOutputStream::clear() {
+    // What was written becomes room again, without clearing it first.
+    setRoom(bytes_.data(), bytes_.data() + bytes_.size());
+}
+
+void MemoryOutputStream::writeSome(const void* data, size_t count) {
+    // Room is lent a step at a time, so that a caller alternating small writes with bytes()
+    // pays for filling a step, not the whole capacity, each time.
+    constexpr size_t kRoomStep = 4096;
+    const size_t used = size();
+    const size_t want = used + count;
+    if (want > bytes_.capacity()) bytes_.reserve(std::max(want, 2 * bytes_.capacity()));
+    bytes_.resize(std::min(bytes_.capacity(), std::max(want, used + kRoomStep)));
+    uint8_t* at = bytes_.data() + used;
+    std::memcpy(at, data, count);
+    setRoom(at + count, bytes_.data() + bytes_.size());
 }
 
 size_t iByteInputStream::readPastWindow(void* data, size_t count) {

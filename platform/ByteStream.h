@@ -18,8 +18,43 @@ class NVK_EXPORT iByteOutputStream {
 public:
     virtual ~iByteOutputStream();
     /// Appends `count` bytes; raises the framework Exception when they cannot be stored.
-    virtual void write(const void* data, size_t count) = 0;
+    /// Bytes that fit the room the sink lent the stream are copied there without a virtual
+    /// call, which is what keeps the record writers' many small writes cheap.
+    void write(const void* data, size_t count) {
+        if (count <= size_t(roomEnd_ - next_)) {
+            if (count) std::memcpy(next_, data, count);
+            next_ += count;
+            return;
+        }
+        writeSome(data, count);
+    }
     virtual int getVersion() const = 0;
+
+    /// Where `count` bytes can be written straight into the room, or null when less is left
+    /// there; `advance` then takes those of them that were written.
+    uint8_t* roomFor(size_t count) const { return count <= size_t(roomEnd_ - next_) ? next_ : nullptr; }
+    void advance(size_t count) { next_ += count; }
+
+protected:
+    iByteOutputStream() = default;
+    iByteOutputStream(const iByteOutputStream&) = delete;
+    iByteOutputStream& operator=(const iByteOutputStream&) = delete;
+
+    /// Takes bytes that do not fit what is left of the room (all `count` of them: none were
+    /// copied); the bytes written into the room so far end at `roomNext()`. The sink stores
+    /// them, or raises, and may lend a new room.
+    virtual void writeSome(const void* data, size_t count) = 0;
+    /// Lends the stream memory to write into until it is full; the sink keeps it alive and
+    /// reads what was written from `begin` up to `roomNext()`.
+    void setRoom(uint8_t* begin, uint8_t* end) {
+        next_ = begin;
+        roomEnd_ = end;
+    }
+    uint8_t* roomNext() const { return next_; }
+
+private:
+    uint8_t* next_ = nullptr;
+    uint8_t* roomEnd_ = nullptr;
 };
 
 class NVK_EXPORT iByteInputStream {
@@ -86,21 +121,26 @@ private:
 /// The version a stream gets when its creator does not choose one.
 inline constexpr int DefaultStreamVersion = 2;
 
-/// Collects what is written in memory.
+/// Collects what is written in memory. The vector's elements past what was written are the
+/// stream's room; `bytes()` trims them off first.
 class NVK_EXPORT MemoryOutputStream : public iByteOutputStream {
 public:
     explicit MemoryOutputStream(int version = DefaultStreamVersion) : version_(version) {}
-    void write(const void* data, size_t count) override;
     int getVersion() const override { return version_; }
 
-    const std::vector<uint8_t>& bytes() const { return bytes_; }
-    size_t size() const { return bytes_.size(); }
+    /// What was written. Not to be called from two threads at once: it trims the room.
+    const std::vector<uint8_t>& bytes() const;
+    size_t size() const { return roomNext() ? size_t(roomNext() - bytes_.data()) : 0; }
     /// Hands the bytes over and leaves the stream empty.
-    std::vector<uint8_t> takeBytes() { return std::move(bytes_); }
-    void clear() { bytes_.clear(); }
+    std::vector<uint8_t> takeBytes();
+    /// Empties the stream; the memory stays, as room for what is written next.
+    void clear();
+
+protected:
+    void writeSome(const void* data, size_t count) override;
 
 private:
-    std::vector<uint8_t> bytes_;
+    mutable std::vector<uint8_t> bytes_;
     int version_;
 };
 

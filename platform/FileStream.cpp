@@ -19,13 +19,15 @@ FileOutputStream::FileOutputStream(const WString& path, int version, bool append
         throw Exception("FileOutputStream", "open", u"Cannot open file \"%ls\" for writing: %hs", path,
                         std::strerror(errno));
     std::setvbuf(file_, nullptr, _IONBF, 0);  // the stream's own buffer is the only one
-    buffer_.reserve(kBufferBytes);
+    buffer_.resize(kBufferBytes);
+    setRoom(buffer_.data(), buffer_.data() + buffer_.size());
 }
 
 FileOutputStream::FileOutputStream(std::FILE* stream, const WString& name, int version, bool owned)
     : path_(name), file_(stream), version_(version), owned_(owned) {
     if (!stream) throw BadParameterException("FileOutputStream", "open", u"Cannot write \"%ls\": no stream", name);
-    buffer_.reserve(kBufferBytes);
+    buffer_.resize(kBufferBytes);
+    setRoom(buffer_.data(), buffer_.data() + buffer_.size());
 }
 
 FileOutputStream::~FileOutputStream() {
@@ -37,33 +39,34 @@ FileOutputStream::~FileOutputStream() {
 }
 
 void FileOutputStream::writeBuffer() {
-    if (buffer_.empty()) return;
-    size_t n = std::fwrite(buffer_.data(), 1, buffer_.size(), file_);
-    if (n != buffer_.size()) {
+    const size_t held = pending();
+    if (held == 0) return;
+    size_t n = std::fwrite(buffer_.data(), 1, held, file_);
+    written_ += n;
+    if (n != held) {
         int error = errno;
-        buffer_.erase(buffer_.begin(), buffer_.begin() + n);
+        std::memmove(buffer_.data(), buffer_.data() + n, held - n);
+        setRoom(buffer_.data() + (held - n), buffer_.data() + buffer_.size());
         throw Exception("FileOutputStream", "write", u"Error writing file \"%ls\": %hs", path_,
                         std::strerror(error));
     }
-    buffer_.clear();
+    setRoom(buffer_.data(), buffer_.data() + buffer_.size());
 }
 
-void FileOutputStream::write(const void* data, size_t count) {
+void FileOutputStream::writeSome(const void* data, size_t count) {
     if (!file_) throw Exception("FileOutputStream", "write", u"File \"%ls\" is not open", path_);
+    writeBuffer();
     const auto* p = static_cast<const uint8_t*>(data);
-    if (buffer_.size() + count > kBufferBytes) {
-        writeBuffer();
-        if (count >= kBufferBytes) {  // a large block goes out directly
-            size_t n = std::fwrite(p, 1, count, file_);
-            written_ += n;
-            if (n != count)
-                throw Exception("FileOutputStream", "write", u"Error writing file \"%ls\": %hs", path_,
-                                std::strerror(errno));
-            return;
-        }
+    if (count >= buffer_.size()) {  // a large block goes out directly
+        size_t n = std::fwrite(p, 1, count, file_);
+        written_ += n;
+        if (n != count)
+            throw Exception("FileOutputStream", "write", u"Error writing file \"%ls\": %hs", path_,
+                            std::strerror(errno));
+        return;
     }
-    buffer_.insert(buffer_.end(), p, p + count);
-    written_ += count;
+    std::memcpy(buffer_.data(), p, count);
+    setRoom(buffer_.data() + count, buffer_.data() + buffer_.size());
 }
 
 void FileOutputStream::flush() {
@@ -77,12 +80,14 @@ void FileOutputStream::close() {
     try {
         writeBuffer();
     } catch (...) {
+        written_ += pending();  // still counted as written through the stream, though lost
         file_ = nullptr;
-        buffer_.clear();
+        setRoom(nullptr, nullptr);
         if (owned_) std::fclose(f);
         throw;
     }
     file_ = nullptr;
+    setRoom(nullptr, nullptr);
     if (owned_ ? std::fclose(f) != 0 : std::fflush(f) != 0)
         throw Exception("FileOutputStream", "close", u"Error closing file \"%ls\": %hs", path_, std::strerror(errno));
 }

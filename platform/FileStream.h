@@ -36,7 +36,6 @@ public:
     FileOutputStream(const FileOutputStream&) = delete;
     FileOutputStream& operator=(const FileOutputStream&) = delete;
 
-    void write(const void* data, size_t count) override;
     int getVersion() const override { return version_; }
     void flush();
     /// Flushes and closes; closing twice does nothing.
@@ -45,15 +44,20 @@ public:
     const WString& getPath() const { return path_; }
     bool isOpen() const { return file_ != nullptr; }
     /// Bytes written through this stream, buffered ones included.
-    uint64_t size() const { return written_; }
+    uint64_t size() const { return written_ + pending(); }
+
+protected:
+    void writeSome(const void* data, size_t count) override;
 
 private:
+    /// Bytes in the buffer, not yet handed to the file.
+    size_t pending() const { return file_ ? size_t(roomNext() - buffer_.data()) : 0; }
     void writeBuffer();
 
     WString path_;
     std::FILE* file_ = nullptr;
-    std::vector<uint8_t> buffer_;
-    uint64_t written_ = 0;
+    std::vector<uint8_t> buffer_;  // the stream's room
+    uint64_t written_ = 0;         // handed to the file
     int version_;
     bool owned_ = true;
 };

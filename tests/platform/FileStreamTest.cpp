@@ -70,3 +70,33 @@ TEST(FileStream, FailuresNameTheFile) {
     EXPECT_FALSE(full.isOpen());
     EXPECT_THROW_MSG(full.write("x", 1), Exception, "File \"/dev/full\" is not open");
 }
+
+// The memory stream writes into room past its content: what bytes() and takeBytes() give is
+// only what was written, however writes, reads of the bytes and clearing interleave.
+TEST(MemoryStream, RoomIsNeverContent) {
+    MemoryOutputStream out(3);
+    std::string expected;
+    auto put = [&](const std::string& s) {
+        out.write(s.data(), s.size());
+        expected += s;
+    };
+    auto bytes = [&] { return std::string(out.bytes().begin(), out.bytes().end()); };
+    put("abc");
+    EXPECT_EQ(bytes(), "abc");
+    put(std::string(5000, 'x'));  // past the first step of room
+    put("d");
+    EXPECT_EQ(out.size(), expected.size());
+    EXPECT_EQ(bytes(), expected);
+    out.clear();  // the old bytes become room: none of them may show again
+    expected.clear();
+    EXPECT_EQ(out.size(), 0u);
+    EXPECT_EQ(bytes(), "");
+    put("yz");
+    EXPECT_EQ(bytes(), "yz");
+    std::vector<uint8_t> taken = out.takeBytes();
+    EXPECT_EQ(std::string(taken.begin(), taken.end()), "yz");
+    EXPECT_EQ(out.size(), 0u);
+    expected.clear();
+    put("again");
+    EXPECT_EQ(bytes(), "again");
+}
