@@ -437,32 +437,6 @@ void CJsonConverter::endMember(const SharedName& name, size_t members, bool look
     Ptr<Value> value = popValue();
     const Value* scalar = std::exchange(scalar_, nullptr);
     if ((!value && !scalar) || !current_) return;  // the member held objects: they are child nodes already
-    storeMember(name, members, lookup, std::move(value), scalar);
-}
-
-void CJsonConverter::numberMember(const SharedName& name, bool lookup, double value) {
-    if (CJsonDataTyper::IsInteger(value)) {
-        integer_.set(int32_t(value));
-        storeMember(name, 0, lookup, nullptr, &integer_);
-    } else {
-        double_.set(value);
-        storeMember(name, 0, lookup, nullptr, &double_);
-    }
-}
-
-void CJsonConverter::booleanMember(const SharedName& name, bool lookup, bool value) {
-    boolean_.set(value);
-    storeMember(name, 0, lookup, nullptr, &boolean_);
-}
-
-void CJsonConverter::nullMember(const SharedName& name, bool lookup) { storeMember(name, 0, lookup, nullptr, &null_); }
-
-void CJsonConverter::textMember(const SharedName& name, bool lookup, std::u16string_view text) {
-    storeMember(name, 0, lookup, Ptr<Value>(new tovan::StringValue(WString(text))), nullptr);
-}
-
-void CJsonConverter::storeMember(const SharedName& name, size_t members, bool lookup, Ptr<Value> value,
-                                 const Value* scalar) {
     // What EndValue does through the interfaces: by slot, not find() (which
     // would read a name starting with "/" as a path), a repeated name taking
     // the last value, the value itself stored rather than a copy.

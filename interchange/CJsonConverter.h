@@ -154,16 +154,6 @@ private:
     /// false says that no earlier member of the object has a name equal to
     /// this one with A-Z folded, so the collection need not be searched.
     void endMember(const SharedName& name, size_t members, bool lookup);
-    /// A member whose value is one scalar token, stored without the value
-    /// stacks: the builder knows that before it reads the value.
-    void numberMember(const SharedName& name, bool lookup, double value);
-    void booleanMember(const SharedName& name, bool lookup, bool value);
-    void nullMember(const SharedName& name, bool lookup);
-    void textMember(const SharedName& name, bool lookup, std::u16string_view text);
-    /// The tail of endMember: `scalar` (copied) or else `value` (taken) into
-    /// the current node's collection.
-    void storeMember(const SharedName& name, size_t members, bool lookup, tovan::Ptr<tovan::Value> value,
-                     const tovan::Value* scalar);
     /// A text of the tree: moved out when consuming, else copied.
     tovan::WString take(const std::u16string& text) const;
 

@@ -178,23 +178,6 @@ void JsonNodeBuilder::RaiseConversionFailure() const {
     if (failure_) std::rethrow_exception(failure_);
 }
 
-bool JsonNodeBuilder::checkMember(uint32_t entry, size_t first, uint64_t serial, const Location& begin,
-                                  const Location& end) {
-    // A member of a group already marked by this object is either the same
-    // text again, which is an error, or another spelling, which the
-    // collection finds as the same property.
-    uint64_t& mark = dictionary_.mark(dictionary_.group(entry));
-    const bool seen = mark == serial;
-    if (seen)
-        for (size_t i = first; i < members_.size(); ++i)
-            if (members_[i].entry == entry)
-                throw ParseException(begin, end, u"Duplicate object member token: %ls",
-                                     dictionary_.name(entry).text().view());
-    members_.push_back(Member{entry, mark});
-    mark = serial;
-    return seen;
-}
-
 void JsonNodeBuilder::objectMembers(uint32_t holder) {
     const size_t first = members_.size();
     const uint64_t serial = dictionary_.nextSerial();
@@ -214,39 +197,30 @@ void JsonNodeBuilder::objectMembers(uint32_t holder) {
             previous = entry;
             predicted = dictionary_.follower(entry);
             match(TokenKind::MemberAssign);
-            if (!peek()) throw ParseException(Location(), Location(), u"Unexpected end of token stream");
-            const TokenKind kind = token_.kind;
-            if (kind >= TokenKind::String && kind <= TokenKind::Null) {
-                // Most members are one scalar token: read here, past the
-                // converter's value stacks. The number is read (and may fail)
-                // before the duplicate check, as value() reads it.
-                loaded_ = false;
-                const double number = kind == TokenKind::Number ? cajun::json::Parser::ParseNumber(token_) : 0;
-                const bool seen = checkMember(entry, first, serial, begin, end);
-                convert([&] {
-                    const SharedName& text = dictionary_.name(entry);
-                    switch (kind) {
-                    case TokenKind::String: converter_.textMember(text, seen, token_.text); break;
-                    case TokenKind::Number: converter_.numberMember(text, seen, number); break;
-                    case TokenKind::Boolean: converter_.booleanMember(text, seen, token_.text == u"true"); break;
-                    default: converter_.nullMember(text, seen); break;
-                    }
-                });
-            } else {
-                // Only objects (and arrays, which may hold objects) need the
-                // name on the converter's stack: it names the child nodes.
-                const bool nodes = kind == TokenKind::ObjectBegin || kind == TokenKind::ArrayBegin;
-                convert([&] {
-                    converter_.BeginValue();
-                    if (nodes) converter_.names_.append(dictionary_.name(entry));
-                });
-                value(entry);
-                const bool seen = checkMember(entry, first, serial, begin, end);
-                convert([&] {
-                    if (nodes) converter_.popName();
-                    converter_.endMember(dictionary_.name(entry), 0, seen);
-                });
-            }
+            // Only objects (and arrays, which may hold objects) need the name
+            // on the converter's stack: it names the child nodes.
+            const bool nodes = nextIs(TokenKind::ObjectBegin) || nextIs(TokenKind::ArrayBegin);
+            convert([&] {
+                converter_.BeginValue();
+                if (nodes) converter_.names_.append(dictionary_.name(entry));
+            });
+            value(entry);
+            // A member of a group already marked by this object is either the
+            // same text again, which is an error, or another spelling, which
+            // the collection finds as the same property.
+            uint64_t& mark = dictionary_.mark(dictionary_.group(entry));
+            const bool seen = mark == serial;
+            if (seen)
+                for (size_t i = first; i < members_.size(); ++i)
+                    if (members_[i].entry == entry)
+                        throw ParseException(begin, end, u"Duplicate object member token: %ls",
+                                             dictionary_.name(entry).text().view());
+            members_.push_back(Member{entry, mark});
+            mark = serial;
+            convert([&] {
+                if (nodes) converter_.popName();
+                converter_.endMember(dictionary_.name(entry), 0, seen);
+            });
             if (!nextIs(TokenKind::NextElement)) break;
             match(TokenKind::NextElement);
         }

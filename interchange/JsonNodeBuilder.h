@@ -123,11 +123,6 @@ private:
     const cajun::json::JsonToken& match(cajun::json::TokenKind kind);
     void enter(const cajun::json::JsonToken& token);
     void drain();
-    /// The duplicate check for a member of the object read with `serial`,
-    /// whose members start at `first` on the stack; pushes the member. True
-    /// when another spelling of its name came before.
-    bool checkMember(uint32_t entry, size_t first, uint64_t serial, const cajun::json::Location& begin,
-                     const cajun::json::Location& end);
 
     // Members are nodes and properties as they come.
     // `holder` is the entry of the member the value belongs to (kNone at the top).
