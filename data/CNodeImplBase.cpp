@@ -74,7 +74,14 @@ int CNodeImplBase::TreeDepth(const tovan::iNode& root, int limit) {
         pending.pop_back();
         deepest = std::max(deepest, depth);
         if (deepest > limit) break;
-        for (int i = node->getNumberOfChildren(); i-- > 0;) pending.emplace_back(node->getChildAt(i), depth + 1);
+        // Most nodes are leaves: they count where they are instead of going through the list.
+        for (int i = node->getNumberOfChildren(); i-- > 0;) {
+            const tovan::iNode* child = node->getChildAt(i);
+            if (child->hasChildren())
+                pending.emplace_back(child, depth + 1);
+            else
+                deepest = std::max(deepest, depth + 1);
+        }
     }
     return deepest;
 }

@@ -83,7 +83,9 @@ void readEntries(iByteInputStream& in, tovan::iPropertyCollection& target) {
 }
 
 /// Counts nested node reads on this thread.
-thread_local int t_readDepth = 0;
+// Initial-exec: read twice per node, and a few bytes of static room are there for them
+// (the library is linked, not loaded late).
+__attribute__((tls_model("initial-exec"))) thread_local int t_readDepth = 0;
 
 struct ReadDepthGuard {
     ReadDepthGuard(const char* className) {
@@ -97,7 +99,7 @@ struct ReadDepthGuard {
 };
 
 /// Counts nested node writes on this thread.
-thread_local int t_writeDepth = 0;
+__attribute__((tls_model("initial-exec"))) thread_local int t_writeDepth = 0;
 
 /// A tree is written only when a reader takes it back: the outermost write measures the
 /// tree first, so a tree too deep is refused before anything is written; a node written
@@ -121,9 +123,16 @@ struct WriteDepthGuard {
 // ---- name block -------------------------------------------------------------------
 
 void cppNodeQName::serialize(iByteOutputStream& out) const {
-    writeWideString(out, qname_.text());
-    writeWideString(out, parts_ ? parts_->localName : tovan::WString());
-    writeWideString(out, parts_ ? parts_->uriName : tovan::WString());
+    const int version = out.getVersion();
+    checkStreamVersion(version, "StreamPrimitives", "writeWideString");
+    writeWideString(out, qname_.text(), version);
+    if (parts_) {
+        writeWideString(out, parts_->localName, version);
+        writeWideString(out, parts_->uriName, version);
+    } else {
+        writeCompactInt(out, 0);  // two null strings
+        writeCompactInt(out, 0);
+    }
 }
 
 void cppNodeQName::deserialize(iByteInputStream& in) {
@@ -193,8 +202,9 @@ void CMetaDataImpl::SetFromSerialized(MetaDataFlags& flags, CPropertyCollection*
 // ---- property ---------------------------------------------------------------------
 
 void CProperty::serialize(iByteOutputStream& out) const {
-    checkStreamVersion(out.getVersion(), "CProperty", "serialize");
-    writeWideString(out, name_.text());
+    const int version = out.getVersion();
+    checkStreamVersion(version, "CProperty", "serialize");
+    writeWideString(out, name_.text(), version);
     writeValue(out, getValue());
     CMetaDataImpl::Serialize(flags_ & ~tovan::MetaDataNotSerialized, metaData(), out);
 }

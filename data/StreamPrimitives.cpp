@@ -94,33 +94,6 @@ void refuseStreamVersion(int version, const char* className, const char* operati
 
 // ---- compact integer --------------------------------------------------------
 
-void writeWideCompactInt(iByteOutputStream& out, int32_t v) {
-    uint8_t b[5];
-    uint8_t* at = out.roomFor(5);
-    uint8_t* to = at ? at : b;
-    size_t n;
-    if (v >= -16 && v <= 15) {
-        to[0] = uint8_t(uint32_t(v) << 2);
-        n = 1;
-    } else if (v >= -128 && v <= 127) {
-        to[0] = 1;
-        to[1] = uint8_t(v);
-        n = 2;
-    } else if (v >= -32768 && v <= 32767) {
-        to[0] = 2;
-        tovan::storeLE(to + 1, uint16_t(v));
-        n = 3;
-    } else {
-        to[0] = 3;
-        tovan::storeLE(to + 1, uint32_t(v));
-        n = 5;
-    }
-    if (at)
-        out.advance(n);
-    else
-        out.write(b, n);
-}
-
 int32_t readCompactIntAfterHeader(iByteInputStream& in, uint8_t h) {
     size_t available;
     const uint8_t* p = in.peek(available);
@@ -184,6 +157,10 @@ uint8_t* encodeUnits(uint8_t* to, std::u16string_view units, int version) {
 void writeWideString(iByteOutputStream& out, const WString& s) {
     const int version = out.getVersion();
     checkStreamVersion(version, kClass, "writeWideString");
+    writeWideString(out, s, version);
+}
+
+void writeWideString(iByteOutputStream& out, const WString& s, int version) {
     if (s.isNull()) {
         writeCompactInt(out, 0);
         return;

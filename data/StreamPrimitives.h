@@ -28,6 +28,7 @@
 #include <string>
 
 #include "nvk/data/SharedName.h"
+#include "nvk/platform/ByteOrder.h"
 #include "nvk/platform/ByteStream.h"
 #include "nvk/platform/Export.h"
 #include "nvk/platform/String.h"
@@ -38,17 +39,28 @@ namespace nvk {
 /// into a heap buffer that grows with the bytes that actually arrive.
 inline constexpr int kFixedStringBuffer = 1024;
 
-/// The forms longer than one byte.
-NVK_EXPORT void writeWideCompactInt(tovan::iByteOutputStream& out, int32_t v);
-
-// Inline for the one-byte form, as readCompactInt.
+// Inline: records write several per node, most of them constants (versions) that fold to
+// a fixed store.
 inline void writeCompactInt(tovan::iByteOutputStream& out, int32_t v) {
+    uint8_t b[5];
+    size_t n;
     if (v >= -16 && v <= 15) {
-        const uint8_t b = uint8_t(uint32_t(v) << 2);
-        out.write(&b, 1);
-        return;
+        b[0] = uint8_t(uint32_t(v) << 2);
+        n = 1;
+    } else if (v >= -128 && v <= 127) {
+        b[0] = 1;
+        b[1] = uint8_t(v);
+        n = 2;
+    } else if (v >= -32768 && v <= 32767) {
+        b[0] = 2;
+        tovan::storeLE(b + 1, uint16_t(v));
+        n = 3;
+    } else {
+        b[0] = 3;
+        tovan::storeLE(b + 1, uint32_t(v));
+        n = 5;
     }
-    writeWideCompactInt(out, v);
+    out.write(b, n);
 }
 /// The rest of a compact integer whose header byte was read already.
 NVK_EXPORT int32_t readCompactIntAfterHeader(tovan::iByteInputStream& in, uint8_t header);
@@ -78,6 +90,9 @@ inline bool readBool(tovan::iByteInputStream& in) {
 }
 
 NVK_EXPORT void writeWideString(tovan::iByteOutputStream& out, const tovan::WString& s);
+/// As above, in the form of stream version `version` (the stream's, checked by the caller):
+/// for writers of several strings that ask the stream once.
+NVK_EXPORT void writeWideString(tovan::iByteOutputStream& out, const tovan::WString& s, int version);
 NVK_EXPORT tovan::WString readWideString(tovan::iByteInputStream& in);
 /// The same into `text`, whose room is kept from one call to the next; false
 /// (and `text` empty) for the null string.
