@@ -168,9 +168,11 @@ TEST(Progress, ShowsOnATerminalOnlyAndNotWithQuiet) {
     const std::string json = (dir / "big.json").string(), bin = (dir / "big.nvkb").string();
     const uint64_t records = nvktest::writeGeneratedRecords(json, 5 << 20);
     const std::string shown = runOnTerminal({"json", json, "--to-bin", bin});
-    EXPECT_NE(shown.find("\r[#"), std::string::npos) << shown;
+    // How often the bar is redrawn depends on the machine's speed (every 100 ms): only its
+    // first drawing is sure to be there.
+    EXPECT_NE(shown.find("\r["), std::string::npos) << shown;
     EXPECT_NE(shown.find(" of 5.0 MB, "), std::string::npos) << shown;
-    EXPECT_NE(shown.find(" records, "), std::string::npos) << shown;
+    EXPECT_NE(shown.find(" record"), std::string::npos) << shown;
     EXPECT_NE(shown.find(" MB/s"), std::string::npos) << shown;
     EXPECT_EQ(shown.substr(shown.size() - 4), "\r\x1b[K") << "the bar is erased at the end";
     EXPECT_NE(runOnTerminal({"query", "@id", bin}).find(" of "), std::string::npos);
