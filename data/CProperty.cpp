@@ -147,11 +147,16 @@ void CProperty::shareValue(Value* value) {
 }
 
 void CProperty::takeValue(tovan::Ptr<Value> value) {
-    if (value && value.get() != value_ && value->getRefCount() == 1 && canCopyIn(*value)) {
+    if (value.get() == value_) return;
+    if (value && value->getRefCount() == 1 && canCopyIn(*value)) {
         copyIn(*value);
         return;
     }
-    shareValue(value.get());
+    // The caller's reference becomes the property's: a count taken here and
+    // dropped by the caller's pointer would be two atomic operations for
+    // every text a reader stores.
+    dropValue();
+    value_ = value.detach();
 }
 
 void CProperty::setCollection(CPropertyCollectionData* c) {

@@ -159,11 +159,37 @@ CProperty* CPropertyCollectionData::AppendNewProperty(const WString& name, Ptr<V
     return AppendNewProperty(SharedName::cached(name), std::move(value));
 }
 
-CProperty* CPropertyCollectionData::AppendNewProperty(SharedName name, Ptr<Value> value) {
+void PropertyBatch::refill() {
+    // Nothing is handed out when making them fails, and nothing changes here.
+    CProperty::newInstances(spare_, size_);
+    // Recycled properties are cold; they are all written to shortly.
+    for (uint32_t i = 0; i < size_; ++i) {
+        __builtin_prefetch(spare_[i], 1);
+        __builtin_prefetch(reinterpret_cast<const char*>(spare_[i]) + sizeof(CProperty) - 1, 1);
+    }
+    count_ = size_;
+    next_ = 0;
+    size_ = std::min(size_ * 2, kMost);
+}
+
+void PropertyBatch::Release() {
+    if (next_ != count_) {
+        // Last given, first handed out again: the next taken is the one this
+        // batch would have given next.
+        std::reverse(spare_ + next_, spare_ + count_);
+        CProperty::endInstances(spare_ + next_, count_ - next_);
+    }
+    next_ = count_ = 0;
+    size_ = 2;
+}
+
+CProperty* CPropertyCollectionData::AppendNewProperty(SharedName name, Ptr<Value> value, PropertyBatch* batch) {
     Ptr<CProperty> made;
     reserveOneMore();
     if (GetPropertyClass()) {
         made = MakeNewPropertyWithCopiedValue(WString(), nullptr);
+    } else if (batch) {
+        made = Ptr<CProperty>(batch->take());
     } else {
         made = Ptr<CProperty>::adopt(CProperty::allocate());
     }
@@ -182,10 +208,10 @@ CProperty* CPropertyCollectionData::AppendNewPropertyCopy(const WString& name, c
     return AppendNewPropertyCopy(SharedName::cached(name), value);
 }
 
-CProperty* CPropertyCollectionData::AppendNewPropertyCopy(SharedName name, const Value& value) {
+CProperty* CPropertyCollectionData::AppendNewPropertyCopy(SharedName name, const Value& value, PropertyBatch* batch) {
     // A copy that needs a block of its own is made before anything changes.
-    if (!tovan::ValueSlot::fits(value)) return AppendNewProperty(std::move(name), Ptr<Value>(value.clone()));
-    CProperty* p = AppendNewProperty(std::move(name), nullptr);
+    if (!tovan::ValueSlot::fits(value)) return AppendNewProperty(std::move(name), Ptr<Value>(value.clone()), batch);
+    CProperty* p = AppendNewProperty(std::move(name), nullptr, batch);
     p->copyIn(value);  // into the new property's free room: cannot fail
     return p;
 }

@@ -13,6 +13,37 @@ namespace nvk {
 class CPropertyCollection;
 class SlotIndex;
 
+/// Fresh properties taken from the pool several at a time, for a builder
+/// that appends many: the pool's lock is one atomic operation, and taken for
+/// every property it was a twentieth of reading a document. The batch grows
+/// while it is used, so that a small record does not take more than it
+/// needs; what is left goes back with Release(), which the builder calls
+/// when its record is done so that the pool's counts stay exact between
+/// records. One thread at a time.
+class NVK_EXPORT PropertyBatch {
+public:
+    PropertyBatch() = default;
+    ~PropertyBatch() { Release(); }
+    PropertyBatch(const PropertyBatch&) = delete;
+    PropertyBatch& operator=(const PropertyBatch&) = delete;
+
+    /// A fresh property without a reference (as CProperty::newInstance).
+    CProperty* take() {
+        if (next_ == count_) refill();
+        return spare_[next_++];
+    }
+    /// Returns the properties not taken and starts small again.
+    void Release();
+
+private:
+    static constexpr uint32_t kMost = 32;
+    void refill();
+
+    CProperty* spare_[kMost];
+    uint32_t next_ = 0, count_ = 0;
+    uint32_t size_ = 2;  // of the next refill
+};
+
 /// Properties in order, each held by one reference: the storage half of a
 /// CPropertyCollection, which it is the base of, so that a collection with
 /// its storage and the slots of its first kInlineSlots properties is one
@@ -95,12 +126,13 @@ public:
     CProperty* AppendNewProperty(const tovan::WString& name, tovan::Ptr<tovan::Value> value);
     /// As above, under a name block the caller already has (a reader's
     /// dictionary), which the property shares.
-    CProperty* AppendNewProperty(SharedName name, tovan::Ptr<tovan::Value> value);
+    /// With `batch`, the property comes from it (unless a property class is set).
+    CProperty* AppendNewProperty(SharedName name, tovan::Ptr<tovan::Value> value, PropertyBatch* batch = nullptr);
     /// The same with a copy of `value`, made in the new property's own room
     /// when it fits there: a builder can keep one value of each scalar class
     /// for all its members instead of making one per property.
     CProperty* AppendNewPropertyCopy(const tovan::WString& name, const tovan::Value& value);
-    CProperty* AppendNewPropertyCopy(SharedName name, const tovan::Value& value);
+    CProperty* AppendNewPropertyCopy(SharedName name, const tovan::Value& value, PropertyBatch* batch = nullptr);
     /// Room for `count` slots in all, so that filling a collection whose
     /// size is known does not grow the array step by step.
     void Reserve(size_t count);

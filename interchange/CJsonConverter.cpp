@@ -404,6 +404,7 @@ void CJsonConverter::EndObject() {
     if (current_ == root_) {
         root_ = nullptr;
         current_ = nullptr;
+        batch_.Release();
         return;
     }
     if (!names_.isEmpty()) current_->setName(names_.last());
@@ -453,9 +454,9 @@ void CJsonConverter::endMember(const SharedName& name, size_t members, bool look
         return;
     }
     if (scalar)
-        storage.AppendNewPropertyCopy(name, *scalar);
+        storage.AppendNewPropertyCopy(name, *scalar, &batch_);
     else
-        storage.AppendNewProperty(name, std::move(value));
+        storage.AppendNewProperty(name, std::move(value), &batch_);
 }
 
 void CJsonConverter::BeginArray() {

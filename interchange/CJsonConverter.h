@@ -1,5 +1,6 @@
 #pragma once
 // Builds data nodes with typed properties from the JSON element tree.
+#include "nvk/data/CPropertyCollectionData.h"
 #include "nvk/data/SharedName.h"
 #include "nvk/interchange/CJsonDataTyper.h"
 #include "nvk/interchange/JsonElements.h"
@@ -175,6 +176,8 @@ private:
     tovan::BooleanValue boolean_;
     tovan::NullValue null_;
     const tovan::Value* scalar_ = nullptr;  // one of the four, for the member being read
+    // The walk's properties; the builder hands back what is left after each record.
+    PropertyBatch batch_;
 };
 
 }  // namespace nvk

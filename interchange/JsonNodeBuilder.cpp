@@ -117,6 +117,7 @@ JsonNodeBuilder::JsonNodeBuilder(cajun::json::JsonInputStream& in, CJsonConverte
 
 JsonNodeBuilder::~JsonNodeBuilder() {
     converter_.consume_ = consumeBefore_;
+    converter_.batch_.Release();
     if (workspace_->owned) {
         delete workspace_;
         return;

@@ -33,11 +33,14 @@ Outcome readAll(tovan::vcFileInterface& file, bool reset, ReadOne readOne) {
     nvk::CJsonReader reader(&file);
     if (reset) reader.ResetStream();
     Outcome o;
+    // Between records, with the reader alive, every property is a record's.
+    const int properties = nvk::CProperty::pool().getOutstanding();
     try {
         Nodes nodes;
         while (readOne(reader, nodes)) {
             o.records += jsontest::describe(nodes, "--\n");
             nodes.clear();
+            EXPECT_EQ(nvk::CProperty::pool().getOutstanding(), properties);
         }
     } catch (const tovan::Exception& e) {
         o.failure = std::string(typeid(e).name()) + ": " + e.what();
