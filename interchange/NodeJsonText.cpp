@@ -28,6 +28,40 @@ using detail::sameName;
 
 namespace {
 
+// Integers are most of the values of many records, and all of them are
+// 32-bit: the length from a few comparisons and two digits per division
+// take less than the general formatter's call with its loop that measures
+// the length first.
+constexpr char kDigitPairs[] =
+    "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+    "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+    "8081828384858687888990919293949596979899";
+
+inline char* putInt32(char* out, int32_t value) {
+    uint32_t n = uint32_t(value);
+    if (value < 0) {
+        *out++ = '-';
+        n = 0u - n;
+    }
+    const int digits = n < 10 ? 1 : n < 100 ? 2 : n < 1000 ? 3 : n < 10000 ? 4 : n < 100000 ? 5
+                     : n < 1000000 ? 6 : n < 10000000 ? 7 : n < 100000000 ? 8 : n < 1000000000 ? 9 : 10;
+    char* end = out + digits;
+    char* p = end;
+    while (n >= 100) {
+        const uint32_t pair = n % 100;
+        n /= 100;
+        p -= 2;
+        std::memcpy(p, kDigitPairs + 2 * pair, 2);
+    }
+    if (n >= 10) {
+        p -= 2;
+        std::memcpy(p, kDigitPairs + 2 * n, 2);
+    } else {
+        *--p = char('0' + n);
+    }
+    return end;
+}
+
 // UTF-8 text under construction: bytes go through a pointer into room made
 // ahead, as the string's own appends are calls of their own on every byte.
 class Utf8Out {
@@ -55,9 +89,9 @@ public:
     }
     // Numbers are formatted in place: digits stored a byte at a time and
     // then copied as a block stall the copy until the stores are done.
-    void integer(long n) {
+    void integer(int32_t n) {
         room(tovan::kIntegerTextMax);
-        at_ = tovan::putInteger(at_, n);
+        at_ = putInt32(at_, n);
     }
     /// A finite number's text, as doubleToString's option 1 has it.
     void finite(double d) {
@@ -158,6 +192,7 @@ public:
                 for (int i = 0; i < count; ++i) {
                     if (i) out_ += Char(',');
                     if (pendingLine) out_ += Char('\n');
+                    childAhead(i);
                     if (!this->node(own->ChildList()[size_t(i)], newLineAfter, true, true)) return false;
                     pendingLine = newLineAfter;
                 }
@@ -201,9 +236,28 @@ private:
     // has the fetches of one link overlap; on a tree built from objects other
     // trees released, which lie anywhere, memory past the node (ahead_)
     // finds little of them.
+    //
+    // The last link, from each property to its value, is followed while the
+    // children are written, a child or two ahead of the one being written
+    // (childAhead): following it for all children at once waited for every
+    // property before the first child could start, a fifth of the time of
+    // writing records of many small objects, while values outside the
+    // property (texts, arrays) are most of what records of long texts wait for.
+    struct Chain {
+        std::vector<const void*> links;
+        size_t properties = 0;  // where the properties start in links
+        size_t fetched = 0;     // properties whose value was asked for
+        int children = 0;
+    };
+
     void fetchChildren(const CBaseNode* node, int count) {
+        if (chains_.size() < size_t(depth_)) chains_.resize(size_t(depth_));
+        Chain& chain = chains_[size_t(depth_ - 1)];
+        std::vector<const void*>& links = chain.links;
+        links.clear();
+        chain.properties = chain.fetched = 0;
+        chain.children = count;
         if (count < 4) return;  // too few chains to overlap
-        chain_.clear();
         for (int i = 0; i < count; ++i) {
             const tovan::iNode* child = node->ChildList()[size_t(i)];
             if (typeid(*child) != typeid(CBaseNode)) continue;
@@ -211,29 +265,39 @@ private:
             const tovan::iPropertyCollection* c = static_cast<const CBaseNode*>(child)->CBaseNode::getProperties();
             if (!c) continue;
             __builtin_prefetch(c);
-            chain_.push_back(c);
+            links.push_back(c);
         }
         size_t kept = 0;
-        for (const void* c : chain_) {
+        for (const void* c : links) {
             const auto* collection = static_cast<const tovan::iPropertyCollection*>(c);
             if (typeid(*collection) != typeid(CPropertyCollection)) continue;
             if (const CPropertyCollectionData* d = static_cast<const CPropertyCollection*>(collection)->findData()) {
                 __builtin_prefetch(d);
-                chain_[kept++] = d;
+                links[kept++] = d;
             }
         }
-        chain_.resize(kept);
-        for (const void* d : chain_) __builtin_prefetch(static_cast<const CPropertyCollectionData*>(d)->GetSlots().data());
-        const size_t storages = chain_.size();
+        links.resize(kept);
+        for (const void* d : links) __builtin_prefetch(static_cast<const CPropertyCollectionData*>(d)->GetSlots().data());
+        const size_t storages = links.size();
         for (size_t k = 0; k < storages; ++k)
-            for (const CProperty* p : static_cast<const CPropertyCollectionData*>(chain_[k])->GetSlots())
+            for (const CProperty* p : static_cast<const CPropertyCollectionData*>(links[k])->GetSlots())
                 if (p) {
                     __builtin_prefetch(p);
-                    chain_.push_back(p);
+                    links.push_back(p);
                 }
-        for (size_t k = storages; k < chain_.size(); ++k) {
-            const CProperty* p = static_cast<const CProperty*>(chain_[k]);
-            __builtin_prefetch(p->CProperty::getName().view().data());
+        chain.properties = chain.fetched = storages;
+    }
+
+    /// Before the `written`-th child of the node at this depth goes out: the
+    /// values of the properties up to about two children further on.
+    void childAhead(int written) {
+        Chain& chain = chains_[size_t(depth_ - 1)];
+        const size_t total = chain.links.size() - chain.properties;
+        if (total == 0) return;
+        const size_t upTo =
+            chain.properties + std::min(total, total * size_t(written + 2) / size_t(chain.children) + 1);
+        for (; chain.fetched < upTo; ++chain.fetched) {
+            const auto* p = static_cast<const CProperty*>(chain.links[chain.fetched]);
             if (const tovan::Value* v = p->findValue()) __builtin_prefetch(v);
         }
     }
@@ -288,6 +352,7 @@ private:
             out_ += Char('[');
             for (int i = runStart[r]; i < runStart[r + 1]; ++i) {
                 if (i != runStart[r]) out_ += Char(',');
+                childAhead(i);
                 if (!this->node(node->ChildList()[size_t(i)], false, true, false)) return Runs::Refused;
             }
             out_ += Char(']');
@@ -315,6 +380,7 @@ private:
             out_ += Char('[');
             for (uint32_t k = order.start[g]; k < order.start[g + 1]; ++k) {
                 if (k != order.start[g]) out_ += Char(',');
+                childAhead(int(k));
                 if (!this->node(node->ChildList()[order.ordered[k]], false, true, false)) return false;
             }
             out_ += Char(']');
@@ -342,7 +408,7 @@ private:
     }
 
     // Integers are most of the values of many records.
-    void digits(long n) {
+    void digits(int32_t n) {
         if constexpr (std::is_same_v<Char, char>) {
             out_.integer(n);
         } else {
@@ -356,7 +422,7 @@ private:
         switch (v.getTypeCode()) {
         case tovan::VT_Boolean: put(static_cast<const tovan::BooleanValue&>(v).get() ? "true" : "false"); return true;
         case tovan::VT_Double: number(static_cast<const tovan::DoubleValue&>(v).get()); return true;
-        case tovan::VT_Integer: digits(long(static_cast<const tovan::IntegerValue&>(v).get())); return true;
+        case tovan::VT_Integer: digits(static_cast<const tovan::IntegerValue&>(v).get()); return true;
         case tovan::VT_Null:
         case tovan::VT_HashTable: put("null"); return true;
         case tovan::VT_String:
@@ -374,7 +440,7 @@ private:
             out_ += Char(']');
             return true;
         }
-        case tovan::VT_IntegerArray: return elements<tovan::IntegerArrayValue>(v, [&](int32_t x) { digits(long(x)); });
+        case tovan::VT_IntegerArray: return elements<tovan::IntegerArrayValue>(v, [&](int32_t x) { digits(x); });
         case tovan::VT_BooleanArray:
             return elements<tovan::BooleanArrayValue>(v, [&](bool b) { put(b ? "true" : "false"); });
         case tovan::VT_StringArray:
@@ -432,7 +498,7 @@ private:
                 const auto& integers = static_cast<const tovan::IntegerArrayValue&>(elements);
                 for (unsigned k = 0; k < n; ++k) {
                     if (k) out_ += Char(',');
-                    digits(long(integers.get(flat++)));
+                    digits(integers.get(flat++));
                 }
             } else {
                 return false;
@@ -462,7 +528,7 @@ private:
     struct NoKeys {};
     [[no_unique_address]] std::conditional_t<std::is_same_v<Char, char>, typename Utf8Out::KeyCache, NoKeys> keys_;
     tovan::MemoryAhead ahead_;
-    std::vector<const void*> chain_;  // fetchChildren's links of one kind
+    std::vector<Chain> chains_;  // fetchChildren's links, one chain per depth
 };
 
 }  // namespace

@@ -168,6 +168,9 @@ TEST(JsonRoundTrip, GeneratedDocuments) {
     expectRoundTrip(uR"({"r":[{"a\u2028</b":1,"a_name_longer_than_thirty_one_bytes":[2],"\u00e9":3},)"
                     uR"({"a\u2028</b":4,"a_name_longer_than_thirty_one_bytes":[5],"\u00e9":6}]})",
                     "repeated names");
+    // Integers at each change of length, and the ends of their range, both as members and in arrays.
+    expectRoundTrip(uR"({"i":[0,-1,9,10,-99,100,999,1000,99999999,-100000000,2147483647,-2147483648],"j":-7,"k":0})",
+                    "integer lengths");
 }
 
 TEST(JsonRoundTrip, ThroughAFileWithTheSameText) {
