@@ -68,7 +68,8 @@ void CProperty::reset() {
     name_ = SharedName();
     flags_ = 0;
     shareValue(nullptr);
-    clearMetaData();
+    // Metadata is rare: the call is spared for every property of a tree.
+    if (link_ & kLinksTag) clearMetaData();
     link_ = 0;
 }
 

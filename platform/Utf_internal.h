@@ -37,6 +37,23 @@ inline size_t decodeUtf8Inline(const char* first, const char* last, bool final, 
             while (p < end && *p < 0x80) *o++ = *p++;
             continue;
         }
+        // Two- and three-byte forms whole in the block, which is all of most
+        // non-Latin text, are taken in one step; whatever they might be
+        // wrong about (overlong forms, surrogates, a cut sequence) goes the
+        // long way below.
+        if (b >= 0xC2 && b <= 0xDF && end - p >= 2 && (p[1] & 0xC0) == 0x80) {
+            *o++ = char16_t(((b & 0x1F) << 6) | (p[1] & 0x3F));
+            p += 2;
+            continue;
+        }
+        if ((b & 0xF0) == 0xE0 && end - p >= 3 && (p[1] & 0xC0) == 0x80 && (p[2] & 0xC0) == 0x80) {
+            const auto unit = char16_t(((b & 0x0F) << 12) | ((p[1] & 0x3F) << 6) | (p[2] & 0x3F));
+            if (unit >= 0x800 && (unit < 0xD800 || unit > 0xDFFF)) {
+                *o++ = unit;
+                p += 3;
+                continue;
+            }
+        }
         // Lead byte: how many continuation bytes, and the valid range of the
         // second byte (this rules out overlong forms and surrogates up front).
         const unsigned char* start = p;

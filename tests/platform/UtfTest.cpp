@@ -22,6 +22,7 @@ TEST(Utf, EachMaximalInvalidSubsequenceIsOneReplacement) {
         {"overlong three bytes", "\xe0\x80\xaf", u"\uFFFD\uFFFD\uFFFD"},
         {"overlong four bytes", "\xf0\x80\x80\xaf", u"\uFFFD\uFFFD\uFFFD\uFFFD"},
         {"encoded surrogate", "\xed\xa0\x80\xed\xbf\xbf", u"\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD"},
+        {"either side of the surrogates", "\xed\x9f\xbf\xee\x80\x80", u"\ud7ff\ue000"},
         {"above U+10FFFF", "\xf4\x90\x80\x80\xf5\x80", u"\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD"},
         {"lone continuation bytes", "a\x80\xbf" "b", u"a\uFFFD\uFFFDb"},
         {"cut short by the next character", "\xe2\x82z\xf0\x9f\x98z", u"\uFFFDz\uFFFDz"},
