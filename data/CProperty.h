@@ -121,6 +121,8 @@ private:
     void dropValue();
     /// Reads a value's type code and bytes into this property (see deserialize).
     void readValue(tovan::iByteInputStream& in);
+    /// The rest of the property's record after its name: value, flags and metadata.
+    void deserializeAfterName(tovan::iByteInputStream& in);
 
     /// The owning collection and the metadata, when there is metadata.
     struct Links {

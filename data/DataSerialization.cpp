@@ -87,13 +87,39 @@ void readEntries(iByteInputStream& in, tovan::iPropertyCollection& target) {
 // (the library is linked, not loaded late).
 __attribute__((tls_model("initial-exec"))) thread_local int t_readDepth = 0;
 
+/// The names read at each place of the last records on this thread (see RecentName): node
+/// names, and property names by their place in the collection. Used only inside a node read
+/// and emptied when the outermost one ends, so that it holds no name longer than the tree
+/// being read does.
+/// Kept per level of nesting: a record's children are mostly of another kind than itself, and
+/// would otherwise take turns with it at the same places.
+struct RecentNames {
+    static constexpr size_t kPlaces = 16, kLevels = 8;
+    struct Level {
+        RecentName node;
+        RecentName properties[kPlaces];
+    };
+    Level levels[kLevels];
+    bool used = false;
+
+    Level& at(int depth) { return levels[size_t(depth) % kLevels]; }
+    void clear() {
+        for (Level& l : levels) l = Level();
+        used = false;
+    }
+};
+
+thread_local RecentNames t_recentNames;
+
 struct ReadDepthGuard {
     ReadDepthGuard(const char* className) {
         if (t_readDepth >= CNodeImplBase::MAX_READ_DEPTH)
             throw Exception(className, "deserialize", u"Nodes nested deeper than %d levels", CNodeImplBase::MAX_READ_DEPTH);
         ++t_readDepth;
     }
-    ~ReadDepthGuard() { --t_readDepth; }
+    ~ReadDepthGuard() {
+        if (--t_readDepth == 0 && t_recentNames.used) t_recentNames.clear();
+    }
     ReadDepthGuard(const ReadDepthGuard&) = delete;
     ReadDepthGuard& operator=(const ReadDepthGuard&) = delete;
 };
@@ -136,7 +162,12 @@ void cppNodeQName::serialize(iByteOutputStream& out) const {
 }
 
 void cppNodeQName::deserialize(iByteInputStream& in) {
-    SharedName qname = readSharedName(in);
+    RecentName none;
+    deserialize(in, none);
+}
+
+void cppNodeQName::deserialize(iByteInputStream& in, RecentName& recent) {
+    SharedName qname = readSharedName(in, recent);
     tovan::WString localName = readWideString(in);
     tovan::WString uriName = readWideString(in);
     qname_ = std::move(qname);
@@ -217,6 +248,10 @@ void CProperty::deserialize(iByteInputStream& in) {
         SetName(readWideString(in));
     else
         setNameUnchecked(readSharedName(in));
+    deserializeAfterName(in);
+}
+
+void CProperty::deserializeAfterName(iByteInputStream& in) {
     readValue(in);
     MetaDataFlags flags = 0;
     CPropertyCollection* meta = metaData();
@@ -307,13 +342,21 @@ void CPropertyCollectionData::deserialize(iByteInputStream& in) {
     }
     const int32_t count = readCount(in);
     const bool ownClass = GetPropertyClass() == nullptr;
+    // Inside a node read, sibling records name their properties alike, place by place.
+    RecentName* recent = t_readDepth > 0 ? t_recentNames.at(t_readDepth).properties : nullptr;
     for (int32_t i = 0; i < count; ++i) {
         Ptr<CProperty> p = ownClass ? Ptr<CProperty>::adopt(CProperty::allocate())
                                     : MakeNewPropertyWithCopiedValue(WString(), nullptr);
-        if (ownClass)
-            p->CProperty::deserialize(in);  // the class is known: no virtual call
-        else
+        if (ownClass && recent && size_t(i) < RecentNames::kPlaces) {
+            // The class is known (no virtual call) and the version was checked above.
+            p->setNameUnchecked(readSharedName(in, recent[i]));
+            t_recentNames.used = true;
+            p->deserializeAfterName(in);
+        } else if (ownClass) {
+            p->CProperty::deserialize(in);
+        } else {
             p->deserialize(in);
+        }
         // Appended as read, even under a name read before: the record is taken as it was
         // written. Lookups by name then give one of the two (the first in a short list).
         reserveOneMore();
@@ -396,7 +439,8 @@ void CNodeImplBase::DeserializeNode(iByteInputStream& in, bool withChildren) {
     if (version < MIN_NODE_FORMAT_VERSION)
         throw Exception("CNodeImplBase", "DeserializeNode", u"Deserialization version mismatch (%ld < %ld)",
                         long(version), long(MIN_NODE_FORMAT_VERSION));
-    name_.deserialize(in);
+    t_recentNames.used = true;
+    name_.deserialize(in, t_recentNames.at(t_readDepth).node);
     if (readBool(in)) {
         EnsurePropCollectionExists();
         properties_->deserialize(in);

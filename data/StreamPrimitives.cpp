@@ -248,34 +248,64 @@ bool readWideString(iByteInputStream& in, std::u16string& text) {
     return true;
 }
 
+namespace {
+
+/// A version-2 name at `p` that lies whole in the `available` bytes and is all ASCII: the
+/// size of its header (`head`) and its text; false for anything else (the null name included).
+bool asciiNameAt(const uint8_t* p, size_t available, size_t& head, std::string_view& text) {
+    if (available == 0) return false;
+    int32_t n = -1;  // the length header in its one- or two-byte form (names are short)
+    head = 1;
+    if (uint8_t(p[0] - 1) >= 3) {
+        n = int8_t(p[0]) >> 2;
+    } else if (p[0] == 1 && available > 1) {
+        n = int8_t(p[1]);
+        head = 2;
+    }
+    if (n <= 0 || head + size_t(n - 1) > available) return false;
+    text = std::string_view(reinterpret_cast<const char*>(p + head), size_t(n - 1));
+    // Each unit of a version-2 string is its own UTF-8 sequence: a byte below 0x80 is one unit.
+    return std::all_of(text.begin(), text.end(), [](char c) { return uint8_t(c) < 0x80; });
+}
+
+}  // namespace
+
 SharedName readSharedName(iByteInputStream& in) {
-    size_t available;
-    const uint8_t* p = in.peek(available);
-    if (in.getVersion() >= 2 && available > 0) {
-        // The length header in its one- or two-byte form (names are short).
-        int32_t n = -1;
-        size_t head = 1;
-        if (uint8_t(p[0] - 1) >= 3) {
-            n = int8_t(p[0]) >> 2;
-        } else if (p[0] == 1 && available > 1) {
-            n = int8_t(p[1]);
-            head = 2;
+    if (in.getVersion() >= 2) {
+        size_t available, head;
+        const uint8_t* p = in.peek(available);
+        std::string_view text;
+        if (asciiNameAt(p, available, head, text)) {
+            in.skip(head + text.size());
+            return SharedName::cachedAscii(text);
         }
-        if (n == 0) {
-            in.skip(head);
+        if (available > 0 && p[0] == 0) {
+            in.skip(1);
             return SharedName();
-        }
-        if (n > 0 && head + size_t(n - 1) <= available) {
-            const std::string_view text(reinterpret_cast<const char*>(p + head), size_t(n - 1));
-            // Each unit of a version-2 string is its own UTF-8 sequence: a byte below 0x80 is one unit.
-            if (std::all_of(text.begin(), text.end(), [](char c) { return uint8_t(c) < 0x80; })) {
-                in.skip(head + text.size());
-                return SharedName::cachedAscii(text);
-            }
         }
     }
     thread_local std::u16string text;
     return readWideString(in, text) ? SharedName::cached(std::u16string_view(text)) : SharedName();
+}
+
+SharedName readSharedName(iByteInputStream& in, RecentName& recent) {
+    // Every version from 2 on carries a name in the same bytes; version 1 in others.
+    if (in.getVersion() < 2) return readSharedName(in);
+    size_t available;
+    const uint8_t* p = in.peek(available);
+    if (recent.length && available >= recent.length && std::memcmp(p, recent.bytes, recent.length) == 0) {
+        in.skip(recent.length);
+        return recent.name;
+    }
+    size_t head;
+    std::string_view text;
+    if (!asciiNameAt(p, available, head, text) || head + text.size() > sizeof recent.bytes)
+        return readSharedName(in);
+    in.skip(head + text.size());
+    recent.name = SharedName::cachedAscii(text);
+    recent.length = uint8_t(head + text.size());
+    std::memcpy(recent.bytes, p, recent.length);
+    return recent.name;
 }
 
 // ---- narrow string ------------------------------------------------------------------

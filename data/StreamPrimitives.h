@@ -103,6 +103,18 @@ NVK_EXPORT bool readWideString(tovan::iByteInputStream& in, std::u16string& text
 /// window are looked up from the bytes, without a wide copy.
 NVK_EXPORT SharedName readSharedName(tovan::iByteInputStream& in);
 
+/// The name read last at one place of a record, as its bytes and its block: sibling records
+/// repeat their names in the same places.
+struct RecentName {
+    uint8_t length = 0;  // of `bytes`; 0 when there is none
+    uint8_t bytes[23];
+    SharedName name;
+};
+/// As readSharedName; a name whose bytes are `recent`'s is taken from it without a look-up,
+/// and a short ASCII name read from the window is remembered there (streams of version 2 and
+/// above; version 1 carries names in other bytes and reads as readSharedName).
+NVK_EXPORT SharedName readSharedName(tovan::iByteInputStream& in, RecentName& recent);
+
 /// `s` null writes "none" (0).
 NVK_EXPORT void writeNarrowString(tovan::iByteOutputStream& out, const char* s);
 NVK_EXPORT void writeNarrowString(tovan::iByteOutputStream& out, const std::string& s);

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "nvk/data/SharedName.h"
+#include "nvk/data/StreamPrimitives.h"
 #include "nvk/platform/ByteStream.h"
 #include "nvk/platform/Export.h"
 #include "nvk/platform/String.h"
@@ -51,6 +52,8 @@ public:
     /// stored (a part not split off yet travels as null).
     void serialize(tovan::iByteOutputStream& out) const;
     void deserialize(tovan::iByteInputStream& in);
+    /// As deserialize, the name taken from `recent` when its bytes are those read there last.
+    void deserialize(tovan::iByteInputStream& in, RecentName& recent);
 
 private:
     // Most names are never split, so the parts live in a block of their own
