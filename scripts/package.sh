@@ -47,7 +47,10 @@ export LD_LIBRARY_PATH="$libdir"
 got=$("$root/usr/bin/nvk" version)
 want=$(build/default/nvk version)
 [ "$got" = "$want" ] || { echo "package: nvk version says '$got', the build '$want'" >&2; exit 1; }
-ldd "$root/usr/bin/nvk" | grep -q "libnvk.*=> $libdir/" ||
+# Taken whole first: grep -q stops reading at its match, and under pipefail the write that
+# then fails in ldd would fail the check.
+loaded=$(ldd "$root/usr/bin/nvk")
+grep -q "libnvk.*=> $libdir/" <<<"$loaded" ||
   { echo "package: the unpacked nvk does not load the unpacked library" >&2; exit 1; }
 echo "$got"
 "$root/usr/bin/nvk" json examples/bare-members.json >/dev/null
