@@ -87,29 +87,73 @@ void readEntries(iByteInputStream& in, tovan::iPropertyCollection& target) {
 // (the library is linked, not loaded late).
 __attribute__((tls_model("initial-exec"))) thread_local int t_readDepth = 0;
 
-/// The names read at each place of the last records on this thread (see RecentName): node
-/// names, and property names by their place in the collection. Used only inside a node read
-/// and emptied when the outermost one ends, so that it holds no name longer than the tree
-/// being read does.
-/// Kept per level of nesting: a record's children are mostly of another kind than itself, and
-/// would otherwise take turns with it at the same places.
-struct RecentNames {
+/// Objects of a pooled class handed to a node read a batch at a time: one turn of the pool's
+/// lock per batch instead of per object. Batches grow from 2 to 32, so a small record takes
+/// little more than it needs; what is left goes back when the outermost read ends.
+template <class T>
+class ReadBatch {
+public:
+    /// A fresh object carrying one reference for the caller (as T::allocate).
+    T* take() {
+        if (next_ == count_) refill();
+        T* obj = spare_[next_++];
+        obj->addRef();
+        return obj;
+    }
+    void release() {
+        if (next_ != count_) {
+            // Last given, first handed out again: the next taken is the one this batch would
+            // have given next.
+            std::reverse(spare_ + next_, spare_ + count_);
+            T::pool().deleteInstances(spare_ + next_, count_ - next_);
+        }
+        next_ = count_ = 0;
+        size_ = 2;
+    }
+
+private:
+    static constexpr uint32_t kMost = 32;
+    void refill() {
+        T::pool().newInstances(spare_, size_);  // nothing is handed out when this fails
+        count_ = size_;
+        next_ = 0;
+        size_ = std::min(size_ * 2, kMost);
+    }
+
+    T* spare_[kMost];
+    uint32_t next_ = 0, count_ = 0, size_ = 2;
+};
+
+/// What a node read on this thread keeps from one record to the next, emptied when the
+/// outermost read ends (so that it holds nothing longer than the tree being read does):
+/// - the names read at each place of the last records (see RecentName): node names, and
+///   property names by their place in the collection, per level of nesting, since a
+///   record's children are mostly of another kind than itself and would otherwise take
+///   turns with it at the same places;
+/// - batches of nodes, collections and properties from their pools.
+struct ReadState {
     static constexpr size_t kPlaces = 16, kLevels = 8;
     struct Level {
         RecentName node;
         RecentName properties[kPlaces];
     };
     Level levels[kLevels];
+    ReadBatch<CBaseNode> nodes;
+    ReadBatch<CPropertyCollection> collections;
+    ReadBatch<CProperty> properties;
     bool used = false;
 
     Level& at(int depth) { return levels[size_t(depth) % kLevels]; }
     void clear() {
         for (Level& l : levels) l = Level();
+        nodes.release();
+        collections.release();
+        properties.release();
         used = false;
     }
 };
 
-thread_local RecentNames t_recentNames;
+thread_local ReadState t_readState;
 
 struct ReadDepthGuard {
     ReadDepthGuard(const char* className) {
@@ -118,7 +162,7 @@ struct ReadDepthGuard {
         ++t_readDepth;
     }
     ~ReadDepthGuard() {
-        if (--t_readDepth == 0 && t_recentNames.used) t_recentNames.clear();
+        if (--t_readDepth == 0 && t_readState.used) t_readState.clear();
     }
     ReadDepthGuard(const ReadDepthGuard&) = delete;
     ReadDepthGuard& operator=(const ReadDepthGuard&) = delete;
@@ -343,14 +387,16 @@ void CPropertyCollectionData::deserialize(iByteInputStream& in) {
     const int32_t count = readCount(in);
     const bool ownClass = GetPropertyClass() == nullptr;
     // Inside a node read, sibling records name their properties alike, place by place.
-    RecentName* recent = t_readDepth > 0 ? t_recentNames.at(t_readDepth).properties : nullptr;
+    const bool inNodeRead = t_readDepth > 0;
+    RecentName* recent = inNodeRead ? t_readState.at(t_readDepth).properties : nullptr;
+    if (inNodeRead) t_readState.used = true;
     for (int32_t i = 0; i < count; ++i) {
-        Ptr<CProperty> p = ownClass ? Ptr<CProperty>::adopt(CProperty::allocate())
-                                    : MakeNewPropertyWithCopiedValue(WString(), nullptr);
-        if (ownClass && recent && size_t(i) < RecentNames::kPlaces) {
+        Ptr<CProperty> p = !ownClass   ? MakeNewPropertyWithCopiedValue(WString(), nullptr)
+                           : inNodeRead ? Ptr<CProperty>::adopt(t_readState.properties.take())
+                                        : Ptr<CProperty>::adopt(CProperty::allocate());
+        if (ownClass && recent && size_t(i) < ReadState::kPlaces) {
             // The class is known (no virtual call) and the version was checked above.
             p->setNameUnchecked(readSharedName(in, recent[i]));
-            t_recentNames.used = true;
             p->deserializeAfterName(in);
         } else if (ownClass) {
             p->CProperty::deserialize(in);
@@ -439,10 +485,14 @@ void CNodeImplBase::DeserializeNode(iByteInputStream& in, bool withChildren) {
     if (version < MIN_NODE_FORMAT_VERSION)
         throw Exception("CNodeImplBase", "DeserializeNode", u"Deserialization version mismatch (%ld < %ld)",
                         long(version), long(MIN_NODE_FORMAT_VERSION));
-    t_recentNames.used = true;
-    name_.deserialize(in, t_recentNames.at(t_readDepth).node);
+    ReadState& state = t_readState;
+    state.used = true;
+    name_.deserialize(in, state.at(t_readDepth).node);
     if (readBool(in)) {
-        EnsurePropCollectionExists();
+        if (!properties_) {
+            properties_ = state.collections.take();
+            properties_->_setOwner(GetINode());
+        }
         properties_->deserialize(in);
     }
     if (withChildren && version >= 104) {
@@ -457,7 +507,7 @@ void CNodeImplBase::DeserializeNode(iByteInputStream& in, bool withChildren) {
                 // The library's own node, as nearly every child is: its class is known, so it
                 // needs neither the factory's type check nor a virtual call to be read.
                 children_.reserveOneMore();
-                CBaseNode* child = CBaseNode::allocate();  // the array's reference
+                CBaseNode* child = state.nodes.take();  // the array's reference
                 children_.push_back(child);
                 child->parent_ = self;
                 child->CBaseNode::deserialize(in);

@@ -595,6 +595,31 @@ TEST(NodeStream, NodeFilesRecordByRecordThroughPipes) {
     EXPECT_THROW_MSG(nvk::NodeFileWriter(path, 4), tovan::BadParameterException, "Unsupported stream version 4");
 }
 
+// A read takes nodes, collections and properties from their pools a batch at a time: what it
+// did not use goes back when the read ends, whole or failed, and the tree holds the rest.
+TEST(NodeStream, ReadsGiveBackWhatTheyDidNotTake) {
+    const int nodes = CBaseNode::pool().getOutstanding(), collections = CPropertyCollection::pool().getOutstanding(),
+              properties = CProperty::pool().getOutstanding();
+    Ptr<iNode> root = TreeMaker(5).tree(3);
+    MemoryOutputStream out(2);
+    nvk::writeRecord(out, *root);
+    root = nullptr;
+    for (size_t cut : {out.size(), out.size() / 2}) {
+        {
+            MemoryInputStream in(Bytes(out.bytes().begin(), out.bytes().begin() + ptrdiff_t(cut)), 2);
+            try {
+                Ptr<iNode> back = nvk::readRecord(in);
+                EXPECT_EQ(cut, out.size());
+            } catch (const Exception&) {
+                EXPECT_LT(cut, out.size());
+            }
+        }
+        EXPECT_EQ(CBaseNode::pool().getOutstanding(), nodes) << "cut at " << cut;
+        EXPECT_EQ(CPropertyCollection::pool().getOutstanding(), collections);
+        EXPECT_EQ(CProperty::pool().getOutstanding(), properties);
+    }
+}
+
 TEST(NodeStream, NegativeCountsReadAsNoElements) {
     // A child count of -1, then the metadata block: no children, and reading goes on.
     NodePtr n = readAs<CBaseNode>({0x02, 0x87, 0x23, 0x01, 0x7F, 0x00, 0x00, 0x00, 0x00, 0xFC, 0x04}, 2);
