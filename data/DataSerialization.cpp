@@ -126,26 +126,39 @@ private:
 
 /// What a node read on this thread keeps from one record to the next, emptied when the
 /// outermost read ends (so that it holds nothing longer than the tree being read does):
-/// - the names read at each place of the last records (see RecentName): node names, and
-///   property names by their place in the collection, per level of nesting, since a
-///   record's children are mostly of another kind than itself and would otherwise take
-///   turns with it at the same places;
+/// - the names read at each place of the last records (see RecentName): node names by level
+///   of nesting, and property names by their place in the collection, kept apart for records
+///   of different names at different levels (a record's children are mostly of other kinds
+///   than itself, and would otherwise take turns with it at the same places). Which entries a
+///   record uses only decides how often its names are found there: a name is taken from an
+///   entry only when its bytes are the entry's.
 /// - batches of nodes, collections and properties from their pools.
 struct ReadState {
-    static constexpr size_t kPlaces = 16, kLevels = 8;
-    struct Level {
-        RecentName node;
+    static constexpr size_t kPlaces = 24, kKinds = 32, kDepths = 16;
+    struct Kind {
         RecentName properties[kPlaces];
     };
-    Level levels[kLevels];
+    RecentName nodeNames[kDepths];
+    Kind kinds[kKinds];
+    uint32_t kindsUsed = 0;      // one bit per entry of `kinds` holding names
+    Kind* current = nullptr;     // for the collection of the node being read
     ReadBatch<CBaseNode> nodes;
     ReadBatch<CPropertyCollection> collections;
     ReadBatch<CProperty> properties;
     bool used = false;
 
-    Level& at(int depth) { return levels[size_t(depth) % kLevels]; }
+    RecentName& nodeName(int depth) { return nodeNames[size_t(depth) % kDepths]; }
+    Kind& kind(int depth, uint32_t nameHash) {
+        const size_t k = (nameHash ^ (nameHash >> 11) ^ uint32_t(depth) * 0x9E3779B1u) % kKinds;
+        kindsUsed |= 1u << k;
+        return kinds[k];
+    }
     void clear() {
-        for (Level& l : levels) l = Level();
+        for (RecentName& r : nodeNames) r = RecentName();
+        for (size_t k = 0; k < kKinds; ++k)
+            if (kindsUsed & (1u << k)) kinds[k] = Kind();
+        kindsUsed = 0;
+        current = nullptr;
         nodes.release();
         collections.release();
         properties.release();
@@ -386,10 +399,13 @@ void CPropertyCollectionData::deserialize(iByteInputStream& in) {
     }
     const int32_t count = readCount(in);
     const bool ownClass = GetPropertyClass() == nullptr;
-    // Inside a node read, sibling records name their properties alike, place by place.
     const bool inNodeRead = t_readDepth > 0;
-    RecentName* recent = inNodeRead ? t_readState.at(t_readDepth).properties : nullptr;
-    if (inNodeRead) t_readState.used = true;
+    // Inside a node read, records of one kind name their properties alike, place by place.
+    RecentName* recent = nullptr;
+    if (inNodeRead) {
+        t_readState.used = true;
+        if (t_readState.current) recent = std::exchange(t_readState.current, nullptr)->properties;
+    }
     for (int32_t i = 0; i < count; ++i) {
         Ptr<CProperty> p = !ownClass   ? MakeNewPropertyWithCopiedValue(WString(), nullptr)
                            : inNodeRead ? Ptr<CProperty>::adopt(t_readState.properties.take())
@@ -487,12 +503,13 @@ void CNodeImplBase::DeserializeNode(iByteInputStream& in, bool withChildren) {
                         long(version), long(MIN_NODE_FORMAT_VERSION));
     ReadState& state = t_readState;
     state.used = true;
-    name_.deserialize(in, state.at(t_readDepth).node);
+    name_.deserialize(in, state.nodeName(t_readDepth));
     if (readBool(in)) {
         if (!properties_) {
             properties_ = state.collections.take();
             properties_->_setOwner(GetINode());
         }
+        state.current = &state.kind(t_readDepth, name_.hash());
         properties_->deserialize(in);
     }
     if (withChildren && version >= 104) {

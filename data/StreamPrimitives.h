@@ -107,7 +107,7 @@ NVK_EXPORT SharedName readSharedName(tovan::iByteInputStream& in);
 /// repeat their names in the same places.
 struct RecentName {
     uint8_t length = 0;  // of `bytes`; 0 when there is none
-    uint8_t bytes[23];
+    uint8_t bytes[39];
     SharedName name;
 };
 /// As readSharedName; a name whose bytes are `recent`'s is taken from it without a look-up,

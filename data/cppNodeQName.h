@@ -45,6 +45,9 @@ public:
     void setLocalName(const tovan::WString& localName);
     void setUriName(const tovan::WString& uriName);
 
+    /// The name block's folded hash as set (0 when only the parts are set or nothing is).
+    uint32_t hash() const { return qname_.hash(); }
+
     /// Forgets the name and both parts.
     void clear();
 
