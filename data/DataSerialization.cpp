@@ -166,7 +166,21 @@ struct ReadState {
     }
 };
 
-thread_local ReadState t_readState;
+// Reached once or twice per node: through a pointer in the initial-exec model, as the
+// thread's name table is; made on the thread's first node read, ended by its owner.
+__attribute__((tls_model("initial-exec"))) thread_local ReadState* t_readStateAt = nullptr;
+
+struct ReadStateOwner {
+    std::unique_ptr<ReadState> state;
+    ~ReadStateOwner() { t_readStateAt = nullptr; }
+};
+thread_local ReadStateOwner t_readStateOwner;
+
+ReadState& readState() {
+    if (ReadState* s = t_readStateAt) return *s;
+    t_readStateOwner.state = std::make_unique<ReadState>();
+    return *(t_readStateAt = t_readStateOwner.state.get());
+}
 
 struct ReadDepthGuard {
     ReadDepthGuard(const char* className) {
@@ -175,7 +189,7 @@ struct ReadDepthGuard {
         ++t_readDepth;
     }
     ~ReadDepthGuard() {
-        if (--t_readDepth == 0 && t_readState.used) t_readState.clear();
+        if (--t_readDepth == 0 && t_readStateAt && t_readStateAt->used) t_readStateAt->clear();
     }
     ReadDepthGuard(const ReadDepthGuard&) = delete;
     ReadDepthGuard& operator=(const ReadDepthGuard&) = delete;
@@ -402,13 +416,14 @@ void CPropertyCollectionData::deserialize(iByteInputStream& in) {
     const bool inNodeRead = t_readDepth > 0;
     // Inside a node read, records of one kind name their properties alike, place by place.
     RecentName* recent = nullptr;
-    if (inNodeRead) {
-        t_readState.used = true;
-        if (t_readState.current) recent = std::exchange(t_readState.current, nullptr)->properties;
+    ReadState* state = inNodeRead ? &readState() : nullptr;
+    if (state) {
+        state->used = true;
+        if (state->current) recent = std::exchange(state->current, nullptr)->properties;
     }
     for (int32_t i = 0; i < count; ++i) {
         Ptr<CProperty> p = !ownClass   ? MakeNewPropertyWithCopiedValue(WString(), nullptr)
-                           : inNodeRead ? Ptr<CProperty>::adopt(t_readState.properties.take())
+                           : state      ? Ptr<CProperty>::adopt(state->properties.take())
                                         : Ptr<CProperty>::adopt(CProperty::allocate());
         if (ownClass && recent && size_t(i) < ReadState::kPlaces) {
             // The class is known (no virtual call) and the version was checked above.
@@ -501,7 +516,7 @@ void CNodeImplBase::DeserializeNode(iByteInputStream& in, bool withChildren) {
     if (version < MIN_NODE_FORMAT_VERSION)
         throw Exception("CNodeImplBase", "DeserializeNode", u"Deserialization version mismatch (%ld < %ld)",
                         long(version), long(MIN_NODE_FORMAT_VERSION));
-    ReadState& state = t_readState;
+    ReadState& state = readState();
     state.used = true;
     name_.deserialize(in, state.nodeName(t_readDepth));
     if (readBool(in)) {

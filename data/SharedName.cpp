@@ -26,13 +26,33 @@ struct ThreadTable {
     ~ThreadTable();
 };
 
-thread_local bool t_tableGone = false;
-thread_local ThreadTable t_table;
+// Every name looked up reaches the table: through a pointer in the initial-exec model (a
+// plain load; a few bytes of static room are there for it, the library being linked, not
+// loaded late), made on the thread's first look-up and ended by its owner with the thread.
+__attribute__((tls_model("initial-exec"))) thread_local ThreadTable* t_table = nullptr;
+__attribute__((tls_model("initial-exec"))) thread_local bool t_tableGone = false;
+
+struct TableOwner {
+    ThreadTable* table = nullptr;
+    ~TableOwner() {
+        t_table = nullptr;
+        delete table;
+    }
+};
+thread_local TableOwner t_tableOwner;
 
 ThreadTable::~ThreadTable() {
     t_tableGone = true;
     for (SharedName& e : entries)
         if (!e.isNull()) detector().AddToLeakDetector();
+}
+
+/// This thread's table; null once the thread is ending.
+ThreadTable* threadTable() {
+    if (ThreadTable* t = t_table) return t;
+    if (t_tableGone) return nullptr;
+    t_tableOwner.table = new ThreadTable();
+    return t_table = t_tableOwner.table;
 }
 
 }  // namespace
@@ -78,9 +98,10 @@ WString widen(std::string_view ascii) {
 
 template <class Text>
 SharedName SharedName::cachedIn(Text text, uint32_t hash) {
-    if (t_tableGone) return SharedName(widen(text));
+    ThreadTable* table = threadTable();
+    if (!table) return SharedName(widen(text));
     // Mixed so that names differing only in their last unit spread out.
-    SharedName& entry = t_table.entries[(hash ^ (hash >> 8) ^ (hash >> 16)) % ThreadTable::kSize];
+    SharedName& entry = table->entries[(hash ^ (hash >> 8) ^ (hash >> 16)) % ThreadTable::kSize];
     if (entry.block_ && entry.block_->hash == hash && sameText(entry.block_->text, text)) return entry;
     SharedName fresh;
     fresh.block_ = new Block(widen(text), hash);
