@@ -62,6 +62,14 @@ namespace {
 // thread that once held millions of values does not keep their memory.
 // Under AddressSanitizer every block goes back at once, so that a value used
 // after its release is still caught.
+class ValueBlocks;
+
+// Reached for every value made or released: through a pointer in the initial-exec model (a
+// plain load; a few bytes of static room are there for it, the library being linked, not
+// loaded late), ended by its owner with the thread.
+__attribute__((tls_model("initial-exec"))) thread_local ValueBlocks* t_blocks = nullptr;
+__attribute__((tls_model("initial-exec"))) thread_local bool t_blocksGone = false;
+
 class ValueBlocks {
 public:
     static constexpr size_t kGranule = 16;
@@ -69,7 +77,7 @@ public:
     static constexpr size_t kMaxPerClass = size_t(1) << 15;
 
     ~ValueBlocks() {
-        alive_ = false;
+        t_blocksGone = true;
         for (auto& list : free_)
             while (list.head) {
                 Node* next = list.head->next;
@@ -80,8 +88,9 @@ public:
 
     static void* take(size_t size) {
         size_t c = classOf(size);
-        if (c < kClasses && alive_) {
-            List& list = mine().free_[c];
+        ValueBlocks* blocks = c < kClasses ? mine() : nullptr;
+        if (blocks) {
+            List& list = blocks->free_[c];
             if (Node* n = list.head) {
                 list.head = n->next;
                 --list.count;
@@ -96,8 +105,9 @@ public:
 
     static void give(void* block, size_t size) noexcept {
         size_t c = classOf(size);
-        if (c < kClasses && alive_) {
-            List& list = mine().free_[c];
+        ValueBlocks* blocks = c < kClasses ? mine() : nullptr;
+        if (blocks) {
+            List& list = blocks->free_[c];
             if (list.count < kMaxPerClass) {
                 list.head = new (block) Node{list.head};
                 ++list.count;
@@ -124,18 +134,28 @@ private:
         return (size - 1) / kGranule;
 #endif
     }
-    static ValueBlocks& mine() {
-        thread_local ValueBlocks blocks;
-        return blocks;
-    }
+    /// This thread's lists, made on first use; null once they are gone (values released by
+    /// other thread-local objects' destructors at thread exit): plain new/delete then.
+    static ValueBlocks* mine();
 
     List free_[kClasses];
-    // False once this thread's lists are gone (values released by other
-    // thread-local objects' destructors at thread exit): plain new/delete then.
-    static thread_local bool alive_;
 };
 
-thread_local bool ValueBlocks::alive_ = true;
+struct BlocksOwner {
+    ValueBlocks* blocks = nullptr;
+    ~BlocksOwner() {
+        t_blocks = nullptr;
+        delete blocks;
+    }
+};
+thread_local BlocksOwner t_blocksOwner;
+
+ValueBlocks* ValueBlocks::mine() {
+    if (ValueBlocks* b = t_blocks) return b;
+    if (t_blocksGone) return nullptr;
+    t_blocksOwner.blocks = new ValueBlocks();
+    return t_blocks = t_blocksOwner.blocks;
+}
 
 }  // namespace
 
