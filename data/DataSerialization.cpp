@@ -14,6 +14,7 @@
 #include "nvk/data/SlotIndex_internal.h"
 #include "nvk/data/StreamPrimitives.h"
 #include "nvk/platform/Exception.h"
+#include "nvk/platform/PerThread_internal.h"
 
 namespace nvk {
 
@@ -166,21 +167,8 @@ struct ReadState {
     }
 };
 
-// Reached once or twice per node: through a pointer in the initial-exec model, as the
-// thread's name table is; made on the thread's first node read, ended by its owner.
-__attribute__((tls_model("initial-exec"))) thread_local ReadState* t_readStateAt = nullptr;
-
-struct ReadStateOwner {
-    std::unique_ptr<ReadState> state;
-    ~ReadStateOwner() { t_readStateAt = nullptr; }
-};
-thread_local ReadStateOwner t_readStateOwner;
-
-ReadState& readState() {
-    if (ReadState* s = t_readStateAt) return *s;
-    t_readStateOwner.state = std::make_unique<ReadState>();
-    return *(t_readStateAt = t_readStateOwner.state.get());
-}
+/// Reached once or twice per node. Not null: a read does not run while its thread ends.
+ReadState& readState() { return *tovan::PerThread<ReadState>::get(); }
 
 struct ReadDepthGuard {
     ReadDepthGuard(const char* className) {
@@ -189,7 +177,8 @@ struct ReadDepthGuard {
         ++t_readDepth;
     }
     ~ReadDepthGuard() {
-        if (--t_readDepth == 0 && t_readStateAt && t_readStateAt->used) t_readStateAt->clear();
+        if (--t_readDepth == 0)
+            if (ReadState* state = tovan::PerThread<ReadState>::find(); state && state->used) state->clear();
     }
     ReadDepthGuard(const ReadDepthGuard&) = delete;
     ReadDepthGuard& operator=(const ReadDepthGuard&) = delete;

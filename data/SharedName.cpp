@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "nvk/platform/PerThread_internal.h"
 #include "nvk/platform/Pool.h"
 
 namespace nvk {
@@ -26,34 +27,13 @@ struct ThreadTable {
     ~ThreadTable();
 };
 
-// Every name looked up reaches the table: through a pointer in the initial-exec model (a
-// plain load; a few bytes of static room are there for it, the library being linked, not
-// loaded late), made on the thread's first look-up and ended by its owner with the thread.
-__attribute__((tls_model("initial-exec"))) thread_local ThreadTable* t_table = nullptr;
-__attribute__((tls_model("initial-exec"))) thread_local bool t_tableGone = false;
-
-struct TableOwner {
-    ThreadTable* table = nullptr;
-    ~TableOwner() {
-        t_table = nullptr;
-        delete table;
-    }
-};
-thread_local TableOwner t_tableOwner;
-
 ThreadTable::~ThreadTable() {
-    t_tableGone = true;
     for (SharedName& e : entries)
         if (!e.isNull()) detector().AddToLeakDetector();
 }
 
 /// This thread's table; null once the thread is ending.
-ThreadTable* threadTable() {
-    if (ThreadTable* t = t_table) return t;
-    if (t_tableGone) return nullptr;
-    t_tableOwner.table = new ThreadTable();
-    return t_table = t_tableOwner.table;
-}
+ThreadTable* threadTable() { return tovan::PerThread<ThreadTable>::get(); }
 
 }  // namespace
 

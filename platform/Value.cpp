@@ -2,6 +2,7 @@
 
 #include "nvk/platform/ByteOrder.h"
 #include "nvk/platform/NumberText.h"
+#include "nvk/platform/PerThread_internal.h"
 #include "nvk/platform/Util.h"
 
 #include <atomic>
@@ -62,14 +63,6 @@ namespace {
 // thread that once held millions of values does not keep their memory.
 // Under AddressSanitizer every block goes back at once, so that a value used
 // after its release is still caught.
-class ValueBlocks;
-
-// Reached for every value made or released: through a pointer in the initial-exec model (a
-// plain load; a few bytes of static room are there for it, the library being linked, not
-// loaded late), ended by its owner with the thread.
-__attribute__((tls_model("initial-exec"))) thread_local ValueBlocks* t_blocks = nullptr;
-__attribute__((tls_model("initial-exec"))) thread_local bool t_blocksGone = false;
-
 class ValueBlocks {
 public:
     static constexpr size_t kGranule = 16;
@@ -77,7 +70,6 @@ public:
     static constexpr size_t kMaxPerClass = size_t(1) << 15;
 
     ~ValueBlocks() {
-        t_blocksGone = true;
         for (auto& list : free_)
             while (list.head) {
                 Node* next = list.head->next;
@@ -134,28 +126,15 @@ private:
         return (size - 1) / kGranule;
 #endif
     }
-    /// This thread's lists, made on first use; null once they are gone (values released by
-    /// other thread-local objects' destructors at thread exit): plain new/delete then.
+    /// This thread's lists (reached for every value made or released), made on first use;
+    /// null once they are gone (values released by other thread-local objects' destructors at
+    /// thread exit): plain new/delete then.
     static ValueBlocks* mine();
 
     List free_[kClasses];
 };
 
-struct BlocksOwner {
-    ValueBlocks* blocks = nullptr;
-    ~BlocksOwner() {
-        t_blocks = nullptr;
-        delete blocks;
-    }
-};
-thread_local BlocksOwner t_blocksOwner;
-
-ValueBlocks* ValueBlocks::mine() {
-    if (ValueBlocks* b = t_blocks) return b;
-    if (t_blocksGone) return nullptr;
-    t_blocksOwner.blocks = new ValueBlocks();
-    return t_blocks = t_blocksOwner.blocks;
-}
+ValueBlocks* ValueBlocks::mine() { return PerThread<ValueBlocks>::get(); }
 
 }  // namespace
 
