@@ -47,7 +47,7 @@ std::vector<uint8_t> MemoryOutputStream::takeBytes() {
 }
 
 void MemoryOutputStream::clear() {
-    // What was written becomes room again, without clearing it first.
+    // The old content becomes room again, without clearing it first.
     setRoom(bytes_.data(), bytes_.data() + bytes_.size());
 }
 

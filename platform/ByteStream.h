@@ -45,7 +45,7 @@ protected:
     /// them, or raises, and may lend a new room.
     virtual void writeSome(const void* data, size_t count) = 0;
     /// Lends the stream memory to write into until it is full; the sink keeps it alive and
-    /// reads what was written from `begin` up to `roomNext()`.
+    /// reads the bytes from `begin` up to `roomNext()`.
     void setRoom(uint8_t* begin, uint8_t* end) {
         next_ = begin;
         roomEnd_ = end;
@@ -121,14 +121,14 @@ private:
 /// The version a stream gets when its creator does not choose one.
 inline constexpr int DefaultStreamVersion = 2;
 
-/// Collects what is written in memory. The vector's elements past what was written are the
+/// Collects what is written in memory. The vector's elements past the content are the
 /// stream's room; `bytes()` trims them off first.
 class NVK_EXPORT MemoryOutputStream : public iByteOutputStream {
 public:
     explicit MemoryOutputStream(int version = DefaultStreamVersion) : version_(version) {}
     int getVersion() const override { return version_; }
 
-    /// What was written. Not to be called from two threads at once: it trims the room.
+    /// The content. Not to be called from two threads at once: it trims the room.
     const std::vector<uint8_t>& bytes() const;
     size_t size() const { return roomNext() ? size_t(roomNext() - bytes_.data()) : 0; }
     /// Hands the bytes over and leaves the stream empty.

@@ -80,7 +80,7 @@ void FileOutputStream::close() {
     try {
         writeBuffer();
     } catch (...) {
-        written_ += pending();  // still counted as written through the stream, though lost
+        written_ += pending();  // still counted: they went through the stream, though lost
         file_ = nullptr;
         setRoom(nullptr, nullptr);
         if (owned_) std::fclose(f);

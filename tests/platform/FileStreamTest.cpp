@@ -72,7 +72,8 @@ TEST(FileStream, FailuresNameTheFile) {
 }
 
 // The memory stream writes into room past its content: what bytes() and takeBytes() give is
-// only what was written, however writes, reads of the bytes and clearing interleave.
+// only the bytes written since the last clearing, however writes, reads of them and clearing
+// interleave.
 TEST(MemoryStream, RoomIsNeverContent) {
     MemoryOutputStream out(3);
     std::string expected;
