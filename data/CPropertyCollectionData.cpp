@@ -159,30 +159,6 @@ CProperty* CPropertyCollectionData::AppendNewProperty(const WString& name, Ptr<V
     return AppendNewProperty(SharedName::cached(name), std::move(value));
 }
 
-void PropertyBatch::refill() {
-    // Nothing is handed out when making them fails, and nothing changes here.
-    CProperty::newInstances(spare_, size_);
-    // Recycled properties are cold; they are all written to shortly.
-    for (uint32_t i = 0; i < size_; ++i) {
-        __builtin_prefetch(spare_[i], 1);
-        __builtin_prefetch(reinterpret_cast<const char*>(spare_[i]) + sizeof(CProperty) - 1, 1);
-    }
-    count_ = size_;
-    next_ = 0;
-    size_ = std::min(size_ * 2, kMost);
-}
-
-void PropertyBatch::Release() {
-    if (next_ != count_) {
-        // Last given, first handed out again: the next taken is the one this
-        // batch would have given next.
-        std::reverse(spare_ + next_, spare_ + count_);
-        CProperty::endInstances(spare_ + next_, count_ - next_);
-    }
-    next_ = count_ = 0;
-    size_ = 2;
-}
-
 CProperty* CPropertyCollectionData::AppendNewProperty(SharedName name, Ptr<Value> value, PropertyBatch* batch) {
     Ptr<CProperty> made;
     reserveOneMore();

@@ -14,34 +14,15 @@ class CPropertyCollection;
 class SlotIndex;
 
 /// Fresh properties taken from the pool several at a time, for a builder
-/// that appends many: the pool's lock is one atomic operation, and taken for
-/// every property it was a twentieth of reading a document. The batch grows
-/// while it is used, so that a small record does not take more than it
-/// needs; what is left goes back with Release(), which the builder calls
-/// when its record is done so that the pool's counts stay exact between
-/// records. One thread at a time.
-class NVK_EXPORT PropertyBatch {
+/// that appends many: the pool's lock, taken for every property, was a
+/// twentieth of reading a document. The builder calls Release() when its
+/// record is done, so that the pool's counts stay exact between records (see
+/// ObjectPool::Handouts). One thread at a time.
+class PropertyBatch : public tovan::ObjectPool<CProperty>::Handouts {
 public:
-    PropertyBatch() = default;
-    ~PropertyBatch() { Release(); }
-    PropertyBatch(const PropertyBatch&) = delete;
-    PropertyBatch& operator=(const PropertyBatch&) = delete;
-
-    /// A fresh property without a reference (as CProperty::newInstance).
-    CProperty* take() {
-        if (next_ == count_) refill();
-        return spare_[next_++];
-    }
+    PropertyBatch() : Handouts(CProperty::pool()) {}
     /// Returns the properties not taken and starts small again.
-    void Release();
-
-private:
-    static constexpr uint32_t kMost = 32;
-    void refill();
-
-    CProperty* spare_[kMost];
-    uint32_t next_ = 0, count_ = 0;
-    uint32_t size_ = 2;  // of the next refill
+    void Release() { release(); }
 };
 
 /// Properties in order, each held by one reference: the storage half of a

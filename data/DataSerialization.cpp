@@ -88,41 +88,17 @@ void readEntries(iByteInputStream& in, tovan::iPropertyCollection& target) {
 // (the library is linked, not loaded late).
 __attribute__((tls_model("initial-exec"))) thread_local int t_readDepth = 0;
 
-/// Objects of a pooled class handed to a node read a batch at a time: one turn of the pool's
-/// lock per batch instead of per object. Batches grow from 2 to 32, so a small record takes
-/// little more than it needs; what is left goes back when the outermost read ends.
+/// Objects of a pooled class handed to a node read a batch at a time, each with one reference
+/// for the caller (as T::allocate).
 template <class T>
-class ReadBatch {
+class ReadBatch : public tovan::ObjectPool<T>::Handouts {
 public:
-    /// A fresh object carrying one reference for the caller (as T::allocate).
+    ReadBatch() : tovan::ObjectPool<T>::Handouts(T::pool()) {}
     T* take() {
-        if (next_ == count_) refill();
-        T* obj = spare_[next_++];
+        T* obj = tovan::ObjectPool<T>::Handouts::take();
         obj->addRef();
         return obj;
     }
-    void release() {
-        if (next_ != count_) {
-            // Last given, first handed out again: the next taken is the one this batch would
-            // have given next.
-            std::reverse(spare_ + next_, spare_ + count_);
-            T::pool().deleteInstances(spare_ + next_, count_ - next_);
-        }
-        next_ = count_ = 0;
-        size_ = 2;
-    }
-
-private:
-    static constexpr uint32_t kMost = 32;
-    void refill() {
-        T::pool().newInstances(spare_, size_);  // nothing is handed out when this fails
-        count_ = size_;
-        next_ = 0;
-        size_ = std::min(size_ * 2, kMost);
-    }
-
-    T* spare_[kMost];
-    uint32_t next_ = 0, count_ = 0, size_ = 2;
 };
 
 /// What a node read on this thread keeps from one record to the next, emptied when the
