@@ -384,21 +384,27 @@ void CJsonConverter::appendToTop(const Ptr<Value>& value) {
 }
 
 void CJsonConverter::BeginObject() {
-    Ptr<CBaseNode> node(CBaseNode::newInstance());
+    CBaseNode* node = CBaseNode::newInstance();
     if (!root_) {
-        root_ = node.get();
-        nodes_.append(node);
-    } else if (!current_) {
-        root_->appendChild(node.get());
+        nodes_.append(Ptr<tovan::iNode>(node));
+        root_ = node;
     } else {
-        current_->appendChild(node.get());
+        // The parent's reference is the node's first: no temporary one to
+        // take and drop for every object of a record.
+        tovan::iNode* parent = current_ ? static_cast<tovan::iNode*>(current_) : root_;
+        try {
+            parent->appendChild(node);
+        } catch (...) {
+            Ptr<CBaseNode> unowned(node);  // back to the pool
+            throw;
+        }
     }
-    current_ = node.get();
+    current_ = node;
     storage_ = nullptr;
     kinds_.append(KindObject);
 }
 
-void CJsonConverter::EndObject() {
+void CJsonConverter::EndObject(const SharedName* name) {
     popKind();
     storage_ = nullptr;
     if (current_ == root_) {
@@ -407,7 +413,7 @@ void CJsonConverter::EndObject() {
         batch_.Release();
         return;
     }
-    if (!names_.isEmpty()) current_->setName(names_.last());
+    if (name) current_->setName(*name);
     // Every node of the walk is made in BeginObject, its parent too.
     current_ = static_cast<CBaseNode*>(current_->findParent());
 }

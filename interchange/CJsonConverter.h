@@ -116,7 +116,11 @@ protected:
     void BeginArray();
     void EndArray();
     void BeginObject();
-    void EndObject();
+    /// Ends the object of the member named by the top of the name stack.
+    void EndObject() { EndObject(names_.isEmpty() ? nullptr : &names_.last()); }
+    /// Ends an object held by the member `name` (null at the top): the
+    /// builder knows the name without the stack.
+    void EndObject(const SharedName* name);
     void BeginValue();
     void EndValue(const tovan::BaseString<tovan::wchar>& name);
     bool IsArrayElement() const;

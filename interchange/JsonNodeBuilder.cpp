@@ -150,6 +150,13 @@ const JsonToken& JsonNodeBuilder::match(TokenKind kind) {
     return token_;
 }
 
+bool JsonNodeBuilder::skip(TokenKind kind, char16_t c) {
+    if (!loaded_ && !scanned_ && scanner_.TakePunctuation(in_, c)) return true;
+    if (!nextIs(kind)) return false;
+    loaded_ = false;
+    return true;
+}
+
 void JsonNodeBuilder::enter(const JsonToken& token) {
     if (depth_ >= cajun::json::Parser::kMaxDepth)
         throw ParseException(token.begin, token.end, u"Nesting deeper than %d levels", cajun::json::Parser::kMaxDepth);
@@ -197,14 +204,8 @@ void JsonNodeBuilder::objectMembers(uint32_t holder) {
             }
             previous = entry;
             predicted = dictionary_.follower(entry);
-            match(TokenKind::MemberAssign);
-            // Only objects (and arrays, which may hold objects) need the name
-            // on the converter's stack: it names the child nodes.
-            const bool nodes = nextIs(TokenKind::ObjectBegin) || nextIs(TokenKind::ArrayBegin);
-            convert([&] {
-                converter_.BeginValue();
-                if (nodes) converter_.names_.append(dictionary_.name(entry));
-            });
+            if (!skip(TokenKind::MemberAssign, u':')) match(TokenKind::MemberAssign);
+            convert([&] { converter_.BeginValue(); });
             value(entry);
             // A member of a group already marked by this object is either the
             // same text again, which is an error, or another spelling, which
@@ -218,12 +219,8 @@ void JsonNodeBuilder::objectMembers(uint32_t holder) {
                                              dictionary_.name(entry).text().view());
             members_.push_back(Member{entry, mark});
             mark = serial;
-            convert([&] {
-                if (nodes) converter_.popName();
-                converter_.endMember(dictionary_.name(entry), 0, seen);
-            });
-            if (!nextIs(TokenKind::NextElement)) break;
-            match(TokenKind::NextElement);
+            convert([&] { converter_.endMember(dictionary_.name(entry), 0, seen); });
+            if (!skip(TokenKind::NextElement, u',')) break;
         }
     }
     match(TokenKind::ObjectEnd);
@@ -233,7 +230,8 @@ void JsonNodeBuilder::objectMembers(uint32_t holder) {
     for (size_t i = members_.size(); i-- > first;)
         dictionary_.mark(dictionary_.group(members_[i].entry)) = members_[i].previousMark;
     members_.resize(first);
-    convert([&] { converter_.EndObject(); });
+    // Looked up only now: the dictionary may have grown while the members were read.
+    convert([&] { converter_.EndObject(holder == MemberNames::kNone ? nullptr : &dictionary_.name(holder)); });
 }
 
 void JsonNodeBuilder::value(uint32_t holder) {
@@ -312,7 +310,11 @@ void JsonNodeBuilder::arrayElements(uint32_t holder) {
                 walking = true;
                 convert([&] {
                     converter_.BeginArray();
+                    // Objects inside held elements are converted from the
+                    // element tree, which names their nodes from the stack.
+                    converter_.names_.append(dictionary_.name(holder));
                     for (const cajun::json::Element& e : held) e.Accept(converter_);
+                    converter_.names_.removeLast();
                 });
                 held.Clear();
             }
@@ -329,8 +331,7 @@ void JsonNodeBuilder::arrayElements(uint32_t holder) {
                         merged = held.Size() == 1 ? t : CJsonDataTyper::MergeScalars(merged, t);
                 }
             }
-            if (!nextIs(TokenKind::NextElement)) break;
-            match(TokenKind::NextElement);
+            if (!skip(TokenKind::NextElement, u',')) break;
         }
     }
     match(TokenKind::ArrayEnd);
@@ -339,10 +340,13 @@ void JsonNodeBuilder::arrayElements(uint32_t holder) {
         convert([&] { converter_.EndArray(); });
     else
         convert([&] {
-            if (scalars)
+            if (scalars) {
                 converter_.ProcessScalarArray(held, merged);
-            else
+            } else {
+                converter_.names_.append(dictionary_.name(holder));
                 converter_.ProcessElement(held);
+                converter_.names_.removeLast();
+            }
         });
 }
 
@@ -399,8 +403,7 @@ void JsonNodeBuilder::elementObject(cajun::json::Object& out) {
             if (duplicate) throw ParseException(begin, end, u"Duplicate object member token: %ls", text);
             out.append(std::move(text), std::move(member));
             if (!names.empty()) names.insert(std::prev(out.End())->name);
-            if (!nextIs(TokenKind::NextElement)) break;
-            match(TokenKind::NextElement);
+            if (!skip(TokenKind::NextElement, u',')) break;
         }
     }
     match(TokenKind::ObjectEnd);
@@ -418,8 +421,7 @@ void JsonNodeBuilder::elementArray(cajun::json::Array& out) {
             cajun::json::Element e;
             element(e);
             pending.push_back(std::move(e));
-            if (!nextIs(TokenKind::NextElement)) break;
-            match(TokenKind::NextElement);
+            if (!skip(TokenKind::NextElement, u',')) break;
         }
     }
     match(TokenKind::ArrayEnd);

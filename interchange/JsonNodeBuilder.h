@@ -121,6 +121,8 @@ private:
     bool peek();
     bool nextIs(cajun::json::TokenKind kind) { return peek() && token_.kind == kind; }
     const cajun::json::JsonToken& match(cajun::json::TokenKind kind);
+    /// Takes the next token when it is the punctuation `kind` (character `c`).
+    bool skip(cajun::json::TokenKind kind, char16_t c);
     void enter(const cajun::json::JsonToken& token);
     void drain();
 

@@ -35,10 +35,12 @@ inline bool isNumberChar(const std::array<bool, 128>& table, wchar c) { return c
 
 // Consumes white space, counting it, in bulk where the buffer allows: the
 // counters move once per run (a line feed starts a line, anything else is a
-// column), and indentation goes eight blanks at a time where SSE2 is there.
-// Returns the location after it, from the values just computed: reading the
-// counters back at once would make the processor wait for the stores.
-Location skipSpace(JsonInputStream& in) {
+// column), and a run of blanks (indentation) is measured eight at a time
+// where SSE2 is there, its end found from the compare's mask rather than
+// unit by unit. Returns the location after it, from the values just
+// computed: reading the counters back at once would make the processor wait
+// for the stores.
+[[gnu::always_inline]] inline Location skipSpace(JsonInputStream& in) {
     for (;;) {
         std::u16string_view buf = in.Buffered();
         if (!buf.empty()) {
@@ -47,19 +49,28 @@ Location skipSpace(JsonInputStream& in) {
             size_t i = 0;
             size_t lineStart = SIZE_MAX;  // just past the run's last line feed
             size_t lines = 0;
-            while (i < n && isSpace(p[i])) {
-                if (p[i] == u'\n') {
+            while (i < n) {
+                const wchar c = p[i];
+                if (c == u' ') {
+#if defined(__SSE2__)
+                    if (i + 8 <= n) {
+                        const unsigned blanks = unsigned(_mm_movemask_epi8(_mm_cmpeq_epi16(
+                            _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i)), _mm_set1_epi16(' '))));
+                        // The first unit is a blank, so at least one is taken.
+                        i += blanks == 0xFFFF ? 8 : size_t(__builtin_ctz(~blanks)) / 2;
+                        continue;
+                    }
+#endif
+                    ++i;
+                    continue;
+                }
+                if (c == u'\n') {
                     ++lines;
                     lineStart = i + 1;
+                } else if (!isSpace(c)) {
+                    break;
                 }
                 ++i;
-#if defined(__SSE2__)
-                const __m128i blank = _mm_set1_epi16(' ');
-                while (i + 8 <= n &&
-                       _mm_movemask_epi8(_mm_cmpeq_epi16(
-                           _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i)), blank)) == 0xFFFF)
-                    i += 8;
-#endif
             }
             const Location after{advanceCount(in.line, lines),
                                  lines ? advanceCount(0, i - lineStart) : advanceCount(in.column, i),
@@ -147,8 +158,21 @@ size_t digitRun(std::u16string_view buf) {
 
 }  // namespace
 
+bool Scanner::takePunctuationAfterSpace(JsonInputStream& in, char16_t c) {
+    skipSpace(in);
+    const std::u16string_view buf = in.Buffered();
+    if (buf.empty() || buf[0] != c) return false;
+    in.Skip(1);
+    in.column = advanceCount(in.column, 1);
+    in.position = advanceCount(in.position, 1);
+    return true;
+}
+
 std::u16string_view Scanner::scanString(JsonInputStream& in) {
-    matchWord(in, u"\"");
+    // Next() has seen the opening quote.
+    in.Get();
+    in.position = advanceCount(in.position, 1);
+    in.column = advanceCount(in.column, 1);
     // Most strings have no escape and end in the block at hand: their text is
     // that part of the block, which stays as it is until the stream reads on
     // (at the next token), and is not copied.

@@ -122,6 +122,19 @@ public:
     /// stream; element hints are not counted (always 0).
     void Begin();
     bool Next(JsonInputStream& in, JsonToken& token);
+    /// Takes the next token when it is the punctuation `c` ("," or ":"), as
+    /// Next() would hand it out, but without making a token of it: a reader
+    /// that only checks for it needs neither its text nor its location.
+    /// When it is not, only the white space before the next token is gone.
+    bool TakePunctuation(JsonInputStream& in, char16_t c) {
+        if (done_ || first_) return false;
+        const std::u16string_view buf = in.Buffered();
+        if (buf.empty() || buf[0] != c) return takePunctuationAfterSpace(in, c);
+        in.Skip(1);
+        in.column = advanceCount(in.column, 1);
+        in.position = advanceCount(in.position, 1);
+        return true;
+    }
     /// Frees the scanner's text buffer when it has grown past `bytes`, for
     /// scanners kept from one read to the next.
     void TrimScratch(size_t bytes) {
@@ -135,6 +148,7 @@ private:
     std::u16string_view scanString(JsonInputStream& in);
     std::u16string_view scanNumber(JsonInputStream& in);
     void matchWord(JsonInputStream& in, std::u16string_view word);
+    bool takePunctuationAfterSpace(JsonInputStream& in, char16_t c);
 
     std::u16string scratch_;          // the text of the token being scanned, when it is not in the block
     // Open containers by token index (kObjectBit set for objects), for the
