@@ -28,12 +28,46 @@ Location copyOf(const Location& l) {
 
 // ---- MemberNames ----------------------------------------------------------
 
-MemberNames::MemberNames() : buckets_(kFirstBuckets, 0) {
-    // A document's names, mostly: readers are often made for one document.
-    entries_.reserve(kFirstBuckets / 2);
-    groups_.reserve(kFirstBuckets / 2);
+struct MemberNames::Spare {
+    std::vector<Entry> entries;
+    std::vector<Group> groups;
+    std::vector<uint32_t> buckets;
+    bool held = false;
+};
+
+MemberNames::Spare& MemberNames::spare() {
+    thread_local Spare tables;
+    return tables;
 }
-MemberNames::~MemberNames() = default;
+
+MemberNames::MemberNames() {
+    if (Spare& s = spare(); s.held) {
+        s.held = false;
+        entries_.swap(s.entries);
+        groups_.swap(s.groups);
+        buckets_.swap(s.buckets);
+    } else {
+        // A document's names, mostly: readers are often made for one document.
+        entries_.reserve(kFirstBuckets / 2);
+        groups_.reserve(kFirstBuckets / 2);
+    }
+    buckets_.assign(kFirstBuckets, 0);
+}
+
+MemberNames::~MemberNames() {
+    constexpr size_t kKeptBytes = size_t(1) << 16;
+    Spare& s = spare();
+    if (s.held || entries_.capacity() * sizeof(Entry) + groups_.capacity() * sizeof(Group) +
+                          buckets_.capacity() * sizeof(uint32_t) >
+                      kKeptBytes)
+        return;
+    entries_.clear();  // the name blocks go now, not with the thread
+    groups_.clear();
+    entries_.swap(s.entries);
+    groups_.swap(s.groups);
+    buckets_.swap(s.buckets);
+    s.held = true;
+}
 
 uint32_t MemberNames::find(std::u16string_view text) {
     const uint32_t hash = tovan::hashNoCase(text);

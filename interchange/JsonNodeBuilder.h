@@ -43,9 +43,8 @@ public:
     /// last time is tried before the text is looked up.
     bool matches(uint32_t entry, std::u16string_view text) const {
         if (entry == kNone) return false;
-        // memcmp: comparing char16_t views goes unit by unit.
         const std::u16string_view known = entries_[entry].name.text().view();
-        return known.size() == text.size() && std::memcmp(known.data(), text.data(), text.size() * 2) == 0;
+        return known.size() == text.size() && sameUnits(known.data(), text.data(), text.size());
     }
     /// The entry that came after `entry` in its object the last time.
     uint32_t& follower(uint32_t entry) { return entries_[entry].follower; }
@@ -63,6 +62,27 @@ public:
     void trim();
 
 private:
+    // Names are short: eight bytes at a time inline, rather than a call to
+    // memcmp (or the unit by unit loop of a char16_t view's compare).
+    static bool sameUnits(const char16_t* a, const char16_t* b, size_t units) {
+        size_t bytes = units * sizeof(char16_t);
+        const char* x = reinterpret_cast<const char*>(a);
+        const char* y = reinterpret_cast<const char*>(b);
+        for (; bytes >= 8; x += 8, y += 8, bytes -= 8) {
+            uint64_t u, v;
+            std::memcpy(&u, x, 8);
+            std::memcpy(&v, y, 8);
+            if (u != v) return false;
+        }
+        for (; bytes; x += 2, y += 2, bytes -= 2) {
+            uint16_t u, v;
+            std::memcpy(&u, x, 2);
+            std::memcpy(&v, y, 2);
+            if (u != v) return false;
+        }
+        return true;
+    }
+
     struct Entry {
         SharedName name;
         uint32_t group;
@@ -77,6 +97,11 @@ private:
     };
     static constexpr size_t kFirstBuckets = 256;
     void rehash(size_t buckets);
+    // The tables' room, kept per thread for the next reader: requests of a
+    // few kilobytes right after a tree was released are what makes the C
+    // library merge the tree's freed chunks first.
+    struct Spare;
+    static Spare& spare();
 
     std::vector<Entry> entries_;
     std::vector<Group> groups_;
