@@ -251,6 +251,9 @@ void CNodeImplBase::EndTree(T* root) {
     std::vector<Level> pending;
     pending.reserve(16);
     pending.push_back({root, root->children_.size()});
+    // Declared first, so that it ends last: the names of every node and property below
+    // are dropped once per block.
+    SharedName::Gather names;
     typename tovan::ObjectPool<T>::Returns back(T::pool());
     CollectionEnds collections;
     // A released tree is cold and is met backwards through the memory it

@@ -65,7 +65,7 @@ void CProperty::onActivate() {}
 void CProperty::onDeactivate() { reset(); }
 
 void CProperty::reset() {
-    name_ = SharedName();
+    name_.dropGathered();
     flags_ = 0;
     shareValue(nullptr);
     // Metadata is rare: the call is spared for every property of a tree.

@@ -101,6 +101,13 @@ public:
     }
 };
 
+/// The class tag of the children read last, and its creator: siblings nearly always share one.
+struct ChildTagCache {
+    std::string tag, last;
+    std::string lastWire;  // `last` as the record carries it: length, then the bytes
+    tovan::ObjectFactory::Creator creator = nullptr;
+};
+
 /// What a node read on this thread keeps from one record to the next, emptied when the
 /// outermost read ends (so that it holds nothing longer than the tree being read does):
 /// - the names read at each place of the last records (see RecentName): node names by level
@@ -109,7 +116,9 @@ public:
 ///   than itself, and would otherwise take turns with it at the same places). Which entries a
 ///   record uses only decides how often its names are found there: a name is taken from an
 ///   entry only when its bytes are the entry's.
-/// - batches of nodes, collections and properties from their pools.
+/// - batches of nodes, collections and properties from their pools;
+/// - the class tag of the children read last (kept from one read to the next: it holds no
+///   object).
 struct ReadState {
     static constexpr size_t kPlaces = 24, kKinds = 32, kDepths = 16;
     struct Kind {
@@ -122,6 +131,8 @@ struct ReadState {
     ReadBatch<CBaseNode> nodes;
     ReadBatch<CPropertyCollection> collections;
     ReadBatch<CProperty> properties;
+    // Done with before a child reads its own children through it.
+    ChildTagCache tags;
     bool used = false;
 
     RecentName& nodeName(int depth) { return nodeNames[size_t(depth) % kDepths]; }
@@ -445,12 +456,6 @@ void CNodeImplBase::SerializeNode(iByteOutputStream& out, bool withChildren) con
 
 namespace {
 
-/// The class tag of the children read last, and its creator: siblings nearly always share one.
-struct ChildTagCache {
-    std::string tag, last;
-    std::string lastWire;  // `last` as the record carries it: length, then the bytes
-    tovan::ObjectFactory::Creator creator = nullptr;
-};
 
 /// Reads a child's class tag and leaves its creator in `tags` (null for an unknown tag).
 /// When the tag's bytes are in the window and equal the last tag's, they are only stepped
@@ -476,7 +481,8 @@ void readChildTag(iByteInputStream& in, ChildTagCache& tags) {
 }  // namespace
 
 void CNodeImplBase::DeserializeNode(iByteInputStream& in, bool withChildren) {
-    CleanOutNodeData(false);
+    // A node fresh from the pool, as every child read here is, was emptied on its way there.
+    if (!children_.empty() || properties_ || FindExtras()) CleanOutNodeData(false);
     const int32_t version = readCompactInt(in);
     if (version < MIN_NODE_FORMAT_VERSION)
         throw Exception("CNodeImplBase", "DeserializeNode", u"Deserialization version mismatch (%ld < %ld)",
@@ -495,9 +501,7 @@ void CNodeImplBase::DeserializeNode(iByteInputStream& in, bool withChildren) {
     if (withChildren && version >= 104) {
         const int32_t n = readCount(in);
         tovan::iNode* self = GetINode();
-        // Per thread, since any thread may read a file; the tag is done with before the
-        // child reads its own children through the same cache.
-        thread_local ChildTagCache tags;
+        ChildTagCache& tags = state.tags;
         for (int32_t i = 0; i < n; ++i) {
             readChildTag(in, tags);
             if (tags.creator == &CBaseNode::createObject) {

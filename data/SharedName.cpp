@@ -102,27 +102,86 @@ SharedName SharedName::cachedAscii(std::string_view text) {
 
 long SharedName::liveBlocks() { return detector().live(); }
 
+// ---- drops gathered ------------------------------------------------------------------
+
+namespace {
+
+/// The gather living on this thread, if any.
+__attribute__((tls_model("initial-exec"))) thread_local SharedName::Gather* t_gather = nullptr;
+
+}  // namespace
+
+void SharedName::dropGathered() {
+    Block* b = std::exchange(block_, nullptr);
+    if (!b) return;
+    if (Gather* g = t_gather)
+        g->add(b);
+    else
+        drop(b);
+}
+
+SharedName::Gather::Gather() {
+    if (!t_gather) {
+        t_gather = this;
+        active_ = true;
+    }
+}
+
+SharedName::Gather::~Gather() {
+    if (!active_) return;
+    t_gather = nullptr;
+    for (size_t w = 0; w < kEntries / 64; ++w)
+        for (uint64_t bits = used_[w]; bits; bits &= bits - 1) {
+            const Entry& e = entries_[w * 64 + size_t(__builtin_ctzll(bits))];
+            dropMany(e.block, e.drops);
+        }
+}
+
+void SharedName::Gather::add(Block* b) {
+    const size_t i = size_t((reinterpret_cast<uintptr_t>(b) * 0x9E3779B97F4A7C15ull) >> 56);
+    static_assert(kEntries == 256, "the index is the product's top byte");
+    Entry& e = entries_[i];
+    uint64_t& word = used_[i / 64];
+    const uint64_t bit = uint64_t(1) << (i % 64);
+    if (!(word & bit)) {
+        word |= bit;
+    } else if (e.block == b) {
+        ++e.drops;
+        return;
+    } else {
+        dropMany(e.block, e.drops);
+    }
+    e.block = b;
+    e.drops = 1;
+}
+
+void SharedName::Gather::dropMany(Block* b, uint32_t n) {
+    if (b->refs.fetch_sub(n, std::memory_order_acq_rel) == n) destroy(b);
+}
+
 // ---- dictionary ---------------------------------------------------------------
 
 /// Open addressing over the blocks' own hashes; the table holds one
 /// reference per block.
 struct NameDictionary::Table {
-    std::vector<SharedName> slots = std::vector<SharedName>(64);
+    // A stock per name: a reader hands the same names out once per record.
+    std::vector<SharedName::Stock> slots = std::vector<SharedName::Stock>(64);
     size_t used = 0;
 
-    SharedName& find(std::u16string_view text, uint32_t hash) {
+    SharedName::Stock& find(std::u16string_view text, uint32_t hash) {
         const size_t mask = slots.size() - 1;
         for (size_t i = hash & mask;; i = (i + 1) & mask) {
-            SharedName& s = slots[i];
-            if (s.isNull() || (s.hash() == hash && s.text().view() == text)) return s;
+            SharedName::Stock& s = slots[i];
+            const SharedName& n = s.name();
+            if (n.isNull() || (n.hash() == hash && n.text().view() == text)) return s;
         }
     }
     void grow() {
-        std::vector<SharedName> old(slots.size() * 2);
+        std::vector<SharedName::Stock> old(slots.size() * 2);
         old.swap(slots);
-        for (SharedName& s : old) {
-            if (s.isNull()) continue;
-            SharedName& to = find(s.text().view(), s.hash());
+        for (SharedName::Stock& s : old) {
+            if (s.name().isNull()) continue;
+            SharedName::Stock& to = find(s.name().text().view(), s.name().hash());
             to = std::move(s);
         }
     }
@@ -133,22 +192,19 @@ NameDictionary::~NameDictionary() = default;
 
 SharedName NameDictionary::get(std::u16string_view text) {
     const uint32_t hash = tovan::hashNoCase(text);
-    SharedName& s = table_->find(text, hash);
-    if (!s.isNull()) return s;
-    s = SharedName(text);
+    SharedName::Stock& s = table_->find(text, hash);
+    if (!s.name().isNull()) return s.take();
+    s.reset(SharedName(text));
+    SharedName made = s.take();
     // Kept at most half full, so that a probe ends soon at a free slot.
-    if (++table_->used * 2 > table_->slots.size()) {
-        SharedName made = s;
-        table_->grow();
-        return made;
-    }
-    return s;
+    if (++table_->used * 2 > table_->slots.size()) table_->grow();
+    return made;
 }
 
 size_t NameDictionary::size() const { return table_->used; }
 
 void NameDictionary::clear() {
-    for (SharedName& s : table_->slots) s = SharedName();
+    for (SharedName::Stock& s : table_->slots) s.reset();
     table_->used = 0;
 }
 

@@ -70,6 +70,14 @@ public:
     /// Blocks alive outside the threads' tables.
     static long liveBlocks();
 
+    /// Lets go of the name as assigning the null name would, but while a `Gather` lives on
+    /// the calling thread the drop waits for it: a tree's teardown lets go of the same few
+    /// names thousands of times.
+    void dropGathered();
+
+    class Stock;
+    class Gather;
+
 private:
     friend class NameDictionary;
     struct Block {
@@ -88,6 +96,88 @@ private:
 
     static const tovan::WString s_null;
     Block* block_ = nullptr;
+};
+
+/// One name handed out many times (by a reader: the same property name in every record)
+/// without a locked instruction per hand-out: the references are taken ahead in batches that
+/// grow from 1 to 64, and whatever was not handed out is given back by `reset` or the
+/// destructor. Not thread-safe; the names it hands out are ordinary and go anywhere.
+class NVK_EXPORT SharedName::Stock {
+public:
+    Stock() = default;
+    explicit Stock(SharedName name) : name_(std::move(name)) {}
+    Stock(Stock&& o) noexcept
+        : name_(std::move(o.name_)), spare_(std::exchange(o.spare_, 0)), ahead_(std::exchange(o.ahead_, 1)) {}
+    Stock& operator=(Stock&& o) noexcept {
+        if (this != &o) {
+            giveBack();
+            name_ = std::move(o.name_);
+            spare_ = std::exchange(o.spare_, 0);
+            ahead_ = std::exchange(o.ahead_, 1);
+        }
+        return *this;
+    }
+    ~Stock() { giveBack(); }
+
+    const SharedName& name() const { return name_; }
+    /// Hands `name` out from now on (the null name: nothing).
+    void reset(SharedName name = SharedName()) {
+        giveBack();
+        name_ = std::move(name);
+        ahead_ = 1;
+    }
+    /// A reference to the name; the null name when the stock holds none.
+    SharedName take() {
+        SharedName out;
+        if (Block* b = name_.block_) {
+            if (spare_ == 0) {
+                b->refs.fetch_add(ahead_, std::memory_order_relaxed);
+                spare_ = ahead_;
+                ahead_ = ahead_ < kMostAhead ? ahead_ * 4 : kMostAhead;
+            }
+            --spare_;
+            out.block_ = b;
+        }
+        return out;
+    }
+
+private:
+    static constexpr uint32_t kMostAhead = 64;
+    // The stock's own reference keeps the block alive, so this never ends it.
+    void giveBack() {
+        if (spare_) name_.block_->refs.fetch_sub(std::exchange(spare_, 0), std::memory_order_acq_rel);
+    }
+    SharedName name_;
+    uint32_t spare_ = 0;  // references taken ahead, not handed out yet
+    uint32_t ahead_ = 1;  // how many the next batch takes
+};
+
+/// While it lives, `dropGathered` on its thread counts the drops per block and drops each
+/// block's count in one step when the gather ends (or when another block takes its place in
+/// the gather's small table). A block thus outlives its last holder by as long as the gather
+/// lasts, never shorter. A gather made while another lives on the thread leaves the work to
+/// the outer one. Not copyable; lives on the stack of one thread.
+class NVK_EXPORT SharedName::Gather {
+public:
+    Gather();
+    ~Gather();
+    Gather(const Gather&) = delete;
+    Gather& operator=(const Gather&) = delete;
+
+private:
+    friend class SharedName;
+    void add(Block* b);
+    static void dropMany(Block* b, uint32_t n);
+
+    // Records name a few hundred things at most; the entries are set up when first used.
+    static constexpr size_t kEntries = 256;
+    struct Entry {
+        Block* block;
+        uint32_t drops;
+    };
+    uint64_t used_[kEntries / 64] = {};
+    Entry entries_[kEntries];
+    bool active_ = false;
 };
 
 /// One block per distinct text (compared exactly) for the dictionary's life:

@@ -295,17 +295,17 @@ SharedName readSharedName(iByteInputStream& in, RecentName& recent) {
     const uint8_t* p = in.peek(available);
     if (recent.length && available >= recent.length && std::memcmp(p, recent.bytes, recent.length) == 0) {
         in.skip(recent.length);
-        return recent.name;
+        return recent.name.take();
     }
     size_t head;
     std::string_view text;
     if (!asciiNameAt(p, available, head, text) || head + text.size() > sizeof recent.bytes)
         return readSharedName(in);
     in.skip(head + text.size());
-    recent.name = SharedName::cachedAscii(text);
+    recent.name.reset(SharedName::cachedAscii(text));
     recent.length = uint8_t(head + text.size());
     std::memcpy(recent.bytes, p, recent.length);
-    return recent.name;
+    return recent.name.take();
 }
 
 // ---- narrow string ------------------------------------------------------------------

@@ -104,11 +104,11 @@ NVK_EXPORT bool readWideString(tovan::iByteInputStream& in, std::u16string& text
 NVK_EXPORT SharedName readSharedName(tovan::iByteInputStream& in);
 
 /// The name read last at one place of a record, as its bytes and its block: sibling records
-/// repeat their names in the same places.
+/// repeat their names in the same places, so the block's references are taken ahead.
 struct RecentName {
     uint8_t length = 0;  // of `bytes`; 0 when there is none
     uint8_t bytes[39];
-    SharedName name;
+    SharedName::Stock name;
 };
 /// As readSharedName; a name whose bytes are `recent`'s is taken from it without a look-up,
 /// and a short ASCII name read from the window is remembered there (streams of version 2 and

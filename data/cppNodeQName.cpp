@@ -97,7 +97,7 @@ void cppNodeQName::setUriName(const WString& uriName) {
 }
 
 void cppNodeQName::clear() {
-    qname_ = SharedName();
+    qname_.dropGathered();
     parts_.reset();
 }
 

@@ -110,6 +110,11 @@ public:
     /// Called when the last reference goes; the default deletes the object.
     virtual void deleteInstance();
 
+protected:
+    /// The first reference on an object just made, that no other thread can reach yet:
+    /// a plain store instead of a locked increment.
+    void takeFirstRef() const { refs_.store(1, std::memory_order_relaxed); }
+
 private:
     mutable std::atomic<int> refs_{0};
 };

@@ -193,7 +193,7 @@ Value* ValueSlot::copyIn(const Value& v) {
         return true;
     });
     made->slotted_ = true;
-    made->addRef();
+    made->takeFirstRef();
     setState(Held);
     return made;
 }
@@ -207,16 +207,24 @@ Value* ValueSlot::makeIn(int typeCode, bool strict) {
     });
     made->setStrictReading(strict);
     made->slotted_ = true;
-    made->addRef();
+    made->takeFirstRef();
     setState(Held);
     return made;
 }
 
 void ValueSlot::vacate() {
+    Value* v = reinterpret_cast<Value*>(room_);
+    // The holder's reference is the only one: no other thread can take or drop one
+    // meanwhile, so the value ends here without a locked instruction.
+    if (v->getRefCount() == 1) {
+        v->~Value();
+        setState(Free);
+        return;
+    }
     // Orphan before the release: if it is the last one, released() finds
     // the room orphaned and frees it.
     setState(Orphan);
-    reinterpret_cast<Value*>(room_)->release();
+    v->release();
 }
 
 bool ValueSlot::deferHome() {

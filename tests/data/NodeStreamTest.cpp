@@ -254,6 +254,12 @@ TEST(NodeStream, NodeFormatVersions) {
     n->getInfo().setFlags(4);
     readInto(*n, concat({head, {0x01, 0x7E}, body}));
     EXPECT_EQ(n->findInfo(), nullptr);
+    // A node that is not fresh loses its children and properties to the record.
+    n->appendChild(NodePtr(CBaseNode::newInstance()).get());
+    n->getProperties().define(u"old", tovan::IntegerValue(1));
+    EXPECT_EQ(readInto(*n, concat({head, {0x01, 0x7E}, body})), 0u);
+    EXPECT_EQ(n->getNumberOfChildren(), 0);
+    EXPECT_EQ(n->getProperties().getSize(), 0);
 
     n->setName(u"kept");
     n->getProperties().define(u"p", tovan::IntegerValue(1));

@@ -2,6 +2,7 @@
 
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "nvk/data/CPropertyCollection.h"
 #include "nvk/data/SharedName.h"
@@ -108,5 +109,44 @@ TEST(NameDictionary, OneBlockPerTextUntilCleared) {
     }
     EXPECT_EQ(utf8(first.text()), "id");
     first = SharedName();
+    EXPECT_EQ(SharedName::liveBlocks(), before);
+}
+
+TEST(SharedName, StockAndGatherKeepCountsExact) {
+    const long before = SharedName::liveBlocks();
+    std::vector<SharedName> handed;
+    {
+        // Enough hand-outs to take references ahead several times over.
+        SharedName::Stock stock(SharedName(u"stocked"));
+        for (int i = 0; i < 200; ++i) handed.push_back(stock.take());
+        SharedName::Stock moved(std::move(stock));
+        EXPECT_TRUE(stock.take().isNull());
+        handed.push_back(moved.take());
+        for (const SharedName& n : handed) ASSERT_TRUE(n.sameBlock(handed.front()));
+        moved.reset(SharedName(u"next"));
+        EXPECT_EQ(SharedName::liveBlocks(), before + 2);
+    }
+    // The spares went back with the stocks; each hand-out still holds its own reference.
+    handed.resize(1);
+    EXPECT_EQ(SharedName::liveBlocks(), before + 1);
+    EXPECT_EQ(utf8(handed[0].text()), "stocked");
+    handed.clear();
+    EXPECT_EQ(SharedName::liveBlocks(), before);
+
+    // More blocks than a gather has entries, each held twice.
+    std::vector<SharedName> names, copies;
+    for (int i = 0; i < 600; ++i) names.emplace_back(WString(u"gathered " + std::u16string(1, char16_t(0x100 + i))));
+    copies = names;
+    {
+        SharedName::Gather outer;
+        {
+            SharedName::Gather inner;  // leaves its drops to the outer one
+            for (SharedName& n : copies) n.dropGathered();
+        }
+        for (SharedName& n : names) n.dropGathered();
+        for (const SharedName& n : copies) ASSERT_TRUE(n.isNull());
+        // The last drops of the blocks still in the gather wait for its end.
+        EXPECT_GT(SharedName::liveBlocks(), before);
+    }
     EXPECT_EQ(SharedName::liveBlocks(), before);
 }
