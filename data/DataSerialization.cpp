@@ -120,7 +120,7 @@ struct ChildTagCache {
 /// - the class tag of the children read last (kept from one read to the next: it holds no
 ///   object).
 struct ReadState {
-    static constexpr size_t kPlaces = 24, kKinds = 32, kDepths = 16;
+    static constexpr size_t kPlaces = 48, kKinds = 32, kDepths = 16;
     struct Kind {
         RecentName properties[kPlaces];
     };
@@ -403,7 +403,7 @@ void CPropertyCollectionData::deserialize(iByteInputStream& in) {
                                         : Ptr<CProperty>::adopt(CProperty::allocate());
         if (ownClass && recent && size_t(i) < ReadState::kPlaces) {
             // The class is known (no virtual call) and the version was checked above.
-            p->setNameUnchecked(readSharedName(in, recent[i]));
+            p->setNameUnchecked(readSharedName(in, recent[i], size_t(i) + 1 < ReadState::kPlaces ? &recent[i + 1] : nullptr));
             p->deserializeAfterName(in);
         } else if (ownClass) {
             p->CProperty::deserialize(in);

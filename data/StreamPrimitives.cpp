@@ -288,14 +288,28 @@ SharedName readSharedName(iByteInputStream& in) {
     return readWideString(in, text) ? SharedName::cached(std::u16string_view(text)) : SharedName();
 }
 
-SharedName readSharedName(iByteInputStream& in, RecentName& recent) {
+namespace {
+
+bool sameBytes(const RecentName& recent, const uint8_t* p, size_t available) {
+    return recent.length && available >= recent.length && std::memcmp(p, recent.bytes, recent.length) == 0;
+}
+
+}  // namespace
+
+SharedName readSharedName(iByteInputStream& in, RecentName& recent, RecentName* next) {
     // Every version from 2 on carries a name in the same bytes; version 1 in others.
     if (in.getVersion() < 2) return readSharedName(in);
     size_t available;
     const uint8_t* p = in.peek(available);
-    if (recent.length && available >= recent.length && std::memcmp(p, recent.bytes, recent.length) == 0) {
+    if (sameBytes(recent, p, available)) {
         in.skip(recent.length);
         return recent.name.take();
+    }
+    // A record without one of its kind's optional properties: the names that follow are
+    // found one place further on, and `recent` stays for the records that have it.
+    if (next && sameBytes(*next, p, available)) {
+        in.skip(next->length);
+        return next->name.take();
     }
     size_t head;
     std::string_view text;

@@ -110,10 +110,11 @@ struct RecentName {
     uint8_t bytes[39];
     SharedName::Stock name;
 };
-/// As readSharedName; a name whose bytes are `recent`'s is taken from it without a look-up,
-/// and a short ASCII name read from the window is remembered there (streams of version 2 and
-/// above; version 1 carries names in other bytes and reads as readSharedName).
-NVK_EXPORT SharedName readSharedName(tovan::iByteInputStream& in, RecentName& recent);
+/// As readSharedName; a name whose bytes are `recent`'s (or else `next`'s, when given) is
+/// taken from it without a look-up, and a short ASCII name read from the window is remembered
+/// in `recent` (streams of version 2 and above; version 1 carries names in other bytes and
+/// reads as readSharedName).
+NVK_EXPORT SharedName readSharedName(tovan::iByteInputStream& in, RecentName& recent, RecentName* next = nullptr);
 
 /// `s` null writes "none" (0).
 NVK_EXPORT void writeNarrowString(tovan::iByteOutputStream& out, const char* s);

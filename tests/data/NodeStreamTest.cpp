@@ -601,6 +601,29 @@ TEST(NodeStream, NodeFilesRecordByRecordThroughPipes) {
     EXPECT_THROW_MSG(nvk::NodeFileWriter(path, 4), tovan::BadParameterException, "Unsupported stream version 4");
 }
 
+// Sibling records of one kind name their properties place by place; records that lack an
+// optional property, have an extra one, or more than the places remembered still read back
+// under their own names.
+TEST(NodeStream, SiblingsWithOptionalAndManyProperties) {
+    const std::vector<std::vector<std::u16string>> rows = {
+        {u"a", u"b", u"c", u"d"}, {u"b", u"c", u"d"}, {u"a", u"b", u"c", u"d"}, {u"a", u"x", u"b", u"c", u"d"},
+        {u"a", u"c"},             {u"d", u"c", u"b", u"a"}};
+    Ptr<iNode> root(CBaseNode::newInstance());
+    for (const auto& names : rows) {
+        NodePtr row(CBaseNode::newInstance());
+        row->setName(u"row");
+        for (size_t i = 0; i < names.size(); ++i) row->getProperties().define(WString(names[i]), tovan::IntegerValue(int(i)));
+        root->appendChild(row.get());
+    }
+    NodePtr wide(CBaseNode::newInstance());
+    wide->setName(u"row");
+    for (int i = 0; i < 70; ++i) wide->getProperties().define(tovan::toWide("p" + std::to_string(i)), tovan::IntegerValue(i));
+    root->appendChild(wide.get());
+    root->appendChild(wide->cloneNode(true).get());
+    Ptr<CBaseNode> back = readAs<CBaseNode>(bytesOf(*root, 2), 2);
+    expectSameTree(*root, *back, "root");
+}
+
 // A read takes nodes, collections and properties from their pools a batch at a time: what it
 // did not use goes back when the read ends, whole or failed, and the tree holds the rest.
 TEST(NodeStream, ReadsGiveBackWhatTheyDidNotTake) {
