@@ -165,7 +165,9 @@ CProperty* CPropertyCollectionData::AppendNewProperty(SharedName name, Ptr<Value
     if (GetPropertyClass()) {
         made = MakeNewPropertyWithCopiedValue(WString(), nullptr);
     } else if (batch) {
-        made = Ptr<CProperty>(batch->take());
+        CProperty* fresh = batch->take();
+        fresh->takeFirstRef();  // from the pool, unreachable by anyone else
+        made = Ptr<CProperty>::adopt(fresh);
     } else {
         made = Ptr<CProperty>::adopt(CProperty::allocate());
     }

@@ -191,7 +191,7 @@ void CJsonArrayConverter::Visit(const cajun::json::Null&) { put(tovan::NullValue
 
 // ---- CJsonConverter -------------------------------------------------------------
 
-CJsonConverter::CJsonConverter() = default;
+CJsonConverter::CJsonConverter() : nodeBatch_(CBaseNode::pool()) {}
 CJsonConverter::~CJsonConverter() = default;
 
 int CJsonConverter::popKind() {
@@ -384,7 +384,7 @@ void CJsonConverter::appendToTop(const Ptr<Value>& value) {
 }
 
 void CJsonConverter::BeginObject() {
-    CBaseNode* node = CBaseNode::newInstance();
+    CBaseNode* node = nodeBatch_.take();
     if (!root_) {
         nodes_.append(Ptr<tovan::iNode>(node));
         root_ = node;
@@ -410,7 +410,7 @@ void CJsonConverter::EndObject(const SharedName* name) {
     if (current_ == root_) {
         root_ = nullptr;
         current_ = nullptr;
-        batch_.Release();
+        releaseBatches();
         return;
     }
     if (name) current_->setName(*name);

@@ -1,5 +1,6 @@
 #pragma once
 // Builds data nodes with typed properties from the JSON element tree.
+#include "nvk/data/CBaseNode.h"
 #include "nvk/data/CPropertyCollectionData.h"
 #include "nvk/data/SharedName.h"
 #include "nvk/interchange/CJsonDataTyper.h"
@@ -20,7 +21,6 @@ class ValueArrayValue;
 
 namespace nvk {
 
-class CBaseNode;
 class CPropertyCollectionData;
 
 /// Turns one JSON array into one array value, as its type says:
@@ -180,8 +180,14 @@ private:
     tovan::BooleanValue boolean_;
     tovan::NullValue null_;
     const tovan::Value* scalar_ = nullptr;  // one of the four, for the member being read
-    // The walk's properties; the builder hands back what is left after each record.
+    // The walk's properties and nodes, a batch per turn of their pools'
+    // locks; what is left goes back after each record.
     PropertyBatch batch_;
+    tovan::ObjectPool<CBaseNode>::Handouts nodeBatch_;
+    void releaseBatches() {
+        batch_.Release();
+        nodeBatch_.release();
+    }
 };
 
 }  // namespace nvk

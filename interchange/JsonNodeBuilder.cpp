@@ -151,7 +151,7 @@ JsonNodeBuilder::JsonNodeBuilder(cajun::json::JsonInputStream& in, CJsonConverte
 
 JsonNodeBuilder::~JsonNodeBuilder() {
     converter_.consume_ = consumeBefore_;
-    converter_.batch_.Release();
+    converter_.releaseBatches();
     if (workspace_->owned) {
         delete workspace_;
         return;
