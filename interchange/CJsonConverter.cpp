@@ -444,6 +444,12 @@ void CJsonConverter::endMember(const SharedName& name, size_t members, bool look
     Ptr<Value> value = popValue();
     const Value* scalar = std::exchange(scalar_, nullptr);
     if ((!value && !scalar) || !current_) return;  // the member held objects: they are child nodes already
+    storeMember(name, std::move(value), scalar, members, lookup);
+}
+
+void CJsonConverter::storeMember(const SharedName& name, Ptr<Value> value, const Value* scalar, size_t members,
+                                 bool lookup) {
+    if (!current_) return;
     // What EndValue does through the interfaces: by slot, not find() (which
     // would read a name starting with "/" as a path), a repeated name taking
     // the last value, the value itself stored rather than a copy.

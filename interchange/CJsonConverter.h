@@ -159,6 +159,10 @@ private:
     /// false says that no earlier member of the object has a name equal to
     /// this one with A-Z folded, so the collection need not be searched.
     void endMember(const SharedName& name, size_t members, bool lookup);
+    /// endMember's storing, for the member's value (`value`, or `scalar`,
+    /// to be copied, when that is not null).
+    void storeMember(const SharedName& name, tovan::Ptr<tovan::Value> value, const tovan::Value* scalar,
+                     size_t members, bool lookup);
     /// A text of the tree: moved out when consuming, else copied.
     tovan::WString take(const std::u16string& text) const;
 

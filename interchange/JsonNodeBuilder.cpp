@@ -239,8 +239,18 @@ void JsonNodeBuilder::objectMembers(uint32_t holder) {
             previous = entry;
             predicted = dictionary_.follower(entry);
             if (!skip(TokenKind::MemberAssign, u':')) match(TokenKind::MemberAssign);
-            convert([&] { converter_.BeginValue(); });
-            value(entry);
+            // A scalar goes straight into its property below, without a turn
+            // through the converter's stacks; it is read here, as value()
+            // would, before the duplicate check.
+            const bool scalar = peek() && int(token_.kind) >= int(TokenKind::String);
+            double number = 0;
+            if (scalar) {
+                loaded_ = false;
+                if (token_.kind == TokenKind::Number) number = cajun::json::Parser::ParseNumber(token_);
+            } else {
+                convert([&] { converter_.BeginValue(); });
+                value(entry);
+            }
             // A member of a group already marked by this object is either the
             // same text again, which is an error, or another spelling, which
             // the collection finds as the same property.
@@ -253,7 +263,11 @@ void JsonNodeBuilder::objectMembers(uint32_t holder) {
                                              dictionary_.name(entry).text().view());
             members_.push_back(Member{entry, mark});
             mark = serial;
-            convert([&] { converter_.endMember(dictionary_.name(entry), 0, seen); });
+            if (scalar)
+                // The token's text is still the scanner's: no token was read since.
+                convert([&] { scalarMember(dictionary_.name(entry), number, seen); });
+            else
+                convert([&] { converter_.endMember(dictionary_.name(entry), 0, seen); });
             if (!skip(TokenKind::NextElement, u',')) break;
         }
     }
@@ -266,6 +280,31 @@ void JsonNodeBuilder::objectMembers(uint32_t holder) {
     members_.resize(first);
     // Looked up only now: the dictionary may have grown while the members were read.
     convert([&] { converter_.EndObject(holder == MemberNames::kNone ? nullptr : &dictionary_.name(holder)); });
+}
+
+void JsonNodeBuilder::scalarMember(const SharedName& name, double number, bool seen) {
+    // What value() delivers for the token, and endMember then stores.
+    CJsonConverter& c = converter_;
+    switch (token_.kind) {
+    case TokenKind::String:
+        c.storeMember(name, tovan::Ptr<tovan::Value>(new tovan::StringValue(tovan::WString(token_.text))), nullptr,
+                      0, seen);
+        return;
+    case TokenKind::Number:
+        if (CJsonDataTyper::IsInteger(number)) {
+            c.integer_.set(int32_t(number));
+            c.storeMember(name, nullptr, &c.integer_, 0, seen);
+        } else {
+            c.double_.set(number);
+            c.storeMember(name, nullptr, &c.double_, 0, seen);
+        }
+        return;
+    case TokenKind::Boolean:
+        c.boolean_.set(token_.text == u"true");
+        c.storeMember(name, nullptr, &c.boolean_, 0, seen);
+        return;
+    default: c.storeMember(name, nullptr, &c.null_, 0, seen); return;
+    }
 }
 
 void JsonNodeBuilder::value(uint32_t holder) {

@@ -155,6 +155,8 @@ private:
     // `holder` is the entry of the member the value belongs to (kNone at the top).
     void objectMembers(uint32_t holder);
     void value(uint32_t holder);
+    // The scalar token just matched as the value of member `name`.
+    void scalarMember(const SharedName& name, double number, bool seen);
     void arrayElements(uint32_t holder);
     // Elements, for arrays that are held whole.
     void element(cajun::json::Element& out);
