@@ -335,7 +335,7 @@ void CProperty::readValue(iByteInputStream& in) {
     }
     Ptr<Value> v = Value::make(code, strict);
     v->deserialize(in);
-    shareValue(v.get());
+    takeValue(std::move(v));  // the reference it was made with becomes the property's
 }
 
 // ---- property collection ------------------------------------------------------------

@@ -16,10 +16,11 @@ namespace tovan {
 /// unchecked data() pointer work as with std::vector.
 ///
 /// Indexes are size_t; a negative int passed in shows up in the message as
-/// the negative number it was.
-template <class T>
+/// the negative number it was. `Alloc` is the storage's allocator (array
+/// values keep their elements in the per-thread value blocks).
+template <class T, class Alloc = std::allocator<T>>
 class Array {
-    using Storage = std::vector<T>;
+    using Storage = std::vector<T, Alloc>;
 
 public:
     using value_type = T;

@@ -54,12 +54,13 @@ protected:
 template <class Elem>
 struct ArrayElementTraits;
 
-/// The arrays of one scalar type, stored unboxed in an Array<Elem>.
+/// The arrays of one scalar type, stored unboxed in an Array<Elem> whose
+/// memory comes from the value blocks (ValueBlockAllocator).
 /// Bytes: uint32 LE count, then each element in its scalar value's layout.
 template <class Elem>
 class NVK_EXPORT TypedArrayValue : public ArrayValue {
 public:
-    using Items = Array<Elem>;
+    using Items = Array<Elem, ValueBlockAllocator<Elem>>;
     using const_reference = typename Items::const_reference;
 
     TypedArrayValue() = default;

@@ -59,15 +59,22 @@ namespace {
 // Freed blocks of the small sizes values have, one list per multiple of 16
 // bytes, kept by each thread for its next values. A block freed on another
 // thread than the one that made it simply joins that thread's lists: all
-// blocks come from the global operator new. The lists are bounded, so a
-// thread that once held millions of values does not keep their memory.
+// blocks come from the global operator new. The lists are bounded (about
+// 4 MB per size), so a thread that once held millions of values does not
+// keep their memory.
 // Under AddressSanitizer every block goes back at once, so that a value used
 // after its release is still caught.
 class ValueBlocks {
 public:
     static constexpr size_t kGranule = 16;
     static constexpr size_t kClasses = 8;  // blocks up to 128 bytes
-    static constexpr size_t kMaxPerClass = size_t(1) << 15;
+    // Up to about 4 MB of each size: as many as a tree of a few hundred thousand values frees.
+    static constexpr size_t kMaxBytesPerClass = size_t(4) << 20;
+    static constexpr size_t kLimits[] = {
+        kMaxBytesPerClass / (1 * kGranule), kMaxBytesPerClass / (2 * kGranule), kMaxBytesPerClass / (3 * kGranule),
+        kMaxBytesPerClass / (4 * kGranule), kMaxBytesPerClass / (5 * kGranule), kMaxBytesPerClass / (6 * kGranule),
+        kMaxBytesPerClass / (7 * kGranule), kMaxBytesPerClass / (8 * kGranule)};
+    static_assert(std::size(kLimits) == kClasses);
 
     ~ValueBlocks() {
         for (auto& list : free_)
@@ -100,7 +107,7 @@ public:
         ValueBlocks* blocks = c < kClasses ? mine() : nullptr;
         if (blocks) {
             List& list = blocks->free_[c];
-            if (list.count < kMaxPerClass) {
+            if (list.count < kLimits[c]) {
                 list.head = new (block) Node{list.head};
                 ++list.count;
                 return;
@@ -139,6 +146,10 @@ ValueBlocks* ValueBlocks::mine() { return PerThread<ValueBlocks>::get(); }
 }  // namespace
 
 void* Value::operator new(size_t size) { return ValueBlocks::take(size); }
+
+void* takeValueBlock(size_t size) { return ValueBlocks::take(size); }
+
+void giveValueBlock(void* block, size_t size) noexcept { ValueBlocks::give(block, size); }
 
 void Value::operator delete(void* block, size_t size) noexcept { ValueBlocks::give(block, size); }
 

@@ -7,6 +7,7 @@
 // listed in ValueTypeCode and in platform/README.md with each class's bytes.
 #include <atomic>
 #include <cstdint>
+#include <new>
 #include <string>
 
 #include "nvk/platform/ByteStream.h"
@@ -103,7 +104,11 @@ public:
     /// Exception "Unknown value type code %d".
     static Value* create(int typeCode, bool strict);
     /// Like create, holding one reference.
-    static Ptr<Value> make(int typeCode, bool strict) { return Ptr<Value>(create(typeCode, strict)); }
+    static Ptr<Value> make(int typeCode, bool strict) {
+        Value* v = create(typeCode, strict);
+        v->takeFirstRef();  // nobody else has it yet
+        return Ptr<Value>::adopt(v);
+    }
     /// A new value by class tag through ObjectFactory; raises when the tag is
     /// unknown or does not name a value class.
     static Ptr<Value> makeByTag(const std::string& classTag);
@@ -370,6 +375,33 @@ private:
     // First, so that the slot starts where its value does.
     alignas(8) unsigned char room_[kRoom];
     std::atomic<uintptr_t> word_;  // the home object's address, state in the low two bits
+};
+
+// ---- blocks for a value's own parts ----------------------------------------
+
+/// A block from the calling thread's lists of value memory (the lists value
+/// objects come from; blocks over 128 bytes come from the heap), returned
+/// with the same size, on any thread. An array of a few elements then costs
+/// its value no trip through the C allocator, to make or to free.
+NVK_EXPORT void* takeValueBlock(size_t size);
+NVK_EXPORT void giveValueBlock(void* block, size_t size) noexcept;
+
+/// The allocator of array values' element storage: value blocks.
+template <class T>
+struct ValueBlockAllocator {
+    using value_type = T;
+    ValueBlockAllocator() = default;
+    template <class U>
+    ValueBlockAllocator(const ValueBlockAllocator<U>&) noexcept {}
+    T* allocate(size_t n) {
+        if (n > SIZE_MAX / sizeof(T)) throw std::bad_array_new_length();
+        return static_cast<T*>(takeValueBlock(n * sizeof(T)));
+    }
+    void deallocate(T* p, size_t n) noexcept { giveValueBlock(p, n * sizeof(T)); }
+    template <class U>
+    bool operator==(const ValueBlockAllocator<U>&) const noexcept {
+        return true;
+    }
 };
 
 // ---- byte-form helpers shared by the value classes -------------------------
