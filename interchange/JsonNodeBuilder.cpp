@@ -5,6 +5,7 @@
 #include <unordered_set>
 
 #include "nvk/interchange/JsonParser.h"
+#include "nvk/platform/ArrayValue.h"
 #include "nvk/platform/Value.h"
 
 namespace nvk {
@@ -243,10 +244,21 @@ void JsonNodeBuilder::objectMembers(uint32_t holder) {
             // through the converter's stacks; it is read here, as value()
             // would, before the duplicate check.
             const bool scalar = peek() && int(token_.kind) >= int(TokenKind::String);
+            bool emptyArray = false;  // as common as that is in records ("ids": [])
             double number = 0;
             if (scalar) {
                 loaded_ = false;
                 if (token_.kind == TokenKind::Number) number = cajun::json::Parser::ParseNumber(token_);
+            } else if (loaded_ && token_.kind == TokenKind::ArrayBegin) {
+                enter(match(TokenKind::ArrayBegin));
+                if (nextIs(TokenKind::ArrayEnd)) {
+                    match(TokenKind::ArrayEnd);
+                    --depth_;
+                    emptyArray = true;
+                } else {
+                    convert([&] { converter_.BeginValue(); });
+                    arrayElements(entry);
+                }
             } else {
                 convert([&] { converter_.BeginValue(); });
                 value(entry);
@@ -266,6 +278,12 @@ void JsonNodeBuilder::objectMembers(uint32_t holder) {
             if (scalar)
                 // The token's text is still the scanner's: no token was read since.
                 convert([&] { scalarMember(dictionary_.name(entry), number, seen); });
+            else if (emptyArray)
+                // What the converter makes of an empty array: a null array.
+                convert([&] {
+                    converter_.storeMember(dictionary_.name(entry),
+                                           tovan::Ptr<tovan::Value>(new tovan::NullArrayValue()), nullptr, 0, seen);
+                });
             else
                 convert([&] { converter_.endMember(dictionary_.name(entry), 0, seen); });
             if (!skip(TokenKind::NextElement, u',')) break;
