@@ -125,6 +125,14 @@ TEST(JsonReadToNodes, FailuresInTheirOrder) {
         // spellings of one name in an object and in its child.
         u"{\"a\":1,\"b\":{\"a\":2,\"b\":3},\"a\":4}",
         u"{\"Ab\":1,\"aB\":{\"ab\":[1],\"AB\":2},\"AB\":3,\"ab\":[4],\"x\":[{\"ab\":1}]}",
+        // Commas and colons between white space and line feeds, empty arrays
+        // as values, and the failures right after them (where they are reported).
+        u"{\"a\" :\n [ ] ,\n \"b\"\t: [\r\n]\n,\"A\" : [],\"a\":[]}",
+        u"{\"a\":[] , \"b\" :\n\n 1\n , }",
+        u"{\"a\":[ @]}",
+        u"{\"a\":[] \"b\":1}",
+        u"{\"a\":[]",
+        u"{\"a\":[[],[ ]],\"b\":[{}],\"c\":{\"d\":[]} ,\"e\"\n:\n[\n]\n, \"f\":\"x\" ,\"F\":true,\"f\":null}",
     };
     for (const char16_t* t : texts) expectSame(t, false, tovan::toNarrow(tovan::WString(t)));
 
