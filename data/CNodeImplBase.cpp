@@ -107,7 +107,11 @@ void CNodeImplBase::CollectionEnds::take(CNodeImplBase& node) {
 }
 
 void CNodeImplBase::CollectionEnds::flush() {
-    if (count_) CPropertyCollection::pool().deleteInstances(items_, std::exchange(count_, 0));
+    if (!count_) return;
+    // Properties first, then their values, each for the whole batch, before any is needed.
+    for (size_t i = 0; i < count_; ++i) items_[i]->PrefetchForEnd(false);
+    for (size_t i = 0; i < count_; ++i) items_[i]->PrefetchForEnd(true);
+    CPropertyCollection::pool().deleteInstances(items_, std::exchange(count_, 0));
 }
 
 // ---- sub-objects ------------------------------------------------------------------
