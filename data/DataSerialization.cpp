@@ -215,6 +215,15 @@ void cppNodeQName::deserialize(iByteInputStream& in) {
 
 void cppNodeQName::deserialize(iByteInputStream& in, RecentName& recent) {
     SharedName qname = readSharedName(in, recent);
+    // Nearly every node has no split parts: two null strings, a zero byte each from version 2 on.
+    size_t available;
+    const uint8_t* p = in.peek(available);
+    if (available >= 2 && p[0] == 0 && p[1] == 0 && in.getVersion() >= 2) {
+        in.skip(2);
+        qname_ = std::move(qname);
+        parts_.reset();
+        return;
+    }
     tovan::WString localName = readWideString(in);
     tovan::WString uriName = readWideString(in);
     qname_ = std::move(qname);

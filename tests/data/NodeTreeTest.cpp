@@ -2,6 +2,8 @@
 
 #include "nvk/data/CBaseNode.h"
 #include "nvk/data/CObjectTransportNode.h"
+#include "nvk/data/StreamPrimitives.h"
+#include "nvk/platform/ByteStream.h"
 #include "nvk/platform/ReferenceSet.h"
 #include "nvk/platform/iMetaData.h"
 #include "tests/data/DataTestSupport.h"
@@ -328,6 +330,24 @@ TEST(NodeTree, QualifiedNameParts) {
     EXPECT_EQ(utf8(q.getQName()), "p:plain");
     q.setLocalName(u"other");
     EXPECT_EQ(utf8(q.getQName()), "p:other");
+
+    // Through a stream, into a name that had parts of its own: what was written comes back.
+    auto text = [](const tovan::WString& s) { return s.isNull() ? std::string("(null)") : utf8(s); };
+    for (const char16_t* name : {u"ns:item", u"plain"}) {
+        nvk::cppNodeQName written;
+        written.setName(name);
+        if (name[0] == u'n') written.setUriName(u"ns2");
+        tovan::MemoryOutputStream out(2);
+        written.serialize(out);
+        nvk::cppNodeQName read = q;
+        tovan::MemoryInputStream in(out.bytes(), 2);
+        nvk::RecentName recent;
+        read.deserialize(in, recent);
+        EXPECT_EQ(in.remaining(), 0u);
+        EXPECT_EQ(text(read.getQName()), text(written.getQName()));
+        EXPECT_EQ(text(read.getLocalName()), text(written.getLocalName()));
+        EXPECT_EQ(text(read.getUriName()), text(written.getUriName()));
+    }
 }
 
 TEST(NodePool, RecycledNodesStartEmpty) {
