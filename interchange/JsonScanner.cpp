@@ -172,21 +172,25 @@ bool Scanner::takePunctuationAfterSpace(JsonInputStream& in, char16_t c) {
 }
 
 std::u16string_view Scanner::scanString(JsonInputStream& in) {
-    // Next() has seen the opening quote.
+    // Most strings have no escape and end in the block at hand: their text is
+    // that part of the block, which stays as it is until the stream reads on
+    // (at the next token), and is not copied. The counters move once, over
+    // both quotes. Next() has seen the opening quote: it is the block's first
+    // unit whenever the block is there.
+    if (const std::u16string_view buf = in.Buffered(); !buf.empty()) {
+        const std::u16string_view rest = buf.substr(1);
+        const size_t run = plainRun(rest);
+        if (run < rest.size() && rest[run] == u'"') {
+            in.Skip(run + 2);
+            in.position = advanceCount(in.position, run + 2);
+            in.column = advanceCount(in.column, run + 2);
+            return rest.substr(0, run);
+        }
+    }
     in.Get();
     in.position = advanceCount(in.position, 1);
     in.column = advanceCount(in.column, 1);
-    // Most strings have no escape and end in the block at hand: their text is
-    // that part of the block, which stays as it is until the stream reads on
-    // (at the next token), and is not copied.
-    std::u16string_view buf = in.Buffered();
-    size_t run = plainRun(buf);
-    if (run < buf.size() && buf[run] == u'"') {
-        in.Skip(run + 1);
-        in.position = advanceCount(in.position, run + 1);
-        in.column = advanceCount(in.column, run + 1);
-        return buf.substr(0, run);
-    }
+    std::u16string_view buf;
     std::u16string& text = scratch_;
     text.clear();
     for (;;) {
