@@ -4,8 +4,9 @@
 #include <climits>
 #include <cstring>
 
-#include "nvk/platform/Exception.h"
+#include "nvk/data/StringLength_internal.h"
 #include "nvk/platform/ByteOrder.h"
+#include "nvk/platform/Exception.h"
 
 namespace nvk {
 
@@ -154,6 +155,15 @@ uint8_t* encodeUnits(uint8_t* to, std::u16string_view units, int version) {
 
 }  // namespace
 
+int32_t stringLengthHeader(size_t size, bool narrow) {
+    // The length plus one must fit the compact integer; wrapped, the record could not be read back.
+    if (size >= size_t(INT32_MAX)) {
+        if (narrow) throw Exception(kClass, "writeNarrowString", u"String of %d bytes is too long to write", size);
+        throw Exception(kClass, "writeWideString", u"String of %d units is too long to write", size);
+    }
+    return int32_t(size + 1);
+}
+
 void writeWideString(iByteOutputStream& out, const WString& s) {
     const int version = out.getVersion();
     checkStreamVersion(version, kClass, "writeWideString");
@@ -165,10 +175,7 @@ void writeWideString(iByteOutputStream& out, const WString& s, int version) {
         writeCompactInt(out, 0);
         return;
     }
-    // The length plus one must fit the compact integer; wrapped, the record could not be read back.
-    if (s.length() >= size_t(INT32_MAX))
-        throw Exception(kClass, "writeWideString", u"String of %d units is too long to write", s.length());
-    writeCompactInt(out, int32_t(s.length() + 1));
+    writeCompactInt(out, stringLengthHeader(s.length(), false));
     const std::u16string_view units = s.view();
     const size_t perUnit = version == 1 ? 2 : 3;
     // Straight into the stream's room when the longest form fits there, else staged in a
@@ -327,10 +334,7 @@ SharedName readSharedName(iByteInputStream& in, RecentName& recent, RecentName* 
 namespace {
 
 void writeNarrowBytes(iByteOutputStream& out, const char* s, size_t size) {
-    // As for wide strings: a wrapped length could not be read back.
-    if (size >= size_t(INT32_MAX))
-        throw Exception(kClass, "writeNarrowString", u"String of %d bytes is too long to write", size);
-    writeCompactInt(out, int32_t(size + 1));
+    writeCompactInt(out, stringLengthHeader(size, true));
     if (size) out.write(s, size);
 }
 

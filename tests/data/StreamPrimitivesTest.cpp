@@ -1,6 +1,7 @@
 #include <climits>
 
 #include "nvk/data/StreamPrimitives.h"
+#include "nvk/data/StringLength_internal.h"
 #include "tests/support/TestSupport.h"
 
 using tovan::Exception;
@@ -153,4 +154,15 @@ TEST(StreamPrimitives, NarrowStrings) {
     EXPECT_EQ(nvk::readNarrowString(in), "");
     EXPECT_EQ(nvk::readNarrowString(in), "");
     EXPECT_EQ(in.remaining(), 0u);
+}
+
+// A length whose header would wrap negative is refused before anything is written (a string
+// that long takes 4 GiB, so the writers' common check is exercised at its bounds directly).
+TEST(StreamPrimitives, LengthsThatWouldWrapAreRefused) {
+    EXPECT_EQ(nvk::stringLengthHeader(0, false), 1);
+    EXPECT_EQ(nvk::stringLengthHeader(size_t(INT32_MAX) - 1, true), INT32_MAX);
+    EXPECT_THROW_FROM(nvk::stringLengthHeader(size_t(INT32_MAX), false), Exception,
+                     "StreamPrimitives::writeWideString: String of 2147483647 units is too long to write");
+    EXPECT_THROW_FROM(nvk::stringLengthHeader(size_t(UINT32_MAX) + 5, true), Exception,
+                     "StreamPrimitives::writeNarrowString: String of 4294967300 bytes is too long to write");
 }
