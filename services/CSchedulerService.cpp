@@ -3,6 +3,7 @@
 #include <httplib.h>
 
 #include <algorithm>
+#include <atomic>
 #include <filesystem>
 #include <mutex>
 #include <thread>
@@ -69,6 +70,7 @@ struct CSchedulerService::Impl {
     std::string session;
     httplib::Server server;
     std::thread thread;
+    std::atomic<bool> loopEnded{false};  // the server's loop returned, by stop() or on its own
     std::mutex files;  // adds and deletes, one at a time
 
     fs::path userFolder(const WString& user) const {
@@ -231,14 +233,19 @@ int CSchedulerService::start(int port) {
     int bound = port == 0 ? server.bind_to_any_port("127.0.0.1") : (server.bind_to_port("127.0.0.1", port) ? port : -1);
     if (bound <= 0) throw tovan::Exception(kClass, "start", u"Cannot listen on 127.0.0.1 port %d", port);
     port_ = bound;
-    impl_->thread = std::thread([&server] { server.listen_after_bind(); });
+    impl_->loopEnded = false;
+    impl_->thread = std::thread([impl = impl_.get()] {
+        impl->server.listen_after_bind();
+        impl->loopEnded = true;
+    });
     return port_;
 }
 
 void CSchedulerService::stop() {
     if (!impl_->thread.joinable()) return;
-    // stop() acts only once the loop runs; it starts at once after start().
-    while (!impl_->server.is_running()) std::this_thread::yield();
+    // stop() acts only once the loop runs; it starts at once after start(). A loop that
+    // ended on its own (a failed accept) never shows as running again: no wait for it.
+    while (!impl_->server.is_running() && !impl_->loopEnded) std::this_thread::yield();
     impl_->server.stop();
     impl_->thread.join();
 }
