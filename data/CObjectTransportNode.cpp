@@ -24,7 +24,9 @@ void CObjectTransportNode::deallocate(CObjectTransportNode* node) {
     tovan::ObjectPool<CObjectTransportNode>::deallocate(node);
 }
 
-void CObjectTransportNode::deleteInstance() { pool().deleteInstance(this); }
+// Ends its subtree from a loop, as the base node does: a chain of carriers of any depth ends
+// without deepening the stack.
+void CObjectTransportNode::deleteInstance() { EndTree(this); }
 
 void CObjectTransportNode::onActivate() {
     OnActivateDefault();

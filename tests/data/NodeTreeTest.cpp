@@ -398,6 +398,13 @@ TEST(NodePool, ReleasingATreeEndsWhatItAloneHeldAtAnyDepth) {
         Ptr<CObjectTransportNode> carrier(CObjectTransportNode::newInstance());
         root->appendChild(carrier.get());
         child(*child(*carrier, u"below"), u"further");
+        // So does a chain of carriers as deep.
+        iNode* link = carrier.get();
+        for (int i = 0; i < kLevels; ++i) {
+            Ptr<CObjectTransportNode> next(CObjectTransportNode::newInstance());
+            link->appendChild(next.get());
+            link = next.get();
+        }
     }
     EXPECT_EQ(kept->findParent(), nullptr);
     EXPECT_EQ(nvk::CNodeImplBase::TreeDepth(*kept, kLevels), kLevels - 1);
