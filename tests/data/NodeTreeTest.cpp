@@ -331,7 +331,7 @@ TEST(NodeTree, QualifiedNameParts) {
     q.setLocalName(u"other");
     EXPECT_EQ(utf8(q.getQName()), "p:other");
 
-    // Through a stream, into a name that had parts of its own: what was written comes back.
+    // Through a stream, into a name that had parts of its own: what went out comes back.
     auto text = [](const tovan::WString& s) { return s.isNull() ? std::string("(null)") : utf8(s); };
     for (const char16_t* name : {u"ns:item", u"plain"}) {
         nvk::cppNodeQName written;
