@@ -5,7 +5,6 @@
 #include <limits>
 #include <set>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "nvk/platform/ArrayValue.h"
@@ -404,31 +403,6 @@ TEST(ArrayValue, ElementsConversionsAndRefusals) {
     EXPECT_THROW_MSG(values.append(nullptr), BadParameterException, "A value array cannot hold a null pointer");
     values.resize(2);
     EXPECT_TRUE(values.get(1).isNull());
-}
-
-// Elements live in the per-thread value blocks while small and on the heap once grown; an
-// array made on one thread is freed on another, whose lists take the blocks.
-TEST(ArrayValue, ElementBlocksGrowAndCrossThreads) {
-    std::vector<Ptr<DoubleArrayValue>> arrays;
-    for (int n : {1, 2, 16, 17, 300}) {
-        Ptr<DoubleArrayValue> a(new DoubleArrayValue());
-        for (int i = 0; i < n; ++i) a->append(i + 0.5);
-        arrays.push_back(a);
-    }
-    Ptr<BooleanArrayValue> flags(new BooleanArrayValue{true, false, true});
-    std::thread other([&] {
-        std::vector<Ptr<DoubleArrayValue>> copies;
-        for (const auto& a : arrays) copies.emplace_back(a->clone());
-        for (size_t k = 0; k < copies.size(); ++k) EXPECT_TRUE(copies[k]->equals(*arrays[k]));
-        arrays.clear();
-        flags->append(false);
-        // The other thread's blocks, reused here for arrays of the same sizes.
-        for (int i = 0; i < 3; ++i) copies.emplace_back(new DoubleArrayValue{1.0, 2.0});
-        EXPECT_EQ(copies.back()->toString(), WString(u"[1, 2]"));
-    });
-    other.join();
-    EXPECT_EQ(flags->toString(), WString(u"[true, false, true, false]"));
-    EXPECT_TRUE(arrays.empty());
 }
 
 TEST(ValueArrayValue, DeepNestingIsRefusedNotOverflowed) {
