@@ -111,6 +111,12 @@ void CNodeImplBase::CollectionEnds::flush() {
     // Properties first, then their values, each for the whole batch, before any is needed.
     for (size_t i = 0; i < count_; ++i) items_[i]->PrefetchForEnd(false);
     for (size_t i = 0; i < count_; ++i) items_[i]->PrefetchForEnd(true);
+    // Emptied here rather than by the pool's hook, so that their properties,
+    // mostly one or two each, go back to their pool together too.
+    {
+        CPropertyCollectionData::PropertyEnds ends;
+        for (size_t i = 0; i < count_; ++i) items_[i]->Clear(ends);
+    }
     CPropertyCollection::pool().deleteInstances(items_, std::exchange(count_, 0));
 }
 

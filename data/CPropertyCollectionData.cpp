@@ -319,7 +319,16 @@ void CPropertyCollectionData::TakeProperties(CPropertyCollectionData& source) {
         if (slots_[i]) slots_[i]->setCollection(this);
 }
 
+void CPropertyCollectionData::PropertyEnds::flush() {
+    if (count_) CProperty::endInstances(items_, std::exchange(count_, 0));
+}
+
 void CPropertyCollectionData::Clear() {
+    PropertyEnds ends;
+    Clear(ends);
+}
+
+void CPropertyCollectionData::Clear(PropertyEnds& ends) {
     CProperty** doomed = slots_;
     const size_t count = size_;
     slots_ = inline_;
@@ -333,9 +342,6 @@ void CPropertyCollectionData::Clear() {
     // read while being released: nothing refills them until this returns.
     // Properties of the class itself that end here go back to the pool
     // together; others end as their class has them end.
-    constexpr size_t kBatch = 16;
-    CProperty* ended[kBatch];
-    size_t endedCount = 0;
     for (size_t i = count; i-- > 0;) {
         // A released tree is cold: fetch the properties a little ahead, and
         // the values of those fetched before.
@@ -349,11 +355,9 @@ void CPropertyCollectionData::Clear() {
                 p->deleteInstance();
                 continue;
             }
-            ended[endedCount++] = p;
-            if (endedCount == kBatch) CProperty::endInstances(ended, std::exchange(endedCount, 0));
+            ends.add(p);
         }
     }
-    if (endedCount) CProperty::endInstances(ended, endedCount);
     if (doomed != inline_) delete[] doomed;
 }
 

@@ -146,7 +146,29 @@ public:
     /// Renames `property` (which this collection holds), refusing a name that
     /// another of its properties has.
     void renameProperty(CProperty& property, const tovan::WString& name);
+    /// Properties of the library's class whose last reference went, returned
+    /// to their pool a batch at a time (CProperty::endInstances), also across
+    /// the collections of a tree's end, where most hold one or two.
+    class PropertyEnds {
+    public:
+        PropertyEnds() = default;
+        ~PropertyEnds() { flush(); }
+        PropertyEnds(const PropertyEnds&) = delete;
+        PropertyEnds& operator=(const PropertyEnds&) = delete;
+        void add(CProperty* property) {
+            items_[count_++] = property;
+            if (count_ == kBatch) flush();
+        }
+        void flush();
+
+    private:
+        static constexpr size_t kBatch = 64;
+        CProperty* items_[kBatch];
+        size_t count_ = 0;
+    };
     void Clear();
+    /// Clear, handing the properties that end to `ends`.
+    void Clear(PropertyEnds& ends);
     /// Replaces the content by `source`'s properties, leaving `source` empty;
     /// the property class stays this collection's. Cannot fail.
     void TakeProperties(CPropertyCollectionData& source);

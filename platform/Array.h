@@ -17,10 +17,10 @@ namespace tovan {
 ///
 /// Indexes are size_t; a negative int passed in shows up in the message as
 /// the negative number it was. `Alloc` is the storage's allocator (array
-/// values keep their elements in the per-thread value blocks).
-template <class T, class Alloc = std::allocator<T>>
+/// values keep their elements in the per-thread value blocks); `Storage` the
+/// container behind it (SmallVector keeps short arrays inside the object).
+template <class T, class Alloc = std::allocator<T>, class Storage = std::vector<T, Alloc>>
 class Array {
-    using Storage = std::vector<T, Alloc>;
 
 public:
     using value_type = T;

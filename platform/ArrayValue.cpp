@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
+#include <cstring>
 #include <type_traits>
 
 #include "nvk/platform/ByteOrder.h"
@@ -248,9 +249,26 @@ void readFixedWidth(iByteInputStream& in, Items& items, uint32_t count, const ch
 
 template <class Elem>
 void TypedArrayValue<Elem>::deserialize(iByteInputStream& in) {
-    const char* cls = className();
     Items read;
-    if constexpr (std::is_same_v<Elem, int32_t> || std::is_same_v<Elem, double> || std::is_same_v<Elem, uint8_t>)
+    constexpr bool fixedWidth =
+        std::is_same_v<Elem, int32_t> || std::is_same_v<Elem, double> || std::is_same_v<Elem, uint8_t>;
+    if constexpr (fixedWidth && std::endian::native == std::endian::little) {
+        // An array lying whole in the stream's window is copied from there in one step.
+        size_t available = 0;
+        const uint8_t* window = in.peek(available);
+        if (available >= 4) {
+            const uint32_t count = loadLE<uint32_t>(window);
+            if (count <= (available - 4) / sizeof(Elem)) {
+                read.resize(count);
+                std::memcpy(read.data(), window + 4, count * sizeof(Elem));
+                in.skip(4 + count * sizeof(Elem));
+                items_ = std::move(read);
+                return;
+            }
+        }
+    }
+    const char* cls = className();
+    if constexpr (fixedWidth)
         readFixedWidth<Elem>(in, read, readUInt32LE(in, cls), cls);
     else
         readCounted(in, cls, [&] { read.append(ArrayElementTraits<Elem>::read(in, isStrictReading(), cls)); });

@@ -4,7 +4,10 @@
 #include <cstdint>
 #include <initializer_list>
 
+#include <type_traits>
+
 #include "nvk/platform/Array.h"
+#include "nvk/platform/SmallVector.h"
 #include "nvk/platform/Value.h"
 
 namespace tovan {
@@ -55,12 +58,17 @@ template <class Elem>
 struct ArrayElementTraits;
 
 /// The arrays of one scalar type, stored unboxed in an Array<Elem> whose
-/// memory comes from the value blocks (ValueBlockAllocator).
+/// memory comes from the value blocks (ValueBlockAllocator). Up to 16 bytes of
+/// fixed-size elements (a point's two doubles, a pair of indexes) stay inside
+/// the value, so that a short array is one block rather than two.
 /// Bytes: uint32 LE count, then each element in its scalar value's layout.
 template <class Elem>
 class NVK_EXPORT TypedArrayValue : public ArrayValue {
 public:
-    using Items = Array<Elem, ValueBlockAllocator<Elem>>;
+    using Items = Array<Elem, ValueBlockAllocator<Elem>,
+                        std::conditional_t<std::is_trivially_copyable_v<Elem>,
+                                           SmallVector<Elem, 16, ValueBlockAllocator<Elem>>,
+                                           std::vector<Elem, ValueBlockAllocator<Elem>>>>;
     using const_reference = typename Items::const_reference;
 
     TypedArrayValue() = default;

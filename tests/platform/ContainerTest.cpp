@@ -8,6 +8,7 @@
 #include "nvk/platform/Array.h"
 #include "nvk/platform/BitsetValue.h"
 #include "nvk/platform/HashMap.h"
+#include "nvk/platform/SmallVector.h"
 #include "tests/support/TestSupport.h"
 
 using namespace tovan;
@@ -50,6 +51,84 @@ TEST(Array, InsertRemoveAndSearch) {
     a.removeAt(0);
     EXPECT_EQ(a.removeLast(), "d");
     EXPECT_EQ(a, (Array<std::string>{"b", "c"}));
+}
+
+// ---- SmallVector ----------------------------------------------------------------
+
+// Random edits against std::vector, with copies and moves taken along the way,
+// so that every step crosses between the elements inside and a block.
+TEST(SmallVector, FollowsAVectorAcrossTheInlineBoundary) {
+    using Small = SmallVector<int32_t, 16>;  // four inside
+    std::mt19937 rng(7);
+    for (int round = 0; round < 200; ++round) {
+        Small v;
+        std::vector<int32_t> model;
+        for (int step = 0; step < 40; ++step) {
+            const int32_t x = int32_t(rng() % 1000);
+            switch (rng() % 9) {
+                case 0:
+                case 1: v.push_back(x), model.push_back(x); break;
+                case 2: {
+                    const size_t at = rng() % (model.size() + 1);
+                    v.insert(v.begin() + at, x);
+                    model.insert(model.begin() + ptrdiff_t(at), x);
+                    break;
+                }
+                case 3:
+                    if (!model.empty()) {
+                        const size_t at = rng() % model.size();
+                        v.erase(v.begin() + at);
+                        model.erase(model.begin() + ptrdiff_t(at));
+                    }
+                    break;
+                case 4: {
+                    const size_t n = rng() % 9;
+                    v.resize(n, x);
+                    model.resize(n, x);
+                    break;
+                }
+                case 5: {
+                    Small copy(v);  // the copy is independent of its source
+                    if (!copy.empty()) copy[0] = -1;
+                    v = copy;
+                    if (!model.empty()) model[0] = -1;
+                    break;
+                }
+                case 6: {  // there and back, over elements that must not show through
+                    Small moved{-5, -5, -5, -5};
+                    moved = std::move(v);
+                    EXPECT_TRUE(v.empty());
+                    Small back(std::move(moved));
+                    v = Small();
+                    v.resize(4, -6);
+                    v = std::move(back);
+                    break;
+                }
+                case 7: v.reserve(rng() % 12); break;
+                case 8:
+                    if (!model.empty()) v.pop_back(), model.pop_back();
+                    break;
+            }
+            ASSERT_EQ(std::vector<int32_t>(v.begin(), v.end()), model) << "round " << round << " step " << step;
+        }
+    }
+}
+
+TEST(SmallVector, ShortArraysStayInsideAndLongOnesMoveTheirBlock) {
+    SmallVector<double, 16> pair{1.5, 2.5};
+    EXPECT_EQ(pair.capacity(), 2u);  // no block of its own
+    const double* inside = pair.data();
+    EXPECT_GE(reinterpret_cast<const char*>(inside), reinterpret_cast<const char*>(&pair));
+    EXPECT_LT(reinterpret_cast<const char*>(inside), reinterpret_cast<const char*>(&pair + 1));
+
+    SmallVector<double, 16> longer(100, 0.5);
+    const double* block = longer.data();
+    SmallVector<double, 16> taken(std::move(longer));
+    EXPECT_EQ(taken.data(), block);  // the block changed hands, nothing was copied
+    EXPECT_EQ(longer.size(), 0u);
+    longer.push_back(3.0);  // the emptied one is usable again, inside
+    EXPECT_EQ(longer.capacity(), 2u);
+    EXPECT_TRUE((taken == SmallVector<double, 16>(100, 0.5)));
 }
 
 // ---- HashMap -------------------------------------------------------------------
