@@ -47,6 +47,8 @@ public:
     /// Any other leading number raises "Deserialization version mismatch
     /// (%ld , %ld)" and leaves the node as it was.
     void deserialize(tovan::iByteInputStream& in) override;
+    /// The same, for a reader that checked the stream's version (`streamVersion`) already.
+    void deserialize(tovan::iByteInputStream& in, int streamVersion);
 };
 
 }  // namespace nvk

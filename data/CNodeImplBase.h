@@ -150,6 +150,8 @@ protected:
     /// Cleans the node out (the parent link stays), then reads a record of
     /// format 126 (no metadata), 127, or 128 and above (metadata dropped).
     void DeserializeNode(tovan::iByteInputStream& in, bool withChildren);
+    /// The same, the stream's version (`streamVersion`) checked by the caller.
+    void DeserializeNode(tovan::iByteInputStream& in, bool withChildren, int streamVersion);
 
     cppNodeQName name_;
     tovan::iNode* parent_ = nullptr;  // weak: a child never owns its parent

@@ -120,9 +120,9 @@ private:
     /// Drops the value (and the room's, if it is there).
     void dropValue();
     /// Reads a value's type code and bytes into this property (see deserialize).
-    void readValue(tovan::iByteInputStream& in);
+    void readValue(tovan::iByteInputStream& in, int streamVersion);
     /// The rest of the property's record after its name: value, flags and metadata.
-    void deserializeAfterName(tovan::iByteInputStream& in);
+    void deserializeAfterName(tovan::iByteInputStream& in, int streamVersion);
 
     /// The owning collection and the metadata, when there is metadata.
     struct Links {

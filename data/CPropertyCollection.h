@@ -72,6 +72,9 @@ public:
     void serialize(tovan::iByteOutputStream& out) const override;
     /// Clears the collection first.
     void deserialize(tovan::iByteInputStream& in) override;
+    /// The same into a collection fresh from the pool (empty), the stream's
+    /// version (`streamVersion`) checked by the caller: a node reader's.
+    void deserializeFresh(tovan::iByteInputStream& in, int streamVersion);
 
     /// True when `name` starts with "/".
     static bool IsHierarchicalProperty(const tovan::WString& name);

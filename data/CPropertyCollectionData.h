@@ -68,6 +68,9 @@ public:
     void serialize(tovan::iByteOutputStream& out) const;
     /// Clears first. A name met twice is kept twice (the record is kept as it came).
     void deserialize(tovan::iByteInputStream& in);
+    /// The record's content into an empty collection, the stream's version
+    /// (`streamVersion`) checked by the caller.
+    void readContent(tovan::iByteInputStream& in, int streamVersion);
     /// The same record holding only the named properties, in the order of
     /// `names`; an absent one raises "Unable to find property '%ls'" before
     /// anything is written.

@@ -213,12 +213,14 @@ void cppNodeQName::deserialize(iByteInputStream& in) {
     deserialize(in, none);
 }
 
-void cppNodeQName::deserialize(iByteInputStream& in, RecentName& recent) {
-    SharedName qname = readSharedName(in, recent);
+void cppNodeQName::deserialize(iByteInputStream& in, RecentName& recent) { deserialize(in, recent, in.getVersion()); }
+
+void cppNodeQName::deserialize(iByteInputStream& in, RecentName& recent, int streamVersion) {
+    SharedName qname = readSharedName(in, recent, nullptr, streamVersion);
     // Nearly every node has no split parts: two null strings, a zero byte each from version 2 on.
     size_t available;
     const uint8_t* p = in.peek(available);
-    if (available >= 2 && p[0] == 0 && p[1] == 0 && in.getVersion() >= 2) {
+    if (available >= 2 && p[0] == 0 && p[1] == 0 && streamVersion >= 2) {
         in.skip(2);
         qname_ = std::move(qname);
         parts_.reset();
@@ -297,18 +299,33 @@ void CProperty::serialize(iByteOutputStream& out) const {
 }
 
 void CProperty::deserialize(iByteInputStream& in) {
-    checkStreamVersion(in.getVersion(), "CProperty", "deserialize");
+    const int streamVersion = in.getVersion();
+    checkStreamVersion(streamVersion, "CProperty", "deserialize");
     // A property that belongs to a collection is renamed through it (the index follows); one
     // being read into a collection's storage belongs to none yet and takes this thread's block.
     if (collection())
         SetName(readWideString(in));
     else
         setNameUnchecked(readSharedName(in));
-    deserializeAfterName(in);
+    deserializeAfterName(in, streamVersion);
 }
 
-void CProperty::deserializeAfterName(iByteInputStream& in) {
-    readValue(in);
+void CProperty::deserializeAfterName(iByteInputStream& in, int streamVersion) {
+    readValue(in, streamVersion);
+    // Nearly every property has no metadata, and its flags word then fits the compact
+    // integer's one-byte form: taken from the window when there is none to let go of.
+    if (!(link_ & kLinksTag)) {
+        size_t available;
+        const uint8_t* p = in.peek(available);
+        if (available && uint8_t(p[0] - 1) >= 3) {
+            const auto word = MetaDataFlags(int8_t(p[0]) >> 2);
+            if (!(word & tovan::MetaDataHasEntries)) {
+                in.skip(1);
+                flags_ = (word & ~tovan::MetaDataNotSerialized) | (flags_ & tovan::MetaDataNotSerialized);
+                return;
+            }
+        }
+    }
     MetaDataFlags flags = 0;
     CPropertyCollection* meta = metaData();
     if (meta) meta->addRef();  // the reference setMetaData takes back, whatever the read does
@@ -322,9 +339,9 @@ void CProperty::deserializeAfterName(iByteInputStream& in) {
     flags_ = (flags & ~tovan::MetaDataNotSerialized) | (flags_ & tovan::MetaDataNotSerialized);
 }
 
-void CProperty::readValue(iByteInputStream& in) {
+void CProperty::readValue(iByteInputStream& in, int streamVersion) {
     const int32_t code = readCompactInt(in);
-    const bool strict = strictReading(in);
+    const bool strict = streamVersion >= 3;  // as strictReading
     if (value_ && value_->getTypeCode() == code && value_->getRefCount() == 1) {
         value_->setStrictReading(strict);
         value_->deserialize(in);
@@ -383,8 +400,13 @@ void CPropertyCollectionData::serializeSubset(iByteOutputStream& out, const std:
 }
 
 void CPropertyCollectionData::deserialize(iByteInputStream& in) {
-    checkStreamVersion(in.getVersion(), "CPropertyCollectionData", "deserialize");
+    const int streamVersion = in.getVersion();
+    checkStreamVersion(streamVersion, "CPropertyCollectionData", "deserialize");
     Clear();
+    readContent(in, streamVersion);
+}
+
+void CPropertyCollectionData::readContent(iByteInputStream& in, int streamVersion) {
     const int32_t version = readCompactInt(in);
     if (version != DATA_VERSION)
         throw Exception("CPropertyCollectionData", "deserialize", u"Deserialization version mismatch (%ld , %ld)",
@@ -412,8 +434,9 @@ void CPropertyCollectionData::deserialize(iByteInputStream& in) {
                                         : Ptr<CProperty>::adopt(CProperty::allocate());
         if (ownClass && recent && size_t(i) < ReadState::kPlaces) {
             // The class is known (no virtual call) and the version was checked above.
-            p->setNameUnchecked(readSharedName(in, recent[i], size_t(i) + 1 < ReadState::kPlaces ? &recent[i + 1] : nullptr));
-            p->deserializeAfterName(in);
+            p->setNameUnchecked(readSharedName(in, recent[i], size_t(i) + 1 < ReadState::kPlaces ? &recent[i + 1] : nullptr,
+                                               streamVersion));
+            p->deserializeAfterName(in, streamVersion);
         } else if (ownClass) {
             p->CProperty::deserialize(in);
         } else {
@@ -435,13 +458,19 @@ void CPropertyCollection::serialize(iByteOutputStream& out) const {
 }
 
 void CPropertyCollection::deserialize(iByteInputStream& in) {
-    checkStreamVersion(in.getVersion(), "CPropertyCollection", "deserialize");
+    const int streamVersion = in.getVersion();
+    checkStreamVersion(streamVersion, "CPropertyCollection", "deserialize");
     Clear();
+    deserializeFresh(in, streamVersion);
+}
+
+void CPropertyCollection::deserializeFresh(iByteInputStream& in, int streamVersion) {
     const int32_t version = readCompactInt(in);
     if (version != COLLECTION_VERSION)
         throw Exception("CPropertyCollection", "deserialize", u"Deserialization version mismatch (%ld , %ld)",
                         long(version), long(COLLECTION_VERSION));
-    CPropertyCollectionData::deserialize(in);
+    // The stream's version is the one checked above: the content follows at once.
+    readContent(in, streamVersion);
 }
 
 // ---- nodes ------------------------------------------------------------------------------
@@ -490,6 +519,10 @@ void readChildTag(iByteInputStream& in, ChildTagCache& tags) {
 }  // namespace
 
 void CNodeImplBase::DeserializeNode(iByteInputStream& in, bool withChildren) {
+    DeserializeNode(in, withChildren, in.getVersion());
+}
+
+void CNodeImplBase::DeserializeNode(iByteInputStream& in, bool withChildren, int streamVersion) {
     // A node fresh from the pool, as every child read here is, was emptied on its way there.
     if (!children_.empty() || properties_ || FindExtras()) CleanOutNodeData(false);
     const int32_t version = readCompactInt(in);
@@ -498,14 +531,13 @@ void CNodeImplBase::DeserializeNode(iByteInputStream& in, bool withChildren) {
                         long(version), long(MIN_NODE_FORMAT_VERSION));
     ReadState& state = readState();
     state.used = true;
-    name_.deserialize(in, state.nodeName(t_readDepth));
+    name_.deserialize(in, state.nodeName(t_readDepth), streamVersion);
     if (readBool(in)) {
-        if (!properties_) {
-            properties_ = state.collections.take();
-            properties_->_setOwner(GetINode());
-        }
+        // Cleaned out above: the collection comes fresh (empty) from the pool.
+        properties_ = state.collections.take();
+        properties_->_setOwner(GetINode());
         state.current = &state.kind(t_readDepth, name_.hash());
-        properties_->deserialize(in);
+        properties_->deserializeFresh(in, streamVersion);
     }
     if (withChildren && version >= 104) {
         const int32_t n = readCount(in);
@@ -520,7 +552,7 @@ void CNodeImplBase::DeserializeNode(iByteInputStream& in, bool withChildren) {
                 CBaseNode* child = state.nodes.take();  // the array's reference
                 children_.push_back(child);
                 child->parent_ = self;
-                child->CBaseNode::deserialize(in);
+                child->CBaseNode::deserialize(in, streamVersion);  // the same stream
                 continue;
             }
             Ptr<tovan::iNode> child = tags.creator
@@ -546,13 +578,18 @@ void CBaseNode::serialize(iByteOutputStream& out) const {
 }
 
 void CBaseNode::deserialize(iByteInputStream& in) {
-    checkStreamVersion(in.getVersion(), "CBaseNode", "deserialize");
+    const int streamVersion = in.getVersion();
+    checkStreamVersion(streamVersion, "CBaseNode", "deserialize");
+    deserialize(in, streamVersion);
+}
+
+void CBaseNode::deserialize(iByteInputStream& in, int streamVersion) {
     ReadDepthGuard depth("CBaseNode");
     const int32_t version = readCompactInt(in);
     if (version != BASE_NODE_VERSION)
         throw Exception("CBaseNode", "deserialize", u"Deserialization version mismatch (%ld , %ld)", long(version),
                         long(BASE_NODE_VERSION));
-    DeserializeNode(in, true);
+    DeserializeNode(in, true, streamVersion);
 }
 
 void CObjectTransportNode::serializeAdditionalInfo(iByteOutputStream& out) const {

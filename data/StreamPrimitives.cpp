@@ -298,14 +298,25 @@ SharedName readSharedName(iByteInputStream& in) {
 namespace {
 
 bool sameBytes(const RecentName& recent, const uint8_t* p, size_t available) {
-    return recent.length && available >= recent.length && std::memcmp(p, recent.bytes, recent.length) == 0;
+    const size_t n = recent.length;
+    if (!n || available < n) return false;
+    // Most names are a few letters: one masked word compare when the window has the word.
+    if (n <= 8 && available >= 8) {
+        const uint64_t mask = n == 8 ? ~uint64_t(0) : (uint64_t(1) << (8 * n)) - 1;  // the first n bytes
+        return ((tovan::loadLE<uint64_t>(p) ^ tovan::loadLE<uint64_t>(recent.bytes)) & mask) == 0;
+    }
+    return std::memcmp(p, recent.bytes, n) == 0;
 }
 
 }  // namespace
 
 SharedName readSharedName(iByteInputStream& in, RecentName& recent, RecentName* next) {
+    return readSharedName(in, recent, next, in.getVersion());
+}
+
+SharedName readSharedName(iByteInputStream& in, RecentName& recent, RecentName* next, int streamVersion) {
     // Every version from 2 on carries a name in the same bytes; version 1 in others.
-    if (in.getVersion() < 2) return readSharedName(in);
+    if (streamVersion < 2) return readSharedName(in);
     size_t available;
     const uint8_t* p = in.peek(available);
     if (sameBytes(recent, p, available)) {

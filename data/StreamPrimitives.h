@@ -115,6 +115,9 @@ struct RecentName {
 /// in `recent` (streams of version 2 and above; version 1 carries names in other bytes and
 /// reads as readSharedName).
 NVK_EXPORT SharedName readSharedName(tovan::iByteInputStream& in, RecentName& recent, RecentName* next = nullptr);
+/// The same, the stream's version (`streamVersion`) asked by the caller.
+NVK_EXPORT SharedName readSharedName(tovan::iByteInputStream& in, RecentName& recent, RecentName* next,
+                                     int streamVersion);
 
 /// `s` null writes "none" (0).
 NVK_EXPORT void writeNarrowString(tovan::iByteOutputStream& out, const char* s);

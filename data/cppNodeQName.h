@@ -57,6 +57,8 @@ public:
     void deserialize(tovan::iByteInputStream& in);
     /// As deserialize, the name taken from `recent` when its bytes are those read there last.
     void deserialize(tovan::iByteInputStream& in, RecentName& recent);
+    /// The same, the stream's version (`streamVersion`) asked by the caller.
+    void deserialize(tovan::iByteInputStream& in, RecentName& recent, int streamVersion);
 
 private:
     // Most names are never split, so the parts live in a block of their own
