@@ -70,6 +70,17 @@ NVK_EXPORT int32_t readCompactIntAfterHeader(tovan::iByteInputStream& in, uint8_
 // Inline: most integers of a record (versions, flags, counts, type codes) are the one-byte
 // form, and a record has several per node.
 inline int32_t readCompactInt(tovan::iByteInputStream& in) {
+    // From the window, without a call, when the longest form fits in it.
+    size_t available;
+    if (const uint8_t* p = in.peek(available); available >= 5) {
+        const uint8_t h = p[0];
+        switch (h) {
+            case 1: in.skip(2); return int8_t(p[1]);
+            case 2: in.skip(3); return int16_t(tovan::loadLE<uint16_t>(p + 1));
+            case 3: in.skip(5); return int32_t(tovan::loadLE<uint32_t>(p + 1));
+            default: in.skip(1); return int8_t(h) >> 2;  // arithmetic: 0xFC is -1
+        }
+    }
     uint8_t h;
     if (!in.readByte(h)) compactIntHeaderMissing();
     if (uint8_t(h - 1) >= 3) return int8_t(h) >> 2;  // arithmetic: 0xFC is -1

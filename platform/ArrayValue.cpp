@@ -259,10 +259,10 @@ void TypedArrayValue<Elem>::deserialize(iByteInputStream& in) {
         if (available >= 4) {
             const uint32_t count = loadLE<uint32_t>(window);
             if (count <= (available - 4) / sizeof(Elem)) {
-                read.resize(count);
-                std::memcpy(read.data(), window + 4, count * sizeof(Elem));
+                // Nothing can fail once the room is had (resize changes nothing when it throws).
+                items_.resize(count);
+                std::memcpy(items_.data(), window + 4, count * sizeof(Elem));
                 in.skip(4 + count * sizeof(Elem));
-                items_ = std::move(read);
                 return;
             }
         }

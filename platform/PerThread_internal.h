@@ -15,16 +15,21 @@ template <class T>
 class PerThread {
 public:
     static T* get() {
-        if (T* at = at_) return at;
-        if (gone_) return nullptr;
-        owner_.made = std::make_unique<T>();
-        return at_ = owner_.made.get();
+        if (T* at = at_) [[likely]]
+            return at;
+        return make();
     }
 
     /// The object when this thread has one, without making it.
     static T* find() { return at_; }
 
 private:
+    // Apart, so that the hot path inlines without the owner's thread-local wrapper.
+    [[gnu::noinline]] static T* make() {
+        if (gone_) return nullptr;
+        owner_.made = std::make_unique<T>();
+        return at_ = owner_.made.get();
+    }
     struct Owner {
         std::unique_ptr<T> made;
         ~Owner() {
