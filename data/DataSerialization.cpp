@@ -564,9 +564,17 @@ void CNodeImplBase::DeserializeNode(iByteInputStream& in, bool withChildren, int
             child->setParent(self);  // reading may have reset it
         }
     }
-    if (version == NODE_FORMAT_VERSION)
-        ReadMetaData(in);
-    else
+    if (version == NODE_FORMAT_VERSION) {
+        // Nearly every node has no metadata: a zero byte.
+        size_t available;
+        const uint8_t* p = in.peek(available);
+        if (available && p[0] == 0) {
+            in.skip(1);
+            DeleteMetaData();
+        } else {
+            ReadMetaData(in);
+        }
+    } else
         DeleteMetaData();  // 126 carries none; from 128 on it is not understood and dropped
 }
 

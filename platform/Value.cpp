@@ -29,17 +29,20 @@ struct TypeEntry {
 struct TypeRegistry {
     std::mutex mutex;
     std::map<int, TypeEntry> types;
-    // The creators of the small codes (every built-in one), read without the
-    // lock: a reader makes a value per property, and the map's lock was the
-    // largest part of making a small one. Set once per code, under the lock.
     static constexpr int kDirect = 64;
-    std::atomic<Value::Creator> direct[kDirect] = {};
 };
 
 TypeRegistry& typeRegistry() {
     static TypeRegistry r;
     return r;
 }
+
+// The creators of the small codes (every built-in one), read without the lock
+// or the registry's first-use check: a reader makes a value per property, and
+// the map's lock was the largest part of making a small one. Set once per
+// code, under the registry's lock; constant-initialized, so registrations
+// from any library's start find it ready.
+constinit std::atomic<Value::Creator> directCreators[TypeRegistry::kDirect] = {};
 
 }  // namespace
 
@@ -264,7 +267,7 @@ void Value::registerType(int typeCode, const char* classTag, Creator creator) {
         if (!added)
             existing = it->second.classTag;
         else if (typeCode >= 0 && typeCode < TypeRegistry::kDirect)
-            r.direct[typeCode].store(creator, std::memory_order_release);
+            directCreators[typeCode].store(creator, std::memory_order_release);
     }
     if (existing)
         Exception::warn(u"Value type code %d is already registered for %hs; %hs ignored", typeCode, existing,
@@ -281,11 +284,11 @@ const char* Value::classTagOf(int typeCode) {
 }
 
 Value* Value::create(int typeCode, bool strict) {
-    TypeRegistry& r = typeRegistry();
     Creator creator = typeCode >= 0 && typeCode < TypeRegistry::kDirect
-                          ? r.direct[typeCode].load(std::memory_order_acquire)
+                          ? directCreators[typeCode].load(std::memory_order_acquire)
                           : nullptr;
     if (!creator) {
+        TypeRegistry& r = typeRegistry();
         std::lock_guard lock(r.mutex);
         auto it = r.types.find(typeCode);
         if (it != r.types.end()) creator = it->second.creator;
