@@ -41,6 +41,9 @@ public:
     // objects' base the node saves a vtable pointer.
     void onActivate() { OnActivateDefault(); }
     void onDeactivate() { OnDeactivateDefault(); }
+    /// The hook above is the default one alone: a tree's end empties the node
+    /// itself and returns it without the hook (see EndTree).
+    static constexpr bool kDefaultEnd = true;
 
     /// BASE_NODE_VERSION, then the node record with all descendants.
     void serialize(tovan::iByteOutputStream& out) const override;

@@ -95,29 +95,11 @@ void CNodeImplBase::OnDeactivateDefault() {
     name_.clear();
 }
 
-void CNodeImplBase::CollectionEnds::take(CNodeImplBase& node) {
-    CPropertyCollection* c = std::exchange(node.properties_, nullptr);
-    if (!c || !c->releaseKeepingEnd()) return;
-    if (typeid(*c) != typeid(CPropertyCollection)) {
-        c->deleteInstance();
-        return;
-    }
-    items_[count_++] = c;
-    if (count_ == kBatch) flush();
-}
-
 void CNodeImplBase::CollectionEnds::flush() {
-    if (!count_) return;
-    // Properties first, then their values, each for the whole batch, before any is needed.
-    for (size_t i = 0; i < count_; ++i) items_[i]->PrefetchForEnd(false);
-    for (size_t i = 0; i < count_; ++i) items_[i]->PrefetchForEnd(true);
     // Emptied here rather than by the pool's hook, so that their properties,
-    // mostly one or two each, go back to their pool together too.
-    {
-        CPropertyCollectionData::PropertyEnds ends;
-        for (size_t i = 0; i < count_; ++i) items_[i]->Clear(ends);
-    }
-    CPropertyCollection::pool().deleteInstances(items_, std::exchange(count_, 0));
+    // mostly one or two each, go back to their pool together too, and so that
+    // each collection is emptied once.
+    if (count_) CPropertyCollectionData::EndCollections(items_, std::exchange(count_, 0), names_);
 }
 
 // ---- sub-objects ------------------------------------------------------------------
@@ -433,6 +415,11 @@ void CNodeImplBase::AssignFrom(const iNode& source, const CNodeImplBase* own, bo
     }
     if (meta) EnsureMetaDataExists().assignFrom(*meta);
     else DeleteMetaData();
+}
+
+void CNodeImplBase::DropExtrasContent() {
+    DropXPathParser();
+    DeleteMetaData();
 }
 
 void CNodeImplBase::DropXPathParser() {

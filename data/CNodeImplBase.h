@@ -6,6 +6,7 @@
 #include <typeinfo>
 #include <vector>
 
+#include "nvk/data/CPropertyCollection.h"
 #include "nvk/data/cppNodeQName.h"
 #include "nvk/platform/Export.h"
 #include "nvk/platform/Lock.h"
@@ -16,9 +17,6 @@
 #include "nvk/platform/iXPathParser.h"
 
 namespace nvk {
-
-class CPropertyCollection;
-class CProperty;
 
 /// What every node holds: the name, the weak parent link, the children (one
 /// reference each), the property collection, and a block of what few nodes
@@ -69,6 +67,13 @@ protected:
     /// Return to the pool: drops children, properties, metadata and the
     /// evaluator, so that nothing a pooled node held stays alive.
     void OnDeactivateDefault();
+    /// OnDeactivateDefault for a node whose children and collection its tree's end has
+    /// taken already: the rest of its state goes, the name's drop counted by `names`.
+    void EndOwnState(SharedName::Gather& names) {
+        if (extras_.load(std::memory_order_relaxed)) DropExtrasContent();
+        parent_ = nullptr;
+        name_.clear(names);
+    }
 
     // ---- sub-objects ---------------------------------------------------------------
     tovan::iPropertyCollection& EnsurePropCollectionExists();
@@ -159,20 +164,31 @@ protected:
 private:
     void AssignFrom(const tovan::iNode& source, const CNodeImplBase* own, bool deep);
 
-    /// The collections of ending nodes, returned to their pool together.
+    /// The collections of ending nodes, emptied and returned to their pool
+    /// together; the names of their properties go to `names`.
     class CollectionEnds {
     public:
-        CollectionEnds() = default;
+        explicit CollectionEnds(SharedName::Gather& names) : names_(names) {}
         ~CollectionEnds() { flush(); }
         CollectionEnds(const CollectionEnds&) = delete;
         CollectionEnds& operator=(const CollectionEnds&) = delete;
         /// Takes `node`'s collection out, to end it with the next batch when
         /// this was its last reference.
-        void take(CNodeImplBase& node);
+        void take(CNodeImplBase& node) {
+            CPropertyCollection* c = std::exchange(node.properties_, nullptr);
+            if (!c || !c->releaseKeepingEnd()) return;
+            if (typeid(*c) != typeid(CPropertyCollection)) {
+                c->deleteInstance();  // a class with an end of its own
+                return;
+            }
+            items_[count_++] = c;
+            if (count_ == kBatch) flush();
+        }
         void flush();
 
     private:
         static constexpr size_t kBatch = 64;
+        SharedName::Gather& names_;
         CPropertyCollection* items_[kBatch];
         size_t count_ = 0;
     };
@@ -224,6 +240,8 @@ private:
     };
 
     Extras& EnsureExtras();
+    /// Drops the evaluator and the metadata (the block stays for the node's next use).
+    void DropExtrasContent();
     /// The metadata block of a node record, into the node.
     void ReadMetaData(tovan::iByteInputStream& in);
     Extras* FindExtras() const { return extras_.load(std::memory_order_acquire); }
@@ -242,7 +260,11 @@ private:
 
 template <class T>
 void CNodeImplBase::EndTree(T* root) {
-    if (root->children_.empty()) {
+    // A class whose pool hook is OnDeactivateDefault alone says so (kDefaultEnd): its nodes
+    // are emptied here and go back without the hook. Others are emptied here as well, and
+    // their hook runs for what the class adds.
+    constexpr bool emptiedHere = requires { requires T::kDefaultEnd; };
+    if (root->children_.empty() && !root->properties_) {
         T::pool().deleteInstance(root);
         return;
     }
@@ -256,42 +278,44 @@ void CNodeImplBase::EndTree(T* root) {
     // Declared first, so that it ends last: the names of every node and property below
     // are dropped once per block.
     SharedName::Gather names;
-    typename tovan::ObjectPool<T>::Returns back(T::pool());
-    CollectionEnds collections;
+    typename tovan::ObjectPool<T>::Returns back(T::pool(), emptiedHere);
+    CollectionEnds collections(names);
     // A released tree is cold and is met backwards through the memory it
     // was built in.
     tovan::MemoryAhead ahead;
     while (!pending.empty()) {
         Level& level = pending.back();
+        CNodeImplBase* ending;
         if (level.next == 0) {
-            CNodeImplBase* done = level.node;
-            done->children_.clear();  // released here: its own clean-out finds none
+            ending = level.node;
+            ending->children_.clear();  // released here: its own clean-out finds none
             pending.pop_back();
-            collections.take(*done);
-            back.add(static_cast<T*>(done));
-            continue;
-        }
-        const size_t i = --level.next;
-        const ChildArray& children = level.node->children_;
-        if (i >= 2) __builtin_prefetch(children[i - 2], 1);
-        tovan::iNode* child = children[i];
-        child->setParent(nullptr);
-        if (!child->releaseKeepingEnd()) continue;
-        if (typeid(*child) != typeid(T)) {
-            child->deleteInstance();  // a class with an end of its own
-            continue;
-        }
-        T* node = static_cast<T*>(child);
-        ahead.visit(node);
-        if (node->children_.empty()) {
-            collections.take(*node);
-            back.add(node);
         } else {
-            pending.push_back({node, node->children_.size()});
+            const size_t i = --level.next;
+            const ChildArray& children = level.node->children_;
+            if (i >= 2) __builtin_prefetch(children[i - 2], 1);
+            tovan::iNode* child = children[i];
+            if (typeid(*child) != typeid(T)) {
+                // A class with an end of its own.
+                child->setParent(nullptr);
+                child->release();
+                continue;
+            }
+            T* node = static_cast<T*>(child);
+            node->parent_ = nullptr;
+            if (!node->releaseKeepingEnd()) continue;
+            ahead.visit(node);
+            if (!node->children_.empty()) {
+                pending.push_back({node, node->children_.size()});
+                continue;
+            }
+            ending = node;
         }
+        // One place for every node's end, so that it is inlined once.
+        collections.take(*ending);
+        ending->EndOwnState(names);
+        back.add(static_cast<T*>(ending));
     }
-    collections.flush();
-    back.flush();
 }
 
 }  // namespace nvk

@@ -48,14 +48,22 @@ void CProperty::deleteInstance() {
     pool().deleteInstance(this);
 }
 
-void CProperty::endInstances(CProperty** props, size_t n) {
+void CProperty::endInstances(CProperty** props, size_t n, SharedName::Gather* names) {
     size_t returned = 0;
     for (size_t i = 0; i < n; ++i) {
         CProperty* p = props[i];
         p->dropValue();
-        if (!p->slot_.deferHome()) props[returned++] = p;
+        // Emptied as the pool's hook would, each part once; one whose room's value lives on
+        // keeps everything until that value's last release ends it.
+        if (!p->slot_.isFree() && p->slot_.deferHome()) continue;
+        if (names)
+            names->drop(p->name_);
+        else
+            p->name_.dropGathered();
+        p->resetLinks();
+        props[returned++] = p;
     }
-    pool().deleteInstances(props, returned);
+    pool().returnEmptied(props, returned);
 }
 
 // A pooled property must not keep values or metadata alive (they count as
@@ -66,11 +74,8 @@ void CProperty::onDeactivate() { reset(); }
 
 void CProperty::reset() {
     name_.dropGathered();
-    flags_ = 0;
     shareValue(nullptr);
-    // Metadata is rare: the call is spared for every property of a tree.
-    if (link_ & kLinksTag) clearMetaData();
-    link_ = 0;
+    resetLinks();
 }
 
 tovan::Object* CProperty::clone() const {
@@ -158,13 +163,6 @@ void CProperty::takeValue(tovan::Ptr<Value> value) {
     // every text a reader stores.
     dropValue();
     value_ = value.detach();
-}
-
-void CProperty::setCollection(CPropertyCollectionData* c) {
-    if (link_ & kLinksTag)
-        links()->collection = c;
-    else
-        link_ = reinterpret_cast<uintptr_t>(c);
 }
 
 void CProperty::setMetaData(CPropertyCollection* m) {

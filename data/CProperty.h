@@ -52,8 +52,9 @@ public:
     static void deallocate(CProperty* p);
     /// Ends `n` properties of this very class whose last reference went
     /// (CountedObject::releaseKeepingEnd), as deleteInstance ends each, with
-    /// one turn of the pool's lock. `props` is used as scratch.
-    static void endInstances(CProperty** props, size_t n);
+    /// one turn of the pool's lock, their names' drops counted by `names`
+    /// when given. `props` is used as scratch.
+    static void endInstances(CProperty** props, size_t n, SharedName::Gather* names = nullptr);
     static tovan::ObjectPool<CProperty>& pool();
 
     const tovan::ClassTag& getClass() const override { return Tag; }
@@ -111,6 +112,13 @@ private:
     void setNameUnchecked(const tovan::WString& name);
     void setNameUnchecked(SharedName name) { name_ = std::move(name); }
     void reset();
+    /// What reset leaves after the name and the value: flags and links.
+    void resetLinks() {
+        flags_ = 0;
+        // Metadata is rare: the call is spared for every property of a tree.
+        if (link_ & kLinksTag) clearMetaData();
+        link_ = 0;
+    }
     /// True when a copy of `value` can go into the room without failing:
     /// it fits, and the room is free or holds this property's own value
     /// that nobody else holds.
@@ -133,7 +141,12 @@ private:
     CPropertyCollectionData* collection() const {
         return link_ & kLinksTag ? links()->collection : reinterpret_cast<CPropertyCollectionData*>(link_);
     }
-    void setCollection(CPropertyCollectionData* c);
+    void setCollection(CPropertyCollectionData* c) {
+        if (link_ & kLinksTag)
+            links()->collection = c;
+        else
+            link_ = reinterpret_cast<uintptr_t>(c);
+    }
     CPropertyCollection* metaData() const { return link_ & kLinksTag ? links()->metaData : nullptr; }
     /// Takes over the caller's reference to `m` (null drops the metadata).
     void setMetaData(CPropertyCollection* m);

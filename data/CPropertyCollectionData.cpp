@@ -320,10 +320,10 @@ void CPropertyCollectionData::TakeProperties(CPropertyCollectionData& source) {
 }
 
 void CPropertyCollectionData::PropertyEnds::flush() {
-    if (count_) CProperty::endInstances(items_, std::exchange(count_, 0));
+    if (count_) CProperty::endInstances(items_, std::exchange(count_, 0), names_);
 }
 
-void CPropertyCollectionData::Clear() {
+void CPropertyCollectionData::ClearSome() {
     PropertyEnds ends;
     Clear(ends);
 }
@@ -349,16 +349,36 @@ void CPropertyCollectionData::Clear(PropertyEnds& ends) {
         if (i >= 4 && doomed[i - 4]) __builtin_prefetch(doomed[i - 4]->value_, 1);
         if (CProperty* p = doomed[i]) {
             doomed[i] = nullptr;
-            p->setCollection(nullptr);
-            if (!p->releaseKeepingEnd()) continue;
-            if (typeid(*p) != typeid(CProperty)) {
-                p->deleteInstance();
-                continue;
-            }
-            ends.add(p);
+            releaseSlot(p, ends);
         }
     }
     if (doomed != inline_) delete[] doomed;
+}
+
+void CPropertyCollectionData::EndCollections(CPropertyCollection* const* items, size_t n, SharedName::Gather& names) {
+    // Properties first, then their values, each for the whole batch, before any is needed:
+    // the memory is cold, and fetches asked for together overlap.
+    for (size_t i = 0; i < n; ++i) items[i]->PrefetchForEnd(false);
+    for (size_t i = 0; i < n; ++i) items[i]->PrefetchForEnd(true);
+    {
+        PropertyEnds ends(&names);
+        for (size_t i = 0; i < n; ++i) {
+            CPropertyCollection* c = items[i];
+            if (c->extra_ || c->slots_ != c->inline_) {
+                // An index, a property class or slots of their own: the general way.
+                c->Clear(ends);
+                if (c->extra_) c->extra_->propertyClass = nullptr;
+            } else {
+                // Most collections: a few properties in the inline slots, ended here as Clear
+                // ends them, without its fetches ahead (the batch asked for them above).
+                for (size_t k = std::exchange(c->size_, 0); k-- > 0;)
+                    if (CProperty* p = std::exchange(c->inline_[k], nullptr)) releaseSlot(p, ends);
+                c->holeCount_ = 0;
+            }
+            c->CPropertyCollection::_setOwner(nullptr);
+        }
+    }
+    CPropertyCollection::pool().returnEmptied(items, n);
 }
 
 }  // namespace nvk

@@ -3,6 +3,7 @@
 // squeezed holes and the name index built on first need.
 #include <memory>
 #include <span>
+#include <typeinfo>
 #include <vector>
 
 #include "nvk/data/CProperty.h"
@@ -151,10 +152,11 @@ public:
     void renameProperty(CProperty& property, const tovan::WString& name);
     /// Properties of the library's class whose last reference went, returned
     /// to their pool a batch at a time (CProperty::endInstances), also across
-    /// the collections of a tree's end, where most hold one or two.
+    /// the collections of a tree's end, where most hold one or two; with a
+    /// gather, their names' drops are counted there.
     class PropertyEnds {
     public:
-        PropertyEnds() = default;
+        explicit PropertyEnds(SharedName::Gather* names = nullptr) : names_(names) {}
         ~PropertyEnds() { flush(); }
         PropertyEnds(const PropertyEnds&) = delete;
         PropertyEnds& operator=(const PropertyEnds&) = delete;
@@ -166,12 +168,23 @@ public:
 
     private:
         static constexpr size_t kBatch = 64;
+        SharedName::Gather* names_;
         CProperty* items_[kBatch];
         size_t count_ = 0;
     };
-    void Clear();
+    /// Drops every property. A collection already empty returns at once: a
+    /// read clears the collection it fills, mostly one fresh from the pool.
+    void Clear() {
+        if (size_ != 0 || slots_ != inline_ || IsIndexBuilt()) ClearSome();
+    }
     /// Clear, handing the properties that end to `ends`.
     void Clear(PropertyEnds& ends);
+    /// Ends `n` collections of the library's class whose last reference went
+    /// (a tree's end gathers them): each is emptied as the pool's hook would,
+    /// their properties that end go back to their pool together, their
+    /// names' drops counted by `names`, and the collections to theirs
+    /// without the hook.
+    static void EndCollections(CPropertyCollection* const* items, size_t n, SharedName::Gather& names);
     /// Replaces the content by `source`'s properties, leaving `source` empty;
     /// the property class stays this collection's. Cannot fail.
     void TakeProperties(CPropertyCollectionData& source);
@@ -200,6 +213,18 @@ private:
         const tovan::ClassTag* propertyClass = nullptr;
     };
     Extra& extra() const;
+    void ClearSome();
+    /// The collection's reference on `p` goes; a property of the class itself
+    /// that ends with it joins `ends`.
+    static void releaseSlot(CProperty* p, PropertyEnds& ends) {
+        p->setCollection(nullptr);
+        if (!p->releaseKeepingEnd()) return;
+        if (typeid(*p) != typeid(CProperty)) {
+            p->deleteInstance();  // a class with an end of its own
+            return;
+        }
+        ends.add(p);
+    }
     void BuildIndex() const;
     void swapSlots(size_t a, size_t b);
     /// Room for one more slot, grown geometrically; may throw, changing nothing.

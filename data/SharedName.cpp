@@ -112,11 +112,9 @@ __attribute__((tls_model("initial-exec"))) thread_local SharedName::Gather* t_ga
 }  // namespace
 
 void SharedName::dropGathered() {
-    Block* b = std::exchange(block_, nullptr);
-    if (!b) return;
     if (Gather* g = t_gather)
-        g->add(b);
-    else
+        g->drop(*this);
+    else if (Block* b = std::exchange(block_, nullptr))
         drop(b);
 }
 
@@ -128,8 +126,10 @@ SharedName::Gather::Gather() {
 }
 
 SharedName::Gather::~Gather() {
-    if (!active_) return;
-    t_gather = nullptr;
+    // An inner gather has no drops from dropGathered, but may have some given to it directly.
+    if (active_) t_gather = nullptr;
+    for (const Entry& e : recent_)
+        if (e.block) dropMany(e.block, e.drops);
     for (size_t w = 0; w < kEntries / 64; ++w)
         for (uint64_t bits = used_[w]; bits; bits &= bits - 1) {
             const Entry& e = entries_[w * 64 + size_t(__builtin_ctzll(bits))];
@@ -137,7 +137,14 @@ SharedName::Gather::~Gather() {
         }
 }
 
-void SharedName::Gather::add(Block* b) {
+void SharedName::Gather::makeRecent(Block* b) {
+    // The older of the two goes to the table.
+    if (recent_[1].block) add(recent_[1].block, recent_[1].drops);
+    recent_[1] = recent_[0];
+    recent_[0] = {b, 1};
+}
+
+void SharedName::Gather::add(Block* b, uint32_t drops) {
     const size_t i = size_t((reinterpret_cast<uintptr_t>(b) * 0x9E3779B97F4A7C15ull) >> 56);
     static_assert(kEntries == 256, "the index is the product's top byte");
     Entry& e = entries_[i];
@@ -146,13 +153,13 @@ void SharedName::Gather::add(Block* b) {
     if (!(word & bit)) {
         word |= bit;
     } else if (e.block == b) {
-        ++e.drops;
+        e.drops += drops;
         return;
     } else {
         dropMany(e.block, e.drops);
     }
     e.block = b;
-    e.drops = 1;
+    e.drops = drops;
 }
 
 void SharedName::Gather::dropMany(Block* b, uint32_t n) {

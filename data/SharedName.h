@@ -155,8 +155,10 @@ private:
 /// While it lives, `dropGathered` on its thread counts the drops per block and drops each
 /// block's count in one step when the gather ends (or when another block takes its place in
 /// the gather's small table). A block thus outlives its last holder by as long as the gather
-/// lasts, never shorter. A gather made while another lives on the thread leaves the work to
-/// the outer one. Not copyable; lives on the stack of one thread.
+/// lasts, never shorter. A gather made while another lives on the thread leaves the work of
+/// `dropGathered` to the outer one; code that has the gather at hand gives it names with
+/// `drop`, without finding it through the thread. Not copyable; lives on the stack of one
+/// thread.
 class NVK_EXPORT SharedName::Gather {
 public:
     Gather();
@@ -164,17 +166,33 @@ public:
     Gather(const Gather&) = delete;
     Gather& operator=(const Gather&) = delete;
 
+    /// Lets go of `name` (it becomes the null name), counted with the other drops of its block.
+    void drop(SharedName& name) {
+        Block* b = std::exchange(name.block_, nullptr);
+        if (!b) return;
+        // A tree's end lets go of a node's name and a property's name in turn, mostly the
+        // same two blocks over and over: they are counted here without the table.
+        if (b == recent_[0].block)
+            ++recent_[0].drops;
+        else if (b == recent_[1].block)
+            ++recent_[1].drops;
+        else
+            makeRecent(b);
+    }
+
 private:
     friend class SharedName;
-    void add(Block* b);
-    static void dropMany(Block* b, uint32_t n);
-
-    // Records name a few hundred things at most; the entries are set up when first used.
-    static constexpr size_t kEntries = 256;
     struct Entry {
         Block* block;
         uint32_t drops;
     };
+    void makeRecent(Block* b);
+    void add(Block* b, uint32_t drops);
+    static void dropMany(Block* b, uint32_t n);
+
+    // Records name a few hundred things at most; the entries are set up when first used.
+    static constexpr size_t kEntries = 256;
+    Entry recent_[2] = {{nullptr, 0}, {nullptr, 0}};
     uint64_t used_[kEntries / 64] = {};
     Entry entries_[kEntries];
     bool active_ = false;

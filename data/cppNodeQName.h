@@ -50,6 +50,11 @@ public:
 
     /// Forgets the name and both parts.
     void clear();
+    /// The same, the name's drop counted by `names` (a tree's end).
+    void clear(SharedName::Gather& names) {
+        names.drop(qname_);
+        parts_.reset();
+    }
 
     /// The name block: qname, local name, prefix as wide strings, each as
     /// stored (a part not split off yet travels as null).

@@ -209,23 +209,14 @@ public:
                                 u"Tried to deleteInstance() an object with nonzero ref count: %d\n",
                                 objs[i]->getRefCount());
         for (size_t i = 0; i < n; ++i) objs[i]->onDeactivate();
-        size_t kept = 0;
-        {
-            AutoCriticalSection lock(lock_);
-            if (enabled_ && capacity_ < 0)
-                kept = n;
-            else if (enabled_ && free_.size() < size_t(capacity_))
-                kept = std::min(n, size_t(capacity_) - free_.size());
-            if (kept != 0) {
-                if (outstanding_.load(std::memory_order_relaxed) < int(kept))
-                    throw Exception(className_, "deleteInstance",
-                                    u"Object leak, object being returned to pool when none were outstanding...");
-                free_.insert(free_.end(), objs, objs + kept);
-            }
-            outstanding_.store(outstanding_.load(std::memory_order_relaxed) - int(n), std::memory_order_relaxed);
-        }
-        for (size_t i = kept; i < n; ++i) destroy(objs[i]);
+        putBack(objs, n);
     }
+
+    /// `n` objects whose last reference went (their ender saw the count reach zero) and that
+    /// the ender emptied as the hook would have: returned as deleteInstances returns them,
+    /// without the hook. A tree's end empties its own nodes, collections and properties with
+    /// their classes known, and each only once.
+    void returnEmptied(T* const* objs, size_t n) { putBack(objs, n); }
 
     /// Fresh objects handed to one user a batch at a time (each as newInstance
     /// gives it, without a reference): one turn of the pool's lock per batch
@@ -276,10 +267,11 @@ public:
 
     /// Gathers objects whose last reference went (see
     /// CountedObject::releaseKeepingEnd) and returns them to the pool a
-    /// batch at a time, in the order given.
+    /// batch at a time, in the order given; with `emptied`, the caller has
+    /// emptied them already and the hooks are not run (returnEmptied).
     class Returns {
     public:
-        explicit Returns(ObjectPool& pool) : pool_(pool) {}
+        explicit Returns(ObjectPool& pool, bool emptied = false) : pool_(pool), emptied_(emptied) {}
         ~Returns() { flush(); }
         Returns(const Returns&) = delete;
         Returns& operator=(const Returns&) = delete;
@@ -289,12 +281,17 @@ public:
         }
         void flush() {
             const size_t n = std::exchange(count_, 0);
-            if (n) pool_.deleteInstances(items_, n);
+            if (!n) return;
+            if (emptied_)
+                pool_.returnEmptied(items_, n);
+            else
+                pool_.deleteInstances(items_, n);
         }
 
     private:
         static constexpr size_t kBatch = 64;
         ObjectPool& pool_;
+        const bool emptied_;
         T* items_[kBatch];
         size_t count_ = 0;
     };
@@ -390,6 +387,25 @@ private:
         if (slab == current_) next_ = end_ = nullptr, current_ = nullptr;
         slabs_.erase(std::lower_bound(slabs_.begin(), slabs_.end(), slab));
         std::free(slab);
+    }
+    /// The returns of deleteInstances after the hooks: one turn of the lock for all `n`.
+    void putBack(T* const* objs, size_t n) {
+        size_t kept = 0;
+        {
+            AutoCriticalSection lock(lock_);
+            if (enabled_ && capacity_ < 0)
+                kept = n;
+            else if (enabled_ && free_.size() < size_t(capacity_))
+                kept = std::min(n, size_t(capacity_) - free_.size());
+            if (kept != 0) {
+                if (outstanding_.load(std::memory_order_relaxed) < int(kept))
+                    throw Exception(className_, "deleteInstance",
+                                    u"Object leak, object being returned to pool when none were outstanding...");
+                free_.insert(free_.end(), objs, objs + kept);
+            }
+            outstanding_.store(outstanding_.load(std::memory_order_relaxed) - int(n), std::memory_order_relaxed);
+        }
+        for (size_t i = kept; i < n; ++i) destroy(objs[i]);
     }
     /// Ends an object the pool does not keep.
     void destroy(T* obj) {

@@ -20,9 +20,25 @@ public:
     void visit(const void* node) {
         // Addresses as integers: the memory ahead is no object of ours.
         const uintptr_t here = reinterpret_cast<uintptr_t>(node);
-        const uintptr_t from = here >= last_ ? here + kDistance : here - kDistance - kLines * kLine;
+        const bool forward = here >= last_;
         last_ = here;
-        for (uintptr_t k = 0; k < kLines; ++k) __builtin_prefetch(reinterpret_cast<const void*>(from + k * kLine));
+        // The window ahead, in whole lines; the part of it asked for at the
+        // visit before (nodes lie closer together than the window is long)
+        // is not asked for again.
+        uintptr_t from, to;
+        if (forward) {
+            from = (here + kDistance) & ~(kLine - 1);
+            to = from + kLines * kLine;
+            if (forward_ && edge_ > from && edge_ <= to) from = edge_;
+            edge_ = to;
+        } else {
+            to = (here - kDistance) & ~(kLine - 1);
+            from = to - kLines * kLine;
+            if (!forward_ && edge_ >= from && edge_ < to) to = edge_;
+            edge_ = from;
+        }
+        forward_ = forward;
+        for (uintptr_t at = from; at < to; at += kLine) __builtin_prefetch(reinterpret_cast<const void*>(at));
     }
 
 private:
@@ -30,7 +46,9 @@ private:
     // kilobyte per node keeps up, and starting eight kilobytes ahead covers
     // the memory's delay without reaching past what the caches hold.
     static constexpr uintptr_t kDistance = 8192, kLine = 64, kLines = 16;
-    uintptr_t last_ = 0;  // the node visited before
+    uintptr_t last_ = 0;   // the node visited before
+    uintptr_t edge_ = 0;   // where the lines asked for so far end, in the walk's direction
+    bool forward_ = true;  // the direction of that visit
 };
 
 }  // namespace tovan

@@ -381,10 +381,16 @@ TEST(NodePool, RecycledNodesStartEmpty) {
 TEST(NodePool, ReleasingATreeEndsWhatItAloneHeldAtAnyDepth) {
     auto& nodes = CBaseNode::pool();
     auto& properties = nvk::CProperty::pool();
+    auto& collections = nvk::CPropertyCollection::pool();
     const int nodesBefore = nodes.getOutstanding(), propertiesBefore = properties.getOutstanding(),
-              carriersBefore = CObjectTransportNode::pool().getOutstanding();
+              carriersBefore = CObjectTransportNode::pool().getOutstanding(),
+              collectionsBefore = collections.getOutstanding();
+    const long namesBefore = nvk::SharedName::liveBlocks();
     constexpr int kLevels = 100000;  // a release recursing once per level runs out of stack
     NodePtr kept;
+    Ptr<iProperty> heldProperty;
+    Ptr<iPropertyCollection> heldCollection;
+    Ptr<Value> heldRoomValue;  // lives in its property's room: the property waits for it
     {
         NodePtr root = node(u"root");
         iNode* tip = root.get();
@@ -392,6 +398,15 @@ TEST(NodePool, ReleasingATreeEndsWhatItAloneHeldAtAnyDepth) {
             tip = child(*tip, u"level");
             tip->getProperties().define(u"depth", IntegerValue(i));
         }
+        // Parts of leaves held elsewhere outlive the tree's end, emptied of nothing.
+        iNode* leaf = child(*root, u"leaf");
+        leaf->getProperties().define(u"held", StringValue(u"kept text"));
+        leaf->getProperties().define(u"room", IntegerValue(7));
+        heldProperty = Ptr<iProperty>(&leaf->getProperties().get(u"held"));
+        heldRoomValue = Ptr<Value>(&leaf->getProperties().get(u"room").getEditableValue());
+        iNode* other = child(*root, u"other");
+        other->getProperties().define(u"whole", BooleanValue(true));
+        heldCollection = Ptr<iPropertyCollection>(&other->getProperties());
         // Held elsewhere, a node outlives the tree with its subtree; below a
         // node of another class the tree still ends.
         kept = NodePtr(static_cast<CBaseNode*>(root->getChildAt(0)->getChildAt(0)));
@@ -410,11 +425,24 @@ TEST(NodePool, ReleasingATreeEndsWhatItAloneHeldAtAnyDepth) {
     EXPECT_EQ(nvk::CNodeImplBase::TreeDepth(*kept, kLevels), kLevels - 1);
     EXPECT_EQ(kept->getProperties().get(u"depth").getValue().toString(), u"1");
     EXPECT_EQ(nodes.getOutstanding(), nodesBefore + kLevels - 1);
-    EXPECT_EQ(properties.getOutstanding(), propertiesBefore + kLevels - 1);
+    EXPECT_EQ(utf8(heldProperty->getName()), "held");
+    EXPECT_EQ(utf8(heldProperty->getValue().toString()), "kept text");
+    EXPECT_EQ(heldProperty->findCollection(), nullptr);
+    EXPECT_EQ(utf8(heldRoomValue->toString()), "7");
+    EXPECT_EQ(propertyNames(*heldCollection), "whole");
+    EXPECT_EQ(utf8(heldCollection->get(u"whole").getValue().toString()), "true");
+    // The held property, the collection's, and the one whose room the value holds.
+    EXPECT_EQ(properties.getOutstanding(), propertiesBefore + kLevels - 1 + 3);
+    EXPECT_EQ(collections.getOutstanding(), collectionsBefore + kLevels - 1 + 1);
     kept.reset();
+    heldProperty.reset();
+    heldCollection.reset();
+    heldRoomValue.reset();
     EXPECT_EQ(nodes.getOutstanding(), nodesBefore);
     EXPECT_EQ(properties.getOutstanding(), propertiesBefore);
+    EXPECT_EQ(collections.getOutstanding(), collectionsBefore);
     EXPECT_EQ(CObjectTransportNode::pool().getOutstanding(), carriersBefore);
+    EXPECT_EQ(nvk::SharedName::liveBlocks(), namesBefore);
 }
 
 namespace {

@@ -140,8 +140,13 @@ TEST(SharedName, StockAndGatherKeepCountsExact) {
     {
         SharedName::Gather outer;
         {
-            SharedName::Gather inner;  // leaves its drops to the outer one
-            for (SharedName& n : copies) n.dropGathered();
+            // Leaves the thread's drops to the outer one; those given to it directly it ends itself.
+            SharedName::Gather inner;
+            for (size_t i = 0; i < copies.size(); ++i)
+                if (i % 3 == 0)
+                    inner.drop(copies[i]);
+                else
+                    copies[i].dropGathered();
         }
         for (SharedName& n : names) n.dropGathered();
         for (const SharedName& n : copies) ASSERT_TRUE(n.isNull());
