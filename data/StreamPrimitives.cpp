@@ -122,12 +122,6 @@ int32_t readCompactIntAfterHeader(iByteInputStream& in, uint8_t h) {
 
 void compactIntHeaderMissing() { throw Exception(kClass, "readInt", u"EOF reading int header"); }
 
-int32_t readCount(iByteInputStream& in) {
-    // A list of -n elements has none: the loop over it does not run, and reading goes on
-    // with what follows the list.
-    return std::max(readCompactInt(in), 0);
-}
-
 // ---- boolean ------------------------------------------------------------------
 
 void boolMissing() { throw Exception(kClass, "readBool", u"EOF reading bool"); }
@@ -295,37 +289,23 @@ SharedName readSharedName(iByteInputStream& in) {
     return readWideString(in, text) ? SharedName::cached(std::u16string_view(text)) : SharedName();
 }
 
-namespace {
-
-bool sameBytes(const RecentName& recent, const uint8_t* p, size_t available) {
-    const size_t n = recent.length;
-    if (!n || available < n) return false;
-    // Most names are a few letters: one masked word compare when the window has the word.
-    if (n <= 8 && available >= 8) {
-        const uint64_t mask = n == 8 ? ~uint64_t(0) : (uint64_t(1) << (8 * n)) - 1;  // the first n bytes
-        return ((tovan::loadLE<uint64_t>(p) ^ tovan::loadLE<uint64_t>(recent.bytes)) & mask) == 0;
-    }
-    return std::memcmp(p, recent.bytes, n) == 0;
-}
-
-}  // namespace
 
 SharedName readSharedName(iByteInputStream& in, RecentName& recent, RecentName* next) {
     return readSharedName(in, recent, next, in.getVersion());
 }
 
-SharedName readSharedName(iByteInputStream& in, RecentName& recent, RecentName* next, int streamVersion) {
+SharedName readOtherSharedName(iByteInputStream& in, RecentName& recent, RecentName* next, int streamVersion) {
     // Every version from 2 on carries a name in the same bytes; version 1 in others.
     if (streamVersion < 2) return readSharedName(in);
     size_t available;
     const uint8_t* p = in.peek(available);
-    if (sameBytes(recent, p, available)) {
+    if (recent.startsWith(p, available)) {
         in.skip(recent.length);
         return recent.name.take();
     }
     // A record without one of its kind's optional properties: the names that follow are
     // found one place further on, and `recent` stays for the records that have it.
-    if (next && sameBytes(*next, p, available)) {
+    if (next && next->startsWith(p, available)) {
         in.skip(next->length);
         return next->name.take();
     }

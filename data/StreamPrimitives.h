@@ -25,6 +25,7 @@
 // like a wide one, and a stream version of 0 or below is refused by every
 // string reader and writer ("Unknown serialization version %d\n").
 #include <cstdint>
+#include <cstring>
 #include <string>
 
 #include "nvk/data/SharedName.h"
@@ -120,15 +121,39 @@ struct RecentName {
     uint8_t length = 0;  // of `bytes`; 0 when there is none
     uint8_t bytes[39];
     SharedName::Stock name;
+
+    /// Whether the `available` bytes at `p` start with `bytes`.
+    bool startsWith(const uint8_t* p, size_t available) const {
+        const size_t n = length;
+        if (!n || available < n) return false;
+        // Most names are a few letters: one masked word compare when the window has the word.
+        if (n <= 8 && available >= 8) {
+            const uint64_t mask = n == 8 ? ~uint64_t(0) : (uint64_t(1) << (8 * n)) - 1;  // the first n bytes
+            return ((tovan::loadLE<uint64_t>(p) ^ tovan::loadLE<uint64_t>(bytes)) & mask) == 0;
+        }
+        return std::memcmp(p, bytes, n) == 0;
+    }
 };
 /// As readSharedName; a name whose bytes are `recent`'s (or else `next`'s, when given) is
 /// taken from it without a look-up, and a short ASCII name read from the window is remembered
 /// in `recent` (streams of version 2 and above; version 1 carries names in other bytes and
 /// reads as readSharedName).
 NVK_EXPORT SharedName readSharedName(tovan::iByteInputStream& in, RecentName& recent, RecentName* next = nullptr);
-/// The same, the stream's version (`streamVersion`) asked by the caller.
-NVK_EXPORT SharedName readSharedName(tovan::iByteInputStream& in, RecentName& recent, RecentName* next,
-                                     int streamVersion);
+/// The same, the stream's version (`streamVersion`) asked by the caller; readOtherSharedName
+/// is its part for a name other than `recent`'s.
+NVK_EXPORT SharedName readOtherSharedName(tovan::iByteInputStream& in, RecentName& recent, RecentName* next,
+                                          int streamVersion);
+inline SharedName readSharedName(tovan::iByteInputStream& in, RecentName& recent, RecentName* next,
+                                 int streamVersion) {
+    // Inline for the name read at the same place last, as a record's names nearly always are.
+    size_t available;
+    const uint8_t* p = in.peek(available);
+    if (streamVersion >= 2 && recent.startsWith(p, available)) {
+        in.skip(recent.length);
+        return recent.name.take();
+    }
+    return readOtherSharedName(in, recent, next, streamVersion);
+}
 
 /// `s` null writes "none" (0).
 NVK_EXPORT void writeNarrowString(tovan::iByteOutputStream& out, const char* s);
@@ -146,6 +171,11 @@ inline void checkStreamVersion(int version, const char* className, const char* o
 }
 
 /// An element count read from a stream; a negative count reads as no elements.
-NVK_EXPORT int32_t readCount(tovan::iByteInputStream& in);
+inline int32_t readCount(tovan::iByteInputStream& in) {
+    // A list of -n elements has none: the loop over it does not run, and reading goes on
+    // with what follows the list.
+    const int32_t n = readCompactInt(in);
+    return n < 0 ? 0 : n;
+}
 
 }  // namespace nvk

@@ -89,6 +89,10 @@ public:
     void removeAll() { items_.clear(); }
     void clear() { items_.clear(); }
     void reserve(size_t n) { items_.reserve(n); }
+    /// Replaces the items by `n` whose bytes start at `bytes`, at any alignment (a stream's
+    /// window), not inside this array; left as it was when the room cannot be had. For a
+    /// storage that takes bytes (SmallVector).
+    void assignBytes(const void* bytes, size_t n) { items_.assignBytes(bytes, n); }
     void resize(size_t n) { items_.resize(n); }
     void resize(size_t n, const T& fill) { items_.resize(n, fill); }
 

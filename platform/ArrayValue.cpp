@@ -259,9 +259,9 @@ void TypedArrayValue<Elem>::deserialize(iByteInputStream& in) {
         if (available >= 4) {
             const uint32_t count = loadLE<uint32_t>(window);
             if (count <= (available - 4) / sizeof(Elem)) {
-                // Nothing can fail once the room is had (resize changes nothing when it throws).
-                items_.resize(count);
-                std::memcpy(items_.data(), window + 4, count * sizeof(Elem));
+                // The elements' memory is their byte form (little-endian); nothing can fail
+                // once the room is had, and assign changes nothing when it cannot have it.
+                items_.assignBytes(window + 4, count);
                 in.skip(4 + count * sizeof(Elem));
                 return;
             }

@@ -93,6 +93,9 @@ public:
     void reserve(size_t n) {
         if (n > capacity_) reallocate(n);
     }
+    /// Replaces the elements by `n` whose bytes start at `bytes` (any alignment, not inside
+    /// this vector); unchanged when the room cannot be had.
+    void assignBytes(const void* bytes, size_t n) { assignBytesOf(static_cast<const unsigned char*>(bytes), n); }
     void resize(size_t n) { resize(n, T()); }
     void resize(size_t n, const T& fill) {
         if (n > capacity_) grow(n);
@@ -120,10 +123,20 @@ private:
         data_ = block;
         capacity_ = uint32_t(capacity);
     }
-    void assignFrom(const T* items, size_t n) {
-        reserve(n);
-        if (n) std::memcpy(static_cast<void*>(data_), items, n * sizeof(T));
+    void assignFrom(const T* items, size_t n) { assignBytesOf(reinterpret_cast<const unsigned char*>(items), n); }
+    void assignBytesOf(const unsigned char* bytes, size_t n) {
+        reserve(n);  // nothing changes when this throws
+        copyBytes(reinterpret_cast<unsigned char*>(data_), bytes, n * sizeof(T));
         size_ = uint32_t(n);
+    }
+    /// memcpy, without the call for the few bytes a short vector holds.
+    static void copyBytes(unsigned char* to, const unsigned char* from, size_t bytes) {
+        if (bytes >= 8 && bytes <= 16) {
+            std::memcpy(to, from, 8);
+            std::memcpy(to + bytes - 8, from + bytes - 8, 8);
+        } else if (bytes) {
+            std::memcpy(to, from, bytes);
+        }
     }
     /// Takes `other`'s elements, leaving it empty: a block changes hands,
     /// inline elements are copied.
@@ -131,7 +144,7 @@ private:
         if (other.isInline()) {
             data_ = inlinePointer();
             capacity_ = kInline;
-            std::memcpy(inline_, other.inline_, other.size_ * sizeof(T));
+            copyBytes(inline_, other.inline_, other.size_ * sizeof(T));
         } else {
             data_ = other.data_;
             capacity_ = other.capacity_;
