@@ -157,6 +157,8 @@ protected:
     void DeserializeNode(tovan::iByteInputStream& in, bool withChildren);
     /// The same, the stream's version (`streamVersion`) checked by the caller.
     void DeserializeNode(tovan::iByteInputStream& in, bool withChildren, int streamVersion);
+    /// CBaseNode's record into `node`, the stream's version checked by the caller.
+    static void ReadBaseNodeRecord(CNodeImplBase& node, tovan::iByteInputStream& in, int streamVersion);
 
     cppNodeQName name_;
     tovan::iNode* parent_ = nullptr;  // weak: a child never owns its parent

@@ -522,6 +522,17 @@ void CNodeImplBase::DeserializeNode(iByteInputStream& in, bool withChildren) {
     DeserializeNode(in, withChildren, in.getVersion());
 }
 
+// Inline in the loop over a node's children, where nearly every node of a tree is read.
+[[gnu::always_inline]] inline void CNodeImplBase::ReadBaseNodeRecord(CNodeImplBase& node, iByteInputStream& in,
+                                                                     int streamVersion) {
+    ReadDepthGuard depth("CBaseNode");
+    const int32_t version = readCompactInt(in);
+    if (version != CBaseNode::BASE_NODE_VERSION)
+        throw Exception("CBaseNode", "deserialize", u"Deserialization version mismatch (%ld , %ld)", long(version),
+                        long(CBaseNode::BASE_NODE_VERSION));
+    node.DeserializeNode(in, true, streamVersion);
+}
+
 void CNodeImplBase::DeserializeNode(iByteInputStream& in, bool withChildren, int streamVersion) {
     // A node fresh from the pool, as every child read here is, was emptied on its way there.
     if (!children_.empty() || properties_ || FindExtras()) CleanOutNodeData(false);
@@ -552,7 +563,7 @@ void CNodeImplBase::DeserializeNode(iByteInputStream& in, bool withChildren, int
                 CBaseNode* child = state.nodes.take();  // the array's reference
                 children_.push_back(child);
                 child->parent_ = self;
-                child->CBaseNode::deserialize(in, streamVersion);  // the same stream
+                ReadBaseNodeRecord(*child, in, streamVersion);  // the same stream, its version checked
                 continue;
             }
             Ptr<tovan::iNode> child = tags.creator
@@ -591,14 +602,7 @@ void CBaseNode::deserialize(iByteInputStream& in) {
     deserialize(in, streamVersion);
 }
 
-void CBaseNode::deserialize(iByteInputStream& in, int streamVersion) {
-    ReadDepthGuard depth("CBaseNode");
-    const int32_t version = readCompactInt(in);
-    if (version != BASE_NODE_VERSION)
-        throw Exception("CBaseNode", "deserialize", u"Deserialization version mismatch (%ld , %ld)", long(version),
-                        long(BASE_NODE_VERSION));
-    DeserializeNode(in, true, streamVersion);
-}
+void CBaseNode::deserialize(iByteInputStream& in, int streamVersion) { ReadBaseNodeRecord(*this, in, streamVersion); }
 
 void CObjectTransportNode::serializeAdditionalInfo(iByteOutputStream& out) const {
     writeCompactInt(out, OBJECT_TRANSPORT_NODE_VERSION);
