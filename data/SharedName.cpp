@@ -128,8 +128,6 @@ SharedName::Gather::Gather() {
 SharedName::Gather::~Gather() {
     // An inner gather has no drops from dropGathered, but may have some given to it directly.
     if (active_) t_gather = nullptr;
-    for (const Entry& e : recent_)
-        if (e.block) dropMany(e.block, e.drops);
     for (size_t w = 0; w < kEntries / 64; ++w)
         for (uint64_t bits = used_[w]; bits; bits &= bits - 1) {
             const Entry& e = entries_[w * 64 + size_t(__builtin_ctzll(bits))];
@@ -137,14 +135,14 @@ SharedName::Gather::~Gather() {
         }
 }
 
-void SharedName::Gather::makeRecent(Block* b) {
-    // The older of the two goes to the table.
-    if (recent_[1].block) add(recent_[1].block, recent_[1].drops);
+void SharedName::Gather::addRecent(Block* b) {
+    Entry& e = add(b);
+    ++e.drops;
     recent_[1] = recent_[0];
-    recent_[0] = {b, 1};
+    recent_[0] = &e;
 }
 
-void SharedName::Gather::add(Block* b, uint32_t drops) {
+SharedName::Gather::Entry& SharedName::Gather::add(Block* b) {
     const size_t i = size_t((reinterpret_cast<uintptr_t>(b) * 0x9E3779B97F4A7C15ull) >> 56);
     static_assert(kEntries == 256, "the index is the product's top byte");
     Entry& e = entries_[i];
@@ -153,13 +151,13 @@ void SharedName::Gather::add(Block* b, uint32_t drops) {
     if (!(word & bit)) {
         word |= bit;
     } else if (e.block == b) {
-        e.drops += drops;
-        return;
+        return e;
     } else {
         dropMany(e.block, e.drops);
     }
     e.block = b;
-    e.drops = drops;
+    e.drops = 0;
+    return e;
 }
 
 void SharedName::Gather::dropMany(Block* b, uint32_t n) {

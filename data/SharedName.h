@@ -171,13 +171,13 @@ public:
         Block* b = std::exchange(name.block_, nullptr);
         if (!b) return;
         // A tree's end lets go of a node's name and a property's name in turn, mostly the
-        // same two blocks over and over: they are counted here without the table.
-        if (b == recent_[0].block)
-            ++recent_[0].drops;
-        else if (b == recent_[1].block)
-            ++recent_[1].drops;
+        // same two blocks over and over: their entries are at hand without the table's hash.
+        if (b == recent_[0]->block)
+            ++recent_[0]->drops;
+        else if (b == recent_[1]->block)
+            ++recent_[1]->drops;
         else
-            makeRecent(b);
+            addRecent(b);
     }
 
 private:
@@ -186,15 +186,19 @@ private:
         Block* block;
         uint32_t drops;
     };
-    void makeRecent(Block* b);
-    void add(Block* b, uint32_t drops);
+    /// Counts a drop of `b` in the table, and keeps its entry at hand.
+    void addRecent(Block* b);
+    /// The entry counting `b`'s drops (a block that had the place before gets its drops).
+    Entry& add(Block* b);
     static void dropMany(Block* b, uint32_t n);
 
     // Records name a few hundred things at most; the entries are set up when first used.
     static constexpr size_t kEntries = 256;
-    Entry recent_[2] = {{nullptr, 0}, {nullptr, 0}};
     uint64_t used_[kEntries / 64] = {};
     Entry entries_[kEntries];
+    Entry none_ = {nullptr, 0};  // what the recent entries are before there are any
+    // Entries of the table; one that another block took since matches that block instead.
+    Entry* recent_[2] = {&none_, &none_};
     bool active_ = false;
 };
 
