@@ -22,33 +22,34 @@ public:
         const uintptr_t here = reinterpret_cast<uintptr_t>(node);
         const bool forward = here >= last_;
         last_ = here;
-        // The window ahead, in whole lines; the part of it asked for at the
-        // visit before (nodes lie closer together than the window is long)
-        // is not asked for again.
-        uintptr_t from, to;
+        // The window ahead, in whole lines. Nodes lie closer together than the
+        // window is long, so most of it was asked for at an earlier visit in
+        // the same direction: only the rest is asked for. Each direction keeps
+        // its own window, as a walk down a tree turns back and forth.
         if (forward) {
-            from = (here + kDistance) & ~(kLine - 1);
-            to = from + kLines * kLine;
-            if (forward_ && edge_ > from && edge_ <= to) from = edge_;
-            edge_ = to;
+            const uintptr_t from = (here + kDistance) & ~(kLine - 1), to = from + kLines * kLine;
+            const uintptr_t start = ahead_ > from && ahead_ <= to ? ahead_ : from;
+            ahead_ = to;
+            fetch(start, to);
         } else {
-            to = (here - kDistance) & ~(kLine - 1);
-            from = to - kLines * kLine;
-            if (!forward_ && edge_ >= from && edge_ < to) to = edge_;
-            edge_ = from;
+            const uintptr_t to = (here - kDistance) & ~(kLine - 1), from = to - kLines * kLine;
+            const uintptr_t end = behind_ >= from && behind_ < to ? behind_ : to;
+            behind_ = from;
+            fetch(from, end);
         }
-        forward_ = forward;
-        for (uintptr_t at = from; at < to; at += kLine) __builtin_prefetch(reinterpret_cast<const void*>(at));
     }
 
 private:
+    static void fetch(uintptr_t from, uintptr_t to) {
+        for (uintptr_t at = from; at < to; at += kLine) __builtin_prefetch(reinterpret_cast<const void*>(at));
+    }
     // A node and its objects take a few hundred bytes to a kilobyte: a
     // kilobyte per node keeps up, and starting eight kilobytes ahead covers
     // the memory's delay without reaching past what the caches hold.
     static constexpr uintptr_t kDistance = 8192, kLine = 64, kLines = 16;
-    uintptr_t last_ = 0;   // the node visited before
-    uintptr_t edge_ = 0;   // where the lines asked for so far end, in the walk's direction
-    bool forward_ = true;  // the direction of that visit
+    uintptr_t last_ = 0;    // the node visited before
+    uintptr_t ahead_ = 0;   // the end of the window asked for walking forward
+    uintptr_t behind_ = 0;  // the start of the one asked for walking backward
 };
 
 }  // namespace tovan
