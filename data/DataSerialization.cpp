@@ -94,11 +94,7 @@ template <class T>
 class ReadBatch : public tovan::ObjectPool<T>::Handouts {
 public:
     ReadBatch() : tovan::ObjectPool<T>::Handouts(T::pool()) {}
-    T* take() {
-        T* obj = tovan::ObjectPool<T>::Handouts::take();
-        obj->addRef();
-        return obj;
-    }
+    T* take() { return tovan::ObjectPool<T>::Handouts::takeReferenced(); }
 };
 
 /// The class tag of the children read last, and its creator: siblings nearly always share one.

@@ -80,6 +80,9 @@ private:
 /// An object whose lifetime is shared through an intrusive, thread-safe
 /// reference count. When the count drops to zero, deleteInstance() runs;
 /// pooled classes override it to return the object to their pool.
+template <class T>
+class ObjectPool;
+
 class NVK_EXPORT CountedObject : public Object {
 public:
     CountedObject() = default;
@@ -116,6 +119,8 @@ protected:
     void takeFirstRef() const { refs_.store(1, std::memory_order_relaxed); }
 
 private:
+    template <class T>
+    friend class ObjectPool;  // its hand-outs give objects no other thread can reach
     mutable std::atomic<int> refs_{0};
 };
 

@@ -235,6 +235,14 @@ public:
             if (next_ == count_) refill();
             return spare_[next_++];
         }
+        /// As take, with the caller's first reference taken: a plain store, as the object
+        /// was on the free list and nobody else can reach it. A locked add here waits for
+        /// every store before it, on the cold objects a reader has just filled.
+        T* takeReferenced() {
+            T* obj = take();
+            obj->takeFirstRef();
+            return obj;
+        }
         void release() {
             if (next_ != count_) {
                 // Last given, first handed out again: the next taken is the one
