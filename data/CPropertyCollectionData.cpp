@@ -356,10 +356,6 @@ void CPropertyCollectionData::Clear(PropertyEnds& ends) {
 }
 
 void CPropertyCollectionData::EndCollections(CPropertyCollection* const* items, size_t n, SharedName::Gather& names) {
-    // Properties first, then their values, each for the whole batch, before any is needed:
-    // the memory is cold, and fetches asked for together overlap.
-    for (size_t i = 0; i < n; ++i) items[i]->PrefetchForEnd(false);
-    for (size_t i = 0; i < n; ++i) items[i]->PrefetchForEnd(true);
     {
         PropertyEnds ends(&names);
         for (size_t i = 0; i < n; ++i) {
@@ -370,7 +366,8 @@ void CPropertyCollectionData::EndCollections(CPropertyCollection* const* items, 
                 if (c->extra_) c->extra_->propertyClass = nullptr;
             } else {
                 // Most collections: a few properties in the inline slots, ended here as Clear
-                // ends them, without its fetches ahead (the batch asked for them above).
+                // ends them, without its fetches ahead, which the next slot or two would not
+                // wait for.
                 for (size_t k = std::exchange(c->size_, 0); k-- > 0;)
                     if (CProperty* p = std::exchange(c->inline_[k], nullptr)) releaseSlot(p, ends);
                 c->holeCount_ = 0;

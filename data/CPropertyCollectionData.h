@@ -94,14 +94,6 @@ public:
     /// The slots in order, null for a hole: for writers that walk every
     /// property without a public index (which would squeeze holes first).
     std::span<CProperty* const> GetSlots() const { return {slots_, size_}; }
-    /// Asks the processor for the first properties (`values` false), or for their values,
-    /// ahead of the collection's end: a tree ending is cold, and asking for a batch of
-    /// collections' parts at once lets their fetches overlap.
-    void PrefetchForEnd(bool values) const {
-        const size_t n = size_ < 2 ? size_ : 2;
-        for (size_t i = 0; i < n; ++i)
-            if (const CProperty* p = slots_[i]) __builtin_prefetch(values ? static_cast<const void*>(p->value_) : p, 1);
-    }
     uint32_t GetHoleCount() const { return holeCount_; }
     bool IsIndexBuilt() const { return extra_ && extra_->indexBuilt; }
 
