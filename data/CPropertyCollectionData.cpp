@@ -165,9 +165,7 @@ CProperty* CPropertyCollectionData::AppendNewProperty(SharedName name, Ptr<Value
     if (GetPropertyClass()) {
         made = MakeNewPropertyWithCopiedValue(WString(), nullptr);
     } else if (batch) {
-        CProperty* fresh = batch->take();
-        fresh->takeFirstRef();  // from the pool, unreachable by anyone else
-        made = Ptr<CProperty>::adopt(fresh);
+        made = Ptr<CProperty>::adopt(batch->takeReferenced());
     } else {
         made = Ptr<CProperty>::adopt(CProperty::allocate());
     }

@@ -77,12 +77,12 @@ private:
     [[noreturn]] void failCast(const std::type_info& wanted) const;
 };
 
-/// An object whose lifetime is shared through an intrusive, thread-safe
-/// reference count. When the count drops to zero, deleteInstance() runs;
-/// pooled classes override it to return the object to their pool.
 template <class T>
 class ObjectPool;
 
+/// An object whose lifetime is shared through an intrusive, thread-safe
+/// reference count. When the count drops to zero, deleteInstance() runs;
+/// pooled classes override it to return the object to their pool.
 class NVK_EXPORT CountedObject : public Object {
 public:
     CountedObject() = default;
