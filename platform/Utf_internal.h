@@ -25,14 +25,25 @@ inline size_t decodeUtf8Inline(const char* first, const char* last, bool final, 
             // on the rest, sixteen bytes at a time where SSE2 is there (x86-64).
 #if defined(__SSE2__)
             const __m128i zero = _mm_setzero_si128();
+            // A block with a byte from 0x80 up is widened all the same and its
+            // ASCII start kept: the units past it are written over next. The
+            // room is there, as output never runs ahead of input.
+            bool mixed = false;
             while (end - p >= 16) {
                 __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-                if (_mm_movemask_epi8(v) != 0) break;
                 _mm_storeu_si128(reinterpret_cast<__m128i*>(o), _mm_unpacklo_epi8(v, zero));
                 _mm_storeu_si128(reinterpret_cast<__m128i*>(o + 8), _mm_unpackhi_epi8(v, zero));
+                if (const unsigned high = unsigned(_mm_movemask_epi8(v)); high != 0) {
+                    const unsigned ascii = unsigned(__builtin_ctz(high));
+                    p += ascii;
+                    o += ascii;
+                    mixed = true;
+                    break;
+                }
                 p += 16;
                 o += 16;
             }
+            if (mixed) continue;
 #endif
             while (p < end && *p < 0x80) *o++ = *p++;
             continue;
@@ -46,13 +57,20 @@ inline size_t decodeUtf8Inline(const char* first, const char* last, bool final, 
             p += 2;
             continue;
         }
-        if ((b & 0xF0) == 0xE0 && end - p >= 3 && (p[1] & 0xC0) == 0x80 && (p[2] & 0xC0) == 0x80) {
-            const auto unit = char16_t(((b & 0x0F) << 12) | ((p[1] & 0x3F) << 6) | (p[2] & 0x3F));
-            if (unit >= 0x800 && (unit < 0xD800 || unit > 0xDFFF)) {
-                *o++ = unit;
-                p += 3;
-                continue;
+        if ((b & 0xF0) == 0xE0) {
+            // Three-byte forms come in runs (Chinese, Japanese and Korean
+            // text): taken in a loop of their own, which asks nothing else.
+            const unsigned char* const run = p;
+            // One test per form: the lead's and the continuations' marks,
+            // overlong forms and surrogates together.
+            for (; end - p >= 3; p += 3) {
+                const unsigned b0 = p[0], b1 = p[1], b2 = p[2];
+                const unsigned unit = ((b0 & 0x0Fu) << 12) | ((b1 & 0x3Fu) << 6) | (b2 & 0x3Fu);
+                const unsigned marks = ((b0 & 0xF0u) ^ 0xE0u) | ((b1 & 0xC0u) ^ 0x80u) | ((b2 & 0xC0u) ^ 0x80u);
+                if ((marks | unsigned(unit < 0x800) | unsigned(unit - 0xD800u < 0x800u)) != 0) break;
+                *o++ = char16_t(unit);
             }
+            if (p != run) continue;
         }
         // Lead byte: how many continuation bytes, and the valid range of the
         // second byte (this rules out overlong forms and surrogates up front).

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 
 #include "nvk/platform/Utf.h"
 
@@ -29,15 +30,21 @@ TEST(Utf, EachMaximalInvalidSubsequenceIsOneReplacement) {
         {"cut short by the end", "\xf0\x9f\x98", u"\uFFFD"},
         {"bytes never used", "\xfe\xff", u"\uFFFD\uFFFD"},
     };
-    for (const Case& c : cases) {
-        EXPECT_EQ(utf8ToUtf16(c.bytes), c.text) << c.desc;
-        size_t produced = 0;
-        std::u16string out(c.bytes.size(), u'\0');
-        EXPECT_EQ(decodeUtf8(c.bytes.data(), c.bytes.data() + c.bytes.size(), true, out.data(), produced),
-                  c.bytes.size())
-            << c.desc;
-        EXPECT_EQ(out.substr(0, produced), c.text) << c.desc;
-    }
+    // Alone, and inside ASCII runs long enough for the bulk paths, three times
+    // over (runs of three-byte forms are taken apart from the rest).
+    const std::string ascii = "0123456789abcdefghij";
+    const std::u16string wide(ascii.begin(), ascii.end());
+    for (const Case& c : cases)
+        for (const auto& [bytes, text] : {std::pair(c.bytes, c.text),
+                                          std::pair(ascii + c.bytes + c.bytes + ascii + c.bytes + ascii,
+                                                    wide + c.text + c.text + wide + c.text + wide)}) {
+            EXPECT_EQ(utf8ToUtf16(bytes), text) << c.desc;
+            size_t produced = 0;
+            std::u16string out(bytes.size(), u'\0');
+            EXPECT_EQ(decodeUtf8(bytes.data(), bytes.data() + bytes.size(), true, out.data(), produced), bytes.size())
+                << c.desc;
+            EXPECT_EQ(out.substr(0, produced), text) << c.desc;
+        }
 }
 
 TEST(Utf, ABlockLeavesASequenceCutByItsEndForTheNext) {
