@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <new>
 #include <typeinfo>
 #include <utility>
 
@@ -41,21 +42,25 @@ void CPropertyCollectionData::SetPropertyClass(const tovan::ClassTag* propertyCl
 // An array of its own always has a power of two of at least 8 slots, so its
 // room is known from the count without a field: never more than it really
 // has, at worst less after removals (which only makes it grow early).
-uint32_t CPropertyCollectionData::capacity() const {
-    return slots_ == inline_ ? kInlineSlots : std::max<uint32_t>(8, std::bit_ceil(size_));
+// A heap array of slots keeps its capacity in a word before its first slot:
+// Reserve may make it larger than the next power of two of the count, and
+// compaction shrinks the count, so the count alone does not say how large
+// the array is.
+CProperty** CPropertyCollectionData::allocateSlots(size_t capacity) {
+    auto* header = static_cast<size_t*>(::operator new(sizeof(size_t) + capacity * sizeof(CProperty*)));
+    *header = capacity;
+    return reinterpret_cast<CProperty**>(header + 1);
+}
+
+void CPropertyCollectionData::freeSlots(CProperty** slots) {
+    ::operator delete(reinterpret_cast<size_t*>(slots) - 1);
 }
 
 void CPropertyCollectionData::growTo(size_t count) {
-    const size_t rounded = std::bit_ceil(std::max<size_t>(count, 8));
-    CProperty** grown = new CProperty*[rounded];
+    CProperty** grown = allocateSlots(std::bit_ceil(std::max<size_t>(count, 8)));
     std::copy(slots_, slots_ + size_, grown);
-    if (slots_ != inline_) delete[] slots_;
+    if (slots_ != inline_) freeSlots(slots_);
     slots_ = grown;
-}
-
-void CPropertyCollectionData::reserveOneMore() {
-    if (size_ < capacity()) return;
-    growTo(size_t(size_) + 1);
 }
 
 void CPropertyCollectionData::Reserve(size_t count) {
@@ -350,7 +355,7 @@ void CPropertyCollectionData::Clear(PropertyEnds& ends) {
             releaseSlot(p, ends);
         }
     }
-    if (doomed != inline_) delete[] doomed;
+    if (doomed != inline_) freeSlots(doomed);
 }
 
 void CPropertyCollectionData::EndCollections(CPropertyCollection* const* items, size_t n, SharedName::Gather& names) {

@@ -220,10 +220,16 @@ private:
     void BuildIndex() const;
     void swapSlots(size_t a, size_t b);
     /// Room for one more slot, grown geometrically; may throw, changing nothing.
-    void reserveOneMore();
-    uint32_t capacity() const;
-    /// Moves the slots to an array of their own with room for `count`.
+    void reserveOneMore() {
+        if (size_ >= capacity()) growTo(size_t(size_) + 1);
+    }
+    uint32_t capacity() const {
+        return slots_ == inline_ ? kInlineSlots : uint32_t(reinterpret_cast<const size_t*>(slots_)[-1]);
+    }
+    /// Moves the slots to an array of their own with room for `count` at least.
     void growTo(size_t count);
+    static CProperty** allocateSlots(size_t capacity);
+    static void freeSlots(CProperty** slots);
     void push(CProperty* p) { slots_[size_++] = p; }
 
     // Compaction and index building are invisible to readers, hence mutable.
