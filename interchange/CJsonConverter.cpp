@@ -235,8 +235,7 @@ void CJsonConverter::ProcessElement(const cajun::json::Object& element) {
         BeginValue();
         names_.append(SharedName::cached(std::u16string_view(member.name)));
         member.element.Accept(*this);
-        SharedName name = popName();
-        endMember(name, element.Size(), true);
+        endMember(popName(), element.Size(), true);
     }
     EndObject();
 }
@@ -439,15 +438,15 @@ void CJsonConverter::EndValue(const tovan::BaseString<tovan::wchar>& name) {
         property.setValue(*value);
 }
 
-void CJsonConverter::endMember(const SharedName& name, size_t members, bool lookup) {
+void CJsonConverter::endMember(SharedName name, size_t members, bool lookup) {
     popKind();
     Ptr<Value> value = popValue();
     const Value* scalar = std::exchange(scalar_, nullptr);
     if ((!value && !scalar) || !current_) return;  // the member held objects: they are child nodes already
-    storeMember(name, std::move(value), scalar, members, lookup);
+    storeMember(std::move(name), std::move(value), scalar, members, lookup);
 }
 
-void CJsonConverter::storeMember(const SharedName& name, Ptr<Value> value, const Value* scalar, size_t members,
+void CJsonConverter::storeMember(SharedName name, Ptr<Value> value, const Value* scalar, size_t members,
                                  bool lookup) {
     if (!current_) return;
     // What EndValue does through the interfaces: by slot, not find() (which
@@ -456,7 +455,8 @@ void CJsonConverter::storeMember(const SharedName& name, Ptr<Value> value, const
     if (!storage_) storage_ = &current_->getPropertyCollection().data();
     CPropertyCollectionData& storage = *storage_;
     // Room for every member with the first (members that hold objects take
-    // none, so this is at most a little too much).
+    // none, so this may be a little too much; a count from an earlier object
+    // may be more, which costs pointers, never properties).
     if (storage.GetSlotCount() == 0) storage.Reserve(members);
     if (CProperty* own = lookup ? storage.GetProperty(name.text()) : nullptr) {
         if (scalar)
@@ -466,9 +466,9 @@ void CJsonConverter::storeMember(const SharedName& name, Ptr<Value> value, const
         return;
     }
     if (scalar)
-        storage.AppendNewPropertyCopy(name, *scalar, &batch_);
+        storage.AppendNewPropertyCopy(std::move(name), *scalar, &batch_);
     else
-        storage.AppendNewProperty(name, std::move(value), &batch_);
+        storage.AppendNewProperty(std::move(name), std::move(value), &batch_);
 }
 
 void CJsonConverter::BeginArray() {

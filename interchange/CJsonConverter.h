@@ -154,14 +154,17 @@ private:
     int popKind();
     tovan::Ptr<tovan::Value> popValue();
     SharedName popName();
-    /// EndValue for a member (of an object of `members` members) met in the
-    /// walk: the property goes straight into the node's storage. `lookup`
+    /// EndValue for a member (of an object of `members` members, as far as
+    /// the caller knows: a reader going token by token gives the count of
+    /// the last object in the same place) met in the walk: the property goes
+    /// straight into the node's storage, which takes room for `members` with
+    /// the first. `lookup`
     /// false says that no earlier member of the object has a name equal to
     /// this one with A-Z folded, so the collection need not be searched.
-    void endMember(const SharedName& name, size_t members, bool lookup);
+    void endMember(SharedName name, size_t members, bool lookup);
     /// endMember's storing, for the member's value (`value`, or `scalar`,
     /// to be copied, when that is not null).
-    void storeMember(const SharedName& name, tovan::Ptr<tovan::Value> value, const tovan::Value* scalar,
+    void storeMember(SharedName name, tovan::Ptr<tovan::Value> value, const tovan::Value* scalar,
                      size_t members, bool lookup);
     /// A text of the tree: moved out when consuming, else copied.
     tovan::WString take(const std::u16string& text) const;

@@ -76,7 +76,7 @@ uint32_t MemberNames::find(std::u16string_view text) {
     size_t b = hash & mask;
     for (; buckets_[b] != 0; b = (b + 1) & mask) {
         Group& g = groups_[buckets_[b] - 1];
-        if (g.hash != hash || !tovan::equalsNoCase(entries_[g.first].name.text().view(), text)) continue;
+        if (g.hash != hash || !tovan::equalsNoCase(entries_[g.first].text(), text)) continue;
         uint32_t e = g.first;
         for (;;) {
             if (matches(e, text)) return e;
@@ -85,12 +85,12 @@ uint32_t MemberNames::find(std::u16string_view text) {
         }
         // Another spelling of the group's name, which is rare: kept last.
         entries_[e].nextInGroup = uint32_t(entries_.size());
-        entries_.push_back(Entry{SharedName(text), buckets_[b] - 1, kNone});
+        entries_.emplace_back(SharedName(text), buckets_[b] - 1);
         return entries_[e].nextInGroup;
     }
     const auto entry = uint32_t(entries_.size());
     const auto group = uint32_t(groups_.size());
-    entries_.push_back(Entry{SharedName(text), group, kNone});
+    entries_.emplace_back(SharedName(text), group);
     groups_.push_back(Group{hash, entry});
     buckets_[b] = group + 1;
     if (groups_.size() * 2 > buckets_.size()) rehash(buckets_.size() * 2);
@@ -112,6 +112,7 @@ void MemberNames::trim() {
     entries_.clear();
     groups_.clear();
     firstAtTop_ = kNone;
+    membersAtTop_ = 0;
     buckets_.assign(kFirstBuckets, 0);
 }
 
@@ -226,16 +227,22 @@ void JsonNodeBuilder::objectMembers(uint32_t holder) {
     const uint64_t serial = dictionary_.nextSerial();
     uint32_t previous = MemberNames::kNone;
     uint32_t predicted = dictionary_.firstInside(holder);
+    const size_t expected = dictionary_.membersInside(holder);
     if (!nextIs(TokenKind::ObjectEnd)) {
         for (;;) {
-            const JsonToken& name = match(TokenKind::String);
-            const Location begin = copyOf(name.begin), end = copyOf(name.end);
-            // The name's text is the scanner's until the next token: its entry stays.
+            Location begin, end;
             uint32_t entry = predicted;
-            if (!dictionary_.matches(predicted, name.text)) {
-                entry = dictionary_.find(name.text);
-                (previous == MemberNames::kNone ? dictionary_.firstInside(holder) : dictionary_.follower(previous)) =
-                    entry;
+            if (predicted == MemberNames::kNone || loaded_ || scanned_ || !dictionary_.plain(predicted) ||
+                !scanner_.TakeKnownString(in_, dictionary_.text(predicted), begin, end)) {
+                const JsonToken& name = match(TokenKind::String);
+                begin = copyOf(name.begin);
+                end = copyOf(name.end);
+                // The name's text is the scanner's until the next token: its entry stays.
+                if (!dictionary_.matches(predicted, name.text)) {
+                    entry = dictionary_.find(name.text);
+                    (previous == MemberNames::kNone ? dictionary_.firstInside(holder)
+                                                    : dictionary_.follower(previous)) = entry;
+                }
             }
             previous = entry;
             predicted = dictionary_.follower(entry);
@@ -277,20 +284,22 @@ void JsonNodeBuilder::objectMembers(uint32_t holder) {
             mark = serial;
             if (scalar)
                 // The token's text is still the scanner's: no token was read since.
-                convert([&] { scalarMember(dictionary_.name(entry), number, seen); });
+                convert([&] { scalarMember(dictionary_.take(entry), number, expected, seen); });
             else if (emptyArray)
                 // What the converter makes of an empty array: a null array.
                 convert([&] {
-                    converter_.storeMember(dictionary_.name(entry),
-                                           tovan::Ptr<tovan::Value>(new tovan::NullArrayValue()), nullptr, 0, seen);
+                    converter_.storeMember(dictionary_.take(entry),
+                                           tovan::Ptr<tovan::Value>(new tovan::NullArrayValue()), nullptr, expected,
+                                           seen);
                 });
             else
-                convert([&] { converter_.endMember(dictionary_.name(entry), 0, seen); });
+                convert([&] { converter_.endMember(dictionary_.take(entry), expected, seen); });
             if (!skip(TokenKind::NextElement, u',')) break;
         }
     }
     match(TokenKind::ObjectEnd);
     --depth_;
+    dictionary_.membersInside(holder) = uint32_t(members_.size() - first);
     // The enclosing object's marks back, newest first (a group may be on the
     // stack twice, through two spellings).
     for (size_t i = members_.size(); i-- > first;)
@@ -300,28 +309,28 @@ void JsonNodeBuilder::objectMembers(uint32_t holder) {
     convert([&] { converter_.EndObject(holder == MemberNames::kNone ? nullptr : &dictionary_.name(holder)); });
 }
 
-void JsonNodeBuilder::scalarMember(const SharedName& name, double number, bool seen) {
+void JsonNodeBuilder::scalarMember(SharedName name, double number, size_t expected, bool seen) {
     // What value() delivers for the token, and endMember then stores.
     CJsonConverter& c = converter_;
     switch (token_.kind) {
     case TokenKind::String:
-        c.storeMember(name, tovan::Ptr<tovan::Value>(new tovan::StringValue(tovan::WString(token_.text))), nullptr,
-                      0, seen);
+        c.storeMember(std::move(name), tovan::Ptr<tovan::Value>(new tovan::StringValue(tovan::WString(token_.text))), nullptr,
+                      expected, seen);
         return;
     case TokenKind::Number:
         if (CJsonDataTyper::IsInteger(number)) {
             c.integer_.set(int32_t(number));
-            c.storeMember(name, nullptr, &c.integer_, 0, seen);
+            c.storeMember(std::move(name), nullptr, &c.integer_, expected, seen);
         } else {
             c.double_.set(number);
-            c.storeMember(name, nullptr, &c.double_, 0, seen);
+            c.storeMember(std::move(name), nullptr, &c.double_, expected, seen);
         }
         return;
     case TokenKind::Boolean:
         c.boolean_.set(token_.text == u"true");
-        c.storeMember(name, nullptr, &c.boolean_, 0, seen);
+        c.storeMember(std::move(name), nullptr, &c.boolean_, expected, seen);
         return;
-    default: c.storeMember(name, nullptr, &c.null_, 0, seen); return;
+    default: c.storeMember(std::move(name), nullptr, &c.null_, expected, seen); return;
     }
 }
 

@@ -6,6 +6,7 @@
 #include <exception>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "nvk/data/SharedName.h"
@@ -43,15 +44,26 @@ public:
     /// last time is tried before the text is looked up.
     bool matches(uint32_t entry, std::u16string_view text) const {
         if (entry == kNone) return false;
-        const std::u16string_view known = entries_[entry].name.text().view();
-        return known.size() == text.size() && sameUnits(known.data(), text.data(), text.size());
+        const Entry& e = entries_[entry];
+        return e.size == text.size() && sameUnits(e.units, text.data(), text.size());
     }
+    /// `entry`'s text, and whether it is written as it is in JSON (no quote,
+    /// backslash or line feed in it), so that it can be matched against the
+    /// characters themselves.
+    std::u16string_view text(uint32_t entry) const { return entries_[entry].text(); }
+    bool plain(uint32_t entry) const { return entries_[entry].plain; }
     /// The entry that came after `entry` in its object the last time.
     uint32_t& follower(uint32_t entry) { return entries_[entry].follower; }
     /// The first member the last time of an object held by a member named
     /// `entry` (for kNone, of a top-level object).
     uint32_t& firstInside(uint32_t entry) { return entry == kNone ? firstAtTop_ : entries_[entry].firstInside; }
-    const SharedName& name(uint32_t entry) const { return entries_[entry].name; }
+    /// How many members that object had: its collection takes room for as many at once,
+    /// rather than growing through every power of two of a wide record.
+    uint32_t& membersInside(uint32_t entry) { return entry == kNone ? membersAtTop_ : entries_[entry].membersInside; }
+    const SharedName& name(uint32_t entry) const { return entries_[entry].stock.name(); }
+    /// A reference to `entry`'s name for a property to keep, taken without a
+    /// locked instruction most of the time (see SharedName::Stock).
+    SharedName take(uint32_t entry) { return entries_[entry].stock.take(); }
     uint32_t group(uint32_t entry) const { return entries_[entry].group; }
     /// The mark of a group: the serial of the innermost open object that
     /// has a member of the group, as far as the builder has kept it so.
@@ -84,11 +96,22 @@ private:
     }
 
     struct Entry {
-        SharedName name;
+        Entry(SharedName n, uint32_t g)
+            : stock(std::move(n)), units(stock.name().text().view().data()), size(stock.name().text().length()),
+              group(g), plain(text().find_first_of(u"\"\\\n") == std::u16string_view::npos) {}
+        SharedName::Stock stock;
+        // The name's text, which its block holds as long as the entry holds the name: kept
+        // here, a comparison reads it straight away instead of through the block's string,
+        // three loads in a row for every member of every record.
+        const char16_t* units;
+        size_t size;
+        std::u16string_view text() const { return {units, size}; }
         uint32_t group;
-        uint32_t nextInGroup;  // kNone at the end
+        uint32_t nextInGroup = kNone;  // kNone at the end
         uint32_t follower = kNone;
         uint32_t firstInside = kNone;
+        uint32_t membersInside = 0;
+        bool plain;
     };
     struct Group {
         uint32_t hash;   // hashNoCase of the texts
@@ -108,6 +131,7 @@ private:
     std::vector<uint32_t> buckets_;  // group + 1; 0 for none
     uint64_t serial_ = 0;
     uint32_t firstAtTop_ = kNone;
+    uint32_t membersAtTop_ = 0;
 };
 
 /// Reads one top-level object into a CJsonConverter with the outcome of the
@@ -156,7 +180,8 @@ private:
     void objectMembers(uint32_t holder);
     void value(uint32_t holder);
     // The scalar token just matched as the value of member `name`.
-    void scalarMember(const SharedName& name, double number, bool seen);
+    // `expected` is the object's likely count of members.
+    void scalarMember(SharedName name, double number, size_t expected, bool seen);
     void arrayElements(uint32_t holder);
     // Elements, for arrays that are held whole.
     void element(cajun::json::Element& out);

@@ -90,18 +90,8 @@ inline bool isNumberChar(const std::array<bool, 128>& table, wchar c) { return c
 }  // namespace
 
 void Scanner::matchWord(JsonInputStream& in, std::u16string_view word) {
-    // Whole in the block, as it mostly is: no line feed in it, so only the
-    // column and the position move.
-    // The words are a few units: compared here rather than through a call.
-    const std::u16string_view buf = in.Buffered();
-    bool whole = buf.size() >= word.size();
-    for (size_t i = 0; whole && i < word.size(); ++i) whole = buf[i] == word[i];
-    if (whole) {
-        in.Skip(word.size());
-        in.position = advanceCount(in.position, word.size());
-        in.column = advanceCount(in.column, word.size());
-        return;
-    }
+    // Unit by unit: the word is cut by the end of the block, or wrong (callers
+    // try takeWord first).
     for (size_t i = 0; i < word.size(); ++i) {
         if (in.EOS()) throw ScanException(in.GetLocation(), u"Expected string: %ls; found: end of input", word);
         wchar c = in.Consume();
@@ -114,6 +104,19 @@ void Scanner::matchWord(JsonInputStream& in, std::u16string_view word) {
 }
 
 namespace {
+
+// A literal word whole in the block, as it nearly always is: compared at
+// once, its few units in one or two loads; the rest is matchWord's.
+template <size_t N>
+[[gnu::always_inline]] inline bool takeWord(JsonInputStream& in, const char16_t (&word)[N]) {
+    constexpr size_t units = N - 1;
+    const std::u16string_view buf = in.Buffered();
+    if (buf.size() < units || std::memcmp(buf.data(), word, units * sizeof(char16_t)) != 0) return false;
+    in.Skip(units);
+    in.position = advanceCount(in.position, units);
+    in.column = advanceCount(in.column, units);
+    return true;
+}
 
 // How many characters from the start of `buf` a string takes over as they
 // are: up to its first quote, backslash or line feed (a line feed is
@@ -168,6 +171,23 @@ bool Scanner::takePunctuationAfterSpace(JsonInputStream& in, char16_t c) {
     in.Skip(1);
     in.column = advanceCount(in.column, 1);
     in.position = advanceCount(in.position, 1);
+    return true;
+}
+
+bool Scanner::TakeKnownString(JsonInputStream& in, std::u16string_view text, Location& begin, Location& end) {
+    // A string that is the whole value ends it: left to Next(), which keeps the count.
+    if (done_ || first_ || closing_ == TokenKind::String) return false;
+    const Location at = skipSpace(in);
+    const std::u16string_view buf = in.Buffered();
+    const size_t units = text.size() + 2;
+    if (buf.size() < units || buf[0] != u'"' || buf[units - 1] != u'"' ||
+        std::memcmp(buf.data() + 1, text.data(), text.size() * sizeof(char16_t)) != 0)
+        return false;
+    in.Skip(units);
+    begin = at;
+    end = Location{at.line, advanceCount(at.column, units), advanceCount(at.position, units)};
+    in.column = end.column;
+    in.position = end.position;
     return true;
 }
 
@@ -434,17 +454,17 @@ bool Scanner::Next(JsonInputStream& in, JsonToken& token) {
         break;
     case u't':
         token.kind = TokenKind::Boolean;
-        matchWord(in, u"true");
+        if (!takeWord(in, u"true")) matchWord(in, u"true");
         token.text = u"true";
         break;
     case u'f':
         token.kind = TokenKind::Boolean;
-        matchWord(in, u"false");
+        if (!takeWord(in, u"false")) matchWord(in, u"false");
         token.text = u"false";
         break;
     case u'n':
         token.kind = TokenKind::Null;
-        matchWord(in, u"null");
+        if (!takeWord(in, u"null")) matchWord(in, u"null");
         token.text = u"null";
         break;
     default:

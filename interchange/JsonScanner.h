@@ -135,6 +135,13 @@ public:
         in.position = advanceCount(in.position, 1);
         return true;
     }
+    /// Takes the next token when it is the string `text` written as it is
+    /// (`text` must hold no quote, backslash or line feed), as Next() would
+    /// hand it out, and gives its begin and end. A record's member names
+    /// mostly come again in the order they came before: the reader checks
+    /// the name it expects against the characters, without scanning a token.
+    /// When it is not, only the white space before the next token is gone.
+    bool TakeKnownString(JsonInputStream& in, std::u16string_view text, Location& begin, Location& end);
     /// Frees the scanner's text buffer when it has grown past `bytes`, for
     /// scanners kept from one read to the next.
     void TrimScratch(size_t bytes) {

@@ -133,6 +133,12 @@ TEST(JsonReadToNodes, FailuresInTheirOrder) {
         u"{\"a\":[] \"b\":1}",
         u"{\"a\":[]",
         u"{\"a\":[[],[ ]],\"b\":[{}],\"c\":{\"d\":[]} ,\"e\"\n:\n[\n]\n, \"f\":\"x\" ,\"F\":true,\"f\":null}",
+        // Records that repeat their names, which the reader expects in the
+        // order it last met them: longer, escaped, empty, with a quote or a
+        // line feed in them, and a duplicate among the expected ones.
+        u"{\"ab\":1,\"c\":2,\"\":0} {\"ab\":1,\"c\":2,\"\":0} {\"abc\":1,\"c\":{}} {\"a\\u0062\":1,\"c\\\"\":2}"
+        u" {\"ab\":1,\"c\\\"\":2} {\"ab\" :1, \"c\\\"\"\n:2,\"d\\n\":3} {\"ab\":1,\"d\\n\":3} {\"b\":1,\"a\":2}"
+        u" {\"a\":1,\n \"b\":2,  \"a\":3}",
     };
     for (const char16_t* t : texts) expectSame(t, false, tovan::toNarrow(tovan::WString(t)));
 
