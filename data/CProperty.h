@@ -1,5 +1,7 @@
 #pragma once
 // One named, typed value of a property collection.
+#include <utility>
+
 #include "nvk/data/SharedName.h"
 #include "nvk/platform/Export.h"
 #include "nvk/platform/Pool.h"
@@ -125,6 +127,12 @@ private:
     bool canCopyIn(const tovan::Value& value) const;
     /// Replaces the value by a copy of `value` made in the room (canCopyIn).
     void copyIn(const tovan::Value& value);
+    /// Replaces the value by a `V` made from `args` in the free room.
+    template <class V, class... Args>
+    void emplaceValue(Args&&... args) {
+        dropValue();
+        value_ = slot_.emplace<V>(std::forward<Args>(args)...);
+    }
     /// Drops the value (and the room's, if it is there).
     void dropValue();
     /// Reads a value's type code and bytes into this property (see deserialize).

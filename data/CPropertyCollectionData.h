@@ -4,6 +4,7 @@
 #include <memory>
 #include <span>
 #include <typeinfo>
+#include <utility>
 #include <vector>
 
 #include "nvk/data/CProperty.h"
@@ -118,6 +119,14 @@ public:
     /// for all its members instead of making one per property.
     CProperty* AppendNewPropertyCopy(const tovan::WString& name, const tovan::Value& value);
     CProperty* AppendNewPropertyCopy(SharedName name, const tovan::Value& value, PropertyBatch* batch = nullptr);
+    /// The same for a value of one of the room's classes (`tovan::ValueSlot`)
+    /// made from `args`, for a builder that knows the class it makes.
+    template <class V, class... Args>
+    CProperty* AppendNewScalar(SharedName name, PropertyBatch* batch, Args&&... args) {
+        CProperty* p = AppendNewProperty(std::move(name), nullptr, batch);
+        p->emplaceValue<V>(std::forward<Args>(args)...);  // into the new property's free room: cannot fail
+        return p;
+    }
     /// Room for `count` slots in all, so that filling a collection whose
     /// size is known does not grow the array step by step.
     void Reserve(size_t count);

@@ -9,6 +9,8 @@
 #include <cstdint>
 #include <new>
 #include <string>
+#include <type_traits>
+#include <utility>
 
 #include "nvk/platform/ByteStream.h"
 #include "nvk/platform/Export.h"
@@ -351,6 +353,23 @@ public:
     /// A new value for `typeCode` (as Value::create makes it) in the free
     /// room, carrying one reference. The room must be free and the code fit.
     Value* makeIn(int typeCode, bool strict);
+    /// A new `V`, one of the room's classes, made from `args` in the free
+    /// room, carrying one reference: copyIn for a caller that knows the
+    /// class, without asking a value for it.
+    template <class V, class... Args>
+    V* emplace(Args&&... args) {
+        static_assert(std::is_same_v<V, IntegerValue> || std::is_same_v<V, DoubleValue> ||
+                          std::is_same_v<V, BooleanValue> || std::is_same_v<V, ByteValue> ||
+                          std::is_same_v<V, NullValue> || std::is_same_v<V, MissingValue>,
+                      "only the room's own classes");
+        static_assert(sizeof(V) <= kRoom && alignof(V) <= 8);
+        // Value has a class operator new, which hides the placement form.
+        V* made = ::new (room_) V(std::forward<Args>(args)...);
+        made->slotted_ = true;
+        made->takeFirstRef();
+        setState(Held);
+        return made;
+    }
     /// The holder drops its reference on the value in the room; the value is
     /// destroyed now, or by its last release when others still hold it.
     void vacate();
