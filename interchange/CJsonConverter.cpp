@@ -446,19 +446,26 @@ void CJsonConverter::endMember(SharedName name, size_t members, bool lookup) {
     storeMember(std::move(name), std::move(value), scalar, members, lookup);
 }
 
+CPropertyCollectionData* CJsonConverter::memberStorage(size_t members) {
+    if (!current_) return nullptr;
+    if (!storage_) storage_ = &current_->getPropertyCollection().data();
+    // Room for every member once the slots inside the collection are full,
+    // rather than growing through every power of two. Members that hold
+    // objects take none, so this may be a little too much; a count from an
+    // earlier object may be more, but only an object that outgrew the
+    // inside slots pays for that, in pointers.
+    if (storage_->GetSlotCount() == CPropertyCollectionData::kInlineSlots) storage_->Reserve(members);
+    return storage_;
+}
+
 void CJsonConverter::storeMember(SharedName name, Ptr<Value> value, const Value* scalar, size_t members,
                                  bool lookup) {
-    if (!current_) return;
     // What EndValue does through the interfaces: by slot, not find() (which
     // would read a name starting with "/" as a path), a repeated name taking
     // the last value, the value itself stored rather than a copy.
-    if (!storage_) storage_ = &current_->getPropertyCollection().data();
-    CPropertyCollectionData& storage = *storage_;
-    // Room for every member with the first (members that hold objects take
-    // none, so this may be a little too much; a count from an earlier object
-    // may be more, which costs pointers, never properties).
-    if (storage.GetSlotCount() == 0) storage.Reserve(members);
-    if (CProperty* own = lookup ? storage.GetProperty(name.text()) : nullptr) {
+    CPropertyCollectionData* storage = memberStorage(members);
+    if (!storage) return;
+    if (CProperty* own = lookup ? storage->GetProperty(name.text()) : nullptr) {
         if (scalar)
             own->setValue(*scalar);
         else
@@ -466,9 +473,9 @@ void CJsonConverter::storeMember(SharedName name, Ptr<Value> value, const Value*
         return;
     }
     if (scalar)
-        storage.AppendNewPropertyCopy(std::move(name), *scalar, &batch_);
+        storage->AppendNewPropertyCopy(std::move(name), *scalar, &batch_);
     else
-        storage.AppendNewProperty(std::move(name), std::move(value), &batch_);
+        storage->AppendNewProperty(std::move(name), std::move(value), &batch_);
 }
 
 void CJsonConverter::BeginArray() {

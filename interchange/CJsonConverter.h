@@ -157,15 +157,29 @@ private:
     /// EndValue for a member (of an object of `members` members, as far as
     /// the caller knows: a reader going token by token gives the count of
     /// the last object in the same place) met in the walk: the property goes
-    /// straight into the node's storage, which takes room for `members` with
-    /// the first. `lookup`
-    /// false says that no earlier member of the object has a name equal to
-    /// this one with A-Z folded, so the collection need not be searched.
+    /// straight into the node's storage, which takes room for `members` once
+    /// its inside slots are full. `lookup` false says that no earlier member
+    /// of the object has a name equal to this one with A-Z folded, so the
+    /// collection need not be searched.
     void endMember(SharedName name, size_t members, bool lookup);
     /// endMember's storing, for the member's value (`value`, or `scalar`,
     /// to be copied, when that is not null).
     void storeMember(SharedName name, tovan::Ptr<tovan::Value> value, const tovan::Value* scalar,
                      size_t members, bool lookup);
+    /// storeMember for a scalar of one of the property room's classes, `V`
+    /// made from `args` in the new property itself.
+    template <class V, class... Args>
+    void storeScalar(SharedName name, size_t members, bool lookup, Args&&... args) {
+        if (lookup) {
+            const V value(std::forward<Args>(args)...);
+            storeMember(std::move(name), nullptr, &value, members, true);
+        } else if (CPropertyCollectionData* storage = memberStorage(members)) {
+            storage->AppendNewScalar<V>(std::move(name), &batch_, std::forward<Args>(args)...);
+        }
+    }
+    /// current_'s storage, with room for `members` once its inside slots are
+    /// full; null between top-level objects.
+    CPropertyCollectionData* memberStorage(size_t members);
     /// A text of the tree: moved out when consuming, else copied.
     tovan::WString take(const std::u16string& text) const;
 

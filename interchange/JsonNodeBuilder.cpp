@@ -111,7 +111,7 @@ void MemberNames::trim() {
     if (entries_.size() < kMaxNames) return;
     entries_.clear();
     groups_.clear();
-    firstAtTop_ = kNone;
+    firstAtTop_ = Prediction();
     membersAtTop_ = 0;
     buckets_.assign(kFirstBuckets, 0);
 }
@@ -226,24 +226,32 @@ void JsonNodeBuilder::objectMembers(uint32_t holder) {
     const size_t first = members_.size();
     const uint64_t serial = dictionary_.nextSerial();
     uint32_t previous = MemberNames::kNone;
-    uint32_t predicted = dictionary_.firstInside(holder);
+    MemberNames::Prediction predicted = dictionary_.firstInside(holder);
     const size_t expected = dictionary_.membersInside(holder);
     if (!nextIs(TokenKind::ObjectEnd)) {
         for (;;) {
             Location begin, end;
-            uint32_t entry = predicted;
-            if (predicted == MemberNames::kNone || loaded_ || scanned_ || !dictionary_.plain(predicted) ||
-                !scanner_.TakeKnownString(in_, dictionary_.text(predicted), begin, end)) {
+            uint32_t entry = MemberNames::kNone;
+            if (!loaded_ && !scanned_)
+                for (const uint32_t candidate : {predicted.likely, predicted.other})
+                    if (candidate != MemberNames::kNone && dictionary_.plain(candidate) &&
+                        scanner_.TakeKnownString(in_, dictionary_.text(candidate), begin, end)) {
+                        entry = candidate;
+                        break;
+                    }
+            if (entry == MemberNames::kNone) {
                 const JsonToken& name = match(TokenKind::String);
                 begin = copyOf(name.begin);
                 end = copyOf(name.end);
                 // The name's text is the scanner's until the next token: its entry stays.
-                if (!dictionary_.matches(predicted, name.text)) {
-                    entry = dictionary_.find(name.text);
-                    (previous == MemberNames::kNone ? dictionary_.firstInside(holder)
-                                                    : dictionary_.follower(previous)) = entry;
-                }
+                entry = dictionary_.matches(predicted.likely, name.text)  ? predicted.likely
+                        : dictionary_.matches(predicted.other, name.text) ? predicted.other
+                                                                          : dictionary_.find(name.text);
             }
+            // Asked for only now: find() may have moved the entries.
+            if (entry != predicted.likely)
+                (previous == MemberNames::kNone ? dictionary_.firstInside(holder) : dictionary_.follower(previous))
+                    .learn(entry);
             previous = entry;
             predicted = dictionary_.follower(entry);
             if (!skip(TokenKind::MemberAssign, u':')) match(TokenKind::MemberAssign);
@@ -314,23 +322,19 @@ void JsonNodeBuilder::scalarMember(SharedName name, double number, size_t expect
     CJsonConverter& c = converter_;
     switch (token_.kind) {
     case TokenKind::String:
-        c.storeMember(std::move(name), tovan::Ptr<tovan::Value>(new tovan::StringValue(tovan::WString(token_.text))), nullptr,
-                      expected, seen);
+        c.storeMember(std::move(name), tovan::Ptr<tovan::Value>(new tovan::StringValue(tovan::WString(token_.text))),
+                      nullptr, expected, seen);
         return;
     case TokenKind::Number:
-        if (CJsonDataTyper::IsInteger(number)) {
-            c.integer_.set(int32_t(number));
-            c.storeMember(std::move(name), nullptr, &c.integer_, expected, seen);
-        } else {
-            c.double_.set(number);
-            c.storeMember(std::move(name), nullptr, &c.double_, expected, seen);
-        }
+        if (CJsonDataTyper::IsInteger(number))
+            c.storeScalar<tovan::IntegerValue>(std::move(name), expected, seen, int32_t(number));
+        else
+            c.storeScalar<tovan::DoubleValue>(std::move(name), expected, seen, number);
         return;
     case TokenKind::Boolean:
-        c.boolean_.set(token_.text == u"true");
-        c.storeMember(std::move(name), nullptr, &c.boolean_, expected, seen);
+        c.storeScalar<tovan::BooleanValue>(std::move(name), expected, seen, token_.text == u"true");
         return;
-    default: c.storeMember(std::move(name), nullptr, &c.null_, expected, seen); return;
+    default: c.storeScalar<tovan::NullValue>(std::move(name), expected, seen); return;
     }
 }
 

@@ -39,9 +39,23 @@ public:
 
     /// The entry for `text`, made on first sight.
     uint32_t find(std::u16string_view text);
-    /// True when `entry` (kNone for none) has the text `text`: records repeat
-    /// their names in the same order, so the entry that came after a name the
-    /// last time is tried before the text is looked up.
+    /// The two entries that came last in one place (after a name, or first in
+    /// an object held by a name), the latest first. Records repeat their
+    /// names in the same order, so these are tried before the text is looked
+    /// up; two, because one name often holds objects of two shapes in turn
+    /// (a record's "entities" and its user's), and each would undo the other.
+    struct Prediction {
+        uint32_t likely = kNone;
+        uint32_t other = kNone;
+        /// `entry` came in this place.
+        void learn(uint32_t entry) {
+            if (entry == likely) return;
+            other = likely;
+            likely = entry;
+        }
+    };
+
+    /// True when `entry` (kNone for none) has the text `text`.
     bool matches(uint32_t entry, std::u16string_view text) const {
         if (entry == kNone) return false;
         const Entry& e = entries_[entry];
@@ -52,11 +66,11 @@ public:
     /// characters themselves.
     std::u16string_view text(uint32_t entry) const { return entries_[entry].text(); }
     bool plain(uint32_t entry) const { return entries_[entry].plain; }
-    /// The entry that came after `entry` in its object the last time.
-    uint32_t& follower(uint32_t entry) { return entries_[entry].follower; }
-    /// The first member the last time of an object held by a member named
-    /// `entry` (for kNone, of a top-level object).
-    uint32_t& firstInside(uint32_t entry) { return entry == kNone ? firstAtTop_ : entries_[entry].firstInside; }
+    /// The entries that came after `entry` in its objects.
+    Prediction& follower(uint32_t entry) { return entries_[entry].follower; }
+    /// The first members of objects held by a member named `entry` (for
+    /// kNone, of top-level objects).
+    Prediction& firstInside(uint32_t entry) { return entry == kNone ? firstAtTop_ : entries_[entry].firstInside; }
     /// How many members that object had: its collection takes room for as many at once,
     /// rather than growing through every power of two of a wide record.
     uint32_t& membersInside(uint32_t entry) { return entry == kNone ? membersAtTop_ : entries_[entry].membersInside; }
@@ -108,8 +122,8 @@ private:
         std::u16string_view text() const { return {units, size}; }
         uint32_t group;
         uint32_t nextInGroup = kNone;  // kNone at the end
-        uint32_t follower = kNone;
-        uint32_t firstInside = kNone;
+        Prediction follower;
+        Prediction firstInside;
         uint32_t membersInside = 0;
         bool plain;
     };
@@ -130,7 +144,7 @@ private:
     std::vector<Group> groups_;
     std::vector<uint32_t> buckets_;  // group + 1; 0 for none
     uint64_t serial_ = 0;
-    uint32_t firstAtTop_ = kNone;
+    Prediction firstAtTop_;
     uint32_t membersAtTop_ = 0;
 };
 

@@ -139,6 +139,10 @@ TEST(JsonReadToNodes, FailuresInTheirOrder) {
         u"{\"ab\":1,\"c\":2,\"\":0} {\"ab\":1,\"c\":2,\"\":0} {\"abc\":1,\"c\":{}} {\"a\\u0062\":1,\"c\\\"\":2}"
         u" {\"ab\":1,\"c\\\"\":2} {\"ab\" :1, \"c\\\"\"\n:2,\"d\\n\":3} {\"ab\":1,\"d\\n\":3} {\"b\":1,\"a\":2}"
         u" {\"a\":1,\n \"b\":2,  \"a\":3}",
+        // One name holding objects of two shapes in turn, each shape's names
+        // expected after the other's, then a duplicate among them.
+        u"{\"e\":{\"a\":1,\"b\":2},\"u\":{\"e\":{\"c\":3}}} {\"e\":{\"a\":1,\"b\":2},\"u\":{\"e\":{\"c\":3,\"b\":4}}}"
+        u" {\"x\":{\"b\":1,\"c\":2}} {\"e\":{\"c\":1,\"b\":2,\"c\":3}}",
     };
     for (const char16_t* t : texts) expectSame(t, false, tovan::toNarrow(tovan::WString(t)));
 
