@@ -458,6 +458,12 @@ CPropertyCollectionData* CJsonConverter::memberStorage(size_t members) {
     return storage_;
 }
 
+size_t CJsonConverter::storedProperties() const {
+    const tovan::iPropertyCollection* properties =
+        current_ ? static_cast<const CBaseNode*>(current_)->getProperties() : nullptr;
+    return properties ? size_t(properties->getSize()) : 0;
+}
+
 void CJsonConverter::storeMember(SharedName name, Ptr<Value> value, const Value* scalar, size_t members,
                                  bool lookup) {
     // What EndValue does through the interfaces: by slot, not find() (which

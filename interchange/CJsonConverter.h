@@ -155,8 +155,8 @@ private:
     tovan::Ptr<tovan::Value> popValue();
     SharedName popName();
     /// EndValue for a member (of an object of `members` members, as far as
-    /// the caller knows: a reader going token by token gives the count of
-    /// the last object in the same place) met in the walk: the property goes
+    /// the caller knows: a reader going token by token gives the properties
+    /// of the last object in the same place) met in the walk: the property goes
     /// straight into the node's storage, which takes room for `members` once
     /// its inside slots are full. `lookup` false says that no earlier member
     /// of the object has a name equal to this one with A-Z folded, so the
@@ -180,6 +180,8 @@ private:
     /// current_'s storage, with room for `members` once its inside slots are
     /// full; null between top-level objects.
     CPropertyCollectionData* memberStorage(size_t members);
+    /// How many properties current_ holds (0 between top-level objects).
+    size_t storedProperties() const;
     /// A text of the tree: moved out when consuming, else copied.
     tovan::WString take(const std::u16string& text) const;
 

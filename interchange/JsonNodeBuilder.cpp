@@ -112,7 +112,7 @@ void MemberNames::trim() {
     entries_.clear();
     groups_.clear();
     firstAtTop_ = Prediction();
-    membersAtTop_ = 0;
+    propertiesAtTop_ = 0;
     buckets_.assign(kFirstBuckets, 0);
 }
 
@@ -227,7 +227,7 @@ void JsonNodeBuilder::objectMembers(uint32_t holder) {
     const uint64_t serial = dictionary_.nextSerial();
     uint32_t previous = MemberNames::kNone;
     MemberNames::Prediction predicted = dictionary_.firstInside(holder);
-    const size_t expected = dictionary_.membersInside(holder);
+    const size_t expected = dictionary_.propertiesInside(holder);
     if (!nextIs(TokenKind::ObjectEnd)) {
         for (;;) {
             Location begin, end;
@@ -307,7 +307,7 @@ void JsonNodeBuilder::objectMembers(uint32_t holder) {
     }
     match(TokenKind::ObjectEnd);
     --depth_;
-    dictionary_.membersInside(holder) = uint32_t(members_.size() - first);
+    dictionary_.propertiesInside(holder) = uint32_t(converter_.storedProperties());
     // The enclosing object's marks back, newest first (a group may be on the
     // stack twice, through two spellings).
     for (size_t i = members_.size(); i-- > first;)

@@ -71,9 +71,12 @@ public:
     /// The first members of objects held by a member named `entry` (for
     /// kNone, of top-level objects).
     Prediction& firstInside(uint32_t entry) { return entry == kNone ? firstAtTop_ : entries_[entry].firstInside; }
-    /// How many members that object had: its collection takes room for as many at once,
-    /// rather than growing through every power of two of a wide record.
-    uint32_t& membersInside(uint32_t entry) { return entry == kNone ? membersAtTop_ : entries_[entry].membersInside; }
+    /// How many properties the node of that object had (its members less those
+    /// that became child nodes): its collection takes room for as many at
+    /// once, rather than growing through every power of two of a wide record.
+    uint32_t& propertiesInside(uint32_t entry) {
+        return entry == kNone ? propertiesAtTop_ : entries_[entry].propertiesInside;
+    }
     const SharedName& name(uint32_t entry) const { return entries_[entry].stock.name(); }
     /// A reference to `entry`'s name for a property to keep, taken without a
     /// locked instruction most of the time (see SharedName::Stock).
@@ -124,7 +127,7 @@ private:
         uint32_t nextInGroup = kNone;  // kNone at the end
         Prediction follower;
         Prediction firstInside;
-        uint32_t membersInside = 0;
+        uint32_t propertiesInside = 0;
         bool plain;
     };
     struct Group {
@@ -145,7 +148,7 @@ private:
     std::vector<uint32_t> buckets_;  // group + 1; 0 for none
     uint64_t serial_ = 0;
     Prediction firstAtTop_;
-    uint32_t membersAtTop_ = 0;
+    uint32_t propertiesAtTop_ = 0;
 };
 
 /// Reads one top-level object into a CJsonConverter with the outcome of the
