@@ -39,9 +39,6 @@ void CPropertyCollectionData::SetPropertyClass(const tovan::ClassTag* propertyCl
     if (propertyClass || extra_) extra().propertyClass = propertyClass;
 }
 
-// An array of its own always has a power of two of at least 8 slots, so its
-// room is known from the count without a field: never more than it really
-// has, at worst less after removals (which only makes it grow early).
 // A heap array of slots keeps its capacity in a word before its first slot:
 // Reserve may make it larger than the next power of two of the count, and
 // compaction shrinks the count, so the count alone does not say how large

@@ -197,7 +197,7 @@ private:
     void objectMembers(uint32_t holder);
     void value(uint32_t holder);
     // The scalar token just matched as the value of member `name`.
-    // `expected` is the object's likely count of members.
+    // `expected` is the object's likely count of properties.
     void scalarMember(SharedName name, double number, size_t expected, bool seen);
     void arrayElements(uint32_t holder);
     // Elements, for arrays that are held whole.

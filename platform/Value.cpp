@@ -202,27 +202,19 @@ Value* ValueSlot::copyIn(const Value& v) {
     Value* made = nullptr;
     withSlotClass(v.getTypeCode(), [&](auto* type) {
         using V = std::remove_pointer_t<decltype(type)>;
-        // Value has a class operator new, which hides the placement form.
-        made = ::new (room_) V(static_cast<const V&>(v));
+        made = emplace<V>(static_cast<const V&>(v));
         return true;
     });
-    made->slotted_ = true;
-    made->takeFirstRef();
-    setState(Held);
     return made;
 }
 
 Value* ValueSlot::makeIn(int typeCode, bool strict) {
     Value* made = nullptr;
     withSlotClass(typeCode, [&](auto* type) {
-        using V = std::remove_pointer_t<decltype(type)>;
-        made = ::new (room_) V();
+        made = emplace<std::remove_pointer_t<decltype(type)>>();
         return true;
     });
     made->setStrictReading(strict);
-    made->slotted_ = true;
-    made->takeFirstRef();
-    setState(Held);
     return made;
 }
 
